@@ -1,0 +1,1 @@
+#include "archiver/toolname.h"
