@@ -1,1 +1,5 @@
-int main() { return 0; }
+#include <cstdlib>
+
+#include "archiver/driver.h"
+
+int main(int argc, char **argv) { exit(run_archiver(argc, argv)); }

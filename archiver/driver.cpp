@@ -1,0 +1,168 @@
+#include "archiver/driver.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+#include "archiver/ar_edit.h"
+#include "archiver/toolname.h"
+#include "support/filename.h"
+
+ARCHIVE *g_archive = nullptr;
+
+void error(const char *format, const char *argument) {
+  fputs("  -->  error: ", stderr);
+  fprintf(stderr, format, argument);
+  fputc('\n', stderr);
+  exit(1);
+}
+
+// The archive layer's failures: put the old archive back, then report.
+static void archive_error(ARCHIVE *ar, int, const char *text) {
+  ar_emergency_cleanup(ar);
+  error("%s", text);
+}
+
+void usage(bool full) {
+  printf("\n Syntax : %s [%s][%s][012] archive files ...\n", TOOL_EXE_NAME, TOOL_COMMAND_LETTERS,
+         TOOL_OPTION_LETTERS);
+  printf("          %s @command_file\n", TOOL_EXE_NAME);
+  if (full) {
+    printf("\n Commands : (only one may be selected)");
+    printf("\n    a - Add file                   r - Replace file");
+    printf("\n    x - Extract file               d - Delete file");
+    printf("\n    t - Print table of contents\n");
+    printf("\n Options :");
+    printf("\n    q - Quiet mode - Normal status messages suppressed");
+    printf("\n    u - Update with newer files (use with 'r' command)");
+    printf("\n    s - Print symbol table contents");
+    printf("\n    v - Verbose");
+    printf("\n    h - This help\n");
+    printf("\n Output format options:");
+    printf("\n    0 - Original AR format");
+    printf("\n    1 - QV long-name format (obsolescent)");
+    printf("\n    2 - POSIX format (default for newly created files)\n\n");
+  }
+  exit(1);
+}
+
+void scan_key_letters(const char *word, OPTIONS &options) {
+  if (!word || !*word)
+    usage(false);
+  uint32_t commands = 0;
+  for (const char *p = word; *p; p++) {
+    switch (*p) {
+    case '-': break;
+    case 'a': case 'A': commands |= CMD_ADD; break;
+    case 'd': case 'D': commands |= CMD_DELETE; break;
+    case 'r': case 'R': commands |= CMD_REPLACE; break;
+    case 't': case 'T': commands |= CMD_TABLE; break;
+    case 'x': case 'X': commands |= CMD_EXTRACT; break;
+    case 'u': case 'U': options.update = true; commands |= CMD_REPLACE; break;
+    case 's': case 'S': options.symbols = true; break;
+    case 'v': case 'V': options.verbose = true; break;
+    case 'q': case 'Q': options.quiet = true; break;
+    case '0': options.output_format = AR_FORMAT_ORIGINAL; break;
+    case '1': options.output_format = AR_FORMAT_QV; break;
+    case '2': options.output_format = AR_FORMAT_POSIX; break;
+    case 'h': case '?': usage(true);
+    default: error("bad option '%.1s'", p);
+    }
+  }
+  if (commands == 0)
+    usage(false);
+  if (commands & (commands - 1))
+    error("only one of [arxdt] allowed");
+  options.command = commands;
+}
+
+void set_archive_name(OPTIONS &options, const char *name) {
+  std::string n(name, strnlen(name, ARCHIVE_NAME_LIMIT));
+  size_t dot = n.find_last_of('.');
+  if (dot == std::string::npos || n.find_first_of("\\/", dot) != std::string::npos)
+    n += ".lib";
+  options.archive_name = n;
+}
+
+OPTIONS scan_arguments(int argc, char **argv) {
+  OPTIONS options;
+  if (argc < 2)
+    usage(false);
+  const char *first = argv[1];
+  scan_key_letters(first, options);
+  if (argc < 3)
+    error("must specify an archive");
+  set_archive_name(options, argv[2]);
+  for (int i = 3; i < argc; i++)
+    options.files.push_back(spell_path(argv[i]));
+  return options;
+}
+
+static void fatal_signal(int signal_number) {
+  if (signal_number == SIGTERM) {
+    fputs("[received a terminate signal]\n", stderr);
+  } else {
+    const char *what;
+    switch (signal_number) {
+    case SIGILL: what = "executed an illegal instruction"; break;
+    case SIGFPE: what = "received a floating point exception"; break;
+    case SIGSEGV: what = "experienced a segmentation fault"; break;
+    case SIGABRT: what = "aborted"; break;
+    default: what = "experienced a fatal internal fault"; break;
+    }
+    fprintf(stderr, "\nINTERNAL ERROR: %s\n", what);
+    fflush(nullptr);
+    fputs("\n\n", stderr);
+    fflush(nullptr);
+    fputs("This is a serious problem.  Please contact Customer\n"
+          "Support with this message and a copy of the input file\n"
+          "and help us to continue to make the tools more robust.\n\n",
+          stderr);
+    fflush(nullptr);
+  }
+  if (g_archive)
+    ar_emergency_cleanup(g_archive, false);
+  fflush(stderr);
+  _exit(1);
+}
+
+void install_fatal_signal_handlers() {
+  struct sigaction action;
+  memset(&action, 0, sizeof action);
+  action.sa_handler = fatal_signal;
+  sigemptyset(&action.sa_mask);
+  // A fault inside the handler itself must not loop.
+  action.sa_flags = SA_RESETHAND;
+  for (int s : {SIGILL, SIGABRT, SIGFPE, SIGSEGV, SIGTERM})
+    sigaction(s, &action, nullptr);
+}
+
+int run_archiver(int argc, char **argv) {
+  install_fatal_signal_handlers();
+  OPTIONS options = scan_arguments(argc, argv);
+  const char *name = options.archive_name.c_str();
+
+  ARCHIVE *ar = ar_create(name, nullptr, archive_error);
+  if (options.command != CMD_ADD && options.command != CMD_REPLACE) {
+    if (!ar->source)
+      error("cannot open archive: '%s'", name);
+    if (!ar_test_magic(ar))
+      error("'%s' is not an archive", name);
+  }
+  ar_read_special_members(ar, false);
+  ar_load_members(ar);
+  g_archive = ar;
+
+  ar_dispatch(ar, options);
+
+  bool unfound = false;
+  for (const char *f : options.files)
+    if (f) {
+      fflush(stdout);
+      fprintf(stderr, "  -->  error: '%s' not found\n", f);
+      unfound = true;
+    }
+  return unfound ? 1 : 0;
+}

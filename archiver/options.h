@@ -1,0 +1,29 @@
+// The options record: what one run of the archiver was asked to do.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+enum AR_COMMAND : uint32_t {
+  CMD_ADD = 1,
+  CMD_DELETE = 2,
+  CMD_REPLACE = 4,
+  CMD_TABLE = 8,
+  CMD_EXTRACT = 16,
+};
+
+inline constexpr size_t ARCHIVE_NAME_LIMIT = 495;
+
+struct OPTIONS {
+  uint32_t command = 0;
+  uint32_t output_format = 0;  // 0 not given, else the AR_FORMAT the digit selects
+  bool update = false;
+  bool symbols = false;
+  bool verbose = false;
+  bool quiet = false;
+  std::string archive_name;
+  // Member and file operands in command-line order. An entry becomes null once
+  // it has been used, so what is left at the end was never found.
+  std::vector<char *> files;
+};

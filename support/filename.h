@@ -1,0 +1,21 @@
+// File-name services: the spelling of file operands, the file-name part of a
+// path, and fresh names for temporary files beside an archive.
+#pragma once
+
+#include <string>
+
+// The operand with each existing component spelled as the file system stores
+// it, newly allocated. File systems here are case-sensitive, so the stored
+// spelling is the one given and the operand comes back unchanged.
+char *spell_path(const char *operand);
+
+// The text after the last "\", "/" or ":".
+const char *file_name_part(const char *path);
+
+// A freshly generated random GUID in its registry form,
+// {XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}.
+std::string guid_text();
+
+// A path in the same directory as `path` whose file name is a new GUID text
+// followed by `suffix`; beside the current directory when `path` has none.
+std::string temp_path_beside(const std::string &path, const char *suffix = "");
