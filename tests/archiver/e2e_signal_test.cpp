@@ -1,0 +1,109 @@
+// A termination request while a large library is being rewritten must leave
+// the old library, whole, under its own name, and no temporary file.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "common/process.h"
+
+using namespace testing_support;
+namespace fs = std::filesystem;
+
+extern char **environ;
+
+namespace {
+
+pid_t start(const std::vector<std::string> &argv, const fs::path &cwd, const fs::path &err_file) {
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, 2, err_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_addchdir_np(&actions, cwd.c_str());
+  std::vector<char *> args;
+  for (const std::string &a : argv)
+    args.push_back(const_cast<char *>(a.c_str()));
+  args.push_back(nullptr);
+  pid_t pid = -1;
+  posix_spawn(&pid, args[0], &actions, nullptr, args.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  return pid;
+}
+
+bool temporary_present(const fs::path &dir) {
+  for (const auto &e : fs::directory_iterator(dir))
+    if (e.path().filename().string().front() == '{')
+      return true;
+  return false;
+}
+
+}  // namespace
+
+TEST(FatalSignal, TerminateDuringRewriteRestoresTheOldArchive) {
+  TEMP_DIR dir;
+  fs::path work = dir / "work";
+  fs::create_directories(work);
+  // Large enough that the copy takes a while: 64 members of 4 MiB.
+  std::string block(4 << 20, 'm');
+  std::vector<std::string> args = {arvela_path(), "rq", "big.lib"};
+  for (int i = 0; i < 64; i++) {
+    std::string name = "m" + std::to_string(i) + ".bin";
+    block[0] = static_cast<char>('A' + i % 26);
+    dir.write("work/" + name, block);
+    args.push_back(name);
+  }
+  ASSERT_EQ(run(args, work).status, 0);
+  const std::string before = read_file(work / "big.lib");
+
+  for (int attempt = 0; attempt < 5; attempt++) {
+    pid_t pid = start({arvela_path(), "rq", "big.lib", "m3.bin"}, work, dir / "err.txt");
+    ASSERT_GT(pid, 0);
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!temporary_present(work) && std::chrono::steady_clock::now() < deadline) {
+      int status;
+      if (waitpid(pid, &status, WNOHANG) == pid) {
+        pid = -1;
+        break;
+      }
+      std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    if (pid < 0)
+      continue;  // finished before we saw it; try again
+    kill(pid, SIGTERM);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    if (read_file(dir / "err.txt").empty())
+      continue;  // finished between our look and the signal
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_EQ(read_file(dir / "err.txt"), "[received a terminate signal]\n");
+    EXPECT_TRUE(read_file(work / "big.lib") == before) << "the old archive was not kept whole";
+    EXPECT_FALSE(temporary_present(work));
+    for (const auto &e : fs::directory_iterator(work))
+      EXPECT_TRUE(e.path().extension() == ".bin" || e.path().filename() == "big.lib") << e.path();
+    return;
+  }
+  GTEST_SKIP() << "the rewrite always finished before the signal could be sent";
+}
+
+TEST(FatalSignal, TerminateBeforeAnyArchiveIsOpenOnlyReports) {
+  TEMP_DIR dir;
+  // A command file that is a FIFO holds the driver before it opens the archive.
+  fs::path fifo = dir / "cmds";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  pid_t pid = start({arvela_path(), "@cmds"}, dir.path(), dir / "err.txt");
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  kill(pid, SIGTERM);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+  EXPECT_EQ(read_file(dir / "err.txt"), "[received a terminate signal]\n");
+}
