@@ -1,0 +1,83 @@
+#include "archiver/banner.h"
+
+#include "archiver/buildid.h"
+#include "support/snprintf.h"
+
+// The build code records when this file was compiled: it changes only when
+// this file is rebuilt, and a reproducible-build warning would be noise.
+#pragma GCC diagnostic ignored "-Wdate-time"
+
+namespace {
+
+// "%s" is where the copyright years go.
+constexpr const char *COPYRIGHT_PATTERN = "Copyright (C) %s QV.  All rights reserved.";
+
+// Formatting a few numbers and names cannot fail in practice; should it, the
+// text is empty rather than null.
+const char *or_empty(const char *text) { return text ? text : ""; }
+
+}  // namespace
+
+char *format_version(int major, int minor, int patch, int build) {
+  char *text = nullptr;
+  if (build >= 0)
+    format_alloc(&text, "%d.%d.%d.%d", major, minor, patch, build);
+  else
+    format_alloc(&text, "%d.%d.%d", major, minor, patch);
+  return text;
+}
+
+// The texts are formatted on first use and live until the process ends.
+
+const char *version_text() {
+  static const char *text =
+      or_empty(format_version(VERSION_MAJOR, VERSION_MINOR, VERSION_PATCH, VERSION_BUILD));
+  return text;
+}
+
+const char *full_version() {
+  static const char *text = [] {
+    char *t = nullptr;
+    format_alloc(&t, "v%s%s", version_text(), RELEASE_SUFFIX);
+    return or_empty(t);
+  }();
+  return text;
+}
+
+const char *product_line() {
+  static const char *text = [] {
+    char *t = nullptr;
+    format_alloc(&t, "%s %s", BANNER_PRODUCT_NAME, BANNER_TOOL_NAME);
+    return or_empty(t);
+  }();
+  return text;
+}
+
+const char *copyright_line() {
+  static const char *text = [] {
+    char *t = nullptr;
+    format_alloc(&t, COPYRIGHT_PATTERN, COPYRIGHT_YEARS);
+    return or_empty(t);
+  }();
+  return text;
+}
+
+const char *build_code() {
+  static const std::string code = make_build_code(
+      {__DATE__, __TIME__, SOURCE_CONTROL_TAG, BUILD_COMPILER_VERSION, BUILD_BRANCH});
+  return code.c_str();
+}
+
+void print_banner_line(FILE *out, const char *product, const char *version) {
+  fprintf(out, "%-*.*s%s\n", BANNER_PRODUCT_WIDTH, BANNER_PRODUCT_WIDTH, product, version);
+}
+
+void print_banner(FILE *out) {
+  print_banner_line(out, product_line(), full_version());
+  fprintf(out, "%s\n", copyright_line());
+}
+
+void print_version_report(FILE *out) {
+  print_banner_line(out, product_line(), full_version());
+  fprintf(out, "Build Number %s\n", build_code());
+}
