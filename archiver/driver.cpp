@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include "archiver/ar_edit.h"
+#include "archiver/banner.h"
+#include "archiver/cmdfile.h"
 #include "archiver/toolname.h"
 #include "support/filename.h"
 
@@ -26,6 +28,7 @@ static void archive_error(ARCHIVE *ar, int, const char *text) {
 }
 
 void usage(bool full) {
+  print_banner(stdout);
   printf("\n Syntax : %s [%s][%s][012] archive files ...\n", TOOL_EXE_NAME, TOOL_COMMAND_LETTERS,
          TOOL_OPTION_LETTERS);
   printf("          %s @command_file\n", TOOL_EXE_NAME);
@@ -49,6 +52,10 @@ void usage(bool full) {
 }
 
 void scan_key_letters(const char *word, OPTIONS &options) {
+  if (word && strcmp(word, "--toolversion") == 0) {
+    print_version_report(stdout);
+    exit(0);
+  }
   if (!word || !*word)
     usage(false);
   uint32_t commands = 0;
@@ -86,11 +93,44 @@ void set_archive_name(OPTIONS &options, const char *name) {
   options.archive_name = n;
 }
 
+// Operands from a command file: options there are not honoured, only reported.
+static void add_file(OPTIONS &options, char *operand) {
+  if (operand[0] == '-') {
+    printf("  -->  warning: option %s ignored in file list\n", operand);
+    free(operand);
+    return;
+  }
+  options.files.push_back(operand);
+}
+
+static void scan_command_file(const char *path, OPTIONS &options) {
+  FILE *f = fopen(path, "r");
+  if (!f)
+    error("cannot open '%s'", path);
+  char *key_letters = next_token(f);
+  char *archive = key_letters ? next_token(f) : nullptr;
+  if (!archive)
+    usage(false);
+  set_archive_name(options, archive);
+  scan_key_letters(key_letters, options);
+  while (char *token = next_token(f)) {
+    add_file(options, spell_path(token));
+    free(token);
+  }
+  fclose(f);
+  free(key_letters);
+  free(archive);
+}
+
 OPTIONS scan_arguments(int argc, char **argv) {
   OPTIONS options;
   if (argc < 2)
     usage(false);
   const char *first = argv[1];
+  if (first[0] == '@' || (first[0] == '-' && first[1] == '@')) {
+    scan_command_file(first + (first[0] == '@' ? 1 : 2), options);
+    return options;
+  }
   scan_key_letters(first, options);
   if (argc < 3)
     error("must specify an archive");
