@@ -93,17 +93,39 @@ TEST(FatalSignal, TerminateDuringRewriteRestoresTheOldArchive) {
   GTEST_SKIP() << "the rewrite always finished before the signal could be sent";
 }
 
-TEST(FatalSignal, TerminateBeforeAnyArchiveIsOpenOnlyReports) {
+// A command file that is a FIFO holds the driver before it opens any archive.
+static RUN_RESULT signal_while_waiting(int signal_number) {
   TEMP_DIR dir;
-  // A command file that is a FIFO holds the driver before it opens the archive.
   fs::path fifo = dir / "cmds";
-  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  EXPECT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   pid_t pid = start({arvela_path(), "@cmds"}, dir.path(), dir / "err.txt");
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  kill(pid, SIGTERM);
+  kill(pid, signal_number);
   int status = 0;
   waitpid(pid, &status, 0);
-  ASSERT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 1);
-  EXPECT_EQ(read_file(dir / "err.txt"), "[received a terminate signal]\n");
+  RUN_RESULT r;
+  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  r.err = read_file(dir / "err.txt");
+  return r;
+}
+
+TEST(FatalSignal, TerminateBeforeAnyArchiveIsOpenOnlyReports) {
+  RUN_RESULT r = signal_while_waiting(SIGTERM);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "[received a terminate signal]\n");
+}
+
+TEST(FatalSignal, FaultsPrintTheInternalErrorNotice) {
+  const std::string notice = "\n\nThis is a serious problem.  Please contact Customer\n"
+                             "Support with this message and a copy of the input file\n"
+                             "and help us to continue to make the tools more robust.\n\n";
+  const std::pair<int, const char *> cases[] = {{SIGSEGV, "experienced a segmentation fault"},
+                                                {SIGABRT, "aborted"},
+                                                {SIGILL, "executed an illegal instruction"},
+                                                {SIGFPE, "received a floating point exception"}};
+  for (auto [signal_number, text] : cases) {
+    RUN_RESULT r = signal_while_waiting(signal_number);
+    EXPECT_EQ(r.status, 1) << text;
+    EXPECT_EQ(r.err, std::string("\nINTERNAL ERROR: ") + text + "\n" + notice);
+  }
 }
