@@ -218,6 +218,18 @@ TEST(CommandLine, UnfoundOperandsAreReportedAndFailTheRun) {
   EXPECT_EQ(r.err, error_line("'missing.obj' not found"));
 }
 
+// A link whose target is gone is no file: it is left unfound, and the
+// files beside it are still added.
+TEST(CommandLine, DanglingLinkIsNotFound) {
+  TEMP_DIR dir;
+  write_dated(dir, "f.obj", "F", 7000);
+  std::filesystem::create_symlink("removed.obj", dir / "dangling.obj");
+  RUN_RESULT r = arvela({"aq", "lib", "dangling.obj", "f.obj"}, dir.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, error_line("'dangling.obj' not found"));
+  EXPECT_EQ(dir.read("lib.lib"), std::string(MAGIC) + member("f.obj/", 7000, "F"));
+}
+
 // Operands are taken as they are, even when they look like options.
 TEST(CommandLine, OperandsStartingWithADashAreFiles) {
   TEMP_DIR dir;

@@ -54,7 +54,7 @@ TEST(Add, StatusLinesFollowQuietAndVerbose) {
   }
 }
 
-// The member name is what follows the last "/", "\\" or ":" of the operand,
+// The member name is what follows the last "/", "\" or ":" of the operand,
 // while the data comes from the operand's path as written.
 TEST(Add, MemberNameIsTheFileNamePart) {
   TEMP_DIR dir;
@@ -66,6 +66,16 @@ TEST(Add, MemberNameIsTheFileNamePart) {
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(dir.read("lib.lib"), std::string(MAGIC) + member("slash.obj/", T1, "1") +
                                      member("colon.obj/", T2, "22") + member("deep.obj/", T3, "333"));
+}
+
+// "new archive" depends on operands being given, not on their files existing.
+TEST(Add, NewArchiveFromOnlyMissingFiles) {
+  TEMP_DIR dir;
+  RUN_RESULT r = arvela({"av", "lib", "gone.obj"}, dir.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, status("new archive", "lib.lib") + status("building archive", "lib.lib"));
+  EXPECT_EQ(r.err, error_line("'gone.obj' not found"));
+  EXPECT_EQ(dir.read("lib.lib"), MAGIC);
 }
 
 TEST(Add, AppendsEvenWhenTheNameIsAlreadyThere) {
@@ -105,6 +115,26 @@ TEST(Replace, MissingFileKeepsTheMemberSilently) {
   EXPECT_EQ(r.err, "");
   EXPECT_EQ(r.out, status("building archive", "lib.lib"));
   EXPECT_EQ(dir.read("lib.lib"), abc_image());
+}
+
+// Without operands every member matches by its own name, so the files of
+// those names in the current directory replace them.
+TEST(Replace, WithoutOperandsUsesFilesNamedAsMembers) {
+  TEMP_DIR dir;
+  make_abc(dir);
+  write_dated(dir, "b.obj", "fresh b", T3 + 5);
+  write_dated(dir, "c.obj", "old c", T3 - 5);
+  RUN_RESULT r = arvela({"ruv", "lib"}, dir.path());
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, status("replace", "b.obj") + status("building archive", "lib.lib"));
+  EXPECT_EQ(dir.read("lib.lib"), std::string(MAGIC) + member("a.obj/", T1, "AAA") +
+                                     member("b.obj/", T3 + 5, "fresh b") + member("c.obj/", T3, "C"));
+  r = arvela({"rv", "lib"}, dir.path());
+  EXPECT_EQ(r.out, status("replace", "b.obj") + status("replace", "c.obj") +
+                       status("building archive", "lib.lib"));
+  EXPECT_EQ(dir.read("lib.lib"), std::string(MAGIC) + member("a.obj/", T1, "AAA") +
+                                     member("b.obj/", T3 + 5, "fresh b") +
+                                     member("c.obj/", T3 - 5, "old c"));
 }
 
 TEST(Replace, UpdateReplacesOnlyNewerFiles) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "archiver/e2e_support.h"
+#include "common/bytes.h"
 
 using namespace e2e;
 
@@ -186,4 +187,36 @@ TEST(Format, CopiedMembersSurviveRewrites) {
   for (int i = 0; i < 2; i++)
     ASSERT_EQ(arvela({"dq", "lib", "none"}, dir.path()).status, 1);
   EXPECT_EQ(dir.read("lib.lib"), first);
+}
+
+// What other archivers put before the members: a "/" index with its zero
+// pad, and a "//" table whose header leaves date and owner blank. Both are
+// read past; a rewrite drops the index, which is rebuilt from the members.
+TEST(Format, ReadsPastAnIndexAndABlankFieldNameTable) {
+  TEMP_DIR dir;
+  // Count, two offsets, two names: 27 bytes, one zero pad, size field 28.
+  std::string index = testing_support::BYTES(testing_support::BIG)
+                          .u32(2).u32(0x84).u32(0x84).str("sym_one").str("sym_tw");
+  std::string blank_table_header = std::string("//") + std::string(14 + 12 + 6 + 6 + 8, ' ') +
+                                   "18        `\n";
+  ASSERT_EQ(blank_table_header.size(), 60u);
+  std::string image = std::string(MAGIC) + header("/", 0, 0, 28) + index + '\0' +
+                      blank_table_header + SIXTEEN + "/\n" + member("/0", 1600000003, "long!") +
+                      member(SHORT + "/", 1600000001, "odd");
+  dir.write("lib.lib", image);
+
+  RUN_RESULT r = arvela({"t", "lib"}, dir.path());
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, std::string(TABLE_HEAD) + table_row(5, 1600000003, SIXTEEN) +
+                       table_row(3, 1600000001, SHORT));
+  r = arvela({"x", "lib"}, dir.path());
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(dir.read(SIXTEEN), "long!");
+  EXPECT_EQ(dir.read(SHORT), "odd");
+
+  r = arvela({"dq", "lib", "none"}, dir.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(dir.read("lib.lib"), std::string(MAGIC) + header("//", 0, 0, 18) + SIXTEEN + "/\n" +
+                                     member("/0", 1600000003, "long!") +
+                                     member(SHORT + "/", 1600000001, "odd"));
 }
