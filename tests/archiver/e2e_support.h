@@ -1,0 +1,60 @@
+// Shared helpers of the end-to-end tests: running the archiver, building
+// expected archive images header by header, file times, and the listing
+// lines the archiver prints.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "common/process.h"
+
+namespace e2e {
+
+using testing_support::RUN_RESULT;
+using testing_support::TEMP_DIR;
+
+inline constexpr char MAGIC[] = "!<arch>\n";
+
+// Runs the archiver in `cwd` with the given arguments.
+RUN_RESULT arvela(const std::vector<std::string> &args, const std::filesystem::path &cwd);
+
+// One 60-byte member header, every field left-aligned and blank-padded.
+std::string header(const std::string &name_field, uint64_t date, uint64_t owner, uint64_t size);
+
+// Header and data of an ordinary member, with the "\n" pad after odd data.
+std::string member(const std::string &name_field, uint64_t date, const std::string &data,
+                   uint64_t owner = 0);
+
+// Sets a file's modification time (seconds since 1970) / reads it back.
+void set_mtime(const std::filesystem::path &path, int64_t seconds);
+int64_t mtime_of(const std::filesystem::path &path);
+
+// Writes a file and gives it a fixed modification time.
+std::filesystem::path write_dated(const TEMP_DIR &dir, const std::string &name,
+                                  const std::string &bytes, int64_t date);
+
+// The two heading lines of a table of contents.
+inline constexpr char TABLE_HEAD[] =
+    "\n      SIZE   DATE                        FILE NAME"
+    "\n  --------   ------------------------    -----------------\n";
+
+// One row of a table of contents, with the date in local time.
+std::string table_row(uint64_t size, int64_t date, const std::string &name);
+
+// "  ==>  <verb> '<name>'\n"
+std::string status(const std::string &verb, const std::string &name);
+
+// "  -->  error: <text>\n"
+std::string error_line(const std::string &text);
+
+// True when a tool is on PATH.
+bool have(const std::string &program);
+
+// Compiles a tiny C object defining the global `symbol` into `dir/name`;
+// false when no compiler is available or it fails.
+bool make_object(const TEMP_DIR &dir, const std::string &name, const std::string &symbol);
+
+}  // namespace e2e
