@@ -120,7 +120,7 @@ void ar_extract(ARCHIVE *ar, OPTIONS &options) {
     if (!path)
       continue;
     // A name from the archive must not lead the file anywhere but here.
-    if (by_member_name && strchr(m->name, '/'))
+    if (by_member_name && (strchr(m->name, '/') || strcmp(m->name, ".") == 0 || strcmp(m->name, "..") == 0))
       error("unsafe member name '%s'", m->name);
     MANAGED_FILE *out = managed_open(path, "wb");
     if (!out)
