@@ -267,18 +267,16 @@ TEST(CheckedIo, SystemFailuresCarryTheErrorText) {
   FILE *w = fdopen(fds[1], "w");
   EXPECT_EQ(OFE::pftell(r), -1);
   EXPECT_NE(OFE::pfseek(r, 1, SEEK_CUR), 0);
-  EXPECT_EQ(cap.err(), ">> application error: call to pftell failed:  Illegal seek\n"
-                       ">> application error: call to pfseek failed:  Illegal seek\n");
   fclose(r);
-  // Writing to a pipe nobody reads: a short write, and the count reported.
+  // Writing to a pipe nobody reads: a short write, and the count reported
+  // unless quiet.
   signal(SIGPIPE, SIG_IGN);
   setvbuf(w, nullptr, _IONBF, 0);
-  MSG_CAPTURE cap2;
   EXPECT_EQ(OFE::pfwrite("ab", 1, 2, w), 0u);
-  EXPECT_EQ(cap2.err(), ">> application error: pfwrite only wrote 0 elements; 2 were requested\n");
-  MSG_CAPTURE cap3;
   EXPECT_EQ(OFE::pfwrite("ab", 1, 2, w, true), 0u);
-  EXPECT_EQ(cap3.err(), "");
+  EXPECT_EQ(cap.err(), ">> application error: call to pftell failed:  Illegal seek\n"
+                       ">> application error: call to pfseek failed:  Illegal seek\n"
+                       ">> application error: pfwrite only wrote 0 elements; 2 were requested\n");
   fclose(w);
 }
 

@@ -57,7 +57,10 @@ TEST(MachineDb, TargetQuestions) {
   EXPECT_TRUE(vela->get_symbol_kind(0xFF00, &kind));
   EXPECT_EQ(kind, OF_KIND_COMMON);
   EXPECT_FALSE(arm->get_symbol_kind(0xFF00, &kind));
-  EXPECT_EQ(arm->get_elf_flag_names(0x00800400), (std::vector<const char *>{"EF_ARM_ABI_FLOAT_HARD", "EF_ARM_BE8"}));
+  std::vector<std::string> flags;
+  for (const char *name : arm->get_elf_flag_names(0x00800400))
+    flags.push_back(name);
+  EXPECT_EQ(flags, (std::vector<std::string>{"EF_ARM_ABI_FLOAT_HARD", "EF_ARM_BE8"}));
   EXPECT_STREQ(arm->get_section_type_name(0x70000001), "SHT_ARM_EXIDX");
   EXPECT_EQ(arm->get_section_type_name(1), nullptr);
   EXPECT_EQ(vela->get_address_unit_bits(), 16u);

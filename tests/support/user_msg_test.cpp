@@ -102,13 +102,11 @@ TEST(UserMsg, ShortLinesAndUnbreakableWords) {
   MSG_CAPTURE cap;
   std::string fits(66, 'x');  // 78 characters with the prefix
   msg().error("%s", fits.c_str());
-  EXPECT_EQ(cap.err(), ">>   error: " + fits + "\n");
-  MSG_CAPTURE cap2;
   // No blank after the prefix: the break falls after the prefix, and the
   // long word then goes out whole.
   std::string word(100, 'y');
   msg().error("%s", word.c_str());
-  EXPECT_EQ(cap2.err(), ">>   error:\n" + std::string(12, ' ') + word + "\n");
+  EXPECT_EQ(cap.err(), ">>   error: " + fits + "\n>>   error:\n" + std::string(12, ' ') + word + "\n");
 }
 
 TEST(UserMsgDeath, FatalErrorExitsWithStatusOne) {
