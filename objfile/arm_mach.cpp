@@ -1,0 +1,45 @@
+#include "objfile/arm_mach.h"
+
+namespace OFE {
+
+namespace {
+
+// The public ARM ELF relocation types that the tool chain produces.
+const OF_RELOC_TYPE_INFO ARM_ELF_RELOCS[] = {
+    {0, "R_ARM_NONE", 0},
+    {2, "R_ARM_ABS32", OF_RELOC_SIZE},
+    {3, "R_ARM_REL32", OF_RELOC_DISPLACEMENT},
+    {10, "R_ARM_THM_CALL", OF_RELOC_DISPLACEMENT},
+    {28, "R_ARM_CALL", OF_RELOC_DISPLACEMENT},
+    {29, "R_ARM_JUMP24", OF_RELOC_DISPLACEMENT},
+};
+
+const NAME_ENTRY ARM_SECTION_TYPES[] = {{0x70000001, "SHT_ARM_EXIDX"}};
+
+const NAME_ENTRY ARM_FLAG_NAMES[] = {
+    {0x00000200, "EF_ARM_ABI_FLOAT_SOFT"},
+    {0x00000400, "EF_ARM_ABI_FLOAT_HARD"},
+    {0x00800000, "EF_ARM_BE8"},
+};
+
+const OF_MACHINE_TRAITS TRAITS = {
+    .machine = OF_MACHINE_ARM,
+    .elf_machine = 40,
+    .coff_target_id = 0x97,
+    .address_unit_bits = 8,
+    .attribute_vendor = "aeabi",
+    .symbol_versioning = true,
+    .elf_relocs = ARM_ELF_RELOCS,
+    .coff_relocs = QV_COFF_RELOCS,
+    .special_sections = {},
+    .section_type_names = ARM_SECTION_TYPES,
+    .elf_flag_names = ARM_FLAG_NAMES,
+    .index_kinds = {},
+    .flagged_section_prefixes = {},
+};
+
+}  // namespace
+
+ARM_MACHINE_DB::ARM_MACHINE_DB(OBJECT_FILE *object) : OF_MACHINE_DB(object, TRAITS) {}
+
+}  // namespace OFE

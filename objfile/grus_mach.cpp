@@ -1,0 +1,27 @@
+#include "objfile/grus_mach.h"
+
+namespace OFE {
+
+namespace {
+
+const OF_MACHINE_TRAITS TRAITS = {
+    .machine = OF_MACHINE_GRUS,
+    .elf_machine = 144,
+    .coff_target_id = 0,
+    .address_unit_bits = 8,
+    .attribute_vendor = "grusabi",
+    .symbol_versioning = false,
+    .elf_relocs = QV_ELF_RELOCS,
+    .coff_relocs = QV_COFF_RELOCS,
+    .special_sections = QV_SPECIAL_SECTIONS,
+    .section_type_names = QV_SECTION_TYPE_NAMES,
+    .elf_flag_names = {},
+    .index_kinds = {},
+    .flagged_section_prefixes = {},
+};
+
+}  // namespace
+
+GRUS_MACHINE_DB::GRUS_MACHINE_DB(OBJECT_FILE *object) : OF_MACHINE_DB(object, TRAITS) {}
+
+}  // namespace OFE

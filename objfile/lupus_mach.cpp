@@ -1,0 +1,27 @@
+#include "objfile/lupus_mach.h"
+
+namespace OFE {
+
+namespace {
+
+const OF_MACHINE_TRAITS TRAITS = {
+    .machine = OF_MACHINE_LUPUS,
+    .elf_machine = 143,
+    .coff_target_id = 0xA2,
+    .address_unit_bits = 16,
+    .attribute_vendor = "",
+    .symbol_versioning = false,
+    .elf_relocs = QV_ELF_RELOCS,
+    .coff_relocs = QV_COFF_RELOCS,
+    .special_sections = QV_SPECIAL_SECTIONS,
+    .section_type_names = QV_SECTION_TYPE_NAMES,
+    .elf_flag_names = {},
+    .index_kinds = {},
+    .flagged_section_prefixes = {},
+};
+
+}  // namespace
+
+LUPUS_MACHINE_DB::LUPUS_MACHINE_DB(OBJECT_FILE *object) : OF_MACHINE_DB(object, TRAITS) {}
+
+}  // namespace OFE

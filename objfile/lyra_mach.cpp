@@ -1,0 +1,27 @@
+#include "objfile/lyra_mach.h"
+
+namespace OFE {
+
+namespace {
+
+const OF_MACHINE_TRAITS TRAITS = {
+    .machine = OF_MACHINE_LYRA,
+    .elf_machine = 0,
+    .coff_target_id = 0x98,
+    .address_unit_bits = 16,
+    .attribute_vendor = "",
+    .symbol_versioning = false,
+    .elf_relocs = QV_ELF_RELOCS,
+    .coff_relocs = QV_COFF_RELOCS,
+    .special_sections = QV_SPECIAL_SECTIONS,
+    .section_type_names = QV_SECTION_TYPE_NAMES,
+    .elf_flag_names = {},
+    .index_kinds = {},
+    .flagged_section_prefixes = {},
+};
+
+}  // namespace
+
+LYRA_MACHINE_DB::LYRA_MACHINE_DB(OBJECT_FILE *object) : OF_MACHINE_DB(object, TRAITS) {}
+
+}  // namespace OFE

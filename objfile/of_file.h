@@ -1,0 +1,171 @@
+// OBJECT_FILE: the abstract object file.
+//
+// Created by open_object()/create_object() from a stream positioned at the
+// first byte of an object (a file of its own or an archive member), which is
+// recognised as ELF or one of the three COFF layout versions; the concrete
+// ELF_FILE or QVCOFF_FILE then supplies the format operations. Tables are
+// created on first request and owned by the object.
+//
+// Failures never stop the program: they become the object's pending error
+// (code + text), which is handed to an optional error handler, while the
+// operation returns none, 0, an empty string or -1. The first error of the
+// highest rank sticks (see set_error).
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "objfile/data_map.h"
+#include "objfile/of_mach.h"
+#include "objfile/of_state.h"
+#include "objfile/of_types.h"
+
+namespace OFE {
+
+class OF_SECTION_TABLE;
+class OF_SYMBOL_TABLE;
+
+// What creation hands to the format classes, copied into the object.
+struct OF_DESCRIPTOR {
+  FILE *stream = nullptr;
+  std::string name;  // may be empty
+  OF_FORMAT format = OF_FORMAT_UNKNOWN;
+  OF_FORMAT_VERSION version = OF_VERSION_UNKNOWN;
+  OF_ENDIAN endian = OF_ENDIAN_UNKNOWN;
+  OF_MACHINE machine = OF_MACHINE_UNKNOWN;
+  uint32_t offset = 0;  // stream offset of the file's first byte
+  uint32_t size = 0;    // 0: to the end of the stream
+  bool owns_stream = false;
+};
+
+class OBJECT_FILE;
+using OF_ERROR_HANDLER = std::function<void(OBJECT_FILE *object, uint32_t code, const char *text)>;
+
+// Parts of the dump() listing, selected by keyword.
+enum OF_DUMP_PART : uint32_t {
+  OF_DUMP_HEADER = 1u << 0,
+  OF_DUMP_OPTHEADER = 1u << 1,
+  OF_DUMP_SECTIONS = 1u << 2,
+  OF_DUMP_RAWDATA = 1u << 3,
+  OF_DUMP_RELOCS = 1u << 4,
+  OF_DUMP_SYMBOLS = 1u << 5,
+  OF_DUMP_STRINGS = 1u << 6,
+  OF_DUMP_LNNOS = 1u << 7,
+  OF_DUMP_GROUPS = 1u << 8,
+  OF_DUMP_SEGMENTS = 1u << 9,
+  OF_DUMP_DYNAMIC = 1u << 10,
+  OF_DUMP_SYMHASH = 1u << 11,
+  OF_DUMP_SYMVER = 1u << 12,
+  OF_DUMP_BATTRS = 1u << 13,
+  OF_DUMP_ALL = (1u << 14) - 1,
+};
+
+// The part a keyword ("header", "symbols", ...) selects, or 0.
+uint32_t dump_part(const char *keyword);
+// Its description ("file header", ...), or null.
+const char *dump_part_description(const char *keyword);
+
+class OBJECT_FILE : public OF_STATE_MACHINE {
+public:
+  explicit OBJECT_FILE(const OF_DESCRIPTOR &descriptor);
+  ~OBJECT_FILE() override;
+  OBJECT_FILE(const OBJECT_FILE &) = delete;
+  OBJECT_FILE &operator=(const OBJECT_FILE &) = delete;
+
+  // Format operations. The setters of file type, entry point and byte order
+  // require a state at most "locked" (require_state_at_most) before changing
+  // anything.
+  virtual OF_FORMAT_VERSION get_format_version() const = 0;
+  virtual OF_FILE_TYPE get_file_type() const = 0;
+  virtual int set_file_type(uint32_t type) = 0;  // "invalid file type" outside 1-4
+  virtual OF_MACHINE get_machine() const = 0;
+  virtual bool has_entry_point() const { return get_entry_point() != 0; }
+  virtual uint32_t get_entry_point() const = 0;
+  virtual int set_entry_point(uint32_t address) = 0;
+  virtual OF_ENDIAN get_endian() const = 0;
+  virtual int set_endian(uint32_t endian) = 0;  // "invalid endian setting" unless 1 or 2
+  virtual OF_ENDIAN get_data_endian() const = 0;
+  // Back to the open state with no pending error.
+  virtual int reset() = 0;
+  virtual OF_SECTION_TABLE *get_section_table() = 0;
+  virtual OF_SYMBOL_TABLE *get_symbol_table() = 0;
+  // Writes the whole object file.
+  virtual int write(FILE *stream) = 0;
+  // Reads the file from the descriptor's stream region.
+  virtual int read(const OF_DESCRIPTOR &descriptor) = 0;
+
+  // Generic operations, with neutral answers that formats may refine.
+  virtual const char *get_vendor() const { return ""; }
+  virtual std::string get_producer() { return ""; }
+  virtual uint32_t get_time_stamp() const { return 0; }
+  // "\n Object File Information\n\n" and print_info() when "header" is
+  // selected, then the format's listings (dump_format).
+  virtual int dump(FILE *stream);
+  // dump() into a new file; error 2 and -1 when it cannot be opened.
+  virtual int dump_to_path(const char *path);
+  // Adopts a new stream, name, offset and size and positions the stream.
+  virtual int attach_file(const OF_DESCRIPTOR &descriptor);
+  // The information listing.
+  virtual void print_info(FILE *stream);
+
+  // Pending error. See the ranking in of_file.cpp.
+  void set_error(uint32_t code, const char *format, ...) __attribute__((format(printf, 3, 4)));
+  uint32_t get_error_code() const { return error_code_; }
+  const std::string &get_error_text() const { return error_text_; }
+  void clear_error();
+  // Installs the handler; an error already pending is handed to it at once.
+  void set_error_handler(OF_ERROR_HANDLER handler);
+
+  // Attaches `map` to `size` bytes of the file from `offset` (relative to
+  // the object's first byte); error 7 and -1 when the object was not read.
+  int get_file_data(uint32_t offset, uint32_t size, DATA_MAP &map);
+  // Saves `count` bytes of `map` from its cursor to the output stream.
+  int put_file_data(DATA_MAP &map, uint64_t count);
+  void set_output_stream(FILE *stream) { output_ = stream; }
+  FILE *get_output_stream() const { return output_; }
+
+  const OF_DESCRIPTOR &get_descriptor() const { return descriptor_; }
+  OF_FORMAT get_format() const { return descriptor_.format; }
+  const std::string &get_file_name() const { return descriptor_.name; }
+  FILE *get_stream() const { return descriptor_.stream; }
+  bool was_read_from_stream() const { return descriptor_.stream != nullptr; }
+  OF_MACHINE_DB *get_machine_db() const { return machine_db_.get(); }
+  uint32_t get_serial() const { return serial_; }
+  void set_serial(uint32_t serial) { serial_ = serial; }
+
+  // Whether the file is written without a file header.
+  bool is_headerless() const { return headerless_; }
+  void set_headerless(bool headerless) { headerless_ = headerless; }
+
+  // Listing selection: a keyword of dump_part(), or "all".
+  bool select_dump(const char *keyword, bool on = true);
+  bool is_dump_selected(uint32_t part) const { return (dump_parts_ & part) != 0; }
+
+protected:
+  // The format's own listings, after the information listing.
+  virtual void dump_format(FILE *) {}
+  OF_DESCRIPTOR descriptor_;
+
+private:
+  uint32_t error_code_ = OF_ERR_NONE;
+  std::string error_text_;
+  OF_ERROR_HANDLER handler_;
+  bool headerless_ = false;
+  std::unique_ptr<OF_MACHINE_DB> machine_db_;
+  FILE *output_ = nullptr;
+  uint32_t dump_parts_ = OF_DUMP_ALL;
+  uint32_t serial_ = 0;
+};
+
+// Opens the object at the stream's position. At a non-zero position (an
+// archive member) the size is required. Returns null, silently, for a
+// stream that holds no recognised object.
+OBJECT_FILE *open_object(FILE *stream, uint32_t size, const char *name, OF_ERROR_HANDLER handler);
+// Recognises the descriptor's stream, when it has one, and builds the
+// format's class; null for an unknown format.
+OBJECT_FILE *create_object(OF_DESCRIPTOR descriptor, OF_ERROR_HANDLER handler);
+
+}  // namespace OFE

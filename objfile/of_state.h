@@ -1,0 +1,58 @@
+// OF_STATE_MACHINE: the build state of an object file or of one of its tables.
+//
+// An object moves up through open → locked → formatted → saved as it is
+// prepared, laid out and written; each step up is a promote_state() hook,
+// each step down a revert_state() hook. Editing operations require a state
+// at most "open" or "locked", so a file that has been laid out is changed
+// only after reverting. Failures become the owning object's pending error.
+#pragma once
+
+#include <cstdint>
+
+namespace OFE {
+
+class OBJECT_FILE;
+
+enum OF_STATE : uint32_t {
+  OF_STATE_OPEN = 0,
+  OF_STATE_LOCKED = 1,
+  OF_STATE_FORMATTED = 2,
+  OF_STATE_SAVED = 3,
+};
+
+// "open", "locked", "formatted", "saved", else "unknown".
+const char *state_name(uint32_t state);
+
+class OF_STATE_MACHINE {
+public:
+  explicit OF_STATE_MACHINE(OBJECT_FILE *owner) : owner_(owner) {}
+  virtual ~OF_STATE_MACHINE() = default;
+
+  uint32_t get_state() const { return state_; }
+  // The object whose pending error receives this machine's failures.
+  OBJECT_FILE *get_owner() const { return owner_; }
+
+  // 0, or -1 with error 5 when the state is above (below) `state`.
+  int require_state_at_most(uint32_t state);
+  int require_state_at_least(uint32_t state);
+  // Steps up or down one state at a time through the hooks; on a failing
+  // step the machine stays in the last state reached and the result is -1.
+  int set_state(uint32_t state);
+
+  // Runs the build step that leads into `target`; false on failure.
+  virtual bool promote_state(uint32_t target);
+  // Whether the machine may step down into `target` at all.
+  virtual bool can_revert(uint32_t target);
+  // Undoes the build step that led out of `target`; false on failure.
+  virtual bool revert_state(uint32_t target);
+
+protected:
+  // Jumps to a state without running any hook (for resets).
+  void force_state(uint32_t state) { state_ = state; }
+
+private:
+  uint32_t state_ = OF_STATE_OPEN;
+  OBJECT_FILE *owner_;
+};
+
+}  // namespace OFE

@@ -1,0 +1,69 @@
+// OF_STRING_TABLE_MANAGER and OF_STRING_TABLE: NUL-terminated strings
+// addressed by byte offset.
+//
+// The bytes live in a DATA_MAP; an index from whole string to offset is
+// built on the first insertion. Only whole strings are shared: a string that
+// is the tail of another is appended anew, which keeps a table's layout easy
+// to predict. A format whose table starts with a header (a length word)
+// reports the header's size as get_first_offset().
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "objfile/data_map.h"
+#include "objfile/of_state.h"
+
+namespace OFE {
+
+class OF_STRING_TABLE_MANAGER {
+public:
+  OF_STRING_TABLE_MANAGER() = default;
+  virtual ~OF_STRING_TABLE_MANAGER() = default;
+  OF_STRING_TABLE_MANAGER(const OF_STRING_TABLE_MANAGER &) = delete;
+  OF_STRING_TABLE_MANAGER &operator=(const OF_STRING_TABLE_MANAGER &) = delete;
+
+  virtual std::string get_name() const { return ""; }
+  // The text at `offset`, or null at or past the table's size. The pointer
+  // is good until the table next changes.
+  virtual const char *get_string(uint32_t offset);
+  // Drops the index, and the bytes when they were never modified (they are
+  // read again on demand).
+  virtual void release();
+  // Empties bytes and index.
+  virtual void clear();
+  // The offset of `text`, appending it when it is not yet a whole string of
+  // the table; none when the table refuses.
+  [[nodiscard]] virtual std::optional<uint32_t> add_string(const std::string &text);
+  [[nodiscard]] virtual bool find_string(const std::string &text, uint32_t *offset);
+  virtual uint32_t get_first_offset() const { return 0; }
+  // "\n String Table" listing.
+  virtual void dump(FILE *stream);
+
+  DATA_MAP &data() { return data_; }
+  uint64_t size() const { return data_.size(); }
+
+protected:
+  void build_index();
+
+  DATA_MAP data_;
+  std::map<std::string, uint32_t> index_;
+  bool indexed_ = false;
+};
+
+// A string table that belongs to an object file and obeys its build state.
+class OF_STRING_TABLE : public OF_STRING_TABLE_MANAGER, public OF_STATE_MACHINE {
+public:
+  explicit OF_STRING_TABLE(OBJECT_FILE *owner) : OF_STATE_MACHINE(owner) {}
+
+  // Acts only when the owner was read from a stream.
+  void release() override;
+  // Require the owner's state at most "open".
+  void clear() override;
+  [[nodiscard]] std::optional<uint32_t> add_string(const std::string &text) override;
+};
+
+}  // namespace OFE

@@ -1,0 +1,191 @@
+#include "objfile/of_symbol.h"
+
+#include "objfile/of_file.h"
+#include "objfile/of_section.h"
+
+namespace OFE {
+
+OBJECT_FILE *OF_SYMBOL::get_object() const { return table_ ? table_->get_object() : nullptr; }
+
+int OF_SYMBOL::set_near_common(bool) {
+  if (OBJECT_FILE *object = get_object())
+    object->set_error(OF_ERR_INVALID_REQUEST, "symbol does not support setting near-common");
+  return -1;
+}
+
+void OF_SYMBOL::print_info(FILE *stream) const {
+  fprintf(stream, "  %-26s0x%08x\n", "Value:", get_value());
+  fprintf(stream, "  %-26s%s\n", "Kind:", symbol_kind_name(get_kind()));
+  fprintf(stream, "  %-26s%s\n", "Binding:", symbol_binding_name(get_binding()));
+  fprintf(stream, "  %-26s%s\n", "Type:", symbol_type_name(get_type()));
+}
+
+OF_SYMBOL_TABLE::~OF_SYMBOL_TABLE() = default;
+
+void OF_SYMBOL_TABLE::set_count(uint32_t count) {
+  count_ = count;
+  if (symbols_.size() > count)
+    symbols_.resize(count);
+  selected_.resize(count, false);
+}
+
+OF_SYMBOL *OF_SYMBOL_TABLE::get_symbol(uint32_t index) {
+  if (index >= get_count())
+    return nullptr;
+  if (symbols_.size() < get_count())
+    symbols_.resize(get_count());
+  if (!symbols_[index])
+    symbols_[index] = load_symbol(index);
+  return symbols_[index].get();
+}
+
+OF_SYMBOL *OF_SYMBOL_TABLE::find_symbol(const std::string &name, uint32_t first) {
+  for (uint32_t i = first; i < get_count(); i = next_index(i)) {
+    OF_SYMBOL *symbol = get_symbol(i);
+    if (symbol && symbol->get_name() == name)
+      return symbol;
+  }
+  return nullptr;
+}
+
+OF_SYMBOL *OF_SYMBOL_TABLE::add_symbol() {
+  if (object_->require_state_at_most(OF_STATE_OPEN) != 0)
+    return nullptr;
+  uint32_t index = count_;
+  std::unique_ptr<OF_SYMBOL> symbol = new_symbol(index);
+  if (!symbol)
+    return nullptr;
+  symbols_.resize(index);
+  symbols_.push_back(std::move(symbol));
+  order_.push_back(index);
+  selected_.push_back(false);
+  count_++;
+  OF_SYMBOL *added = symbols_[index].get();
+  object_->get_machine_db()->symbol_added(added);
+  return added;
+}
+
+OF_SYMBOL *OF_SYMBOL_TABLE::insert_symbol(uint32_t index) {
+  if (index >= count_)
+    return add_symbol();
+  if (object_->require_state_at_most(OF_STATE_OPEN) != 0)
+    return nullptr;
+  std::unique_ptr<OF_SYMBOL> symbol = new_symbol(index);
+  if (!symbol)
+    return nullptr;
+  // The entries that move must exist before they move: they can no longer
+  // be loaded from where the file has them.
+  load_all();
+  std::vector<uint32_t> old_to_new(count_);
+  for (uint32_t i = 0; i < count_; i++)
+    old_to_new[i] = i < index ? i : i + 1;
+  symbols_.insert(symbols_.begin() + index, std::move(symbol));
+  selected_.insert(selected_.begin() + index, false);
+  for (uint32_t &o : order_)
+    o = old_to_new[o];
+  order_.push_back(index);
+  count_++;
+  for (uint32_t i = index + 1; i < count_; i++)
+    if (symbols_[i])
+      symbols_[i]->index_ = i;
+  index_map_ = std::move(old_to_new);
+  renumbered_ = true;
+  OF_SYMBOL *inserted = symbols_[index].get();
+  object_->get_machine_db()->symbol_added(inserted);
+  return inserted;
+}
+
+int OF_SYMBOL_TABLE::select_for_removal(uint32_t index) {
+  if (index >= count_)
+    return -1;
+  selected_.resize(count_, false);
+  selected_[index] = true;
+  return 0;
+}
+
+int OF_SYMBOL_TABLE::remove_selected() {
+  if (object_->require_state_at_most(OF_STATE_OPEN) != 0)
+    return -1;
+  selected_.resize(count_, false);
+  load_all();
+  std::vector<std::unique_ptr<OF_SYMBOL>> kept;
+  std::vector<uint32_t> old_to_new(count_);
+  for (uint32_t i = 0; i < count_; i++) {
+    if (selected_[i]) {
+      old_to_new[i] = REMOVED;
+    } else {
+      old_to_new[i] = static_cast<uint32_t>(kept.size());
+      kept.push_back(std::move(symbols_[i]));
+    }
+  }
+  int removed = static_cast<int>(count_ - kept.size());
+  reorder(std::move(kept), std::move(old_to_new));
+  return removed;
+}
+
+void OF_SYMBOL_TABLE::reorder(std::vector<std::unique_ptr<OF_SYMBOL>> symbols, std::vector<uint32_t> old_to_new) {
+  symbols_ = std::move(symbols);
+  count_ = static_cast<uint32_t>(symbols_.size());
+  for (uint32_t i = 0; i < count_; i++)
+    if (symbols_[i])
+      symbols_[i]->index_ = i;
+  std::vector<uint32_t> order;
+  for (uint32_t o : order_)
+    if (o < old_to_new.size() && old_to_new[o] != REMOVED)
+      order.push_back(old_to_new[o]);
+  order_ = std::move(order);
+  selected_.assign(count_, false);
+  index_map_ = std::move(old_to_new);
+  renumbered_ = true;
+}
+
+void OF_SYMBOL_TABLE::load_all() {
+  for (uint32_t i = 0; i < count_; i++)
+    get_symbol(i);
+}
+
+uint32_t OF_SYMBOL_TABLE::map_index(uint32_t old_index) const {
+  if (index_map_.empty())
+    return old_index;
+  return old_index < index_map_.size() ? index_map_[old_index] : REMOVED;
+}
+
+void OF_SYMBOL_TABLE::unload_symbol(uint32_t index) {
+  if (!object_->was_read_from_stream() || renumbered_ || index >= symbols_.size())
+    return;
+  if (symbols_[index] && !symbols_[index]->is_changed())
+    symbols_[index].reset();
+}
+
+void OF_SYMBOL_TABLE::unload_all() {
+  for (uint32_t i = 0; i < get_count(); i = next_index(i))
+    unload_symbol(i);
+}
+
+void OF_SYMBOL_TABLE::dump(FILE *stream) {
+  fprintf(stream, "\n Symbol Table \"%s\"\n\n", get_name().c_str());
+  const char *row = "  %-24s %-10s %-9s %-7s %-7s %s\n";
+  fprintf(stream, row, "name", "value", "kind", "section", "binding", "type");
+  fprintf(stream, row, "----", "-----", "----", "-------", "-------", "----");
+  OF_SECTION_TABLE *sections = object_->get_section_table();
+  for (uint32_t i = 0; i < get_count(); i = next_index(i)) {
+    OF_SYMBOL *symbol = get_symbol(i);
+    if (!symbol)
+      continue;
+    char value[16], section[16] = "";
+    snprintf(value, sizeof value, "0x%08x", symbol->get_value());
+    bool defined = symbol->get_kind() == OF_KIND_DEFINED;
+    if (defined)
+      snprintf(section, sizeof section, "%u", symbol->get_section_index());
+    const std::string &name = symbol->get_name();
+    fprintf(stream, row, name.empty() ? "(no name)" : name.c_str(), value, symbol_kind_name(symbol->get_kind()),
+            section, symbol_binding_name(symbol->get_binding()), symbol_type_name(symbol->get_type()));
+    if (defined) {
+      OF_SECTION *s = sections ? sections->get_section(symbol->get_section_index()) : nullptr;
+      fprintf(stream, "      defined in section \"%s\" (%u)\n", s ? s->get_name().c_str() : "",
+              symbol->get_section_index());
+    }
+  }
+}
+
+}  // namespace OFE

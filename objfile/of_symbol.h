@@ -1,0 +1,156 @@
+// OF_SYMBOL and OF_SYMBOL_TABLE: the generic symbols of any object file.
+//
+// A table is an indexed collection whose entries are built only when first
+// asked for (get_symbol → load_symbol), so walking a member's globals costs
+// one record decode per symbol touched. Some formats interleave entries that
+// are not symbols in their own right (COFF auxiliary entries); next_index()
+// steps over them, so every client walks a table like this:
+//
+//   for (uint32_t i = 0; i < table->get_count(); i = table->next_index(i))
+//     use(table->get_symbol(i));
+//
+// A format subclasses both: the symbol supplies value, kind, binding, type
+// and size from its record; the table supplies new_symbol/load_symbol and,
+// when its entries are not all symbols, next_index.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "objfile/of_types.h"
+
+namespace OFE {
+
+class OBJECT_FILE;
+class OF_SYMBOL_TABLE;
+
+class OF_SYMBOL {
+public:
+  OF_SYMBOL(OF_SYMBOL_TABLE *table, uint32_t index) : table_(table), index_(index) {}
+  virtual ~OF_SYMBOL() = default;
+  OF_SYMBOL(const OF_SYMBOL &) = delete;
+  OF_SYMBOL &operator=(const OF_SYMBOL &) = delete;
+
+  // The empty text when the symbol has no name.
+  const std::string &get_name() const { return name_; }
+  virtual void set_name(const std::string &name) { name_ = name; }
+
+  virtual uint32_t get_value() const = 0;
+  virtual int set_value(uint32_t value) = 0;
+  virtual bool is_defined_in_section() const = 0;
+  virtual uint32_t get_section_index() const = 0;
+  virtual uint32_t get_size() const = 0;
+  virtual int set_size(uint32_t size) = 0;
+  virtual OF_SYMBOL_KIND get_kind() const = 0;
+  // Kind 2 (defined) is refused: a symbol becomes defined only through its
+  // section reference.
+  virtual int set_kind(uint32_t kind) = 0;
+  virtual OF_SYMBOL_BINDING get_binding() const = 0;
+  virtual int set_binding(uint32_t binding) = 0;
+  virtual OF_SYMBOL_TYPE get_type() const = 0;
+  virtual int set_type(uint32_t type) = 0;
+  // Refused with error 5 unless the format supports near-common symbols.
+  virtual int set_near_common(bool near);
+  // The rows "Value:", "Kind:", "Binding:" and "Type:".
+  virtual void print_info(FILE *stream) const;
+
+  // A changed symbol survives OF_SYMBOL_TABLE::unload_symbol.
+  bool is_changed() const { return changed_; }
+  void set_changed(bool changed = true) { changed_ = changed; }
+  uint32_t get_index() const { return index_; }
+  OF_SYMBOL_TABLE *get_table() const { return table_; }
+  OBJECT_FILE *get_object() const;
+
+protected:
+  std::string name_;
+
+private:
+  friend class OF_SYMBOL_TABLE;
+  OF_SYMBOL_TABLE *table_;
+  uint32_t index_;
+  bool changed_ = false;
+};
+
+class OF_SYMBOL_TABLE {
+public:
+  // Published in index maps for entries that were removed.
+  static constexpr uint32_t REMOVED = 0xFFFFFFFF;
+
+  explicit OF_SYMBOL_TABLE(OBJECT_FILE *object) : object_(object) {}
+  virtual ~OF_SYMBOL_TABLE();
+  OF_SYMBOL_TABLE(const OF_SYMBOL_TABLE &) = delete;
+  OF_SYMBOL_TABLE &operator=(const OF_SYMBOL_TABLE &) = delete;
+
+  virtual std::string get_name() const { return ""; }
+  virtual uint32_t get_count() const { return count_; }
+  // Null at or past the count; otherwise the entry, loaded on first use.
+  virtual OF_SYMBOL *get_symbol(uint32_t index);
+  // The index of the entry after `index` that is a symbol in its own right.
+  virtual uint32_t next_index(uint32_t index) { return index + 1; }
+  // The first symbol from `first` on (along next_index) whose name is
+  // exactly `name`, or null. Linear.
+  virtual OF_SYMBOL *find_symbol(const std::string &name, uint32_t first = 0);
+
+  // Editing; each requires the object's state to be at most "open".
+  virtual OF_SYMBOL *add_symbol();
+  // Inserts before `index`, moving later symbols up; at or past the count
+  // it is add_symbol.
+  virtual OF_SYMBOL *insert_symbol(uint32_t index);
+  virtual int select_for_removal(uint32_t index);
+  // Removes the selected symbols and publishes the old-to-new index map;
+  // returns the number removed, or -1.
+  virtual int remove_selected();
+
+  // Frees an unchanged symbol of a table read from a file; it is loaded
+  // again on the next get_symbol.
+  virtual void unload_symbol(uint32_t index);
+  virtual void unload_all();
+
+  // "\n Symbol Table" listing.
+  virtual void dump(FILE *stream);
+
+  // Old-to-new index map of the last renumbering (empty: identity).
+  const std::vector<uint32_t> &get_index_map() const { return index_map_; }
+  uint32_t map_index(uint32_t old_index) const;
+  // Indices in the order symbols were appended.
+  const std::vector<uint32_t> &get_order() const { return order_; }
+  OBJECT_FILE *get_object() const { return object_; }
+
+protected:
+  // An empty symbol of the format, for add/insert.
+  virtual std::unique_ptr<OF_SYMBOL> new_symbol(uint32_t index) = 0;
+  // Symbol `index` decoded from the file.
+  virtual std::unique_ptr<OF_SYMBOL> load_symbol(uint32_t index) = 0;
+
+  // For formats: the number of entries found in the file.
+  void set_count(uint32_t count);
+  // For formats renumbering before writing: `symbols` in their new order and
+  // the old-to-new map (REMOVED for dropped entries).
+  void reorder(std::vector<std::unique_ptr<OF_SYMBOL>> symbols, std::vector<uint32_t> old_to_new);
+  // Loads every entry not yet loaded.
+  void load_all();
+
+private:
+  OBJECT_FILE *object_;
+  std::vector<std::unique_ptr<OF_SYMBOL>> symbols_;
+  std::vector<uint32_t> order_;
+  std::vector<bool> selected_;
+  std::vector<uint32_t> index_map_;
+  uint32_t count_ = 0;
+  bool renumbered_ = false;  // entries no longer sit where the file has them
+};
+
+// A table without symbols, for files that have none.
+class OF_EMPTY_SYMBOL_TABLE : public OF_SYMBOL_TABLE {
+public:
+  using OF_SYMBOL_TABLE::OF_SYMBOL_TABLE;
+
+protected:
+  std::unique_ptr<OF_SYMBOL> new_symbol(uint32_t) override { return nullptr; }
+  std::unique_ptr<OF_SYMBOL> load_symbol(uint32_t) override { return nullptr; }
+};
+
+}  // namespace OFE

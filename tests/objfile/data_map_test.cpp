@@ -1,0 +1,283 @@
+#include "objfile/data_map.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "common/bytes.h"
+#include "common/msg_capture.h"
+
+using namespace testing_support;
+using OFE::DATA_MAP;
+
+namespace {
+
+DATA_MAP map_of(const std::string &bytes, bool big = false) {
+  DATA_MAP m;
+  if (big)
+    m.set_big_endian();
+  m.assign(bytes.data(), bytes.size());
+  return m;
+}
+
+// A temporary stream holding `bytes`, closed with the object.
+struct TEMP_STREAM {
+  FILE *f = tmpfile();
+  explicit TEMP_STREAM(const std::string &bytes) { fwrite(bytes.data(), 1, bytes.size(), f); rewind(f); }
+  ~TEMP_STREAM() { fclose(f); }
+  std::string contents() {
+    fflush(f);
+    long keep = ftell(f);
+    rewind(f);
+    std::string s;
+    int c;
+    while ((c = fgetc(f)) != EOF)
+      s.push_back(static_cast<char>(c));
+    fseek(f, keep, SEEK_SET);
+    return s;
+  }
+};
+
+// A memory stream to capture listings.
+struct OUT_STREAM {
+  char *buf = nullptr;
+  size_t len = 0;
+  FILE *f = open_memstream(&buf, &len);
+  ~OUT_STREAM() { fclose(f); free(buf); }
+  std::string text() { fflush(f); return std::string(buf, len); }
+};
+
+TEST(DataMap, ByteOrderOfMultiByteReads) {
+  std::string b = BYTES().u8(0x12).u8(0x34).u8(0x56).u8(0x78);
+  DATA_MAP little = map_of(b), big = map_of(b, true);
+  EXPECT_EQ(little.read_u32(), 0x78563412u);
+  EXPECT_EQ(big.read_u32(), 0x12345678u);
+  big.set_position(1);
+  EXPECT_EQ(big.read_u16(), 0x3456u);
+  EXPECT_EQ(big.read_uint(1), 0x78u);
+  big.set_position(0);
+  EXPECT_EQ(big.read_uint(3), 0x123456u);
+}
+
+TEST(DataMap, ReadsPastTheEndYieldZeroAndMoveTheCursor) {
+  DATA_MAP m = map_of(BYTES().u8(1).u8(2).u8(3));
+  m.set_position(2);
+  EXPECT_EQ(m.read_u16(), 0u);
+  EXPECT_EQ(m.get_position(), 4u);  // size + 1
+  EXPECT_EQ(m.read_u32(), 0u);
+  EXPECT_EQ(m.get_position(), 8u);
+  char dest[4] = {9, 9, 9, 9};
+  m.set_position(1);
+  m.read_bytes(dest, 4);  // only 2 are there: all four come back zero
+  EXPECT_EQ(std::string(dest, 4), std::string(4, '\0'));
+  EXPECT_EQ(m.get_position(), 5u);
+  m.set_position(1);
+  EXPECT_EQ(m.get_byte(1), 3);
+  EXPECT_EQ(m.get_byte(2), 0);
+  EXPECT_EQ(m.get_position(), 1u);
+  EXPECT_EQ(m.slice(1, 3), nullptr);
+  EXPECT_EQ(m.slice(UINT64_MAX, 2), nullptr);
+  ASSERT_NE(m.slice(1, 2), nullptr);
+}
+
+TEST(DataMap, ReadCstring) {
+  DATA_MAP m = map_of(BYTES().str("ab").str("").raw("cd"));
+  EXPECT_STREQ(m.read_cstring(), "ab");
+  EXPECT_EQ(m.get_position(), 3u);
+  EXPECT_STREQ(m.read_cstring(), "");
+  EXPECT_EQ(m.get_position(), 4u);
+  EXPECT_STREQ(m.read_cstring(), "");  // no NUL before the end
+  EXPECT_EQ(m.get_position(), 7u);
+  EXPECT_STREQ(m.read_cstring(), "");  // past the end
+  EXPECT_EQ(m.get_position(), 8u);
+}
+
+TEST(DataMap, WritesGrowTheMapInItsByteOrder) {
+  DATA_MAP m;
+  m.set_big_endian();
+  m.write_u16(0x0102);
+  m.set_little_endian();
+  m.write_u32(0x03040506);
+  m.set_position(10);
+  m.write_u8(7);
+  EXPECT_EQ(m.size(), 11u);
+  EXPECT_TRUE(m.is_modified());
+  m.write_cstring("x");  // cursor 11 → 13
+  m.set_position(0);
+  char all[13];
+  m.read_bytes(all, 13);
+  EXPECT_EQ(std::string(all, 13), BYTES(BIG).u16(0x0102).bytes() + BYTES().u32(0x03040506).bytes() +
+                                      std::string(4, '\0') + "\x07x" + std::string(1, '\0'));
+}
+
+TEST(DataMap, Uleb128) {
+  DATA_MAP m;
+  m.write_uleb128(127);
+  m.write_uleb128(128);
+  m.write_uleb128(0);
+  m.write_uleb128(0xFFFFFFFF);
+  ASSERT_EQ(m.size(), 1u + 2 + 1 + 5);
+  m.set_position(0);
+  EXPECT_EQ(m.get_byte(0), 0x7F);
+  EXPECT_EQ(m.get_byte(1), 0x80);
+  EXPECT_EQ(m.get_byte(2), 0x01);
+  EXPECT_EQ(m.read_uleb128(), 127u);
+  EXPECT_EQ(m.read_uleb128(), 128u);
+  EXPECT_EQ(m.read_uleb128(), 0u);
+  EXPECT_EQ(m.read_uleb128(), 0xFFFFFFFFu);
+}
+
+struct TEST_RECORD {
+  uint16_t a;
+  uint32_t b;
+  template <class R, class F> static constexpr void visit_fields(R &r, F &&f) { f(r.a); f(r.b); }
+};
+
+TEST(DataMap, RecordsFollowTheMapsOrder) {
+  DATA_MAP m = map_of(BYTES(BIG).u16(0x1122).u32(0x33445566), true);
+  TEST_RECORD r = m.read_record<TEST_RECORD>();
+  EXPECT_EQ(r.a, 0x1122);
+  EXPECT_EQ(r.b, 0x33445566u);
+  DATA_MAP out;
+  out.write_record(r);
+  out.set_position(0);
+  EXPECT_EQ(out.read_u16(), 0x1122);  // little-endian map
+  EXPECT_EQ(out.get_byte(0), 0x66);
+}
+
+TEST(DataMap, LoadsLazilyFromTheStreamRegion) {
+  TEMP_STREAM s(BYTES().raw("HEADER").u32(0xCAFEBABE).raw("TAIL"));
+  fseek(s.f, 2, SEEK_SET);
+  DATA_MAP m;
+  m.attach(s.f, 6, 4);
+  EXPECT_FALSE(m.is_loaded());
+  EXPECT_EQ(m.size(), 4u);
+  EXPECT_EQ(m.read_u32(), 0xCAFEBABEu);
+  EXPECT_TRUE(m.is_loaded());
+  EXPECT_EQ(ftell(s.f), 2);  // the stream's position is put back
+  EXPECT_EQ(m.read_u8(), 0);  // the region ends before "TAIL"
+  // Unmodified stream-backed bytes can be dropped and are read again.
+  m.unload();
+  EXPECT_FALSE(m.is_loaded());
+  m.set_position(0);
+  EXPECT_EQ(m.read_u16(), 0xBABEu);
+}
+
+TEST(DataMap, ShortStreamRegionReadsAsZeros) {
+  TEMP_STREAM s(BYTES().u16(0xABCD));
+  DATA_MAP m;
+  m.attach(s.f, 0, 8);
+  EXPECT_EQ(m.read_u16(), 0xABCDu);
+  EXPECT_EQ(m.read_u32(), 0u);
+  EXPECT_EQ(m.size(), 8u);
+}
+
+TEST(DataMap, NegativeFileOffsetIsRefused) {
+  MSG_CAPTURE cap;
+  TEMP_STREAM s(BYTES().u32(0x01020304));
+  DATA_MAP m;
+  m.attach(s.f, -4, 4);
+  EXPECT_EQ(m.read_u32(), 0u);
+  EXPECT_EQ(cap.err(), ">> application error: pfseeko called with SEEK_SET, but offset is negative\n");
+}
+
+TEST(DataMap, SavePadsWithZerosToTheCount) {
+  MSG_CAPTURE cap;
+  TEMP_STREAM s("");
+  DATA_MAP m = map_of("abc");
+  m.set_position(1);
+  EXPECT_EQ(m.save(s.f, 5), 0);
+  EXPECT_EQ(s.contents(), std::string("bc") + std::string(3, '\0'));
+  EXPECT_EQ(m.get_position(), 1u);
+  EXPECT_EQ(m.save(s.f, 0), 0);
+  // Only padding: every byte goes out, yet the result is -1.
+  m.set_position(3);
+  EXPECT_EQ(m.save(s.f, 2), -1);
+  EXPECT_EQ(s.contents(), std::string("bc") + std::string(5, '\0'));
+  // Fewer than available: cut to the count.
+  m.set_position(0);
+  EXPECT_EQ(m.save(s.f, 2), 0);
+  EXPECT_EQ(s.contents().substr(7), "ab");
+  EXPECT_EQ(cap.err(), "");
+}
+
+TEST(DataMap, DumpHex) {
+  OUT_STREAM out;
+  DATA_MAP m = map_of(std::string("ABCDEFGHIJKLMNO\x01q", 17));
+  EXPECT_EQ(m.dump_hex(out.f, 17), 0);
+  EXPECT_EQ(out.text(),
+            "00000000:  41 42 43 44 45 46 47 48 49 4a 4b 4c 4d 4e 4f 01 ABCDEFGHIJKLMNO.\n"
+            "00000010:  71 " + std::string(15 * 3, ' ') + "q\n");
+  OUT_STREAM rel;
+  m.set_position(16);  // offsets count from the cursor
+  EXPECT_EQ(m.dump_hex(rel.f, 1), 0);
+  EXPECT_EQ(rel.text(), "00000000:  71 " + std::string(45, ' ') + "q\n");
+  EXPECT_EQ(m.dump_hex(rel.f, 0), 0);
+  MSG_CAPTURE cap;
+  EXPECT_EQ(m.dump_hex(rel.f, 0x100000000ull), -1);
+  EXPECT_EQ(cap.err(), ">> application error: saving a single DATA_MAP with more than 4GB; unsupported\n");
+}
+
+TEST(DataMap, ByteOrderSurvivesReinitialisation) {
+  DATA_MAP m;
+  m.set_big_endian();
+  m.assign("\x01\x02", 2);
+  EXPECT_EQ(m.read_u16(), 0x0102u);
+  m.clear();
+  EXPECT_TRUE(m.is_big_endian());
+  EXPECT_EQ(OFE::byte_ordering_name(m.byte_order()), std::string("big endian"));
+}
+
+TEST(CheckedIo, RefusalsReportAndDoNothing) {
+  MSG_CAPTURE cap;
+  TEMP_STREAM s("xy");
+  char buf[2];
+  EXPECT_EQ(OFE::pfread(nullptr, 1, 1, s.f), 0u);
+  EXPECT_EQ(OFE::pfread(buf, 1, 1, nullptr), 0u);
+  EXPECT_EQ(OFE::pfwrite(nullptr, 1, 1, s.f), 0u);
+  EXPECT_EQ(OFE::pfwrite(buf, 0, 1, s.f), 0u);
+  EXPECT_EQ(OFE::pfwrite(buf, 1, 0, s.f), 0u);
+  EXPECT_EQ(OFE::pfwrite(buf, 1, 1, nullptr), 0u);
+  EXPECT_EQ(OFE::pfseek(nullptr, 0, SEEK_SET), -1);
+  EXPECT_EQ(OFE::pfseek(s.f, -1, SEEK_SET), -1);
+  EXPECT_EQ(OFE::pfseeko(nullptr, 0, SEEK_SET), -1);
+  EXPECT_EQ(OFE::pftell(nullptr), -1);
+  EXPECT_EQ(OFE::pftello(nullptr), -1);
+  EXPECT_EQ(cap.err(),
+            ">> application error: pfread called with a NULL buffer pointer\n"
+            ">> application error: pfread called with a NULL FILE pointer\n"
+            ">> application error: pfwrite called with a NULL buffer pointer\n"
+            ">> application error: pfwrite called requesting zero-size elements\n"
+            ">> application error: pfwrite called requesting zero elements\n"
+            ">> application error: pfwrite called with a NULL FILE pointer\n"
+            ">> application error: pfseek called with a NULL FILE pointer\n"
+            ">> application error: pfseek called with SEEK_SET, but offset is negative\n"
+            ">> application error: pfseeko called with a NULL FILE pointer\n"
+            ">> application error: pftell called with a NULL FILE pointer\n"
+            ">> application error: pftello called with a NULL FILE pointer\n");
+  EXPECT_EQ(ftell(s.f), 0);
+}
+
+TEST(CheckedIo, SystemFailuresCarryTheErrorText) {
+  MSG_CAPTURE cap;
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  FILE *r = fdopen(fds[0], "r");
+  FILE *w = fdopen(fds[1], "w");
+  EXPECT_EQ(OFE::pftell(r), -1);
+  EXPECT_NE(OFE::pfseek(r, 1, SEEK_CUR), 0);
+  fclose(r);
+  // Writing to a pipe nobody reads: a short write, and the count reported
+  // unless quiet.
+  signal(SIGPIPE, SIG_IGN);
+  setvbuf(w, nullptr, _IONBF, 0);
+  EXPECT_EQ(OFE::pfwrite("ab", 1, 2, w), 0u);
+  EXPECT_EQ(OFE::pfwrite("ab", 1, 2, w, true), 0u);
+  EXPECT_EQ(cap.err(), ">> application error: call to pftell failed:  Illegal seek\n"
+                       ">> application error: call to pfseek failed:  Illegal seek\n"
+                       ">> application error: pfwrite only wrote 0 elements; 2 were requested\n");
+  fclose(w);
+}
+
+}  // namespace

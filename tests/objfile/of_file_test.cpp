@@ -1,0 +1,207 @@
+#include "objfile/of_file.h"
+
+#include <gtest/gtest.h>
+
+#include <utility>
+#include <vector>
+
+#include "common/bytes.h"
+#include "common/process.h"
+#include "objfile/test_object.h"
+
+using namespace testing_support;
+using namespace OFE;
+
+namespace {
+
+// (pending, incoming) → which code is pending afterwards.
+struct RANKING_CASE {
+  uint32_t pending, incoming, after;
+};
+
+TEST(ObjectFileError, RankingKeepsTheFirstErrorOfTheHighestRank) {
+  const RANKING_CASE cases[] = {
+      {4, 4, 4}, {4, 6, 4}, {6, 4, 6}, {4, 8, 8}, {6, 3, 3}, {4, 0, 0},
+      {8, 4, 8}, {8, 6, 8}, {8, 8, 8}, {8, 5, 5}, {8, 1, 1},
+      {1, 3, 1}, {2, 7, 2}, {3, 8, 3}, {5, 4, 5}, {7, 1, 7},
+  };
+  for (const RANKING_CASE &c : cases) {
+    TEST_FILE f;
+    f.set_error(c.pending, "first %u", c.pending);
+    f.set_error(c.incoming, "second %u", c.incoming);
+    EXPECT_EQ(f.get_error_code(), c.after) << c.pending << " then " << c.incoming;
+    if (c.after == c.pending && c.pending != c.incoming) {
+      EXPECT_EQ(f.get_error_text(), "first " + std::to_string(c.pending));
+    }
+  }
+}
+
+TEST(ObjectFileError, HandlerSeesPendingThenNewErrors) {
+  TEST_FILE f;
+  f.set_error(OF_ERR_WARNING, "old");
+  std::vector<std::pair<uint32_t, std::string>> seen;
+  f.set_error_handler([&](OBJECT_FILE *o, uint32_t code, const char *text) {
+    EXPECT_EQ(o, &f);
+    seen.emplace_back(code, text);
+    o->clear_error();  // a handler that deals with errors lets the next one in
+  });
+  ASSERT_EQ(seen.size(), 1u);  // handed over at installation
+  EXPECT_EQ(seen[0], std::make_pair(4u, std::string("old")));
+  f.set_error(OF_ERR_MALFORMED, "invalid string table size %ld", 99L);
+  ASSERT_EQ(seen.size(), 2u);
+  EXPECT_EQ(seen[1], std::make_pair(3u, std::string("invalid string table size 99")));
+}
+
+TEST(ObjectFileError, HandlerThatLeavesTheErrorIsCalledAgainFirst) {
+  TEST_FILE f;
+  int calls = 0;
+  f.set_error_handler([&](OBJECT_FILE *, uint32_t, const char *) { calls++; });
+  f.set_error(OF_ERR_MALFORMED, "a");
+  f.set_error(OF_ERR_INTERNAL, "b");  // pending 3 handed over again, 7 dropped
+  EXPECT_EQ(calls, 2);
+  EXPECT_EQ(f.get_error_text(), "a");
+}
+
+TEST(StateMachine, RequireStateMessages) {
+  TEST_FILE f;
+  EXPECT_EQ(f.require_state_at_most(OF_STATE_OPEN), 0);
+  EXPECT_EQ(f.require_state_at_least(OF_STATE_LOCKED), -1);
+  EXPECT_EQ(f.get_error_code(), 5u);
+  EXPECT_EQ(f.get_error_text(), "this OBJECT_FILE object is currently in the open state, and must be in at least "
+                                "the locked state to perform the requested operation ");
+  TEST_FILE g;
+  ASSERT_EQ(g.set_state(OF_STATE_SAVED), 0);
+  EXPECT_EQ(g.steps, (std::vector<std::string>{"up1", "up2", "up3"}));
+  EXPECT_EQ(g.require_state_at_most(OF_STATE_LOCKED), -1);
+  EXPECT_EQ(g.get_error_text(), "this OBJECT_FILE object is currently in the saved state, and must be in at most "
+                                "the locked state to perform the requested operation ");
+}
+
+TEST(StateMachine, FailingStepsStopWhereTheyAre) {
+  TEST_FILE f;
+  f.fail_promote_to = OF_STATE_FORMATTED;
+  EXPECT_EQ(f.set_state(OF_STATE_SAVED), -1);
+  EXPECT_EQ(f.get_state(), OF_STATE_LOCKED);
+  EXPECT_EQ(f.get_error_code(), 7u);
+  EXPECT_EQ(f.get_error_text(),
+            "an error was encountered while progressing an OBJECT_FILE object from the locked to the formatted state");
+  f.clear_error();
+  EXPECT_EQ(f.set_state(OF_STATE_OPEN), 0);
+  EXPECT_EQ(f.steps.back(), "down0");
+  EXPECT_EQ(f.set_state(OF_STATE_OPEN), 0);  // equal: nothing runs
+  EXPECT_EQ(f.steps.size(), 3u);
+
+  TEST_FILE g;
+  ASSERT_EQ(g.set_state(OF_STATE_FORMATTED), 0);
+  g.refuse_revert = true;
+  EXPECT_EQ(g.set_state(OF_STATE_OPEN), -1);
+  EXPECT_EQ(g.get_state(), OF_STATE_FORMATTED);
+  EXPECT_EQ(g.get_error_text(), "this OBJECT_FILE object is currently in the formatted state, and cannot revert to "
+                                "the locked state to perform the requested operation ");
+  EXPECT_STREQ(state_name(7), "unknown");
+}
+
+std::string listing(OBJECT_FILE &f) {
+  char *buf = nullptr;
+  size_t len = 0;
+  FILE *out = open_memstream(&buf, &len);
+  f.dump(out);
+  fclose(out);
+  std::string s(buf, len);
+  free(buf);
+  return s;
+}
+
+// The value printed on the row that `label` heads, blanks trimmed.
+std::string row_value(const std::string &text, const std::string &label) {
+  size_t at = text.find("  " + label);
+  if (at == std::string::npos)
+    return "(missing)";
+  size_t start = text.find_first_not_of(' ', at + 2 + label.size());
+  return text.substr(start, text.find('\n', at) - start);
+}
+
+TEST(ObjectFileListing, InformationRows) {
+  OF_DESCRIPTOR d;
+  d.name = "a.obj";
+  d.format = OF_FORMAT_COFF;
+  d.version = OF_VERSION_COFF2;
+  d.endian = OF_ENDIAN_BIG;
+  d.machine = OF_MACHINE_VELA;
+  d.offset = 0x44;
+  d.size = 300;
+  TEST_FILE f(d);
+  std::string text = listing(f);
+  EXPECT_EQ(text.rfind("\n Object File Information\n\n", 0), 0u);
+  const std::pair<const char *, const char *> rows[] = {
+      {"File Name:", "a.obj"}, {"Format:", "QV-COFF Version 2"}, {"File Type:", "relocatable file"},
+      {"Machine:", "QV Vela"}, {"Machine Endian:", "big endian"}, {"Entry Point:", "0x00000100"},
+      {"QV-COFF Version:", "2"}, {"Number of Sections:", "0"}, {"File Length:", "300"},
+      {"File Offset in Archive:", "0x44"}};
+  for (auto [label, value] : rows)
+    EXPECT_EQ(row_value(text, label), value) << label;
+  EXPECT_TRUE(f.select_dump("header", false));
+  EXPECT_FALSE(f.select_dump("nonsense"));
+  EXPECT_EQ(listing(f), "");
+  TEST_FILE unnamed;
+  EXPECT_NE(listing(unnamed).find("(unknown file)"), std::string::npos);
+}
+
+TEST(ObjectFileListing, DumpToUnopenablePathIsError2) {
+  TEST_FILE f;
+  EXPECT_EQ(f.dump_to_path("/nonexistent-dir/x.txt"), -1);
+  EXPECT_EQ(f.get_error_code(), 2u);
+  EXPECT_EQ(f.get_error_text(), "");
+  TEMP_DIR dir;
+  EXPECT_EQ(f.dump_to_path((dir / "out.txt").c_str()), 0);
+  EXPECT_EQ(dir.read("out.txt"), listing(f));
+}
+
+TEST(ObjectFileData, FileDataNeedsAStream) {
+  TEST_FILE f;
+  DATA_MAP map;
+  EXPECT_EQ(f.get_file_data(0, 4, map), -1);
+  EXPECT_EQ(f.get_error_text(), "illegal call to OBJECT_FILE::get_file_data() when the OBJECT_FILE object was not "
+                                "read from an input file");
+  TEST_FILE g;
+  EXPECT_EQ(g.put_file_data(map, 4), -1);
+  EXPECT_EQ(g.get_error_text(), "illegal call to OBJECT_FILE::put_file_data() when a valid output file pointer is "
+                                "not present");
+
+  // Offsets are relative to the object's first byte in the stream.
+  FILE *s = tmpfile();
+  std::string image = BYTES(BIG).raw("junk").u32(0x11223344).u32(0x55667788);
+  fwrite(image.data(), 1, image.size(), s);
+  OF_DESCRIPTOR d;
+  d.stream = s;
+  d.offset = 4;
+  TEST_FILE h(d);
+  ASSERT_EQ(h.get_file_data(4, 4, map), 0);
+  map.set_big_endian();
+  EXPECT_EQ(map.read_u32(), 0x55667788u);
+  h.set_output_stream(s);
+  map.set_position(0);
+  EXPECT_EQ(h.put_file_data(map, 4), 0);
+  fclose(s);
+}
+
+TEST(OfTypes, PrintedNames) {
+  EXPECT_STREQ(format_name(OF_FORMAT_COFF), "QV-COFF");
+  EXPECT_STREQ(format_name(9), "UNKNOWN");
+  EXPECT_STREQ(format_version_name(OF_VERSION_ELF1), "1");
+  EXPECT_STREQ(format_version_name(OF_VERSION_COFF0), "0");
+  EXPECT_STREQ(format_version_name(0), "unknown format version");
+  EXPECT_STREQ(endian_name(0), "unknown endianness");
+  EXPECT_STREQ(machine_name(OF_MACHINE_ARM), "Advanced RISC Machines ARM");
+  EXPECT_STREQ(machine_name(OF_MACHINE_INDUS), "Indus Target");
+  EXPECT_STREQ(machine_name(12), "unknown machine");
+  EXPECT_STREQ(file_type_name(3), "shared object file");
+  EXPECT_STREQ(file_type_name(0), "unknown file type");
+  EXPECT_STREQ(symbol_kind_name(OF_KIND_DEBUG), "debug");
+  EXPECT_STREQ(symbol_binding_name(4), "unknown");
+  EXPECT_STREQ(symbol_type_name(OF_TYPE_TLS), "tls");
+  EXPECT_STREQ(symbol_type_name(7), "unknown");
+  EXPECT_STREQ(dump_part_description("symver"), "Symbol version information");
+}
+
+}  // namespace

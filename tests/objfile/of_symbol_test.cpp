@@ -1,0 +1,173 @@
+#include "objfile/of_symbol.h"
+
+#include <gtest/gtest.h>
+
+#include "objfile/test_object.h"
+
+using namespace testing_support;
+using namespace OFE;
+
+namespace {
+
+std::vector<TEST_SYMBOL_SPEC> sample() {
+  return {{"", OF_BIND_LOCAL, OF_KIND_UNDEFINED},
+          {"main", OF_BIND_GLOBAL, OF_KIND_DEFINED},
+          {"+aux", OF_BIND_UNKNOWN, OF_KIND_UNKNOWN},
+          {"helper", OF_BIND_LOCAL, OF_KIND_DEFINED},
+          {"", OF_BIND_WEAK, OF_KIND_COMMON},
+          {"main", OF_BIND_GLOBAL, OF_KIND_UNDEFINED}};
+}
+
+// A file read from a stream, so that unloading applies.
+struct READ_FILE : TEST_FILE {
+  READ_FILE() : TEST_FILE(descriptor()) {}
+  static OF_DESCRIPTOR descriptor() {
+    OF_DESCRIPTOR d;
+    d.stream = stdin;  // never read; only marks the file as read
+    return d;
+  }
+};
+
+TEST(SymbolTable, WalkLoadsLazilyAndSkipsAuxiliaryEntries) {
+  TEST_FILE f;
+  TEST_SYMBOL_TABLE t(&f, sample());
+  EXPECT_EQ(t.loads, 0);
+  std::vector<std::string> walked;
+  for (uint32_t i = 0; i < t.get_count(); i = t.next_index(i))
+    walked.push_back(t.get_symbol(i)->get_name());
+  EXPECT_EQ(walked, (std::vector<std::string>{"", "main", "helper", "", "main"}));
+  EXPECT_EQ(t.loads, 5);
+  EXPECT_EQ(t.get_symbol(1), t.get_symbol(1));  // cached
+  EXPECT_EQ(t.loads, 5);
+  EXPECT_EQ(t.get_symbol(6), nullptr);
+  EXPECT_EQ(t.get_symbol(3)->get_index(), 3u);
+  EXPECT_EQ(t.get_symbol(3)->get_object(), &f);
+}
+
+TEST(SymbolTable, EmptyTableHasNoSymbols) {
+  TEST_FILE f;
+  TEST_SYMBOL_TABLE t(&f, {});
+  EXPECT_EQ(t.get_count(), 0u);
+  EXPECT_EQ(t.get_symbol(0), nullptr);
+  EXPECT_EQ(t.find_symbol(""), nullptr);
+}
+
+TEST(SymbolTable, FindSymbolIsExactAndStartsWhereAsked) {
+  TEST_FILE f;
+  TEST_SYMBOL_TABLE t(&f, sample());
+  EXPECT_EQ(t.find_symbol("main")->get_index(), 1u);
+  EXPECT_EQ(t.find_symbol("main", 2)->get_index(), 5u);
+  EXPECT_EQ(t.find_symbol("")->get_index(), 0u);
+  EXPECT_EQ(t.find_symbol("", 1)->get_index(), 4u);
+  EXPECT_EQ(t.find_symbol("Main"), nullptr);
+  EXPECT_EQ(t.find_symbol("+aux"), nullptr);  // auxiliary entries are not visited
+}
+
+TEST(SymbolTable, AddAndInsertRenumber) {
+  TEST_FILE f;
+  TEST_SYMBOL_TABLE t(&f, sample());
+  OF_SYMBOL *added = t.add_symbol();
+  ASSERT_NE(added, nullptr);
+  EXPECT_EQ(added->get_index(), 6u);
+  EXPECT_EQ(t.get_count(), 7u);
+  OF_SYMBOL *inserted = t.insert_symbol(1);
+  ASSERT_NE(inserted, nullptr);
+  EXPECT_EQ(t.get_symbol(1), inserted);
+  EXPECT_EQ(t.get_symbol(2)->get_name(), "main");
+  EXPECT_EQ(t.get_symbol(2)->get_index(), 2u);
+  EXPECT_EQ(t.map_index(0), 0u);
+  EXPECT_EQ(t.map_index(1), 2u);
+  EXPECT_EQ(t.get_order(), (std::vector<uint32_t>{7, 1}));
+  EXPECT_EQ(t.insert_symbol(99)->get_index(), 8u);  // past the end: appended
+}
+
+TEST(SymbolTable, EditingRequiresTheOpenState) {
+  TEST_FILE f;
+  TEST_SYMBOL_TABLE t(&f, sample());
+  ASSERT_EQ(f.set_state(OF_STATE_LOCKED), 0);
+  EXPECT_EQ(t.add_symbol(), nullptr);
+  EXPECT_EQ(t.remove_selected(), -1);
+  EXPECT_EQ(f.get_error_code(), 5u);
+  EXPECT_EQ(t.get_count(), 6u);
+}
+
+TEST(SymbolTable, RemoveSelectedPublishesTheIndexMap) {
+  TEST_FILE f;
+  TEST_SYMBOL_TABLE t(&f, sample());
+  EXPECT_EQ(t.select_for_removal(1), 0);
+  EXPECT_EQ(t.select_for_removal(4), 0);
+  EXPECT_EQ(t.select_for_removal(6), -1);
+  EXPECT_EQ(t.remove_selected(), 2);
+  EXPECT_EQ(t.get_count(), 4u);
+  EXPECT_EQ(t.get_index_map(), (std::vector<uint32_t>{0, OF_SYMBOL_TABLE::REMOVED, 1, 2, OF_SYMBOL_TABLE::REMOVED, 3}));
+  EXPECT_EQ(t.get_symbol(2)->get_name(), "helper");
+  EXPECT_EQ(t.get_symbol(2)->get_index(), 2u);
+  EXPECT_EQ(t.get_symbol(3)->get_name(), "main");
+  EXPECT_EQ(t.remove_selected(), 0);  // selection was cleared
+}
+
+TEST(SymbolTable, UnloadKeepsChangedSymbolsAndOnlyForReadFiles) {
+  READ_FILE f;
+  TEST_SYMBOL_TABLE t(&f, sample());
+  OF_SYMBOL *main = t.get_symbol(1);
+  t.get_symbol(3)->set_changed();
+  t.unload_all();
+  EXPECT_EQ(t.loads, 2);
+  t.get_symbol(1);
+  t.get_symbol(3);
+  EXPECT_EQ(t.loads, 3);  // 1 came back, 3 was kept
+  (void)main;
+
+  TEST_FILE fresh;  // not read from a stream: nothing can be re-read
+  TEST_SYMBOL_TABLE u(&fresh, sample());
+  u.get_symbol(1);
+  u.unload_symbol(1);
+  u.get_symbol(1);
+  EXPECT_EQ(u.loads, 1);
+}
+
+TEST(SymbolTable, NoUnloadingAfterRenumbering) {
+  READ_FILE f;
+  TEST_SYMBOL_TABLE t(&f, sample());
+  t.insert_symbol(0);
+  int loads = t.loads;
+  t.unload_all();
+  EXPECT_EQ(t.get_symbol(2)->get_name(), "main");
+  EXPECT_EQ(t.loads, loads);
+}
+
+TEST(Symbol, NearCommonIsRefusedByDefault) {
+  TEST_FILE f;
+  TEST_SYMBOL_TABLE t(&f, sample());
+  EXPECT_EQ(t.get_symbol(1)->set_near_common(true), -1);
+  EXPECT_EQ(f.get_error_code(), 5u);
+  EXPECT_EQ(f.get_error_text(), "symbol does not support setting near-common");
+}
+
+std::string capture(const std::function<void(FILE *)> &fn) {
+  char *buf = nullptr;
+  size_t len = 0;
+  FILE *out = open_memstream(&buf, &len);
+  fn(out);
+  fclose(out);
+  std::string s(buf, len);
+  free(buf);
+  return s;
+}
+
+TEST(Symbol, Listings) {
+  TEST_FILE f;
+  TEST_SYMBOL_TABLE t(&f, sample());
+  std::string info = capture([&](FILE *out) { t.get_symbol(1)->print_info(out); });
+  EXPECT_NE(info.find("Value:"), std::string::npos);
+  EXPECT_NE(info.find("0x00000010"), std::string::npos);
+  EXPECT_NE(info.find("defined"), std::string::npos);
+  EXPECT_NE(info.find("global"), std::string::npos);
+  std::string dump = capture([&](FILE *out) { t.dump(out); });
+  EXPECT_EQ(dump.rfind("\n Symbol Table \"\"\n", 0), 0u);
+  EXPECT_NE(dump.find("(no name)"), std::string::npos);
+  EXPECT_NE(dump.find("defined in section \"\" (0)"), std::string::npos);
+  EXPECT_EQ(dump.find("+aux"), std::string::npos);
+}
+
+}  // namespace

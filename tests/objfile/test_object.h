@@ -1,0 +1,111 @@
+// Minimal concrete object file and symbol classes for testing the core
+// without a real format behind it.
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "objfile/of_file.h"
+#include "objfile/of_symbol.h"
+
+namespace testing_support {
+
+class TEST_FILE : public OFE::OBJECT_FILE {
+public:
+  explicit TEST_FILE(const OFE::OF_DESCRIPTOR &d = {}) : OBJECT_FILE(d) {}
+
+  OFE::OF_FORMAT_VERSION get_format_version() const override { return descriptor_.version; }
+  OFE::OF_FILE_TYPE get_file_type() const override { return OFE::OF_FILE_TYPE_RELOCATABLE; }
+  int set_file_type(uint32_t) override { return 0; }
+  OFE::OF_MACHINE get_machine() const override { return descriptor_.machine; }
+  uint32_t get_entry_point() const override { return 0x100; }
+  int set_entry_point(uint32_t) override { return 0; }
+  OFE::OF_ENDIAN get_endian() const override { return descriptor_.endian; }
+  int set_endian(uint32_t) override { return 0; }
+  OFE::OF_ENDIAN get_data_endian() const override { return descriptor_.endian; }
+  int reset() override { return 0; }
+  OFE::OF_SECTION_TABLE *get_section_table() override { return nullptr; }
+  OFE::OF_SYMBOL_TABLE *get_symbol_table() override { return nullptr; }
+  int write(FILE *) override { return 0; }
+  int read(const OFE::OF_DESCRIPTOR &) override { return 0; }
+
+  // Build steps: the state that fails to be entered, and reverts refused.
+  uint32_t fail_promote_to = 99;
+  bool refuse_revert = false;
+  std::vector<std::string> steps;
+  bool promote_state(uint32_t target) override {
+    steps.push_back("up" + std::to_string(target));
+    return target != fail_promote_to;
+  }
+  bool can_revert(uint32_t) override { return !refuse_revert; }
+  bool revert_state(uint32_t target) override {
+    steps.push_back("down" + std::to_string(target));
+    return true;
+  }
+};
+
+// A symbol whose fields are plain members; "loading" takes them from a list.
+class TEST_SYMBOL : public OFE::OF_SYMBOL {
+public:
+  using OF_SYMBOL::OF_SYMBOL;
+  uint32_t value = 0, section = 0;
+  OFE::OF_SYMBOL_KIND kind = OFE::OF_KIND_UNDEFINED;
+  OFE::OF_SYMBOL_BINDING binding = OFE::OF_BIND_LOCAL;
+
+  uint32_t get_value() const override { return value; }
+  int set_value(uint32_t v) override { value = v; return 0; }
+  bool is_defined_in_section() const override { return kind == OFE::OF_KIND_DEFINED; }
+  uint32_t get_section_index() const override { return section; }
+  uint32_t get_size() const override { return 0; }
+  int set_size(uint32_t) override { return -1; }
+  OFE::OF_SYMBOL_KIND get_kind() const override { return kind; }
+  int set_kind(uint32_t k) override { kind = static_cast<OFE::OF_SYMBOL_KIND>(k); return 0; }
+  OFE::OF_SYMBOL_BINDING get_binding() const override { return binding; }
+  int set_binding(uint32_t b) override { binding = static_cast<OFE::OF_SYMBOL_BINDING>(b); return 0; }
+  OFE::OF_SYMBOL_TYPE get_type() const override { return OFE::OF_TYPE_OBJECT; }
+  int set_type(uint32_t) override { return 0; }
+};
+
+struct TEST_SYMBOL_SPEC {
+  std::string name;
+  OFE::OF_SYMBOL_BINDING binding;
+  OFE::OF_SYMBOL_KIND kind;
+};
+
+// Entries given by name; names starting with '+' are auxiliary entries that
+// next_index skips.
+class TEST_SYMBOL_TABLE : public OFE::OF_SYMBOL_TABLE {
+public:
+  TEST_SYMBOL_TABLE(OFE::OBJECT_FILE *object, std::vector<TEST_SYMBOL_SPEC> specs)
+      : OF_SYMBOL_TABLE(object), specs_(std::move(specs)) {
+    set_count(static_cast<uint32_t>(specs_.size()));
+  }
+  int loads = 0;
+
+  uint32_t next_index(uint32_t index) override {
+    uint32_t next = index + 1;
+    while (next < get_count() && next < specs_.size() && specs_[next].name.rfind('+', 0) == 0)
+      next++;
+    return next;
+  }
+
+protected:
+  std::unique_ptr<OFE::OF_SYMBOL> new_symbol(uint32_t index) override {
+    return std::make_unique<TEST_SYMBOL>(this, index);
+  }
+  std::unique_ptr<OFE::OF_SYMBOL> load_symbol(uint32_t index) override {
+    loads++;
+    auto s = std::make_unique<TEST_SYMBOL>(this, index);
+    s->set_name(specs_[index].name);
+    s->binding = specs_[index].binding;
+    s->kind = specs_[index].kind;
+    s->value = index * 16;
+    return s;
+  }
+
+private:
+  std::vector<TEST_SYMBOL_SPEC> specs_;
+};
+
+}  // namespace testing_support
