@@ -16,26 +16,7 @@
 using namespace testing_support;
 namespace fs = std::filesystem;
 
-extern char **environ;
-
 namespace {
-
-pid_t start(const std::vector<std::string> &argv, const fs::path &cwd, const fs::path &err_file) {
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 2, err_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_addchdir_np(&actions, cwd.c_str());
-  std::vector<char *> args;
-  for (const std::string &a : argv)
-    args.push_back(const_cast<char *>(a.c_str()));
-  args.push_back(nullptr);
-  pid_t pid = -1;
-  posix_spawn(&pid, args[0], &actions, nullptr, args.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  return pid;
-}
 
 bool temporary_present(const fs::path &dir) {
   for (const auto &e : fs::directory_iterator(dir))
@@ -63,7 +44,7 @@ TEST(FatalSignal, TerminateDuringRewriteRestoresTheOldArchive) {
   const std::string before = read_file(work / "big.lib");
 
   for (int attempt = 0; attempt < 5; attempt++) {
-    pid_t pid = start({arvela_path(), "rq", "big.lib", "m3.bin"}, work, dir / "err.txt");
+    pid_t pid = spawn({arvela_path(), "rq", "big.lib", "m3.bin"}, work, dir / "err.txt");
     ASSERT_GT(pid, 0);
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (!temporary_present(work) && std::chrono::steady_clock::now() < deadline) {
@@ -98,7 +79,7 @@ static RUN_RESULT signal_while_waiting(int signal_number) {
   TEMP_DIR dir;
   fs::path fifo = dir / "cmds";
   EXPECT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  pid_t pid = start({arvela_path(), "@cmds"}, dir.path(), dir / "err.txt");
+  pid_t pid = spawn({arvela_path(), "@cmds"}, dir.path(), dir / "err.txt");
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
   kill(pid, signal_number);
   int status = 0;

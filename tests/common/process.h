@@ -17,6 +17,11 @@ struct RUN_RESULT {
 // closed. Nothing goes through a shell, so arguments reach the program as they are.
 RUN_RESULT run(const std::vector<std::string> &argv, const std::filesystem::path &cwd);
 
+// Starts argv[0] in `cwd` without waiting: standard input and output go to
+// /dev/null, standard error to `err_file`. Returns the process id, or -1.
+int spawn(const std::vector<std::string> &argv, const std::filesystem::path &cwd,
+          const std::filesystem::path &err_file);
+
 // Path of the arvela executable under test.
 std::string arvela_path();
 
