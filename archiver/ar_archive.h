@@ -98,6 +98,10 @@ struct ARCHIVE {
 // empty archive. The archive object lives until the process ends.
 ARCHIVE *ar_create(const char *path, MANAGED_FILE *stream, AR_ERROR_CALLBACK callback);
 
+// Closes what the archive holds open and frees it with its pool. The
+// archiver itself never needs this (the archive lives until exit).
+void ar_destroy(ARCHIVE *ar);
+
 // True when the first 8 bytes are the archive magic.
 bool ar_test_magic(ARCHIVE *ar);
 

@@ -33,6 +33,13 @@ ARCHIVE *ar_create(const char *path, MANAGED_FILE *stream, AR_ERROR_CALLBACK cal
   return ar;
 }
 
+void ar_destroy(ARCHIVE *ar) {
+  ar_emergency_cleanup(ar);
+  if (ar->source && ar->owns_source)
+    managed_close(ar->source);
+  delete ar;
+}
+
 static FILE *source_at(ARCHIVE *ar, uint64_t offset) {
   FILE *s = managed_stream(ar->source);
   if (!s || fseeko(s, static_cast<off_t>(offset), SEEK_SET) != 0)

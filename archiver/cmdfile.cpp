@@ -67,10 +67,19 @@ bool hash_starts_comment(const TOKEN &token) {
   return true;
 }
 
+void (*g_malformed_hook)() = nullptr;
+
+// A malformed command file ends the run with status -1 (all bits set).
+[[noreturn]] void end_malformed() {
+  if (g_malformed_hook)
+    g_malformed_hook();
+  exit(-1);
+}
+
 [[noreturn]] void unterminated_comment() {
   fputs(">> Unterminated comment in command file;", stderr);
   fputs(" aborting!\n", stderr);
-  exit(-1);
+  end_malformed();
 }
 
 // Skips a block comment whose "/*" has just been read.
@@ -93,7 +102,7 @@ void skip_block_comment(FILE *stream) {
   const char *group = token.text + group_start;
   size_t length = strlen(group);
   if (length == 1 && group[0] == '\n')
-    exit(-1);
+    end_malformed();
   if (length > QUOTE_SHOWN)
     length = QUOTE_SHOWN;
   while (length > 0 && group[length - 1] == '\n')
@@ -111,7 +120,7 @@ void skip_block_comment(FILE *stream) {
       fputc(group[i], stderr);
   }
   fputc('\n', stderr);
-  exit(-1);
+  end_malformed();
 }
 
 // Reads a quoted group whose opening quote has just been read, storing its
@@ -183,3 +192,5 @@ char *next_token(FILE *stream) {
   }
   return token.text;
 }
+
+void set_malformed_command_file_hook(void (*hook)()) { g_malformed_hook = hook; }

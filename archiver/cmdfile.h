@@ -15,3 +15,7 @@
 // A file that ends inside a block comment or a quoted group ends the process
 // with status -1 after a message on standard error.
 char *next_token(FILE *stream);
+
+// Called, when set, instead of ending the process on a malformed file; it
+// must not return (a fuzzer jumps back to its own loop from here).
+void set_malformed_command_file_hook(void (*hook)());
