@@ -14,6 +14,10 @@
 
 ARCHIVE *g_archive = nullptr;
 
+// The one options record; it lives, with the operands the archive's members
+// point to, until the process ends.
+static OPTIONS g_options;
+
 void error(const char *format, const char *argument) {
   fputs("  -->  error: ", stderr);
   fprintf(stderr, format, argument);
@@ -100,7 +104,7 @@ static void add_file(OPTIONS &options, char *operand) {
     free(operand);
     return;
   }
-  options.files.push_back(operand);
+  options.add_operand(operand);
 }
 
 static void scan_command_file(const char *path, OPTIONS &options) {
@@ -122,22 +126,20 @@ static void scan_command_file(const char *path, OPTIONS &options) {
   free(archive);
 }
 
-OPTIONS scan_arguments(int argc, char **argv) {
-  OPTIONS options;
+void scan_arguments(int argc, char **argv, OPTIONS &options) {
   if (argc < 2)
     usage(false);
   const char *first = argv[1];
   if (first[0] == '@' || (first[0] == '-' && first[1] == '@')) {
     scan_command_file(first + (first[0] == '@' ? 1 : 2), options);
-    return options;
+    return;
   }
   scan_key_letters(first, options);
   if (argc < 3)
     error("must specify an archive");
   set_archive_name(options, argv[2]);
   for (int i = 3; i < argc; i++)
-    options.files.push_back(spell_path(argv[i]));
-  return options;
+    options.add_operand(spell_path(argv[i]));
 }
 
 static void fatal_signal(int signal_number) {
@@ -181,10 +183,12 @@ void install_fatal_signal_handlers() {
 
 int run_archiver(int argc, char **argv) {
   install_fatal_signal_handlers();
-  OPTIONS options = scan_arguments(argc, argv);
+  OPTIONS &options = g_options;
+  scan_arguments(argc, argv, options);
   const char *name = options.archive_name.c_str();
 
   ARCHIVE *ar = ar_create(name, nullptr, archive_error);
+  g_archive = ar;
   if (options.command != CMD_ADD && options.command != CMD_REPLACE) {
     if (!ar->source)
       error("cannot open archive: '%s'", name);
@@ -193,7 +197,6 @@ int run_archiver(int argc, char **argv) {
   }
   ar_read_special_members(ar, false);
   ar_load_members(ar);
-  g_archive = ar;
 
   ar_dispatch(ar, options);
 

@@ -17,7 +17,7 @@ void scan_key_letters(const char *word, OPTIONS &options);
 void set_archive_name(OPTIONS &options, const char *name);
 
 // Fills the options from the command line (or the command file it names).
-OPTIONS scan_arguments(int argc, char **argv);
+void scan_arguments(int argc, char **argv, OPTIONS &options);
 
 // The archive this run works on, for the signal handler and the error callback.
 extern ARCHIVE *g_archive;

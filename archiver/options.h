@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -26,4 +28,13 @@ struct OPTIONS {
   // Member and file operands in command-line order. An entry becomes null once
   // it has been used, so what is left at the end was never found.
   std::vector<char *> files;
+  // Owns the operands' text; entries of `files` point into it.
+  std::deque<std::string> operand_text;
+
+  // Appends an operand allocated with malloc, taking it over.
+  void add_operand(char *operand) {
+    operand_text.emplace_back(operand);
+    free(operand);
+    files.push_back(operand_text.back().data());
+  }
 };
