@@ -66,6 +66,13 @@ QVCOFF_SECTION *QVCOFF_SECTION_TABLE::get_qvcoff_section(uint32_t number) {
   return sections_[number - 1].get();
 }
 
+OF_SECTION *QVCOFF_SECTION_TABLE::find_section(const std::string &name) {
+  for (const auto &s : sections_)
+    if (s->get_name() == name)
+      return s.get();
+  return nullptr;
+}
+
 uint64_t QVCOFF_SECTION_TABLE::end_of_furthest_data(uint64_t start) const {
   uint64_t candidate = start, candidate_size = 0;
   uint64_t reloc_size = qvcoff_reloc_size(file_->get_format_version());

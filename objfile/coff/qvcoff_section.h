@@ -59,6 +59,7 @@ public:
   // By section number, 1 to get_count(); null otherwise.
   OF_SECTION *get_section(uint32_t number) override;
   QVCOFF_SECTION *get_qvcoff_section(uint32_t number);
+  OF_SECTION *find_section(const std::string &name) override;
 
   // Where the string table of a file without symbols begins: behind the
   // piece of section data (raw data, relocations or line numbers) that
