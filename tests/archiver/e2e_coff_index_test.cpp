@@ -171,7 +171,12 @@ TEST(CoffIndex, RewritingRebuildsTheIndexFromTheMembersLeft) {
   RUN_RESULT r = arvela({"ds", "lib.lib", "a.obj"}, dir.path());
   ASSERT_EQ(r.status, 0) << r.err;
   members.erase(members.begin());
-  EXPECT_EQ(dir.read("lib.lib"), expected_archive(members, date, &index));
+  std::string after = dir.read("lib.lib");
+  EXPECT_EQ(after, expected_archive(members, date, &index));
+  // 23 bytes of index (count, two offsets, "init", "b_abs"): one zero pad,
+  // and the header's size field says 24.
+  EXPECT_EQ(after.substr(8 + 48, 10), "24        ");
+  EXPECT_EQ(after[8 + 60 + 23], '\0');
   EXPECT_NE(r.out.find(status("symbol defined:", "init") + status("symbol defined:", "b_abs")), std::string::npos)
       << r.out;
 }

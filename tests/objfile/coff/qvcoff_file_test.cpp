@@ -372,3 +372,45 @@ TEST(CoffFileSections, LongNamesInVersion2OnlyAndRawDataStaysInTheFile) {
 }
 
 }  // namespace
+
+namespace {
+
+// Every byte of a good image set to values that make offsets and counts
+// huge or negative: whatever the damage, opening and walking the file ends,
+// and names never include bytes from outside the member.
+TEST(CoffFileDamage, EveryByteFlippedStillOpensAndWalks) {
+  for (int version : {0, 1, 2}) {
+    for (TEST_ORDER order : {LITTLE, BIG}) {
+      COFF_IMAGE c(version, order);
+      c.sections.push_back({.name = ".text", .size = 2, .data = "abcd", .nreloc = 1, .nlnno = 1});
+      c.symbols.push_back({.name = "a_long_function_name", .scnum = 1, .type = 0x20, .aux = {c.aux_size(4)}});
+      c.symbols.push_back({.name = "file", .scnum = 0xFFFE, .sclass = 103, .aux = {std::string(18, 'x')}});
+      std::string good = c.build();
+      for (size_t at = 2; at < good.size(); at++) {
+        for (char value : {'\xFF', '\x80', '\x01'}) {
+          std::string bad = good;
+          bad[at] = value;
+          OPENED_COFF o(bad);
+          if (!o.file())
+            continue;
+          OF_SECTION_TABLE *s = o.file()->get_section_table();
+          for (uint32_t i = 1; i <= s->get_count(); i++) {
+            std::string name = s->get_section(i)->get_name();
+            EXPECT_EQ(name.find('\xEE'), std::string::npos);
+          }
+          QVCOFF_SYMBOL_TABLE *t = o.symbols();
+          for (uint32_t i = 0; i < t->get_count(); i = t->next_index(i)) {
+            if (QVCOFF_SYMBOL *sym = t->get_qvcoff_symbol(i)) {
+              EXPECT_EQ(sym->get_name().find('\xEE'), std::string::npos);
+              (void)sym->get_size();
+              (void)sym->get_type();
+            }
+          }
+          (void)t->check_scopes();
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
