@@ -23,7 +23,7 @@
 
 namespace testing_support {
 
-struct COFF_SECTION_SPEC {
+struct COFF_SECTION_DEF {
   std::string name{};
   uint32_t size = 0;   // in target address units
   std::string data{};  // raw data placed in the file (scnptr is set for it)
@@ -32,7 +32,7 @@ struct COFF_SECTION_SPEC {
   uint32_t flags = 0;
 };
 
-struct COFF_SYMBOL_SPEC {
+struct COFF_SYMBOL_DEF {
   std::string name{};
   uint32_t value = 0;
   uint16_t scnum = 0;
@@ -53,8 +53,8 @@ public:
   uint32_t timdat = 0;
   bool optional_header = false;
   uint32_t entry_point = 0;
-  std::vector<COFF_SECTION_SPEC> sections;
-  std::vector<COFF_SYMBOL_SPEC> symbols;
+  std::vector<COFF_SECTION_DEF> sections;
+  std::vector<COFF_SYMBOL_DEF> symbols;
   std::vector<std::string> extra_strings;  // appended to the string table
   bool string_table = true;                // write one when there are strings
 
@@ -91,7 +91,7 @@ public:
 
     BYTES shdrs(order);
     std::string data;
-    for (COFF_SECTION_SPEC s : sections) {
+    for (COFF_SECTION_DEF s : sections) {
       if (!s.data.empty()) {
         s.scnptr = at + static_cast<uint32_t>(data.size());
         data += s.data;
@@ -111,7 +111,7 @@ public:
     BYTES syms(order);
     uint32_t nsyms = 0;
     string_offsets.clear();
-    for (const COFF_SYMBOL_SPEC &s : symbols) {
+    for (const COFF_SYMBOL_DEF &s : symbols) {
       if (s.name.size() > 8) {
         uint32_t offset = add_string(s.name);
         string_offsets.push_back(offset);

@@ -94,7 +94,7 @@ TEST_P(CoffFile, FindsTheStringTableOfAFileWithoutSymbolsBehindTheFurthestData) 
   // Section 1's raw data comes last in the file, but section 2's line
   // numbers start furthest in: the table follows them.
   COFF_IMAGE c = image(0x97);  // ARM: 8-bit address units
-  COFF_SECTION_SPEC far{.name = ".far", .size = 0};
+  COFF_SECTION_DEF far{.name = ".far", .size = 0};
   c.sections.push_back({.name = ".text", .size = 3, .data = "xyz"});
   c.sections.push_back(far);
   c.extra_strings = {"only"};
