@@ -1,36 +1,116 @@
-// QVCOFF_FILE: an object file in the QV-COFF format.
-// Placeholder: reading and writing the QV-COFF format comes later.
+// QVCOFF_FILE: an object file in QV-COFF, the tool chain's own COFF.
+//
+// Three layout versions share the format; recognition has already told
+// which one a file is and in which byte order its control data stands.
+//
+//   offset                       contents
+//   0                            file header (20 bytes in version "0", 22 else)
+//   header size                  optional header (28 bytes, only when
+//                                f_opthdr is exactly 28; any other size is
+//                                skipped uninterpreted)
+//   header size + f_opthdr       f_nscns section headers (qvcoff_section.h)
+//   ...                          raw data, relocations, line numbers
+//   f_symptr                     f_nsyms 18-byte symbol entries
+//   f_symptr + 18 x f_nsyms      string table, led by its length word
+//
+// Opening reads the two headers only. The symbol and string tables are read
+// on the first request for either, the section headers on the first request
+// for sections (or to find the string table of a file without symbols).
+// Every read goes through map_file_region(), which refuses bytes outside
+// the file, so a damaged header can make a table empty but never lead a
+// read past the end of an archive member.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
+#include "objfile/coff/qvcoff_rw.h"
+#include "objfile/data_map.h"
 #include "objfile/of_file.h"
-#include "objfile/of_symbol.h"
 
 namespace OFE {
+
+class QVCOFF_SECTION_TABLE;
+class QVCOFF_STRING_TABLE;
+class QVCOFF_SYMBOL_TABLE;
+
+// The COFF target id written for a machine (0 when it has none) and the
+// machine a target id reads as (0x00A2, shared by Indus and Lupus, reads as
+// Lupus).
+uint16_t qvcoff_target_id(uint32_t machine);
+OF_MACHINE qvcoff_machine(uint16_t target_id);
+// "0", "1", "2" for the COFF layout versions; "unknown format version" else.
+const char *qvcoff_version_text(uint32_t version);
+// "F_RELFLG", ...; "F_UNKNOWN" for any value that is not exactly one flag.
+const char *qvcoff_flag_name(uint32_t flag);
 
 class QVCOFF_FILE : public OBJECT_FILE {
 public:
   explicit QVCOFF_FILE(const OF_DESCRIPTOR &descriptor);
   ~QVCOFF_FILE() override;
 
+  const char *get_vendor() const override { return "QV"; }
   OF_FORMAT_VERSION get_format_version() const override { return descriptor_.version; }
-  OF_FILE_TYPE get_file_type() const override { return OF_FILE_TYPE_NONE; }
-  int set_file_type(uint32_t) override { return -1; }
-  OF_MACHINE get_machine() const override { return descriptor_.machine; }
-  uint32_t get_entry_point() const override { return 0; }
-  int set_entry_point(uint32_t) override { return -1; }
-  OF_ENDIAN get_endian() const override { return descriptor_.endian; }
-  int set_endian(uint32_t) override { return -1; }
+  OF_FILE_TYPE get_file_type() const override;
+  int set_file_type(uint32_t type) override;
+  uint32_t get_time_stamp() const override { return header_.f_timdat; }
+  int set_time_stamp(uint32_t stamp);
+  OF_MACHINE get_machine() const override { return qvcoff_machine(header_.f_target_id); }
+  bool has_optional_header() const { return header_.f_opthdr == QVCOFF_OPT_HEADER_SIZE; }
+  uint32_t get_entry_point() const override;
+  int set_entry_point(uint32_t address) override;
+  OF_ENDIAN get_endian() const override;
+  int set_endian(uint32_t endian) override;
+  // The byte order of the file's control data.
   OF_ENDIAN get_data_endian() const override { return descriptor_.endian; }
-  int reset() override { return 0; }
-  OF_SECTION_TABLE *get_section_table() override { return nullptr; }
-  OF_SYMBOL_TABLE *get_symbol_table() override { return &symbols_; }
-  int write(FILE *) override { return -1; }
-  int read(const OF_DESCRIPTOR &) override { return 0; }
+  int reset() override;
+  OF_SECTION_TABLE *get_section_table() override;
+  OF_SYMBOL_TABLE *get_symbol_table() override;
+  QVCOFF_SECTION_TABLE *get_qvcoff_section_table();
+  QVCOFF_SYMBOL_TABLE *get_qvcoff_symbol_table();
+  QVCOFF_STRING_TABLE *get_string_table();
+  // Writing QV-COFF output is not supported yet: error 1 and -1.
+  int write(FILE *stream) override;
+  // Reads the file and optional headers; the tables follow on demand.
+  int read(const OF_DESCRIPTOR &descriptor) override;
+
+  const QVCOFF_FILE_HEADER &get_file_header() const { return header_; }
+  const QVCOFF_OPT_HEADER_RECORD &get_optional_header() const { return opt_header_; }
+  uint16_t get_flags() const { return header_.f_flags; }
+  // Where the tables were looked for (valid once they have been asked for).
+  uint32_t get_symbol_table_offset() const { return header_.f_symptr; }
+  uint64_t get_string_table_offset();
+  // The index of the ".icode" section when F_ICODE is set, else 0.
+  uint32_t get_icode_section_index();
+  BYTE_ORDERING byte_order() const { return order_; }
+  bool is_modified() const { return modified_; }
+
+  // Attaches `map` to `size` bytes at `offset` of the file, in the file's
+  // byte order; false, with nothing attached, when they are not all inside
+  // the file.
+  [[nodiscard]] bool map_file_region(uint64_t offset, uint64_t size, DATA_MAP &map);
+  // Error 3 naming what was cut off by the end of the file, and where.
+  void report_truncated(const char *what, uint64_t offset);
 
 private:
-  OF_EMPTY_SYMBOL_TABLE symbols_{this};
+  void load_tables();
+  void read_string_table(uint64_t offset);
+
+  BYTE_ORDERING order_ = BYTE_ORDERING::LITTLE;
+  QVCOFF_FILE_HEADER header_{};
+  QVCOFF_OPT_HEADER_RECORD opt_header_{};
+  bool header_read_ = false;
+  bool modified_ = false;
+  bool tables_loaded_ = false;
+  uint64_t string_table_offset_ = 0;
+  DATA_MAP symbol_data_;
+  std::unique_ptr<QVCOFF_STRING_TABLE> strings_;
+  std::unique_ptr<QVCOFF_SYMBOL_TABLE> symbols_;
+  std::unique_ptr<QVCOFF_SECTION_TABLE> sections_;
+  uint32_t icode_index_ = UINT32_MAX;  // not looked up yet
 };
+
+// The object as a COFF file; error 3 and null when it is not one.
+QVCOFF_FILE *get_qvcoff_interface(OBJECT_FILE *object);
 
 }  // namespace OFE

@@ -1,0 +1,339 @@
+#include "objfile/coff/qvcoff_symbol.h"
+
+#include <iterator>
+
+#include "objfile/coff/qvcoff_file.h"
+#include "objfile/coff/qvcoff_string.h"
+#include "objfile/data_map.h"
+#include "support/name_table.h"
+
+namespace OFE {
+
+namespace {
+
+struct STORAGE_CLASS {
+  uint8_t value;
+  const char *name;
+  OF_SYMBOL_BINDING binding;
+};
+
+const STORAGE_CLASS STORAGE_CLASSES[] = {
+    {C_NULL, "C_NULL", OF_BIND_UNKNOWN},       {C_AUTO, "C_AUTO", OF_BIND_LOCAL},
+    {C_EXT, "C_EXT", OF_BIND_GLOBAL},          {C_STAT, "C_STAT", OF_BIND_LOCAL},
+    {C_REG, "C_REG", OF_BIND_LOCAL},           {C_EXTREF, "C_EXTREF", OF_BIND_GLOBAL},
+    {C_LABEL, "C_LABEL", OF_BIND_LOCAL},       {C_ULABEL, "C_ULABEL", OF_BIND_LOCAL},
+    {C_MOS, "C_MOS", OF_BIND_LOCAL},           {C_ARG, "C_ARG", OF_BIND_LOCAL},
+    {C_STRTAG, "C_STRTAG", OF_BIND_LOCAL},     {C_MOU, "C_MOU", OF_BIND_LOCAL},
+    {C_UNTAG, "C_UNTAG", OF_BIND_LOCAL},       {C_TPDEF, "C_TPDEF", OF_BIND_LOCAL},
+    {C_USTATIC, "C_USTATIC", OF_BIND_LOCAL},   {C_ENTAG, "C_ENTAG", OF_BIND_LOCAL},
+    {C_MOE, "C_MOE", OF_BIND_LOCAL},           {C_REGPARM, "C_REGPARM", OF_BIND_LOCAL},
+    {C_FIELD, "C_FIELD", OF_BIND_LOCAL},       {C_UEXT, "C_UEXT", OF_BIND_GLOBAL},
+    {C_STATLAB, "C_STATLAB", OF_BIND_LOCAL},   {C_EXTLAB, "C_EXTLAB", OF_BIND_GLOBAL},
+    {C_VREG, "C_VREG", OF_BIND_LOCAL},         {C_SYSTEM, "C_SYSTEM", OF_BIND_GLOBAL},
+    {C_STATREG, "C_STATREG", OF_BIND_LOCAL},   {C_EXTREG, "C_EXTREG", OF_BIND_GLOBAL},
+    {C_EXTREFREG, "C_EXTREFREG", OF_BIND_GLOBAL}, {C_VARARG, "C_VARARG", OF_BIND_LOCAL},
+    {C_EXTDEF, "C_EXTDEF", OF_BIND_GLOBAL},    {C_USTATREG, "C_USTATREG", OF_BIND_LOCAL},
+    {C_BLOCK, "C_BLOCK", OF_BIND_LOCAL},       {C_FCN, "C_FCN", OF_BIND_LOCAL},
+    {C_EOS, "C_EOS", OF_BIND_LOCAL},           {C_FILE, "C_FILE", OF_BIND_LOCAL},
+    {C_LINE, "C_LINE", OF_BIND_LOCAL},         {C_ALIAS, "C_ALIAS", OF_BIND_LOCAL},
+    {C_PREF, "C_PREF", OF_BIND_LOCAL},         {C_GRPTAG, "C_GRPTAG", OF_BIND_LOCAL},
+    {C_SMOG, "C_SMOG", OF_BIND_LOCAL},         {C_EMOG, "C_EMOG", OF_BIND_GLOBAL},
+    {C_EOG, "C_EOG", OF_BIND_LOCAL},
+};
+
+const STORAGE_CLASS *find_storage_class(uint32_t value) {
+  for (const STORAGE_CLASS &c : STORAGE_CLASSES)
+    if (c.value == value)
+      return &c;
+  return nullptr;
+}
+
+// Indexed by the low four bits of the type word.
+const char *const BASIC_TYPE_NAMES[] = {
+    "void",   "signed char", "char",        "short",         "int",            "long",
+    "float",  "double",      "struct",      "union",         "enum",           "long double",
+    "unsigned char", "unsigned short", "unsigned int", "unsigned long",
+};
+
+const NAME_ENTRY DERIVED_TYPE_NAMES[] = {
+    {DT_NON >> 4, "none"}, {DT_PTR >> 4, "pointer"}, {DT_FCN >> 4, "function"}, {DT_ARY >> 4, "array"}};
+
+// Where a format keeps the symbol's size in its first auxiliary entry.
+uint32_t *size_field(QVCOFF_AUX &aux) {
+  if (auto *a = std::get_if<QVCOFF_AUX_TAG_RECORD>(&aux)) return &a->x_size;
+  if (auto *a = std::get_if<QVCOFF_AUX_EOS_RECORD>(&aux)) return &a->x_size;
+  if (auto *a = std::get_if<QVCOFF_AUX_FUNCTION_RECORD>(&aux)) return &a->x_fsize;
+  if (auto *a = std::get_if<QVCOFF_AUX_ARRAY_RECORD>(&aux)) return &a->x_size;
+  if (auto *a = std::get_if<QVCOFF_AUX_TYPEDEF_RECORD>(&aux)) return &a->x_size;
+  if (auto *a = std::get_if<QVCOFF_AUX_SECTION_RECORD>(&aux)) return &a->x_scnlen;
+  return nullptr;
+}
+
+bool has_size_field(QVCOFF_AUX_FORMAT format) {
+  return format != AUX_NONE && format != AUX_SCOPE && format != AUX_FILE && format <= AUX_SECTION;
+}
+
+}  // namespace
+
+QVCOFF_AUX_FORMAT qvcoff_aux_format(uint8_t storage_class, uint16_t type, uint8_t aux_count,
+                                    OF_FORMAT_VERSION version) {
+  if (aux_count == 0)
+    return AUX_NONE;
+  // Version "2" gives C_FILE no rule of its own: its symbols take the
+  // format their type word asks for.
+  if (storage_class == C_FILE && (version == OF_VERSION_COFF0 || version == OF_VERSION_COFF1))
+    return AUX_FILE;
+  switch (storage_class) {
+  case C_BLOCK:
+  case C_FCN: return AUX_SCOPE;
+  case C_EOS: return AUX_EOS;
+  case C_LABEL: return AUX_NONE;
+  case C_STRTAG:
+  case C_UNTAG:
+  case C_ENTAG: return AUX_TAG;
+  case C_TPDEF: return AUX_TYPEDEF;
+  default: break;
+  }
+  switch (type & N_TMASK) {
+  case DT_FCN: return AUX_FUNCTION;
+  case DT_ARY: return AUX_ARRAY;
+  default: return type != 0 ? AUX_TYPEDEF : AUX_SECTION;
+  }
+}
+
+const char *storage_class_name(uint32_t storage_class) {
+  const STORAGE_CLASS *c = find_storage_class(storage_class);
+  return c ? c->name : "C_UNKNOWN";
+}
+
+OF_SYMBOL_BINDING storage_class_binding(uint8_t storage_class) {
+  const STORAGE_CLASS *c = find_storage_class(storage_class);
+  return c ? c->binding : OF_BIND_LOCAL;
+}
+
+const char *basic_type_name(uint32_t basic_type) {
+  return basic_type < std::size(BASIC_TYPE_NAMES) ? BASIC_TYPE_NAMES[basic_type] : "T_UNKNOWN";
+}
+
+const char *derived_type_name(uint32_t derived_type) { return lookup_name(DERIVED_TYPE_NAMES, derived_type, "none"); }
+
+QVCOFF_SYMBOL::QVCOFF_SYMBOL(QVCOFF_SYMBOL_TABLE *table, uint32_t index) : OF_SYMBOL(table, index) {}
+
+OF_FORMAT_VERSION QVCOFF_SYMBOL::version() const {
+  OBJECT_FILE *o = object();
+  return o ? o->get_format_version() : OF_VERSION_UNKNOWN;
+}
+
+bool QVCOFF_SYMBOL::begin_change() {
+  OBJECT_FILE *o = object();
+  if (o && o->require_state_at_most(OF_STATE_OPEN) != 0)
+    return false;
+  set_changed();
+  return true;
+}
+
+int QVCOFF_SYMBOL::set_value(uint32_t value) {
+  if (!begin_change())
+    return -1;
+  record_.n_value = value;
+  return 0;
+}
+
+bool QVCOFF_SYMBOL::is_defined_in_section() const {
+  return record_.n_scnum != N_UNDEF && record_.n_scnum != N_ABS && record_.n_scnum != N_DEBUG;
+}
+
+OF_SYMBOL_KIND QVCOFF_SYMBOL::get_kind() const {
+  if (is_defined_in_section())
+    return OF_KIND_DEFINED;
+  switch (record_.n_scnum) {
+  case N_DEBUG: return OF_KIND_DEBUG;
+  case N_UNDEF: return OF_KIND_UNDEFINED;
+  case N_ABS: return OF_KIND_ABSOLUTE;
+  default: return OF_KIND_UNKNOWN;
+  }
+}
+
+int QVCOFF_SYMBOL::set_kind(uint32_t kind) {
+  if (!begin_change())
+    return -1;
+  switch (kind) {
+  case OF_KIND_UNDEFINED: record_.n_scnum = N_UNDEF; return 0;
+  case OF_KIND_ABSOLUTE: record_.n_scnum = N_ABS; return 0;
+  case OF_KIND_DEBUG: record_.n_scnum = N_DEBUG; return 0;
+  case OF_KIND_DEFINED:
+    object()->set_error(OF_ERR_INVALID_REQUEST, "To mark a symbol as being defined, you must use set_section() "
+                                                "to set its section reference");
+    return -1;
+  default:
+    object()->set_error(OF_ERR_INVALID_REQUEST, "Invalid symbol kind %x", kind);
+    return -1;
+  }
+}
+
+int QVCOFF_SYMBOL::set_section(uint16_t section_number) {
+  if (!begin_change())
+    return -1;
+  record_.n_scnum = section_number;
+  return 0;
+}
+
+int QVCOFF_SYMBOL::set_binding(uint32_t binding) {
+  if (!begin_change())
+    return -1;
+  switch (binding) {
+  case OF_BIND_GLOBAL:
+    record_.n_sclass = record_.n_sclass == C_STATLAB ? C_EXTLAB : C_EXT;
+    return 0;
+  case OF_BIND_LOCAL:
+    record_.n_sclass = record_.n_sclass == C_EXTLAB ? C_STATLAB : C_STAT;
+    return 0;
+  case OF_BIND_WEAK:
+    object()->set_error(OF_ERR_INVALID_REQUEST, "Weak symbol binding not supported for QV-COFF");
+    return -1;
+  default:
+    object()->set_error(OF_ERR_INVALID_REQUEST, "Invalid symbol binding value 0x%x", binding);
+    return -1;
+  }
+}
+
+int QVCOFF_SYMBOL::set_storage_class(uint8_t storage_class) {
+  if (!begin_change())
+    return -1;
+  record_.n_sclass = storage_class;
+  return 0;
+}
+
+QVCOFF_AUX_FORMAT QVCOFF_SYMBOL::get_aux_format() const {
+  return qvcoff_aux_format(record_.n_sclass, record_.n_type, record_.n_numaux, version());
+}
+
+OF_SYMBOL_TYPE QVCOFF_SYMBOL::get_type() const {
+  if (record_.n_sclass == C_FILE)
+    return OF_TYPE_FILE;
+  if (get_aux_format() == AUX_SECTION)
+    return OF_TYPE_SECTION;
+  if (is_defined_in_section() && record_.n_sclass != C_LABEL)
+    return OF_TYPE_OBJECT;
+  return OF_TYPE_NONE;
+}
+
+int QVCOFF_SYMBOL::set_type(uint32_t) {
+  if (OBJECT_FILE *o = object())
+    o->set_error(OF_ERR_WRONG_FORMAT, "the type of a QV-COFF symbol follows from its storage class; "
+                                      "it cannot be set directly");
+  return -1;
+}
+
+uint32_t QVCOFF_SYMBOL::get_size() const {
+  if (aux_.empty() || !has_size_field(get_aux_format()))
+    return 0;
+  QVCOFF_AUX first = aux_.front();
+  uint32_t *size = size_field(first);
+  return size ? *size : 0;
+}
+
+int QVCOFF_SYMBOL::set_size(uint32_t size) {
+  QVCOFF_AUX_FORMAT format = get_aux_format();
+  if (!has_size_field(format)) {
+    if (OBJECT_FILE *o = object())
+      o->set_error(OF_ERR_INVALID_REQUEST, "Cannot set size of symbols with storage class %s",
+                   get_storage_class_name());
+    return -1;
+  }
+  if (!begin_change())
+    return -1;
+  // An entry that the file did not hold in full starts out zero.
+  if (aux_.empty() || size_field(aux_.front()) == nullptr) {
+    uint8_t zeros[QVCOFF_AUX_SIZE] = {};
+    QVCOFF_AUX fresh = decode_aux(zeros, format, BYTE_ORDERING::LITTLE);
+    if (aux_.empty())
+      aux_.push_back(fresh);
+    else
+      aux_.front() = fresh;
+  }
+  *size_field(aux_.front()) = size;
+  return 0;
+}
+
+void QVCOFF_SYMBOL::print_info(FILE *stream) const {
+  OF_SYMBOL::print_info(stream);
+  fprintf(stream, "  %-26s%s\n", "Storage Class:", get_storage_class_name());
+  fprintf(stream, "  %-26s%s\n", "Basic Type:", get_basic_type_name());
+  fprintf(stream, "  Derived Type %d:%*s%s\n", 1, 11, "", derived_type_name((record_.n_type & N_TMASK) >> 4));
+}
+
+QVCOFF_SYMBOL_TABLE::QVCOFF_SYMBOL_TABLE(QVCOFF_FILE *file, DATA_MAP *raw, uint32_t count)
+    : OF_SYMBOL_TABLE(file), file_(file), raw_(raw) {
+  set_count(count);
+}
+
+QVCOFF_SYMBOL *QVCOFF_SYMBOL_TABLE::get_qvcoff_symbol(uint32_t index) {
+  return static_cast<QVCOFF_SYMBOL *>(get_symbol(index));
+}
+
+uint32_t QVCOFF_SYMBOL_TABLE::next_index(uint32_t index) {
+  // Steps over the entries the file holds behind the symbol, even when
+  // their format was not recognised: they are never symbols themselves.
+  QVCOFF_SYMBOL *symbol = get_qvcoff_symbol(index);
+  uint64_t next = uint64_t{index} + 1 + (symbol ? symbol->entries_in_file_ : 0);
+  return next > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(next);
+}
+
+std::unique_ptr<OF_SYMBOL> QVCOFF_SYMBOL_TABLE::new_symbol(uint32_t index) {
+  return std::make_unique<QVCOFF_SYMBOL>(this, index);
+}
+
+std::unique_ptr<OF_SYMBOL> QVCOFF_SYMBOL_TABLE::load_symbol(uint32_t index) {
+  const uint8_t *bytes = raw_->slice(uint64_t{index} * QVCOFF_SYMBOL_SIZE, QVCOFF_SYMBOL_SIZE);
+  if (!bytes)
+    return nullptr;
+  BYTE_ORDERING order = file_->byte_order();
+  auto symbol = std::make_unique<QVCOFF_SYMBOL>(this, index);
+  QVCOFF_SYMBOL_RECORD &rec = symbol->record_;
+  rec = decode<QVCOFF_SYMBOL_RECORD>(bytes, order);
+  symbol->entries_in_file_ = rec.n_numaux;
+  if (name_is_inline(rec.n_name)) {
+    symbol->name_ = inline_name(rec.n_name);
+  } else {
+    const char *text = file_->get_string_table()->get_string(name_string_offset(rec.n_name, order));
+    symbol->name_ = text ? text : "";
+  }
+  if (rec.n_numaux == 0)
+    return symbol;
+  QVCOFF_AUX_FORMAT format = symbol->get_aux_format();
+  if (format == AUX_NONE) {
+    file_->set_error(OF_ERR_MALFORMED, "unrecognized auxiliary entry for symbol \"%s\" (index = %ld, storage class = %s)",
+                     symbol->name_.c_str(), static_cast<long>(index), symbol->get_storage_class_name());
+    rec.n_numaux = 0;
+    return symbol;
+  }
+  // Entries cut off by the end of the table are not made up.
+  for (uint32_t a = 1; a <= rec.n_numaux; a++) {
+    const uint8_t *aux = raw_->slice((uint64_t{index} + a) * QVCOFF_SYMBOL_SIZE, QVCOFF_AUX_SIZE);
+    if (!aux)
+      break;
+    symbol->aux_.push_back(decode_aux(aux, format, order));
+  }
+  return symbol;
+}
+
+bool QVCOFF_SYMBOL_TABLE::check_scopes() {
+  long blocks = 0, functions = 0;
+  for (uint32_t i = 0; i < get_count(); i = next_index(i)) {
+    QVCOFF_SYMBOL *s = get_qvcoff_symbol(i);
+    if (!s)
+      continue;
+    const std::string &name = s->get_name();
+    if (s->get_storage_class() == C_BLOCK)
+      blocks += name == ".bb" ? 1 : name == ".eb" ? -1 : 0;
+    else if (s->get_storage_class() == C_FCN)
+      functions += name == ".bf" ? 1 : name == ".ef" ? -1 : 0;
+  }
+  if (blocks == 0 && functions == 0)
+    return true;
+  file_->set_error(OF_ERR_MALFORMED, "debug symbols that delimit function and lexical block scopes are not balanced");
+  return false;
+}
+
+}  // namespace OFE

@@ -1,0 +1,157 @@
+// COFF_IMAGE: builds QV-COFF object files for tests, in any layout version
+// and byte order.
+//
+//   COFF_IMAGE c(2, BIG);
+//   c.sections.push_back({.name = ".text", .size = 4, .data = "\x01\x02\x03\x04"});
+//   c.symbols.push_back({.name = "main", .scnum = 1, .sclass = C_EXT});
+//   std::string bytes = c.build();
+//
+// Layout: file header, optional header, section headers, section data,
+// symbol table (auxiliary entries behind their symbol), string table. Names
+// longer than 8 characters go to the string table (symbols always, sections
+// in version "2"; versions "0"/"1" cut section names to 8). The offsets of
+// each part are kept in the image after build(), and the `*_override`
+// fields put damaged values into the header.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "common/bytes.h"
+
+namespace testing_support {
+
+struct COFF_SECTION_DEF {
+  std::string name{};
+  uint32_t size = 0;   // in target address units
+  std::string data{};  // raw data placed in the file (scnptr is set for it)
+  uint32_t scnptr = 0, relptr = 0, lnnoptr = 0;  // used when no data is given
+  uint32_t nreloc = 0, nlnno = 0;
+  uint32_t flags = 0;
+};
+
+struct COFF_SYMBOL_DEF {
+  std::string name{};
+  uint32_t value = 0;
+  uint16_t scnum = 0;
+  uint16_t type = 0;
+  uint8_t sclass = 2;              // C_EXT
+  std::vector<std::string> aux{};  // 18 bytes each
+};
+
+class COFF_IMAGE {
+public:
+  explicit COFF_IMAGE(int version = 2, TEST_ORDER order = LITTLE, uint16_t target = 0x9D)
+      : version(version), order(order), target(target) {}
+
+  int version;  // layout "0", "1" or "2"
+  TEST_ORDER order;
+  uint16_t target;
+  uint16_t flags = 0;
+  uint32_t timdat = 0;
+  bool optional_header = false;
+  uint32_t entry_point = 0;
+  std::vector<COFF_SECTION_DEF> sections;
+  std::vector<COFF_SYMBOL_DEF> symbols;
+  std::vector<std::string> extra_strings;  // appended to the string table
+  bool string_table = true;                // write one when there are strings
+
+  std::optional<uint16_t> opthdr_override;  // bytes reserved for the optional header
+  std::optional<uint32_t> symptr_override, nsyms_override, strsize_override;
+  std::optional<uint16_t> nscns_override;
+
+  // Filled by build().
+  uint32_t header_size = 0, section_headers_at = 0, symptr = 0, strptr = 0;
+  std::vector<uint32_t> string_offsets;  // of each symbol's name, 0 when inline
+
+  // An auxiliary entry with `size` in the word at offset 4.
+  std::string aux_size(uint32_t size, uint32_t tag = 0) const {
+    return BYTES(order).u32(tag).u32(size).zeros(10);
+  }
+  std::string aux_section(uint32_t length, uint16_t nreloc, uint16_t nlnno) const {
+    return BYTES(order).u32(length).u16(nreloc).u16(nlnno).zeros(10);
+  }
+
+  std::string build() {
+    header_size = version == 0 ? 20 : 22;
+    uint16_t opthdr = opthdr_override ? *opthdr_override : (optional_header ? 28 : 0);
+    section_headers_at = header_size + opthdr;
+    uint32_t shdr_size = version == 2 ? 48 : 40;
+    uint32_t at = section_headers_at + static_cast<uint32_t>(sections.size()) * shdr_size;
+
+    std::string strings;
+    auto add_string = [&](const std::string &s) {
+      uint32_t offset = 4 + static_cast<uint32_t>(strings.size());
+      strings += s;
+      strings.push_back('\0');
+      return offset;
+    };
+
+    BYTES shdrs(order);
+    std::string data;
+    for (COFF_SECTION_DEF s : sections) {
+      if (!s.data.empty()) {
+        s.scnptr = at + static_cast<uint32_t>(data.size());
+        data += s.data;
+      }
+      if (version == 2 && s.name.size() > 8)
+        shdrs.u32(0).u32(add_string(s.name));
+      else
+        shdrs.fixed(s.name, 8);
+      shdrs.u32(0).u32(0).u32(s.size).u32(s.scnptr).u32(s.relptr).u32(s.lnnoptr);
+      if (version == 2)
+        shdrs.u32(s.nreloc).u32(s.nlnno).u32(s.flags).u8(0).u8(0).u16(0);
+      else
+        shdrs.u16(s.nreloc).u16(s.nlnno).u16(s.flags).u8(0).u8(0);
+    }
+    at += static_cast<uint32_t>(data.size());
+
+    BYTES syms(order);
+    uint32_t nsyms = 0;
+    string_offsets.clear();
+    for (const COFF_SYMBOL_DEF &s : symbols) {
+      if (s.name.size() > 8) {
+        uint32_t offset = add_string(s.name);
+        string_offsets.push_back(offset);
+        syms.u32(0).u32(offset);
+      } else {
+        string_offsets.push_back(0);
+        syms.fixed(s.name, 8);
+      }
+      syms.u32(s.value).u16(s.scnum).u16(s.type).u8(s.sclass).u8(static_cast<uint32_t>(s.aux.size()));
+      for (const std::string &a : s.aux)
+        syms.fixed(a, 18);
+      nsyms += 1 + static_cast<uint32_t>(s.aux.size());
+    }
+    for (const std::string &s : extra_strings)
+      add_string(s);
+    symptr = symbols.empty() ? 0 : at;
+    strptr = at + nsyms * 18;
+
+    BYTES out(order);
+    if (version == 0)
+      out.u16(target);
+    else
+      out.u16(version == 1 ? 0xC1 : 0xC2);
+    out.u16(nscns_override ? *nscns_override : static_cast<uint32_t>(sections.size()))
+        .u32(timdat)
+        .u32(symptr_override ? *symptr_override : symptr)
+        .u32(nsyms_override ? *nsyms_override : nsyms)
+        .u16(opthdr)
+        .u16(flags);
+    if (version != 0)
+      out.u16(target);
+    if (opthdr == 28)
+      out.u16(0x108).u16(7).u32(1).u32(2).u32(3).u32(entry_point).u32(0x100).u32(0x200);
+    else
+      out.zeros(opthdr);
+    out.raw(shdrs).raw(data).raw(syms);
+    if (string_table && !strings.empty())
+      out.u32(strsize_override ? *strsize_override : 4 + static_cast<uint32_t>(strings.size())).raw(strings);
+    return out.bytes();
+  }
+};
+
+}  // namespace testing_support

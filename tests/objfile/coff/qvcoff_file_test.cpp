@@ -1,0 +1,416 @@
+#include "objfile/coff/qvcoff_file.h"
+
+#include <gtest/gtest.h>
+
+#include <tuple>
+
+#include "common/bytes.h"
+#include "common/coff_image.h"
+#include "objfile/coff/qvcoff_const.h"
+#include "objfile/coff/qvcoff_section.h"
+#include "objfile/coff/qvcoff_string.h"
+#include "objfile/coff/qvcoff_symbol.h"
+#include "objfile/coff/coff_open.h"
+
+using namespace testing_support;
+using namespace OFE;
+
+namespace {
+
+OF_FORMAT_VERSION generic_version(int version) { return static_cast<OF_FORMAT_VERSION>(version + 1); }
+
+// Every layout version in both byte orders.
+class CoffFile : public testing::TestWithParam<std::tuple<int, TEST_ORDER>> {
+protected:
+  int version() const { return std::get<0>(GetParam()); }
+  TEST_ORDER order() const { return std::get<1>(GetParam()); }
+  COFF_IMAGE image(uint16_t target = 0x9D) const { return COFF_IMAGE(version(), order(), target); }
+};
+
+TEST_P(CoffFile, ReadsTheFileAndOptionalHeaders) {
+  COFF_IMAGE c = image(0x9D);
+  c.timdat = 0x5F00AB12;
+  c.flags = F_LNNO | F_BIG | F_VERS2;
+  c.optional_header = true;
+  c.entry_point = 0x00401000;
+  c.sections.push_back({.name = ".text", .size = 2, .data = "abcd"});
+  OPENED_COFF o(c.build());
+  QVCOFF_FILE *f = o.file();
+  ASSERT_NE(f, nullptr);
+  EXPECT_EQ(o.error_code(), 0u) << o.error();
+  EXPECT_EQ(f->get_format_version(), generic_version(version()));
+  EXPECT_EQ(f->get_data_endian(), order() == BIG ? OF_ENDIAN_BIG : OF_ENDIAN_LITTLE);
+  EXPECT_EQ(f->get_time_stamp(), 0x5F00AB12u);
+  EXPECT_EQ(f->get_machine(), OF_MACHINE_VELA);
+  EXPECT_EQ(f->get_flags(), F_LNNO | F_BIG | F_VERS2);
+  EXPECT_EQ(f->get_endian(), OF_ENDIAN_BIG);
+  EXPECT_EQ(f->get_file_type(), OF_FILE_TYPE_RELOCATABLE);
+  EXPECT_TRUE(f->has_optional_header());
+  EXPECT_TRUE(f->has_entry_point());
+  EXPECT_EQ(f->get_entry_point(), 0x00401000u);
+  QVCOFF_OPT_HEADER_RECORD opt{0x108, 7, 1, 2, 3, 0x00401000, 0x100, 0x200};
+  EXPECT_EQ(f->get_optional_header(), opt);
+  EXPECT_STREQ(f->get_vendor(), "QV");
+  ASSERT_EQ(f->get_section_table()->get_count(), 1u);
+  EXPECT_EQ(f->get_section_table()->get_section(1)->get_name(), ".text");
+  DATA_MAP *data = f->get_section_table()->get_section(1)->get_data();
+  ASSERT_NE(data, nullptr);
+  EXPECT_EQ(data->size(), 4u) << "Vela's address units are 16 bits: 2 units are 4 octets";
+}
+
+TEST_P(CoffFile, AnOptionalHeaderSizeOtherThan28MeansNone) {
+  for (uint16_t size : {24, 30}) {
+    COFF_IMAGE c = image();
+    c.opthdr_override = size;
+    c.sections.push_back({.name = ".data"});
+    OPENED_COFF o(c.build());
+    ASSERT_NE(o.file(), nullptr);
+    EXPECT_FALSE(o.file()->has_optional_header()) << size;
+    EXPECT_EQ(o.file()->get_entry_point(), 0u) << size;
+    EXPECT_FALSE(o.file()->has_entry_point()) << size;
+    // The section headers still start behind the skipped bytes.
+    ASSERT_EQ(o.file()->get_section_table()->get_count(), 1u) << size;
+    EXPECT_EQ(o.file()->get_section_table()->get_section(1)->get_name(), ".data") << size;
+  }
+}
+
+TEST_P(CoffFile, FindsTheStringTableBehindTheSymbols) {
+  COFF_IMAGE c = image();
+  c.symbols.push_back({.name = "a_rather_long_name", .scnum = 1});
+  c.extra_strings = {"spare"};
+  OPENED_COFF o(c.build());
+  QVCOFF_FILE *f = o.file();
+  ASSERT_NE(f, nullptr);
+  EXPECT_EQ(f->get_string_table_offset(), c.symptr + 18u);
+  EXPECT_EQ(f->get_string_table()->get_first_offset(), 4u);
+  EXPECT_STREQ(f->get_string_table()->get_string(4), "a_rather_long_name");
+  EXPECT_STREQ(f->get_string_table()->get_string(23), "spare");
+  EXPECT_EQ(f->get_string_table()->get_string(0), nullptr) << "inside the length word";
+  EXPECT_EQ(f->get_string_table()->get_string(29), nullptr) << "at the end";
+  EXPECT_EQ(o.error_code(), 0u) << o.error();
+}
+
+TEST_P(CoffFile, FindsTheStringTableOfAFileWithoutSymbolsBehindTheFurthestData) {
+  // Section 1's raw data comes last in the file, but section 2's line
+  // numbers start furthest in: the table follows them.
+  COFF_IMAGE c = image(0x97);  // ARM: 8-bit address units
+  COFF_SECTION_DEF far{.name = ".far", .size = 0};
+  c.sections.push_back({.name = ".text", .size = 3, .data = "xyz"});
+  c.sections.push_back(far);
+  c.extra_strings = {"only"};
+  std::string bytes = c.build();
+  // Build again with section 2 pointing its pieces into a gap before the table.
+  uint32_t data_end = c.strptr;
+  c.sections[1].relptr = data_end;
+  c.sections[1].nreloc = 1;
+  c.sections[1].lnnoptr = data_end + (version() == 0 ? 10 : 12);
+  c.sections[1].nlnno = 2;
+  std::string pieces = BYTES(order()).zeros(version() == 0 ? 10 : 12).zeros(12);
+  bytes = c.build();
+  bytes.insert(data_end, pieces);
+  OPENED_COFF o(bytes);
+  QVCOFF_FILE *f = o.file();
+  ASSERT_NE(f, nullptr);
+  EXPECT_EQ(f->get_symbol_table()->get_count(), 0u);
+  EXPECT_EQ(f->get_string_table_offset(), data_end + pieces.size());
+  EXPECT_STREQ(f->get_string_table()->get_string(4), "only");
+  EXPECT_EQ(o.error_code(), 0u) << o.error();
+}
+
+TEST_P(CoffFile, AStringTableThatRunsPastTheEndIsReported) {
+  COFF_IMAGE c = image();
+  c.symbols.push_back({.name = "long_symbol_name", .scnum = 1});
+  c.strsize_override = 4000;
+  OPENED_COFF o(c.build());
+  ASSERT_NE(o.file(), nullptr);
+  EXPECT_EQ(o.error_code(), 0u) << "opening reads the headers only";
+  ASSERT_EQ(o.symbols()->get_count(), 1u);
+  EXPECT_EQ(o.error(), "invalid string table size 4000");
+  EXPECT_EQ(o.error_code(), OF_ERR_MALFORMED);
+  EXPECT_EQ(o.symbol(0)->get_name(), "");
+}
+
+TEST_P(CoffFile, ASymbolTableOffsetPastTheEndIsReported) {
+  COFF_IMAGE c = image();
+  c.symbols.push_back({.name = "main", .scnum = 1});
+  c.symptr_override = 0x7FFF0000;
+  OPENED_COFF o(c.build());
+  ASSERT_NE(o.file(), nullptr);
+  EXPECT_EQ(o.error_code(), 0u);
+  EXPECT_EQ(o.symbols()->get_count(), 0u);
+  EXPECT_EQ(o.error(), "invalid symbol table offset 0x7fff0000");
+  EXPECT_EQ(o.error_code(), OF_ERR_MALFORMED);
+}
+
+TEST_P(CoffFile, AHugeSymbolCountNeitherAllocatesNorReadsPastTheMember) {
+  COFF_IMAGE c = image();
+  c.symbols.push_back({.name = "main", .scnum = 1});
+  c.nsyms_override = 0xFFFFFFFF;
+  std::string bytes = c.build();
+  OPENED_COFF o(bytes, "big.obj");
+  ASSERT_NE(o.file(), nullptr);
+  EXPECT_EQ(o.symbols()->get_count(), 0u);
+  char expected[128];
+  snprintf(expected, sizeof expected, "symbol table at offset 0x%x runs past the end of file \"big.obj\" (%zu bytes)",
+           c.symptr, bytes.size());
+  EXPECT_EQ(o.error(), expected);
+}
+
+TEST_P(CoffFile, ChangingTheFileTypeAndByteOrder) {
+  COFF_IMAGE c = image();
+  c.flags = F_RELFLG;
+  OPENED_COFF o(c.build());
+  QVCOFF_FILE *f = o.file();
+  ASSERT_NE(f, nullptr);
+  EXPECT_EQ(f->get_file_type(), OF_FILE_TYPE_NONE);
+  EXPECT_EQ(f->get_endian(), OF_ENDIAN_UNKNOWN);
+  EXPECT_EQ(f->set_file_type(OF_FILE_TYPE_EXECUTABLE), 0);
+  EXPECT_EQ(f->get_file_type(), OF_FILE_TYPE_EXECUTABLE);
+  EXPECT_EQ(f->set_file_type(OF_FILE_TYPE_RELOCATABLE), 0);
+  EXPECT_EQ(f->get_flags(), F_RELFLG);
+  EXPECT_TRUE(f->is_modified());
+
+  EXPECT_EQ(f->set_file_type(OF_FILE_TYPE_SHARED), -1);
+  EXPECT_EQ(o.error(), "file type \"shared object file\" is not valid for QV-COFF");
+  EXPECT_EQ(o.error_code(), OF_ERR_INVALID_REQUEST);
+  EXPECT_EQ(f->get_flags(), F_RELFLG) << "the flag word is unchanged";
+  f->reset();
+  EXPECT_EQ(f->set_file_type(OF_FILE_TYPE_CORE), -1);
+  EXPECT_EQ(o.error(), "file type \"core file\" is not valid for QV-COFF");
+  f->reset();
+  EXPECT_EQ(f->set_file_type(9), -1);
+  EXPECT_EQ(o.error(), "invalid file type (0x9)");
+  f->reset();
+
+  EXPECT_EQ(f->set_endian(OF_ENDIAN_BIG), 0);
+  EXPECT_EQ(f->get_endian(), OF_ENDIAN_BIG);
+  EXPECT_EQ(f->set_endian(OF_ENDIAN_LITTLE), 0);
+  EXPECT_EQ(f->get_flags(), F_RELFLG | F_LITTLE);
+  EXPECT_EQ(f->set_endian(7), -1);
+  EXPECT_EQ(o.error(), "invalid endian setting");
+  EXPECT_EQ(o.error_code(), OF_ERR_INVALID_REQUEST);
+  EXPECT_EQ(f->get_flags() & F_ENDIAN_MASK, 0) << "both bits are left clear";
+
+  f->reset();
+  EXPECT_EQ(f->set_time_stamp(77), 0);
+  EXPECT_EQ(f->get_time_stamp(), 77u);
+  ASSERT_EQ(f->set_state(OF_STATE_FORMATTED), 0);
+  EXPECT_EQ(f->set_file_type(OF_FILE_TYPE_EXECUTABLE), -1) << "a laid-out file is changed only after reverting";
+  EXPECT_EQ(f->get_file_type(), OF_FILE_TYPE_NONE);
+}
+
+TEST_P(CoffFile, TruncatedAtEachHeaderFieldNeverReadsBeyondTheMember) {
+  COFF_IMAGE c = image();
+  c.optional_header = true;
+  c.sections.push_back({.name = ".text", .size = 4, .data = "abcd"});
+  c.symbols.push_back({.name = "function_name", .scnum = 1, .type = 0x20, .aux = {c.aux_size(4)}});
+  std::string full = c.build();
+  // Field boundaries of the file header, the optional header and beyond.
+  std::vector<size_t> cuts = {2, 4, 8, 12, 16, 18, 20};
+  if (version() != 0)
+    cuts.push_back(22);
+  for (size_t at = c.header_size; at <= full.size(); at += 2)
+    cuts.push_back(at);
+  for (size_t cut : cuts) {
+    OPENED_COFF o(full.substr(0, cut), "cut.obj");
+    if (!o.file()) {
+      continue;
+    }  // too short even to be recognised
+    OF_SECTION_TABLE *s = o.file()->get_section_table();
+    OF_SYMBOL_TABLE *t = o.file()->get_symbol_table();
+    ASSERT_NE(t, nullptr);
+    ASSERT_NE(s, nullptr);
+    for (uint32_t i = 0; i < t->get_count(); i = t->next_index(i)) {
+      if (OF_SYMBOL *sym = t->get_symbol(i)) {
+        EXPECT_EQ(sym->get_name().find('\xEE'), std::string::npos) << cut;
+      }
+    }
+    if (cut < c.header_size) {
+      EXPECT_EQ(o.error(), "file header at offset 0x0 runs past the end of file \"cut.obj\" (" +
+                               std::to_string(cut) + " bytes)");
+    } else if (cut < c.header_size + 28u) {
+      EXPECT_EQ(o.error(), "optional file header at offset 0x" + std::to_string(c.header_size == 20 ? 14 : 16) +
+                               " runs past the end of file \"cut.obj\" (" + std::to_string(cut) + " bytes)");
+    } else if (cut < c.section_headers_at + (version() == 2 ? 48u : 40u)) {
+      EXPECT_EQ(s->get_count(), 0u) << cut;
+      EXPECT_NE(o.error().find("section header at offset"), std::string::npos) << cut << o.error();
+    } else if (cut < c.strptr) {
+      EXPECT_EQ(t->get_count(), 0u) << cut;
+    } else if (cut < full.size()) {
+      EXPECT_EQ(t->get_count(), 2u) << cut;
+      if (cut >= c.strptr + 4) {
+        EXPECT_EQ(o.error(), "invalid string table size 18") << cut;
+      }
+    } else {
+      EXPECT_EQ(o.error_code(), 0u) << o.error();
+      EXPECT_EQ(t->get_symbol(0)->get_name(), "function_name");
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllLayouts, CoffFile, testing::Combine(testing::Values(0, 1, 2), testing::Values(LITTLE, BIG)),
+                         [](const auto &info) {
+                           return "v" + std::to_string(std::get<0>(info.param)) +
+                                  (std::get<1>(info.param) == BIG ? "Big" : "Little");
+                         });
+
+TEST(CoffFileMachine, TargetIdsBothWays) {
+  // Version "0": the first word is the target id itself.
+  OPENED_COFF v0(COFF_IMAGE(0, BIG, 0x9D).build());
+  ASSERT_NE(v0.file(), nullptr);
+  EXPECT_EQ(v0.file()->get_machine(), OF_MACHINE_VELA);
+  // Version "1": 0x00C1, target id at offset 20.
+  std::string v1_bytes = COFF_IMAGE(1, LITTLE, 0xA1).build();
+  EXPECT_EQ(v1_bytes.substr(0, 2), std::string("\xC1\x00", 2));
+  EXPECT_EQ(v1_bytes.substr(20, 2), std::string("\xA1\x00", 2));
+  OPENED_COFF v1(v1_bytes);
+  EXPECT_EQ(v1.file()->get_machine(), OF_MACHINE_NORMA);
+  // 0x00A2 is shared and reads as Lupus; an id not in the table as none.
+  OPENED_COFF shared(COFF_IMAGE(2, LITTLE, 0xA2).build());
+  EXPECT_EQ(shared.file()->get_machine(), OF_MACHINE_LUPUS);
+  OPENED_COFF unknown(COFF_IMAGE(2, LITTLE, 0x1234).build());
+  EXPECT_EQ(unknown.file()->get_machine(), OF_MACHINE_UNKNOWN);
+
+  const uint16_t ids[] = {0, 0x97, 0xA0, 0x9D, 0x98, 0x9C, 0x99, 0xA1, 0xA2, 0xA2, 0, 0, 0};
+  for (uint32_t m = 0; m <= 12; m++)
+    EXPECT_EQ(qvcoff_target_id(m), ids[m]) << m;
+  EXPECT_EQ(qvcoff_machine(qvcoff_target_id(OF_MACHINE_INDUS)), OF_MACHINE_LUPUS);
+}
+
+TEST(CoffFileNew, StartsLittleEndianWithTheMachinesTargetId) {
+  const std::pair<OF_FORMAT_VERSION, uint16_t> cases[] = {
+      {OF_VERSION_COFF0, 0}, {OF_VERSION_COFF1, 0xC1}, {OF_VERSION_COFF2, 0xC2}};
+  for (auto [version, word] : cases) {
+    OF_DESCRIPTOR d;
+    d.format = OF_FORMAT_COFF;
+    d.version = version;
+    d.machine = OF_MACHINE_INDUS;
+    QVCOFF_FILE f(d);
+    EXPECT_EQ(f.get_file_header().f_version, word);
+    EXPECT_EQ(f.get_file_header().f_target_id, 0xA2);
+    EXPECT_EQ(f.get_machine(), OF_MACHINE_LUPUS) << "the target id reads back as Lupus";
+    EXPECT_EQ(f.get_flags(), F_LITTLE);
+    EXPECT_EQ(f.get_endian(), OF_ENDIAN_LITTLE);
+    EXPECT_EQ(f.get_symbol_table()->get_count(), 0u);
+    EXPECT_EQ(f.get_section_table()->get_count(), 0u);
+  }
+  OF_DESCRIPTOR grus;
+  grus.format = OF_FORMAT_COFF;
+  grus.version = OF_VERSION_COFF2;
+  grus.machine = OF_MACHINE_GRUS;
+  EXPECT_EQ(QVCOFF_FILE(grus).get_file_header().f_target_id, 0);
+}
+
+TEST(CoffFileNew, ReadingAnUnknownVersionIsRefused) {
+  FILE *stream = tmpfile();
+  fwrite("\x9D\x00", 1, 2, stream);
+  rewind(stream);
+  OF_DESCRIPTOR d;
+  d.stream = stream;
+  d.format = OF_FORMAT_COFF;
+  d.version = OF_VERSION_ELF1;
+  d.size = 2;
+  QVCOFF_FILE f(d);
+  EXPECT_EQ(f.read(d), -1);
+  EXPECT_EQ(f.get_error_text(), "invalid file format version \"unknown format version\"");
+  EXPECT_EQ(f.get_error_code(), OF_ERR_MALFORMED);
+  fclose(stream);
+}
+
+TEST(CoffFileNames, FlagsAndVersions) {
+  const std::pair<uint32_t, const char *> flags[] = {
+      {0x0000, "F_VERS0"},  {0x0001, "F_RELFLG"}, {0x0002, "F_EXEC"},   {0x0004, "F_LNNO"},
+      {0x0008, "F_LSYMS"},  {0x0010, "F_VERS1"},  {0x0020, "F_VERS2"},  {0x0040, "F_VERS3"},
+      {0x0080, "F_VERS4"},  {0x0100, "F_LITTLE"}, {0x0200, "F_BIG"},    {0x1000, "F_SYMMERGE"},
+      {0x2000, "F_ICODE"},  {0x0003, "F_UNKNOWN"}, {0x0400, "F_UNKNOWN"}};
+  for (auto [value, name] : flags)
+    EXPECT_STREQ(qvcoff_flag_name(value), name) << value;
+  EXPECT_STREQ(qvcoff_version_text(OF_VERSION_COFF0), "0");
+  EXPECT_STREQ(qvcoff_version_text(OF_VERSION_COFF2), "2");
+  EXPECT_STREQ(qvcoff_version_text(OF_VERSION_ELF1), "unknown format version");
+}
+
+TEST(CoffFileInterface, NonCoffFilesAreRefused) {
+  OF_DESCRIPTOR d;
+  d.format = OF_FORMAT_ELF;
+  std::unique_ptr<OBJECT_FILE> elf(create_object(d, nullptr));
+  ASSERT_NE(elf, nullptr);
+  EXPECT_EQ(get_qvcoff_interface(elf.get()), nullptr);
+  EXPECT_EQ(elf->get_error_text(), "attempting to get QV-COFF interface for non-QV-COFF file");
+  EXPECT_EQ(elf->get_error_code(), OF_ERR_MALFORMED);
+  OPENED_COFF coff(COFF_IMAGE().build());
+  EXPECT_EQ(get_qvcoff_interface(coff.object.get()), coff.file());
+}
+
+TEST(CoffFileIcode, TheIcodeSectionIsFoundOnlyWhenFlagged) {
+  for (bool flagged : {false, true}) {
+    COFF_IMAGE c(2, BIG);
+    c.flags = flagged ? F_ICODE : 0;
+    c.sections = {{.name = ".text"}, {.name = ".icode"}};
+    OPENED_COFF o(c.build());
+    EXPECT_EQ(o.file()->get_icode_section_index(), flagged ? 2u : 0u);
+  }
+}
+
+TEST(CoffFileSections, LongNamesInVersion2OnlyAndRawDataStaysInTheFile) {
+  for (int version : {1, 2}) {
+    COFF_IMAGE c(version, LITTLE, 0x97);
+    c.sections.push_back({.name = ".text.startup", .size = 2, .data = "hi"});
+    c.symbols.push_back({.name = "x", .scnum = 1});
+    OPENED_COFF o(c.build());
+    OF_SECTION *s = o.file()->get_section_table()->get_section(1);
+    ASSERT_NE(s, nullptr);
+    EXPECT_EQ(s->get_name(), version == 2 ? ".text.startup" : ".text.st");
+    EXPECT_EQ(s->get_index(), 1u);
+    EXPECT_EQ(o.file()->get_section_table()->get_section(0), nullptr);
+    EXPECT_EQ(o.file()->get_section_table()->get_section(2), nullptr);
+    DATA_MAP *d = s->get_data();
+    ASSERT_NE(d, nullptr);
+    EXPECT_FALSE(d->is_loaded()) << "contents are read when first touched";
+    EXPECT_EQ(d->get_byte(1), 'i');
+  }
+}
+
+}  // namespace
+
+namespace {
+
+// Every byte of a good image set to values that make offsets and counts
+// huge or negative: whatever the damage, opening and walking the file ends,
+// and names never include bytes from outside the member.
+TEST(CoffFileDamage, EveryByteFlippedStillOpensAndWalks) {
+  for (int version : {0, 1, 2}) {
+    for (TEST_ORDER order : {LITTLE, BIG}) {
+      COFF_IMAGE c(version, order);
+      c.sections.push_back({.name = ".text", .size = 2, .data = "abcd", .nreloc = 1, .nlnno = 1});
+      c.symbols.push_back({.name = "a_long_function_name", .scnum = 1, .type = 0x20, .aux = {c.aux_size(4)}});
+      c.symbols.push_back({.name = "file", .scnum = 0xFFFE, .sclass = 103, .aux = {std::string(18, 'x')}});
+      std::string good = c.build();
+      for (size_t at = 2; at < good.size(); at++) {
+        for (char value : {'\xFF', '\x80', '\x01'}) {
+          std::string bad = good;
+          bad[at] = value;
+          OPENED_COFF o(bad);
+          if (!o.file())
+            continue;
+          OF_SECTION_TABLE *s = o.file()->get_section_table();
+          for (uint32_t i = 1; i <= s->get_count(); i++) {
+            std::string name = s->get_section(i)->get_name();
+            EXPECT_EQ(name.find('\xEE'), std::string::npos);
+          }
+          QVCOFF_SYMBOL_TABLE *t = o.symbols();
+          for (uint32_t i = 0; i < t->get_count(); i = t->next_index(i)) {
+            if (QVCOFF_SYMBOL *sym = t->get_qvcoff_symbol(i)) {
+              EXPECT_EQ(sym->get_name().find('\xEE'), std::string::npos);
+              (void)sym->get_size();
+              (void)sym->get_type();
+            }
+          }
+          (void)t->check_scopes();
+        }
+      }
+    }
+  }
+}
+
+}  // namespace

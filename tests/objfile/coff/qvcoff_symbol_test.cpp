@@ -1,0 +1,326 @@
+#include "objfile/coff/qvcoff_symbol.h"
+
+#include <gtest/gtest.h>
+
+#include <tuple>
+
+#include "common/bytes.h"
+#include "common/coff_image.h"
+#include "objfile/coff/coff_open.h"
+#include "objfile/coff/qvcoff_const.h"
+
+using namespace testing_support;
+using namespace OFE;
+
+namespace {
+
+class CoffSymbols : public testing::TestWithParam<std::tuple<int, TEST_ORDER>> {
+protected:
+  int version() const { return std::get<0>(GetParam()); }
+  TEST_ORDER order() const { return std::get<1>(GetParam()); }
+  COFF_IMAGE image() const { return COFF_IMAGE(version(), order()); }
+};
+
+TEST_P(CoffSymbols, NamesInlineAndFromTheStringTable) {
+  COFF_IMAGE c = image();
+  c.symbols = {{.name = "eight_ch", .scnum = 1},       // fills the field, no terminator
+               {.name = "x", .scnum = 1},
+               {.name = "nine_char", .scnum = 1},      // one too many: string table
+               {.name = "", .scnum = 1}};
+  std::string bytes = c.build();
+  // A fifth entry whose string offset points past the table, a sixth inside
+  // the length word.
+  OPENED_COFF o(bytes);
+  ASSERT_NE(o.symbols(), nullptr);
+  ASSERT_EQ(o.symbols()->get_count(), 4u);
+  EXPECT_EQ(o.symbol(0)->get_name(), "eight_ch");
+  EXPECT_EQ(o.symbol(1)->get_name(), "x");
+  EXPECT_EQ(o.symbol(2)->get_name(), "nine_char");
+  EXPECT_EQ(o.symbol(3)->get_name(), "") << "all-zero name: offset 0 lies in the length word";
+  EXPECT_EQ(o.error_code(), 0u) << o.error();
+
+  // The same entry with its string offset past the end of the table.
+  std::string damaged = bytes;
+  BYTES far(order());
+  far.u32(999);
+  damaged.replace(c.symptr + 2 * 18 + 4, 4, far.bytes());
+  OPENED_COFF d(damaged);
+  EXPECT_EQ(d.symbol(2)->get_name(), "");
+}
+
+TEST_P(CoffSymbols, KindBindingAndTypeFollowSectionNumberAndStorageClass) {
+  COFF_IMAGE c = image();
+  c.sections.push_back({.name = ".text"});
+  c.symbols = {{.name = "def", .value = 0x10, .scnum = 1, .sclass = C_EXT},
+               {.name = "undef", .scnum = N_UNDEF, .sclass = C_EXT},
+               {.name = "abs", .value = 5, .scnum = N_ABS, .sclass = C_EXT},
+               {.name = "dbg", .scnum = N_DEBUG, .sclass = C_STAT},
+               {.name = "lab", .scnum = 1, .sclass = C_LABEL},
+               {.name = "fn", .scnum = 1, .type = 0x24, .sclass = C_EXT, .aux = {c.aux_size(12)}},
+               {.name = ".text", .scnum = 1, .sclass = C_STAT, .aux = {c.aux_section(6, 2, 1)}},
+               {.name = "ustat", .scnum = 1, .sclass = C_USTATREG},
+               {.name = "emog", .scnum = 1, .sclass = C_EMOG},
+               {.name = "null", .scnum = 1, .sclass = C_NULL},
+               {.name = "high", .scnum = 1, .sclass = 200},
+               {.name = "odd", .scnum = 0xFFF0, .sclass = C_EXT}};
+  OPENED_COFF o(c.build());
+  struct EXPECTED {
+    uint32_t index;
+    OF_SYMBOL_KIND kind;
+    OF_SYMBOL_BINDING binding;
+    OF_SYMBOL_TYPE type;
+  };
+  const EXPECTED expected[] = {
+      {0, OF_KIND_DEFINED, OF_BIND_GLOBAL, OF_TYPE_OBJECT},    {1, OF_KIND_UNDEFINED, OF_BIND_GLOBAL, OF_TYPE_NONE},
+      {2, OF_KIND_ABSOLUTE, OF_BIND_GLOBAL, OF_TYPE_NONE},     {3, OF_KIND_DEBUG, OF_BIND_LOCAL, OF_TYPE_NONE},
+      {4, OF_KIND_DEFINED, OF_BIND_LOCAL, OF_TYPE_NONE},       {5, OF_KIND_DEFINED, OF_BIND_GLOBAL, OF_TYPE_OBJECT},
+      {7, OF_KIND_DEFINED, OF_BIND_LOCAL, OF_TYPE_SECTION},    {9, OF_KIND_DEFINED, OF_BIND_LOCAL, OF_TYPE_OBJECT},
+      {10, OF_KIND_DEFINED, OF_BIND_GLOBAL, OF_TYPE_OBJECT},   {11, OF_KIND_DEFINED, OF_BIND_UNKNOWN, OF_TYPE_OBJECT},
+      {12, OF_KIND_DEFINED, OF_BIND_LOCAL, OF_TYPE_OBJECT},    {13, OF_KIND_DEFINED, OF_BIND_GLOBAL, OF_TYPE_OBJECT},
+  };
+  for (const EXPECTED &e : expected) {
+    QVCOFF_SYMBOL *s = o.symbol(e.index);
+    ASSERT_NE(s, nullptr) << e.index;
+    EXPECT_EQ(s->get_kind(), e.kind) << s->get_name();
+    EXPECT_EQ(s->get_binding(), e.binding) << s->get_name();
+    EXPECT_EQ(s->get_type(), e.type) << s->get_name();
+  }
+  EXPECT_EQ(o.symbol(0)->get_value(), 0x10u);
+  EXPECT_EQ(o.symbol(0)->get_section_index(), 1u);
+  EXPECT_TRUE(o.symbol(0)->is_defined_in_section());
+  EXPECT_FALSE(o.symbol(2)->is_defined_in_section());
+  EXPECT_EQ(o.symbol(5)->get_size(), 12u) << "function: word at offset 4";
+  EXPECT_EQ(o.symbol(7)->get_size(), 6u) << "section: word at offset 0";
+  auto sec = std::get<QVCOFF_AUX_SECTION_RECORD>(o.symbol(7)->get_aux().at(0));
+  EXPECT_EQ(sec.x_nreloc, 2);
+  EXPECT_EQ(sec.x_nlinno, 1);
+  EXPECT_EQ(o.symbol(0)->get_size(), 0u) << "no auxiliary entry";
+}
+
+TEST_P(CoffSymbols, NextIndexStepsOverAuxiliaryEntries) {
+  COFF_IMAGE c = image();
+  c.symbols = {{.name = "a", .scnum = 1, .type = 0x20, .aux = {c.aux_size(1)}},
+               {.name = "b", .scnum = 1, .type = 0x30, .aux = {c.aux_size(2), c.aux_size(3)}},
+               {.name = "c", .scnum = 1}};
+  OPENED_COFF o(c.build());
+  QVCOFF_SYMBOL_TABLE *t = o.symbols();
+  ASSERT_EQ(t->get_count(), 6u);
+  std::vector<uint32_t> walked;
+  for (uint32_t i = 0; i < t->get_count(); i = t->next_index(i))
+    walked.push_back(i);
+  EXPECT_EQ(walked, (std::vector<uint32_t>{0, 2, 5}));
+  EXPECT_EQ(t->get_entry_size(), 18u);
+  EXPECT_EQ(t->get_symbol(6), nullptr);
+  EXPECT_EQ(o.symbol(2)->get_aux().size(), 2u);
+  EXPECT_EQ(o.symbol(2)->get_size(), 2u);
+  EXPECT_EQ(o.symbol(2)->get_aux_format(), AUX_ARRAY);
+}
+
+TEST_P(CoffSymbols, AnUnrecognisedAuxiliaryEntryIsReportedAndSkipped) {
+  COFF_IMAGE c = image();
+  c.symbols = {{.name = "lbl", .scnum = 1, .sclass = C_LABEL, .aux = {std::string(18, '\x7F')}},
+               {.name = "after", .scnum = 1}};
+  OPENED_COFF o(c.build());
+  QVCOFF_SYMBOL *lbl = o.symbol(0);
+  ASSERT_NE(lbl, nullptr);
+  EXPECT_EQ(o.error(), "unrecognized auxiliary entry for symbol \"lbl\" (index = 0, storage class = C_LABEL)");
+  EXPECT_EQ(o.error_code(), OF_ERR_MALFORMED);
+  EXPECT_EQ(lbl->get_aux_count(), 0);
+  EXPECT_TRUE(lbl->get_aux().empty());
+  // The entry itself is still not taken for a symbol.
+  EXPECT_EQ(o.symbols()->next_index(0), 2u);
+  EXPECT_EQ(o.symbol(2)->get_name(), "after");
+}
+
+TEST_P(CoffSymbols, AuxiliaryEntriesCutOffByTheTableEndAreNotMadeUp) {
+  COFF_IMAGE c = image();
+  c.symbols = {{.name = "f", .scnum = 1, .type = 0x20, .aux = {c.aux_size(9), c.aux_size(9)}}};
+  c.nsyms_override = 2;  // the second auxiliary entry lies outside the table
+  OPENED_COFF o(c.build());
+  ASSERT_EQ(o.symbols()->get_count(), 2u);
+  EXPECT_EQ(o.symbol(0)->get_aux().size(), 1u);
+  EXPECT_EQ(o.symbols()->next_index(0), 3u);
+}
+
+TEST_P(CoffSymbols, SettersAndTheirRefusals) {
+  COFF_IMAGE c = image();
+  c.symbols = {{.name = "s", .scnum = 1, .sclass = C_STATLAB},
+               {.name = "t", .scnum = 1, .type = 0x20, .sclass = C_EXT, .aux = {c.aux_size(4)}},
+               {.name = ".bb", .scnum = 1, .sclass = C_BLOCK, .aux = {std::string(18, '\0')}}};
+  OPENED_COFF o(c.build());
+  QVCOFF_SYMBOL *s = o.symbol(0);
+  OBJECT_FILE *f = o.object.get();
+  EXPECT_EQ(s->set_binding(OF_BIND_GLOBAL), 0);
+  EXPECT_EQ(s->get_storage_class(), C_EXTLAB);
+  EXPECT_EQ(s->set_binding(OF_BIND_LOCAL), 0);
+  EXPECT_EQ(s->get_storage_class(), C_STATLAB);
+  EXPECT_TRUE(s->is_changed());
+  ASSERT_EQ(s->set_storage_class(C_AUTO), 0);
+  EXPECT_EQ(s->set_binding(OF_BIND_GLOBAL), 0);
+  EXPECT_EQ(s->get_storage_class(), C_EXT);
+  EXPECT_EQ(s->set_binding(OF_BIND_LOCAL), 0);
+  EXPECT_EQ(s->get_storage_class(), C_STAT);
+
+  EXPECT_EQ(s->set_kind(OF_KIND_ABSOLUTE), 0);
+  EXPECT_EQ(s->get_section_number(), N_ABS);
+  EXPECT_EQ(s->set_kind(OF_KIND_DEBUG), 0);
+  EXPECT_EQ(s->get_section_number(), N_DEBUG);
+  EXPECT_EQ(s->set_kind(OF_KIND_UNDEFINED), 0);
+  EXPECT_EQ(s->get_section_number(), N_UNDEF);
+  EXPECT_EQ(s->set_section(3), 0);
+  EXPECT_EQ(s->get_kind(), OF_KIND_DEFINED);
+  EXPECT_EQ(s->set_value(0x44), 0);
+  EXPECT_EQ(s->get_value(), 0x44u);
+
+  const std::pair<std::function<int()>, const char *> refusals[] = {
+      {[&] { return s->set_kind(OF_KIND_DEFINED); },
+       "To mark a symbol as being defined, you must use set_section() to set its section reference"},
+      {[&] { return s->set_kind(OF_KIND_COMMON); }, "Invalid symbol kind 4"},
+      {[&] { return s->set_kind(0x1F); }, "Invalid symbol kind 1f"},
+      {[&] { return s->set_binding(OF_BIND_WEAK); }, "Weak symbol binding not supported for QV-COFF"},
+      {[&] { return s->set_binding(9); }, "Invalid symbol binding value 0x9"},
+      {[&] { return s->set_size(1); }, "Cannot set size of symbols with storage class C_STAT"},
+      {[&] { return o.symbol(3)->set_size(1); }, "Cannot set size of symbols with storage class C_BLOCK"},
+  };
+  for (const auto &[call, text] : refusals) {
+    f->reset();
+    EXPECT_EQ(call(), -1) << text;
+    EXPECT_EQ(o.error(), text);
+    EXPECT_EQ(o.error_code(), OF_ERR_INVALID_REQUEST) << text;
+  }
+  EXPECT_EQ(s->get_section_number(), 3) << "refusals change nothing";
+
+  QVCOFF_SYMBOL *t = o.symbol(1);
+  EXPECT_EQ(t->set_size(0x1234), 0);
+  EXPECT_EQ(t->get_size(), 0x1234u);
+  EXPECT_EQ(std::get<QVCOFF_AUX_FUNCTION_RECORD>(t->get_aux()[0]).x_fsize, 0x1234u);
+
+  // A file that has been laid out refuses changes until it is reverted.
+  f->reset();
+  ASSERT_EQ(f->set_state(OF_STATE_LOCKED), 0);
+  EXPECT_EQ(t->set_value(1), -1);
+  EXPECT_NE(o.error().find("must be in at most the open state"), std::string::npos) << o.error();
+}
+
+TEST_P(CoffSymbols, ScopeSymbolsMustBalance) {
+  auto scoped = [&](std::vector<const char *> names) {
+    COFF_IMAGE c = image();
+    for (const char *n : names) {
+      uint8_t sclass = (n[1] == 'b' && n[2] == 'b') || (n[1] == 'e' && n[2] == 'b') ? C_BLOCK : C_FCN;
+      c.symbols.push_back({.name = n, .scnum = 1, .sclass = sclass, .aux = {std::string(18, '\0')}});
+    }
+    c.symbols.push_back({.name = ".bb", .scnum = 1, .sclass = C_STAT});  // not C_BLOCK: not counted
+    return c.build();
+  };
+  OPENED_COFF good(scoped({".bf", ".bb", ".bb", ".eb", ".eb", ".ef"}));
+  EXPECT_TRUE(good.symbols()->check_scopes());
+  EXPECT_EQ(good.error_code(), 0u);
+  for (auto names : {std::vector<const char *>{".bf", ".bb", ".eb"}, std::vector<const char *>{".bb"},
+                     std::vector<const char *>{".bb", ".ef", ".bf", ".eb", ".eb"}}) {
+    OPENED_COFF bad(scoped(names));
+    EXPECT_FALSE(bad.symbols()->check_scopes());
+    EXPECT_EQ(bad.error(), "debug symbols that delimit function and lexical block scopes are not balanced");
+    EXPECT_EQ(bad.error_code(), OF_ERR_MALFORMED);
+  }
+}
+
+TEST_P(CoffSymbols, AuxiliaryRecordsRoundTrip) {
+  std::string bytes =
+      BYTES(order()).u32(0x01020304).u16(0x0506).u16(0x0708).u16(0x090A).u16(0x0B0C).u16(0x0D0E).u16(0x0F10).u16(0x1112);
+  BYTE_ORDERING o = order() == BIG ? BYTE_ORDERING::BIG : BYTE_ORDERING::LITTLE;
+  const uint8_t *raw = reinterpret_cast<const uint8_t *>(bytes.data());
+  for (int format = AUX_TAG; format <= AUX_SECTION; format++) {
+    QVCOFF_AUX aux = decode_aux(raw, static_cast<QVCOFF_AUX_FORMAT>(format), o);
+    EXPECT_EQ(aux.index(), static_cast<size_t>(format));
+    auto back = encode_aux(aux, o);
+    EXPECT_EQ(std::string(back.begin(), back.end()), bytes) << format;
+  }
+  // The file-name format is 18 raw bytes in either order.
+  auto name = std::get<QVCOFF_AUX_FILE_RECORD>(decode_aux(raw, AUX_FILE, o));
+  EXPECT_EQ(name.x_fname[0], static_cast<uint8_t>(bytes[0]));
+  auto section = std::get<QVCOFF_AUX_SECTION_RECORD>(decode_aux(raw, AUX_SECTION, o));
+  EXPECT_EQ(section.x_scnlen, 0x01020304u);
+  EXPECT_EQ(section.x_nreloc, 0x0506);
+  EXPECT_EQ(section.x_nlinno, 0x0708);
+  auto array = std::get<QVCOFF_AUX_ARRAY_RECORD>(decode_aux(raw, AUX_ARRAY, o));
+  EXPECT_EQ(array.x_dimen[0], 0x090A);
+  EXPECT_EQ(array.x_dimen[3], 0x0F10);
+  EXPECT_EQ(decode_aux(raw, AUX_NONE, o).index(), 0u);
+  EXPECT_EQ(encode_aux(std::monostate{}, o), (std::array<uint8_t, 18>{}));
+}
+
+TEST_P(CoffSymbols, HeaderCodecsRoundTrip) {
+  BYTE_ORDERING o = order() == BIG ? BYTE_ORDERING::BIG : BYTE_ORDERING::LITTLE;
+  OF_FORMAT_VERSION v = static_cast<OF_FORMAT_VERSION>(version() + 1);
+  QVCOFF_FILE_HEADER h{static_cast<uint16_t>(version() == 0 ? 0 : 0xC0 + version()), 3, 0xA1B2C3D4, 0x100, 7, 28,
+                       0x0302, 0x9D};
+  uint8_t buf[22] = {};
+  ASSERT_TRUE(encode_file_header(h, v, o, buf));
+  EXPECT_EQ(decode_file_header(buf, v, o), h);
+  EXPECT_EQ(read_u16(buf, o), version() == 0 ? 0x9D : 0xC0 + version()) << "target id or version word first";
+  QVCOFF_SECTION_HEADER s{{'.', 't', 'e', 'x', 't'}, 1, 2, 3, 4, 5, 6, 7, 8, 0x40, 0, 9};
+  if (version() == 2)
+    s.s_mwidth = 2;
+  uint8_t sbuf[48] = {};
+  ASSERT_TRUE(encode_section_header(s, v, o, sbuf));
+  EXPECT_EQ(decode_section_header(sbuf, v, o), s);
+  EXPECT_FALSE(decode_file_header(buf, OF_VERSION_ELF1, o).has_value());
+  EXPECT_FALSE(encode_section_header(s, OF_VERSION_UNKNOWN, o, sbuf));
+}
+
+INSTANTIATE_TEST_SUITE_P(AllLayouts, CoffSymbols, testing::Combine(testing::Values(0, 1, 2), testing::Values(LITTLE, BIG)),
+                         [](const auto &info) {
+                           return "v" + std::to_string(std::get<0>(info.param)) +
+                                  (std::get<1>(info.param) == BIG ? "Big" : "Little");
+                         });
+
+TEST(CoffAuxFormat, ChosenByStorageClassTypeAndVersion) {
+  struct CASE {
+    uint8_t sclass;
+    uint16_t type;
+    uint8_t naux;
+    OF_FORMAT_VERSION version;
+    QVCOFF_AUX_FORMAT format;
+  };
+  const CASE cases[] = {
+      {C_EXT, 0x20, 0, OF_VERSION_COFF2, AUX_NONE},      {C_FILE, 0, 1, OF_VERSION_COFF0, AUX_FILE},
+      {C_FILE, 0, 1, OF_VERSION_COFF1, AUX_FILE},        {C_FILE, 0, 1, OF_VERSION_COFF2, AUX_SECTION},
+      {C_FILE, 0x20, 1, OF_VERSION_COFF2, AUX_FUNCTION}, {C_BLOCK, 0, 1, OF_VERSION_COFF2, AUX_SCOPE},
+      {C_FCN, 0x20, 1, OF_VERSION_COFF0, AUX_SCOPE},     {C_EOS, 0, 1, OF_VERSION_COFF1, AUX_EOS},
+      {C_LABEL, 0x20, 1, OF_VERSION_COFF2, AUX_NONE},    {C_STRTAG, 0, 1, OF_VERSION_COFF2, AUX_TAG},
+      {C_UNTAG, 0, 1, OF_VERSION_COFF2, AUX_TAG},        {C_ENTAG, 0, 1, OF_VERSION_COFF2, AUX_TAG},
+      {C_TPDEF, 0x30, 1, OF_VERSION_COFF2, AUX_TYPEDEF}, {C_EXT, 0x24, 1, OF_VERSION_COFF2, AUX_FUNCTION},
+      {C_EXT, 0x34, 1, OF_VERSION_COFF2, AUX_ARRAY},     {C_EXT, 0x14, 1, OF_VERSION_COFF2, AUX_TYPEDEF},
+      {C_STAT, 0x08, 1, OF_VERSION_COFF2, AUX_TYPEDEF},  {C_STAT, 0, 2, OF_VERSION_COFF0, AUX_SECTION},
+  };
+  for (const CASE &c : cases)
+    EXPECT_EQ(qvcoff_aux_format(c.sclass, c.type, c.naux, c.version), c.format)
+        << int(c.sclass) << " " << c.type << " " << c.version;
+}
+
+TEST(CoffNames, StorageClassesAndTypes) {
+  EXPECT_STREQ(storage_class_name(C_NULL), "C_NULL");
+  EXPECT_STREQ(storage_class_name(C_USTATREG), "C_USTATREG");
+  EXPECT_STREQ(storage_class_name(C_BLOCK), "C_BLOCK");
+  EXPECT_STREQ(storage_class_name(C_EOG), "C_EOG");
+  EXPECT_STREQ(storage_class_name(30), "C_UNKNOWN");
+  EXPECT_STREQ(storage_class_name(255), "C_UNKNOWN");
+  int globals = 0;
+  for (uint32_t v = 0; v < 256; v++)
+    globals += storage_class_binding(static_cast<uint8_t>(v)) == OF_BIND_GLOBAL;
+  EXPECT_EQ(globals, 9) << "C_EXT, C_EXTREF, C_UEXT, C_EXTLAB, C_SYSTEM, C_EXTREG, C_EXTREFREG, C_EXTDEF, C_EMOG";
+  EXPECT_EQ(storage_class_binding(C_EMOG), OF_BIND_GLOBAL);
+  EXPECT_EQ(storage_class_binding(C_USTATREG), OF_BIND_LOCAL);
+  EXPECT_EQ(storage_class_binding(128), OF_BIND_LOCAL);
+  EXPECT_STREQ(basic_type_name(0), "void");
+  EXPECT_STREQ(basic_type_name(4), "int");
+  EXPECT_STREQ(basic_type_name(11), "long double");
+  EXPECT_STREQ(basic_type_name(15), "unsigned long");
+  EXPECT_STREQ(basic_type_name(16), "T_UNKNOWN");
+  EXPECT_STREQ(derived_type_name(1), "pointer");
+  EXPECT_STREQ(derived_type_name(2), "function");
+  EXPECT_STREQ(derived_type_name(3), "array");
+  EXPECT_STREQ(derived_type_name(0), "none");
+}
+
+}  // namespace
