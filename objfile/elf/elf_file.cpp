@@ -69,7 +69,7 @@ int ELF_FILE::read(const OF_DESCRIPTOR &) {
   if (!file_region(0, size, head, "ELF header") || !elf32_read(head, 0, header_))
     return -1;
   if (header_.e_ident[EI_CLASS] != ELFCLASS32) {
-    report_malformed(EI_CLASS, "ELF class %u is not read; only 32-bit objects are", header_.e_ident[EI_CLASS]);
+    report_malformed(EI_CLASS, "ELF class %u is not supported (32-bit objects only)", header_.e_ident[EI_CLASS]);
     return -1;
   }
   readable_ = true;
