@@ -19,8 +19,6 @@ ELF_STRING_TABLE::ELF_STRING_TABLE(ELF_FILE *file, ELF_SECTION *section)
 
 std::string ELF_STRING_TABLE::get_name() const { return section_->get_name(); }
 
-const char *ELF_STRING_TABLE::get_string(uint32_t offset) { return OF_STRING_TABLE_MANAGER::get_string(offset); }
-
 void ELF_STRING_TABLE::reset() {
   clear();
   (void)add_string("");

@@ -32,7 +32,6 @@ public:
   ELF_STRING_TABLE(ELF_FILE *file, ELF_SECTION *section);
 
   std::string get_name() const override;
-  const char *get_string(uint32_t offset) override;
   // Discards the contents and starts again with the empty string.
   void reset();
   ELF_SECTION *get_section() const { return section_; }

@@ -196,18 +196,11 @@ INSTANTIATE_TEST_SUITE_P(BothOrders, ElfFile, ::testing::Values(LITTLE, BIG), or
 
 TEST(ElfNames, UnknownValuesPrintAsTheirFallbacks) {
   EXPECT_STREQ(elf_class_name(7), "ELFCLASSUNKNOWN");
-  EXPECT_STREQ(elf_class_description(0), "invalid class");
   EXPECT_STREQ(elf_data_name(9), "ELFDATAUNKNOWN");
   EXPECT_STREQ(elf_type_name(0xFE00), "unknown file type");
   EXPECT_EQ(elf_osabi_name(0x61), "ELFOSABI_0x61");
-  EXPECT_EQ(elf_osabi_name(15), "ELFOSABI_AROS");
-  EXPECT_STREQ(elf_machine_name(146), "EM_QV_UNUSED07");
-  EXPECT_STREQ(elf_machine_name(159), "EM_QV_UNUSED20");
-  EXPECT_STREQ(elf_machine_name(105), "EM_FORNAX");
-  EXPECT_STREQ(elf_machine_name(110), "EM_UNICORE");
   EXPECT_STREQ(elf_machine_name(300), "EM_UNKNOWN");
   EXPECT_STREQ(elf_machine_description(300), "unknown machine");
-  EXPECT_EQ(elf_section_type_name(0x6FFFFFFF), "SHT_GNU_versym");
   EXPECT_EQ(elf_section_type_name(0x12345678), "SHT_0x12345678");
 }
 
