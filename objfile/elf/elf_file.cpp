@@ -1,8 +1,288 @@
 #include "objfile/elf/elf_file.h"
 
+#include <cstdarg>
+
+#include "objfile/elf/elf_section.h"
+#include "objfile/elf/elf_string.h"
+#include "objfile/elf/elf_symbol.h"
+#include "objfile/elf/elf_types.h"
+
 namespace OFE {
 
-ELF_FILE::ELF_FILE(const OF_DESCRIPTOR &descriptor) : OBJECT_FILE(descriptor) {}
+ELF_FILE::ELF_FILE(const OF_DESCRIPTOR &descriptor) : OBJECT_FILE(descriptor) {
+  reset_header();
+  header_.e_machine = get_machine_db()->get_elf_machine();
+}
+
 ELF_FILE::~ELF_FILE() = default;
+
+ELF_FILE *get_elf_interface(OBJECT_FILE *object) {
+  if (!object)
+    return nullptr;
+  if (object->get_format() != OF_FORMAT_ELF) {
+    object->set_error(OF_ERR_MALFORMED, "attempting to get ELF interface for non-ELF file");
+    return nullptr;
+  }
+  return static_cast<ELF_FILE *>(object);
+}
+
+void ELF_FILE::reset_header() {
+  uint8_t version = header_.e_ident[EI_VERSION];  // kept as it was
+  header_ = ELF32_HEADER_RECORD{};
+  header_.e_ident = {0x7F, 'E', 'L', 'F'};
+  header_.e_ident[EI_VERSION] = version;
+  header_.e_ehsize = record_size<ELF32_HEADER_RECORD>();
+  header_.e_phentsize = record_size<ELF32_PROGRAM_HEADER_RECORD>();
+  header_.e_shentsize = record_size<ELF32_SECTION_HEADER_RECORD>();
+}
+
+BYTE_ORDERING ELF_FILE::byte_order() const {
+  return descriptor_.endian == OF_ENDIAN_BIG ? BYTE_ORDERING::BIG : BYTE_ORDERING::LITTLE;
+}
+
+void ELF_FILE::report_malformed(uint64_t offset, const char *format, ...) {
+  char text[512];
+  va_list args;
+  va_start(args, format);
+  vsnprintf(text, sizeof text, format, args);
+  va_end(args);
+  const char *name = get_file_name().empty() ? "(unknown file)" : get_file_name().c_str();
+  set_error(OF_ERR_MALFORMED, "%s: %s at offset 0x%llx", name, text, static_cast<unsigned long long>(offset));
+}
+
+bool ELF_FILE::file_region(uint64_t offset, uint64_t size, DATA_MAP &map, const char *what) {
+  uint64_t length = descriptor_.size;
+  // Overflow first, then the end of the file, so that neither a huge count
+  // nor an offset past the end is ever turned into an allocation.
+  if (offset + size < offset || offset > length || size > length - offset) {
+    report_malformed(offset, "%s (%llu bytes) extends past the end of the file (%llu bytes)", what,
+                     static_cast<unsigned long long>(size), static_cast<unsigned long long>(length));
+    return false;
+  }
+  return get_file_data(static_cast<uint32_t>(offset), static_cast<uint32_t>(size), map) == 0;
+}
+
+int ELF_FILE::read(const OF_DESCRIPTOR &) {
+  DATA_MAP head;
+  head.set_byte_order(byte_order());
+  constexpr uint32_t size = record_size<ELF32_HEADER_RECORD>();
+  if (!file_region(0, size, head, "ELF header") || !elf32_read(head, 0, header_))
+    return -1;
+  if (header_.e_ident[EI_CLASS] != ELFCLASS32) {
+    report_malformed(EI_CLASS, "ELF class %u is not supported (32-bit objects only)", header_.e_ident[EI_CLASS]);
+    return -1;
+  }
+  readable_ = true;
+  shoff_ = header_.e_shoff;
+  shentsize_ = header_.e_shentsize;
+  shnum_ = header_.e_shnum;
+  return 0;
+}
+
+bool ELF_FILE::enter_builder() {
+  if (building_) {
+    set_error(OF_ERR_INTERNAL, "recursive call detected to a method that does not support recursive calls");
+    return false;
+  }
+  building_ = true;
+  return true;
+}
+
+bool ELF_FILE::load_sections() {
+  if (!readable_ || shoff_ == 0)
+    return true;  // no section header table
+  uint32_t count = shnum_;
+  if (count == 0) {
+    // Extended numbering: the count is section 0's sh_size.
+    if (shentsize_ < record_size<ELF32_SECTION_HEADER_RECORD>()) {
+      report_malformed(46, "section header size %u is smaller than 40", shentsize_);
+      return false;
+    }
+    DATA_MAP first;
+    first.set_byte_order(byte_order());
+    ELF32_SECTION_HEADER_RECORD zero{};
+    if (!file_region(shoff_, shentsize_, first, "section header 0") || !elf32_read(first, 0, zero))
+      return false;
+    count = zero.sh_size;
+  }
+  return sections_->load(shoff_, shentsize_, count);
+}
+
+ELF_SECTION_TABLE *ELF_FILE::get_section_table() {
+  if (!sections_) {
+    if (!enter_builder())
+      return nullptr;
+    sections_ = std::make_unique<ELF_SECTION_TABLE>(this);
+    (void)load_sections();  // a failed load leaves no sections and the error pending
+    building_ = false;
+  }
+  return sections_.get();
+}
+
+OF_SYMBOL_TABLE *ELF_FILE::get_symbol_table() {
+  ELF_SYMBOL_TABLE *table = get_elf_symbol_table();
+  return table ? static_cast<OF_SYMBOL_TABLE *>(table) : &no_symbols_;
+}
+
+ELF_SYMBOL_TABLE *ELF_FILE::get_elf_symbol_table() {
+  // The gABI allows one SHT_SYMTAB per file, ".symtab"; finding it by type
+  // spares reading the section names.
+  ELF_SECTION_TABLE *sections = get_section_table();
+  ELF_SECTION *symtab = sections ? sections->find_section_by_type(SHT_SYMTAB) : nullptr;
+  return symtab ? get_symbol_table_of(symtab->get_index()) : nullptr;
+}
+
+ELF_SYMBOL_TABLE *ELF_FILE::get_symbol_table_of(uint32_t index) {
+  if (auto it = symbol_tables_.find(index); it != symbol_tables_.end())
+    return it->second.get();
+  ELF_SECTION_TABLE *sections = get_section_table();
+  ELF_SECTION *section = sections ? sections->get_section(index) : nullptr;
+  if (!section || (section->get_type() != SHT_SYMTAB && section->get_type() != SHT_DYNSYM))
+    return nullptr;
+  auto &table = symbol_tables_[index];
+  table = std::make_unique<ELF_SYMBOL_TABLE>(this, section);
+  return table.get();
+}
+
+ELF_STRING_TABLE *ELF_FILE::get_string_table_of(uint32_t index) {
+  if (auto it = string_tables_.find(index); it != string_tables_.end())
+    return it->second.get();
+  ELF_SECTION_TABLE *sections = get_section_table();
+  ELF_SECTION *section = sections ? sections->get_section(index) : nullptr;
+  if (!section)
+    return nullptr;
+  auto &table = string_tables_[index];
+  table = std::make_unique<ELF_STRING_TABLE>(this, section);
+  if (table->size() == 0)
+    table->reset();  // a new table starts with the empty string
+  return table.get();
+}
+
+uint32_t ELF_FILE::get_shstrndx() {
+  if (header_.e_shstrndx != SHN_XINDEX)
+    return header_.e_shstrndx;
+  ELF_SECTION_TABLE *sections = get_section_table();
+  ELF_SECTION *zero = sections ? sections->get_section(0) : nullptr;
+  return zero ? zero->header().sh_link : 0;
+}
+
+void ELF_FILE::set_shstrndx(uint32_t index) {
+  ELF_SECTION_TABLE *sections = get_section_table();
+  ELF_SECTION *zero = sections ? sections->get_section(0) : nullptr;
+  if (index > ELF_MAX_DIRECT_SECTIONS) {
+    header_.e_shstrndx = SHN_XINDEX;
+    if (zero)
+      zero->header().sh_link = index;
+  } else {
+    if (header_.e_shstrndx == SHN_XINDEX && zero)
+      zero->header().sh_link = 0;
+    header_.e_shstrndx = static_cast<uint16_t>(index);
+  }
+}
+
+ELF_STRING_TABLE *ELF_FILE::get_section_name_table(bool create) {
+  uint32_t index = get_shstrndx();
+  ELF_SECTION_TABLE *sections = get_section_table();
+  if (!sections)
+    return nullptr;
+  if (index == 0 || index >= sections->get_count()) {
+    if (!create)
+      return nullptr;
+    OF_SECTION *found = sections->find_section(".shstrtab");
+    index = found ? found->get_index() : sections->create_section(".shstrtab", SHT_STRTAB)->get_index();
+    set_shstrndx(index);
+  }
+  return get_string_table_of(index);
+}
+
+bool ELF_FILE::get_program_header(uint32_t index, ELF32_PROGRAM_HEADER_RECORD &record) {
+  if (!readable_ || index >= header_.e_phnum || header_.e_phoff == 0)
+    return false;
+  if (!program_headers_ready_) {
+    program_headers_ready_ = true;
+    program_headers_.set_byte_order(byte_order());
+    if (header_.e_phentsize < record_size<ELF32_PROGRAM_HEADER_RECORD>()) {
+      report_malformed(42, "program header size %u is smaller than 32", header_.e_phentsize);
+      return false;
+    }
+    uint64_t size = static_cast<uint64_t>(header_.e_phentsize) * header_.e_phnum;
+    if (!file_region(header_.e_phoff, size, program_headers_, "program header table"))
+      program_headers_.clear();
+  }
+  return elf32_read(program_headers_, static_cast<uint64_t>(index) * header_.e_phentsize, record);
+}
+
+ELF_DYNAMIC_TABLE *ELF_FILE::get_dynamic_table() {
+  if (header_.e_type != ET_EXEC && header_.e_type != ET_DYN) {
+    set_error(OF_ERR_INVALID_REQUEST, "attempt to access dynamic information in an object file that is not "
+                                      "executable or a shared object");
+    return nullptr;
+  }
+  return nullptr;  // dynamic sections are not modelled yet
+}
+
+OF_FILE_TYPE ELF_FILE::get_file_type() const {
+  return header_.e_type >= ET_REL && header_.e_type <= ET_CORE ? static_cast<OF_FILE_TYPE>(header_.e_type)
+                                                               : OF_FILE_TYPE_NONE;
+}
+
+int ELF_FILE::set_file_type(uint32_t type) {
+  if (require_state_at_most(OF_STATE_LOCKED) != 0)
+    return -1;
+  if (type < OF_FILE_TYPE_RELOCATABLE || type > OF_FILE_TYPE_CORE) {
+    header_.e_type = ET_NONE;
+    set_error(OF_ERR_INVALID_REQUEST, "invalid file type");
+    return -1;
+  }
+  header_.e_type = static_cast<uint16_t>(type);  // the generic kinds have the ELF numbers
+  return 0;
+}
+
+int ELF_FILE::set_entry_point(uint32_t address) {
+  if (require_state_at_most(OF_STATE_LOCKED) != 0)
+    return -1;
+  header_.e_entry = address;
+  return 0;
+}
+
+int ELF_FILE::set_endian(uint32_t endian) {
+  if (require_state_at_most(OF_STATE_LOCKED) != 0)
+    return -1;
+  if (endian != OF_ENDIAN_LITTLE && endian != OF_ENDIAN_BIG) {
+    descriptor_.endian = OF_ENDIAN_UNKNOWN;
+    header_.e_ident[EI_DATA] = ELFDATANONE;
+    set_error(OF_ERR_INVALID_REQUEST, "invalid endian setting");
+    return -1;
+  }
+  descriptor_.endian = static_cast<OF_ENDIAN>(endian);
+  header_.e_ident[EI_DATA] = endian == OF_ENDIAN_LITTLE ? ELFDATA2LSB : ELFDATA2MSB;
+  return 0;
+}
+
+int ELF_FILE::reset() {
+  if (require_state_at_most(OF_STATE_OPEN) != 0)
+    return -1;
+  reset_header();
+  program_headers_.clear();
+  program_headers_ready_ = false;
+  force_state(OF_STATE_OPEN);
+  clear_error();
+  return 0;
+}
+
+bool ELF_FILE::promote_state(uint32_t target) {
+  if (target != OF_STATE_LOCKED)
+    return false;  // laying out and writing are not built yet
+  for (auto &[index, table] : symbol_tables_)
+    if (table && !table->is_prepared() && table->prepare_for_writing() != 0)
+      return false;
+  return true;
+}
+
+int ELF_FILE::write(FILE *) {
+  set_error(OF_ERR_INTERNAL, "%s: writing ELF files is not supported yet",
+            get_file_name().empty() ? "(unknown file)" : get_file_name().c_str());
+  return -1;
+}
 
 }  // namespace OFE

@@ -1,13 +1,36 @@
-// ELF_FILE: an object file in the ELF format.
-// Placeholder: reading and writing the ELF format comes later.
+// ELF_FILE: a 32-bit ELF object file.
+//
+// Opening a file reads its 52-byte header and nothing else:
+//
+//   0  e_ident[16]   magic 7F 'E' 'L' 'F', class (4), data encoding (5),
+//                    version (6), OS ABI (7), ABI version (8)
+//   16 e_type        24 e_entry     28 e_phoff    32 e_shoff
+//   18 e_machine     36 e_flags     40 e_ehsize   42 e_phentsize
+//   20 e_version     44 e_phnum     46 e_shentsize 48 e_shnum  50 e_shstrndx
+//
+// The section header table is read when the sections or symbols are first
+// asked for, the program headers when they are, and section contents only
+// for the sections that are used, so collecting an archive member's symbols
+// costs the header, the section headers, the symbol table and its strings.
+// EI_DATA 1 is little-endian and every other value big-endian. Every file
+// offset the file names is checked against the file's length in one place,
+// file_region().
 #pragma once
 
+#include <cstdint>
+#include <map>
 #include <memory>
+#include <string>
 
+#include "objfile/elf/elf32_rw.h"
+#include "objfile/elf/elf_section.h"
+#include "objfile/elf/elf_string.h"
+#include "objfile/elf/elf_symbol.h"
 #include "objfile/of_file.h"
-#include "objfile/of_symbol.h"
 
 namespace OFE {
+
+class ELF_DYNAMIC_TABLE;
 
 class ELF_FILE : public OBJECT_FILE {
 public:
@@ -15,22 +38,80 @@ public:
   ~ELF_FILE() override;
 
   OF_FORMAT_VERSION get_format_version() const override { return descriptor_.version; }
-  OF_FILE_TYPE get_file_type() const override { return OF_FILE_TYPE_NONE; }
-  int set_file_type(uint32_t) override { return -1; }
+  OF_FILE_TYPE get_file_type() const override;
+  // 1-4 give ET_REL, ET_EXEC, ET_DYN, ET_CORE; anything else ET_NONE and
+  // "invalid file type".
+  int set_file_type(uint32_t type) override;
   OF_MACHINE get_machine() const override { return descriptor_.machine; }
-  uint32_t get_entry_point() const override { return 0; }
-  int set_entry_point(uint32_t) override { return -1; }
+  uint32_t get_entry_point() const override { return header_.e_entry; }
+  int set_entry_point(uint32_t address) override;
   OF_ENDIAN get_endian() const override { return descriptor_.endian; }
-  int set_endian(uint32_t) override { return -1; }
+  int set_endian(uint32_t endian) override;
   OF_ENDIAN get_data_endian() const override { return descriptor_.endian; }
-  int reset() override { return 0; }
-  OF_SECTION_TABLE *get_section_table() override { return nullptr; }
-  OF_SYMBOL_TABLE *get_symbol_table() override { return &symbols_; }
-  int write(FILE *) override { return -1; }
-  int read(const OF_DESCRIPTOR &) override { return 0; }
+  // Back to the open state with a fresh header and no pending error.
+  int reset() override;
+  ELF_SECTION_TABLE *get_section_table() override;
+  // The file's SHT_SYMTAB table (".symtab"); an empty table when it has
+  // none, so that every caller can walk what it gets.
+  OF_SYMBOL_TABLE *get_symbol_table() override;
+  // The same, or null when the file has no SHT_SYMTAB section.
+  ELF_SYMBOL_TABLE *get_elf_symbol_table();
+  int write(FILE *stream) override;
+  int read(const OF_DESCRIPTOR &descriptor) override;
+  void print_info(FILE *stream) override;
+
+  bool promote_state(uint32_t target) override;
+
+  ELF32_HEADER_RECORD &header() { return header_; }
+  const ELF32_HEADER_RECORD &header() const { return header_; }
+  BYTE_ORDERING byte_order() const;
+
+  // The symbol table of section `index` (SHT_SYMTAB or SHT_DYNSYM), or null.
+  ELF_SYMBOL_TABLE *get_symbol_table_of(uint32_t index);
+  // The string table of section `index`, or null.
+  ELF_STRING_TABLE *get_string_table_of(uint32_t index);
+  // The section-name string table (e_shstrndx, or section 0's sh_link when
+  // that is SHN_XINDEX); with `create`, ".shstrtab" is found or made when
+  // the file names none.
+  ELF_STRING_TABLE *get_section_name_table(bool create);
+  uint32_t get_shstrndx();
+  void set_shstrndx(uint32_t index);
+  // Program headers, read on first request.
+  uint32_t get_program_header_count() const { return header_.e_phnum; }
+  [[nodiscard]] bool get_program_header(uint32_t index, ELF32_PROGRAM_HEADER_RECORD &record);
+  // Only executables and shared objects have one; others get error 5.
+  ELF_DYNAMIC_TABLE *get_dynamic_table();
+
+  // Attaches `map` to `size` bytes at file offset `offset` when they lie
+  // within the file; otherwise error 3 naming `what` and false. The one
+  // place where offsets read from the file are checked.
+  [[nodiscard]] bool file_region(uint64_t offset, uint64_t size, DATA_MAP &map, const char *what);
+  // Error 3 with the file's name and the byte offset of the fault.
+  void report_malformed(uint64_t offset, const char *format, ...) __attribute__((format(printf, 3, 4)));
+
+protected:
+  void dump_format(FILE *stream) override;
 
 private:
-  OF_EMPTY_SYMBOL_TABLE symbols_{this};
+  void reset_header();
+  bool load_sections();
+  // False, with error 7, when the guarded builder is already running.
+  bool enter_builder();
+
+  ELF32_HEADER_RECORD header_{};
+  bool readable_ = false;  // a 32-bit header was read
+  // Where the section headers are, as read (reset() clears the header).
+  uint32_t shoff_ = 0, shentsize_ = 0, shnum_ = 0;
+  std::unique_ptr<ELF_SECTION_TABLE> sections_;
+  DATA_MAP program_headers_;
+  bool program_headers_ready_ = false;
+  std::map<uint32_t, std::unique_ptr<ELF_SYMBOL_TABLE>> symbol_tables_;
+  OF_EMPTY_SYMBOL_TABLE no_symbols_{this};
+  std::map<uint32_t, std::unique_ptr<ELF_STRING_TABLE>> string_tables_;
+  bool building_ = false;
 };
+
+// The ELF view of `object`; null, with error 3, when it is not ELF.
+ELF_FILE *get_elf_interface(OBJECT_FILE *object);
 
 }  // namespace OFE

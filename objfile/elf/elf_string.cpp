@@ -1,0 +1,134 @@
+#include "objfile/elf/elf_string.h"
+
+#include "objfile/elf/elf_file.h"
+#include "objfile/elf/elf_section.h"
+#include "objfile/elf/elf_symbol.h"
+#include "objfile/elf/elf_types.h"
+
+namespace OFE {
+
+ELF_STRING_TABLE::ELF_STRING_TABLE(ELF_FILE *file, ELF_SECTION *section)
+    : OF_STRING_TABLE(file), section_(section) {
+  DATA_MAP *contents = section->get_data();
+  if (contents->is_file_backed() && !contents->is_loaded())
+    data_ = *contents;  // a second, lazy view of the same bytes
+  else if (contents->size() != 0)
+    data_.assign(contents->slice(0, contents->size()), contents->size());
+  data_.set_byte_order(file->byte_order());
+}
+
+std::string ELF_STRING_TABLE::get_name() const { return section_->get_name(); }
+
+void ELF_STRING_TABLE::reset() {
+  clear();
+  (void)add_string("");
+}
+
+uint32_t elf_symbol_hash(const char *name) {
+  uint32_t h = 0;
+  if (!name)
+    return 0;
+  for (const char *p = name; *p; p++) {
+    // Deliberately signed: a byte of 0x80 or above is added as a negative
+    // number, so such names hash differently from the usual unsigned rule.
+    h = (h << 4) + static_cast<uint32_t>(static_cast<int32_t>(static_cast<int8_t>(*p)));
+    uint32_t g = h & 0xF0000000u;
+    if (g != 0)
+      h ^= g >> 24;
+    h &= ~g;
+  }
+  return h;
+}
+
+uint32_t elf_hash_bucket_count(uint32_t n) {
+  if (n < 3)
+    return n;
+  for (uint64_t candidate = n; candidate <= 0xFFFFFFFFull; candidate++) {
+    bool prime = true;
+    // Divisors above the square root add nothing; the answer is the same as
+    // trying every number below the candidate.
+    for (uint64_t d = 2; d * d <= candidate; d++) {
+      if (candidate % d == 0) {
+        prime = false;
+        break;
+      }
+    }
+    if (prime)
+      return static_cast<uint32_t>(candidate);
+  }
+  return n;
+}
+
+ELF_SYMBOL_TABLE *ELF_SYMBOL_HASH::get_symbol_table() { return file_->get_symbol_table_of(section_->header().sh_link); }
+
+bool ELF_SYMBOL_HASH::build(OF_SYMBOL_TABLE *symbols) {
+  if (!symbols || !get_elf_interface(symbols->get_object()))
+    return false;
+  uint32_t n = symbols->get_count();
+  uint32_t nbucket = elf_hash_bucket_count(n);
+  DATA_MAP &data = *section_->get_data();
+  data.clear();
+  data.set_byte_order(file_->byte_order());
+  data.resize(4ull * (2ull + nbucket + n));
+  data.set_position(0);
+  data.write_u32(nbucket);
+  data.write_u32(n);
+  auto word = [&data](uint64_t index) -> uint32_t {
+    data.set_position(4 * index);
+    return data.read_u32();
+  };
+  auto set_word = [&data](uint64_t index, uint32_t value) {
+    data.set_position(4 * index);
+    data.write_u32(value);
+  };
+  for (uint32_t i = 0; i < n; i++) {
+    OF_SYMBOL *symbol = symbols->get_symbol(i);
+    uint32_t b = elf_symbol_hash(symbol ? symbol->get_name().c_str() : nullptr) % nbucket;
+    uint64_t link = 2 + b;  // the word that will point at symbol i
+    // Appending at the end of the chain keeps each chain in index order.
+    while (word(link) != 0)
+      link = 2ull + nbucket + word(link);
+    set_word(link, i);
+  }
+  section_->header().sh_size = static_cast<uint32_t>(data.size());
+  section_->header().sh_entsize = 4;
+  return true;
+}
+
+void ELF_SYMBOL_HASH::dump(FILE *stream) {
+  DATA_MAP &data = *section_->get_data();
+  ELF_SYMBOL_TABLE *symbols = get_symbol_table();
+  std::string hash_name = section_->get_name();
+  std::string table_name = symbols ? symbols->get_name() : "";
+  uint32_t count = symbols ? symbols->get_count() : 0;
+  fprintf(stream, " Symbol Hash Table in \"%s\"\n\n\n", hash_name.c_str());
+  fprintf(stream, "  %-8s %s\n  %-8s %s\n", "Row", "Symbol Name(s)", "---", "--------------");
+  data.set_position(0);
+  uint32_t nbucket = data.read_u32();
+  // Words past the section's end read as 0 (an empty bucket or the end of a
+  // chain), so a short section cannot run the walk off its bytes.
+  auto word = [&data](uint64_t index) -> uint32_t {
+    data.set_position(4 * index);
+    return data.read_u32();
+  };
+  for (uint32_t b = 0; b < nbucket && 4ull * (2ull + b) < data.size(); b++) {
+    fprintf(stream, "  %-8u ", b);
+    const char *separator = "";
+    uint32_t steps = 0;
+    for (uint32_t i = word(2ull + b); i != 0; i = word(2ull + nbucket + i)) {
+      if (i >= count) {
+        file_->set_error(OF_ERR_MALFORMED, "symbol index %ld in \"%s\" is beyond the end of symbol table \"%s\"",
+                         static_cast<long>(i), hash_name.c_str(), table_name.c_str());
+        break;
+      }
+      if (++steps > count)
+        break;  // a looping chain
+      OF_SYMBOL *symbol = symbols->get_symbol(i);
+      fprintf(stream, "%s\"%s\"", separator, symbol ? symbol->get_name().c_str() : "");
+      separator = ", ";
+    }
+    fputc('\n', stream);
+  }
+}
+
+}  // namespace OFE

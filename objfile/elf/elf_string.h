@@ -1,0 +1,67 @@
+// ELF_STRING_TABLE: the contents of a SHT_STRTAB section (".strtab",
+// ".dynstr", ".shstrtab"): NUL-terminated strings named by their byte
+// offset, the empty string at offset 0. Only whole strings are shared when
+// adding; a tail of an existing string is appended again, which keeps the
+// layout easy to predict.
+//
+// ELF_SYMBOL_HASH: a SHT_HASH section for a symbol table, words in the
+// file's byte order:
+//
+//   word 0                   nbucket
+//   word 1                   nchain (= number of symbols)
+//   words 2 .. 2+nbucket-1   bucket heads (symbol index, 0 = empty)
+//   then nchain words        chain links (next symbol in the bucket, 0 = end)
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+#include "objfile/of_string.h"
+
+namespace OFE {
+
+class ELF_FILE;
+class ELF_SECTION;
+class ELF_SYMBOL_TABLE;
+class OF_SYMBOL_TABLE;
+
+class ELF_STRING_TABLE : public OF_STRING_TABLE {
+public:
+  // The table of `section`, whose contents are read on first use.
+  ELF_STRING_TABLE(ELF_FILE *file, ELF_SECTION *section);
+
+  std::string get_name() const override;
+  // Discards the contents and starts again with the empty string.
+  void reset();
+  ELF_SECTION *get_section() const { return section_; }
+
+private:
+  ELF_SECTION *section_;
+};
+
+// The System V symbol hash, except that each name byte is taken as a signed
+// 8-bit value; names of bytes below 0x80 hash as usual.
+uint32_t elf_symbol_hash(const char *name);
+// The bucket count for `n` symbols: the smallest prime not below n (n below
+// 3 is used as it stands).
+uint32_t elf_hash_bucket_count(uint32_t n);
+
+class ELF_SYMBOL_HASH {
+public:
+  ELF_SYMBOL_HASH(ELF_FILE *file, ELF_SECTION *section) : file_(file), section_(section) {}
+
+  // The symbol table named by the hash section's sh_link, or null.
+  ELF_SYMBOL_TABLE *get_symbol_table();
+  // Fills the section from `symbols`; chains list their symbols in
+  // ascending index order. False when `symbols` is not an ELF table.
+  bool build(OF_SYMBOL_TABLE *symbols);
+  // The bucket table with the names of each chain.
+  void dump(FILE *stream);
+
+private:
+  ELF_FILE *file_;
+  ELF_SECTION *section_;
+};
+
+}  // namespace OFE

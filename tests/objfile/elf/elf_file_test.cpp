@@ -1,0 +1,282 @@
+// ELF_FILE: the header in both byte orders, the section header table with
+// extended numbering, program headers, the file-level setters and their
+// messages, the header dump, and what opening a member costs.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <set>
+
+#include "common/msg_capture.h"
+#include "objfile/coff/qvcoff_file.h"
+#include "objfile/elf/elf_names.h"
+#include "objfile/elf/elf_types.h"
+#include "objfile/elf/elf_builder.h"
+
+using namespace OFE;
+using namespace testing_support;
+
+namespace {
+
+class ElfFile : public ::testing::TestWithParam<TEST_ORDER> {
+protected:
+  MSG_CAPTURE capture;
+  ELF_BUILDER builder{GetParam()};
+  OF_ENDIAN endian() const { return GetParam() == LITTLE ? OF_ENDIAN_LITTLE : OF_ENDIAN_BIG; }
+};
+
+std::string dump_of(OBJECT_FILE *o, const char *part) {
+  char *buf = nullptr;
+  size_t len = 0;
+  FILE *f = open_memstream(&buf, &len);
+  o->select_dump("all", false);
+  o->select_dump(part);
+  o->dump(f);
+  fclose(f);
+  std::string text(buf, len);
+  free(buf);
+  return text;
+}
+
+}  // namespace
+
+TEST_P(ElfFile, ReadsTheHeaderInTheFilesByteOrder) {
+  builder.type = 2;
+  builder.entry = 0x8000'1234;
+  builder.add_symtab({});
+  OPENED o(builder.build());
+  ASSERT_NE(o.elf(), nullptr);
+  EXPECT_EQ(o.elf()->get_file_type(), OF_FILE_TYPE_EXECUTABLE);
+  EXPECT_EQ(o.elf()->get_machine(), OF_MACHINE_ARM);
+  EXPECT_EQ(o.elf()->get_entry_point(), 0x8000'1234u);
+  EXPECT_TRUE(o.elf()->has_entry_point());
+  EXPECT_EQ(o.elf()->get_endian(), endian());
+  EXPECT_EQ(o.elf()->get_data_endian(), endian());
+  const ELF32_HEADER_RECORD &h = o.elf()->header();
+  EXPECT_EQ(h.e_ident[0], 0x7F);  // byte arrays keep their order
+  EXPECT_EQ(h.e_ident[1], 'E');
+  EXPECT_EQ(h.e_shentsize, 40);
+  EXPECT_EQ(h.e_shnum, 5);
+  EXPECT_EQ(h.e_shstrndx, 4);
+  EXPECT_EQ(o.elf()->get_section_table()->get_count(), 5u);
+  EXPECT_EQ(o.elf()->get_section_table()->get_section(3)->get_name(), ".symtab");
+  EXPECT_EQ(o.object()->get_error_code(), 0u);
+}
+
+TEST(ElfFileOrder, AnyDataEncodingButOneIsBigEndian) {
+  MSG_CAPTURE capture;
+  ELF_BUILDER builder(BIG);
+  for (uint8_t ei_data : {0, 2, 3, 0xFF}) {
+    builder.ei_data = ei_data;
+    OPENED o(builder.build());
+    ASSERT_NE(o.elf(), nullptr);
+    EXPECT_EQ(o.elf()->get_endian(), OF_ENDIAN_BIG) << int(ei_data);
+    EXPECT_EQ(o.elf()->header().e_machine, 40) << int(ei_data);
+  }
+}
+
+TEST_P(ElfFile, ExtendedNumberingTakesCountAndNamesFromSectionZero) {
+  builder.extended_numbering = true;
+  builder.extended_shstrndx = true;
+  builder.add_symtab({{"g", 0, 0, 0x10, 0, 1}});
+  OPENED o(builder.build());
+  ELF_SECTION_TABLE *t = o.elf()->get_section_table();
+  EXPECT_EQ(o.elf()->header().e_shnum, 0);
+  EXPECT_EQ(t->get_count(), 5u);
+  EXPECT_EQ(o.elf()->get_shstrndx(), 4u);
+  EXPECT_EQ(t->get_section(2)->get_name(), ".strtab");
+  EXPECT_EQ(o.indexed_names(), std::vector<std::string>{"g"});
+}
+
+TEST_P(ElfFile, NoSectionHeaderTableMeansNoSectionsAndNoSymbols) {
+  builder.add_symtab({{"g", 0, 0, 0x10, 0, 1}});
+  std::string image = builder.build();
+  BYTES zero(GetParam());
+  zero.u32(0);
+  image.replace(32, 4, zero.bytes());  // e_shoff
+  image.replace(48, 2, std::string(2, '\0'));  // e_shnum
+  OPENED o(image);
+  EXPECT_EQ(o.elf()->get_section_table()->get_count(), 0u);
+  EXPECT_EQ(o.object()->get_symbol_table()->get_count(), 0u);
+  EXPECT_EQ(o.object()->get_error_code(), 0u);
+}
+
+TEST_P(ElfFile, RecordingTheSectionNameIndexUsesSectionZeroAbove65279) {
+  builder.add_symtab({});
+  OPENED o(builder.build());
+  o.elf()->set_shstrndx(70000);
+  EXPECT_EQ(o.elf()->header().e_shstrndx, SHN_XINDEX);
+  EXPECT_EQ(o.elf()->get_section_table()->get_section(0)->header().sh_link, 70000u);
+  EXPECT_EQ(o.elf()->get_shstrndx(), 70000u);
+  o.elf()->set_shstrndx(4);
+  EXPECT_EQ(o.elf()->header().e_shstrndx, 4);
+  EXPECT_EQ(o.elf()->get_section_table()->get_section(0)->header().sh_link, 0u);
+}
+
+TEST_P(ElfFile, ReadsProgramHeaders) {
+  BYTES ph(GetParam());
+  ph.u32(1).u32(0x34).u32(0x8000).u32(0x8000).u32(0x10).u32(0x20).u32(5).u32(4);
+  builder.program_headers = ph.bytes();
+  builder.phnum = 1;
+  OPENED o(builder.build());
+  ELF32_PROGRAM_HEADER_RECORD p{};
+  ASSERT_EQ(o.elf()->get_program_header_count(), 1u);
+  ASSERT_TRUE(o.elf()->get_program_header(0, p));
+  EXPECT_EQ(p.p_type, 1u);
+  EXPECT_EQ(p.p_vaddr, 0x8000u);
+  EXPECT_EQ(p.p_memsz, 0x20u);
+  EXPECT_EQ(p.p_flags, 5u);
+  EXPECT_FALSE(o.elf()->get_program_header(1, p));
+}
+
+TEST_P(ElfFile, FileTypeEntryPointAndEndianSetters) {
+  OPENED o(builder.build());
+  ELF_FILE *f = o.elf();
+  EXPECT_EQ(f->set_file_type(OF_FILE_TYPE_SHARED), 0);
+  EXPECT_EQ(f->header().e_type, ET_DYN);
+  EXPECT_EQ(f->set_file_type(5), -1);
+  EXPECT_EQ(f->header().e_type, ET_NONE);
+  EXPECT_EQ(f->get_error_code(), OF_ERR_INVALID_REQUEST);
+  EXPECT_EQ(f->get_error_text(), "invalid file type");
+  f->clear_error();
+  EXPECT_EQ(f->set_entry_point(0x400), 0);
+  EXPECT_EQ(f->get_entry_point(), 0x400u);
+  EXPECT_EQ(f->set_endian(OF_ENDIAN_BIG), 0);
+  EXPECT_EQ(f->header().e_ident[EI_DATA], ELFDATA2MSB);
+  EXPECT_EQ(f->set_endian(3), -1);
+  EXPECT_EQ(f->get_endian(), OF_ENDIAN_UNKNOWN);
+  EXPECT_EQ(f->get_error_text(), "invalid endian setting");
+}
+
+TEST_P(ElfFile, ResetRestoresTheDefaultHeaderAndClearsTheError) {
+  OPENED o(builder.build());
+  ELF_FILE *f = o.elf();
+  (void)f->set_file_type(9);
+  ASSERT_EQ(f->reset(), 0);
+  EXPECT_EQ(f->get_error_code(), 0u);
+  const ELF32_HEADER_RECORD &h = f->header();
+  EXPECT_EQ(h.e_ident[EI_CLASS], 0);
+  EXPECT_EQ(h.e_ident[EI_DATA], 0);
+  EXPECT_EQ(h.e_ident[EI_VERSION], 1);  // left as it was
+  EXPECT_EQ(h.e_type, 0);
+  EXPECT_EQ(h.e_machine, 0);
+  EXPECT_EQ(h.e_shoff, 0u);
+  EXPECT_EQ(h.e_ehsize, 52);
+  EXPECT_EQ(h.e_phentsize, 32);
+  EXPECT_EQ(h.e_shentsize, 40);
+  EXPECT_EQ(h.e_shnum, 0);
+}
+
+TEST_P(ElfFile, ElfOnlyRequestsAreRefusedElsewhere) {
+  OPENED o(builder.build());
+  EXPECT_EQ(o.elf()->get_dynamic_table(), nullptr);
+  EXPECT_EQ(o.object()->get_error_code(), OF_ERR_INVALID_REQUEST);
+  EXPECT_EQ(o.object()->get_error_text(),
+            "attempt to access dynamic information in an object file that is not executable or a shared object");
+
+  OF_DESCRIPTOR d;
+  d.format = OF_FORMAT_COFF;
+  std::unique_ptr<OBJECT_FILE> coff(create_object(d, nullptr));
+  EXPECT_EQ(get_elf_interface(coff.get()), nullptr);
+  EXPECT_EQ(coff->get_error_code(), OF_ERR_MALFORMED);
+  EXPECT_EQ(coff->get_error_text(), "attempting to get ELF interface for non-ELF file");
+  EXPECT_EQ(get_elf_interface(o.object()), o.elf());
+}
+
+TEST_P(ElfFile, HeaderDumpUsesTheGabiNames) {
+  builder.machine = 141;
+  OPENED o(builder.build());
+  std::string text = dump_of(o.object(), "header");
+  for (const char *expected : {"ELFCLASS32", GetParam() == LITTLE ? "ELFDATA2LSB" : "ELFDATA2MSB", "ET_REL",
+                               "EM_QV_VELA", "ELFOSABI_NONE (None specified)", "ELF Class:", "32-bit objects",
+                               "ELF ABIVERSION:", "ELF e_flags:", "0x00000000", "Machine:", "QV Vela"})
+    EXPECT_NE(text.find(expected), std::string::npos) << expected << "\n" << text;
+}
+
+INSTANTIATE_TEST_SUITE_P(BothOrders, ElfFile, ::testing::Values(LITTLE, BIG), order_name);
+
+TEST(ElfNames, UnknownValuesPrintAsTheirFallbacks) {
+  EXPECT_STREQ(elf_class_name(7), "ELFCLASSUNKNOWN");
+  EXPECT_STREQ(elf_data_name(9), "ELFDATAUNKNOWN");
+  EXPECT_STREQ(elf_type_name(0xFE00), "unknown file type");
+  EXPECT_EQ(elf_osabi_name(0x61), "ELFOSABI_0x61");
+  EXPECT_STREQ(elf_machine_name(300), "EM_UNKNOWN");
+  EXPECT_STREQ(elf_machine_description(300), "unknown machine");
+  EXPECT_EQ(elf_section_type_name(0x12345678), "SHT_0x12345678");
+}
+
+TEST(ElfNames, VersionIndexes) {
+  EXPECT_EQ(elf_version_index_name(0), "VER_NDX_LOCAL");
+  EXPECT_EQ(elf_version_index_name(1), "VER_NDX_GLOBAL");
+  EXPECT_EQ(elf_version_index_name(0xFF01), "VER_NDX_ELIMINATE");
+  EXPECT_EQ(elf_version_index_name(0xFF02), "VER_NDX_0xff02");
+  EXPECT_EQ(elf_version_index_name(0xFF00), "VER_NDX_0xff00");
+  EXPECT_EQ(elf_version_index_name(7), "7");
+  EXPECT_EQ(elf_version_index_name(0x8003), "3 (deprecated)");
+}
+
+// Records every byte range the library reads through the stream.
+namespace {
+
+struct READ_LOG {
+  std::string image;
+  uint64_t position = 0;
+  std::vector<std::pair<uint64_t, uint64_t>> reads;  // [from, to)
+};
+
+ssize_t log_read(void *cookie, char *buf, size_t size) {
+  auto *log = static_cast<READ_LOG *>(cookie);
+  if (log->position >= log->image.size())
+    return 0;
+  size_t n = std::min<size_t>(size, log->image.size() - log->position);
+  memcpy(buf, log->image.data() + log->position, n);
+  log->reads.push_back({log->position, log->position + n});
+  log->position += n;
+  return static_cast<ssize_t>(n);
+}
+
+int log_seek(void *cookie, off64_t *offset, int whence) {
+  auto *log = static_cast<READ_LOG *>(cookie);
+  int64_t base = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? static_cast<int64_t>(log->position)
+                                                             : static_cast<int64_t>(log->image.size());
+  log->position = static_cast<uint64_t>(base + *offset);
+  *offset = static_cast<off64_t>(log->position);
+  return 0;
+}
+
+bool touches(const READ_LOG &log, uint64_t from, uint64_t to) {
+  for (auto [a, b] : log.reads)
+    if (a < to && from < b)
+      return true;
+  return false;
+}
+
+}  // namespace
+
+TEST(ElfFileCost, OpeningReadsTheHeaderAndTheSymbolsReadOnlyTheirSections) {
+  ELF_BUILDER b;
+  b.add_symtab({{"global_one", 0, 0, 0x12, 0, 1}});
+  b.add({".big", 1, std::string(64 * 1024, '\x77')});
+  READ_LOG log;
+  log.image = b.build();
+  uint32_t text = b.section_offsets[0], strtab = b.section_offsets[1], symtab = b.section_offsets[2];
+  uint32_t big = b.section_offsets[3], shstrtab = b.section_offsets[4];
+  FILE *stream = fopencookie(&log, "r", {log_read, nullptr, log_seek, nullptr});
+  ASSERT_NE(stream, nullptr);
+  setvbuf(stream, nullptr, _IONBF, 0);
+  std::unique_ptr<OBJECT_FILE> o(open_object(stream, 0, nullptr, nullptr));
+  ASSERT_NE(o, nullptr);
+  for (auto [a, z] : log.reads)
+    EXPECT_LE(z, 52u) << "opening read beyond the header";
+  log.reads.clear();
+  OF_SYMBOL_TABLE *t = o->get_symbol_table();
+  ASSERT_EQ(t->get_count(), 2u);
+  EXPECT_EQ(t->get_symbol(1)->get_name(), "global_one");
+  EXPECT_TRUE(touches(log, b.shoff, b.shoff + 40));
+  EXPECT_TRUE(touches(log, symtab, symtab + 32));
+  EXPECT_TRUE(touches(log, strtab, strtab + 1));
+  EXPECT_FALSE(touches(log, text, strtab)) << ".text was read";
+  EXPECT_FALSE(touches(log, big, shstrtab)) << ".big was read";
+  EXPECT_FALSE(touches(log, shstrtab, b.shoff)) << "section names were read";
+  o.reset();
+  fclose(stream);
+}

@@ -1,0 +1,158 @@
+// ELF_STRING_TABLE (whole-string sharing) and ELF_SYMBOL_HASH (signed-byte
+// hash, prime bucket counts, chains in index order, the text dump).
+#include <gtest/gtest.h>
+
+#include "common/msg_capture.h"
+#include "objfile/elf/elf_builder.h"
+#include "objfile/elf/elf_types.h"
+#include "objfile/test_object.h"
+
+using namespace OFE;
+using namespace testing_support;
+
+namespace {
+
+class ElfStrings : public ::testing::TestWithParam<TEST_ORDER> {
+protected:
+  MSG_CAPTURE capture;
+  ELF_BUILDER builder{GetParam()};
+};
+
+std::vector<uint32_t> words(DATA_MAP &d) {
+  std::vector<uint32_t> out;
+  for (uint64_t at = 0; at + 4 <= d.size(); at += 4) {
+    d.set_position(at);
+    out.push_back(d.read_u32());
+  }
+  return out;
+}
+
+std::string dump_text(ELF_SYMBOL_HASH &hash) {
+  char *buf = nullptr;
+  size_t len = 0;
+  FILE *f = open_memstream(&buf, &len);
+  hash.dump(f);
+  fclose(f);
+  std::string text(buf, len);
+  free(buf);
+  return text;
+}
+
+}  // namespace
+
+TEST_P(ElfStrings, OnlyWholeStringsAreShared) {
+  builder.add({".strtab", SHT_STRTAB, std::string("\0dup\0x\0dup\0", 11)});
+  OPENED o(builder.build());
+  ELF_STRING_TABLE *t = o.elf()->get_string_table_of(1);
+  ASSERT_NE(t, nullptr);
+  EXPECT_STREQ(t->get_string(1), "dup");
+  EXPECT_STREQ(t->get_string(2), "up");
+  EXPECT_EQ(t->get_string(11), nullptr);  // exactly the size
+  EXPECT_EQ(t->add_string("dup"), 1u);    // the first of two, nothing added
+  EXPECT_EQ(t->size(), 11u);
+  EXPECT_EQ(t->add_string("up"), 11u);    // a tail is not found inside "dup"
+  t->reset();
+  EXPECT_EQ(t->size(), 1u);
+  EXPECT_EQ(t->add_string("abc"), 1u);
+  EXPECT_EQ(t->add_string("bc"), 5u);
+  EXPECT_EQ(t->add_string("abc"), 1u);
+}
+
+TEST_P(ElfStrings, StringsWithoutTheirNulAreEmpty) {
+  builder.add({".strtab", SHT_STRTAB, std::string("\0open-ended", 11)});
+  OPENED o(builder.build());
+  ELF_STRING_TABLE *t = o.elf()->get_string_table_of(1);
+  EXPECT_STREQ(t->get_string(1), "");
+  EXPECT_EQ(t->get_string(0xFFFFFFFF), nullptr);
+}
+
+TEST(ElfHash, SignedBytesAndTheUsualRule) {
+  EXPECT_EQ(elf_symbol_hash(nullptr), 0u);
+  EXPECT_EQ(elf_symbol_hash(""), 0u);
+  EXPECT_EQ(elf_symbol_hash("a"), 0x61u);
+  EXPECT_EQ(elf_symbol_hash("ab"), 0x672u);
+  // Long enough for the high nibble to fold back in.
+  EXPECT_EQ(elf_symbol_hash("printf"), 0x077905A6u);
+  EXPECT_EQ(elf_symbol_hash("\xE9"), 0x0FFFFF19u);  // 0xE9 is added as -23
+}
+
+TEST(ElfHash, BucketCountIsTheNextPrime) {
+  EXPECT_EQ(elf_hash_bucket_count(0), 0u);
+  EXPECT_EQ(elf_hash_bucket_count(1), 1u);
+  EXPECT_EQ(elf_hash_bucket_count(2), 2u);
+  EXPECT_EQ(elf_hash_bucket_count(3), 3u);
+  EXPECT_EQ(elf_hash_bucket_count(4), 5u);
+  EXPECT_EQ(elf_hash_bucket_count(24), 29u);
+  EXPECT_EQ(elf_hash_bucket_count(0xFFFFFFFBu), 0xFFFFFFFBu);  // the largest 32-bit prime
+  EXPECT_EQ(elf_hash_bucket_count(0xFFFFFFFCu), 0xFFFFFFFCu);  // none left: n itself
+}
+
+TEST_P(ElfStrings, HashChainsListSymbolsInIndexOrder) {
+  // 5 symbols, 5 buckets: "a" (0x61 % 5 = 2) and "f" (0x66 % 5 = 2) share
+  // a bucket; "b" sits alone in bucket 3.
+  uint32_t sym = builder.add_symtab({{"a", 0, 0, 0x10, 0, 1}, {"b", 0, 0, 0x10, 0, 1}, {"x", 0, 0, 0x10, 0, 1},
+                                     {"f", 0, 0, 0x10, 0, 1}});
+  builder.add({".hash", SHT_HASH, "", sym, 0, 4});
+  OPENED o(builder.build());
+  ELF_SECTION *section = o.elf()->get_section_table()->get_section(4);
+  ELF_SYMBOL_HASH hash(o.elf(), section);
+  ASSERT_EQ(hash.get_symbol_table(), o.elf()->get_elf_symbol_table());
+  ASSERT_TRUE(hash.build(o.object()->get_symbol_table()));
+  // "x" = 0x78 % 5 = 0. Symbol 0 hashes there too, but a head of 0 reads
+  // as an empty bucket, so "x" takes it over.
+  EXPECT_EQ(words(*section->get_data()),
+            (std::vector<uint32_t>{5, 5, /*buckets*/ 3, 0, 1, 2, 0, /*chains*/ 0, 4, 0, 0, 0}));
+  EXPECT_EQ(section->header().sh_entsize, 4u);
+  EXPECT_EQ(section->header().sh_size, 48u);
+  EXPECT_EQ(dump_text(hash), " Symbol Hash Table in \".hash\"\n\n\n"
+                             "  Row      Symbol Name(s)\n"
+                             "  ---      --------------\n"
+                             "  0        \"x\"\n"
+                             "  1        \n"
+                             "  2        \"a\", \"f\"\n"
+                             "  3        \"b\"\n"
+                             "  4        \n");
+}
+
+TEST_P(ElfStrings, AnEmptyTableHashesToTwoZeroWords) {
+  builder.add({".symtab", 2, "", 0, 0, 16});
+  builder.add({".hash", SHT_HASH, "", 1, 0, 4});
+  OPENED o(builder.build());
+  ELF_SECTION *section = o.elf()->get_section_table()->get_section(2);
+  ELF_SYMBOL_HASH hash(o.elf(), section);
+  ASSERT_TRUE(hash.build(o.object()->get_symbol_table()));
+  EXPECT_EQ(words(*section->get_data()), (std::vector<uint32_t>{0, 0}));
+}
+
+TEST_P(ElfStrings, DumpReportsChainLinksBeyondTheTable) {
+  uint32_t sym = builder.add_symtab({{"a", 0, 0, 0x10, 0, 1}});
+  BYTES hash_words(GetParam());
+  hash_words.u32(2).u32(2).u32(1).u32(7).u32(0).u32(9);
+  builder.add({".hash", SHT_HASH, hash_words.bytes(), sym, 0, 4});
+  OPENED o(builder.build());
+  ELF_SYMBOL_HASH hash(o.elf(), o.elf()->get_section_table()->get_section(4));
+  EXPECT_EQ(dump_text(hash), " Symbol Hash Table in \".hash\"\n\n\n"
+                             "  Row      Symbol Name(s)\n"
+                             "  ---      --------------\n"
+                             "  0        \"a\"\n"
+                             "  1        \n");
+  EXPECT_EQ(o.object()->get_error_code(), OF_ERR_MALFORMED);
+  EXPECT_EQ(o.object()->get_error_text(),
+            "symbol index 9 in \".hash\" is beyond the end of symbol table \".symtab\"");
+}
+
+TEST(ElfHash, RefusesASymbolTableOfAnotherFormat) {
+  MSG_CAPTURE capture;
+  ELF_BUILDER b;
+  b.add({".hash", SHT_HASH, ""});
+  OPENED o(b.build());
+  OF_DESCRIPTOR d;
+  d.format = OF_FORMAT_COFF;
+  std::unique_ptr<OBJECT_FILE> coff(create_object(d, nullptr));
+  testing_support::TEST_SYMBOL_TABLE foreign(coff.get(), {});
+  ELF_SYMBOL_HASH hash(o.elf(), o.elf()->get_section_table()->get_section(1));
+  EXPECT_FALSE(hash.build(&foreign));
+  EXPECT_EQ(coff->get_error_text(), "attempting to get ELF interface for non-ELF file");
+}
+
+INSTANTIATE_TEST_SUITE_P(BothOrders, ElfStrings, ::testing::Values(LITTLE, BIG), order_name);
