@@ -31,22 +31,27 @@ static bool write_header(ARCHIVE *ar, FILE *out, const AR_HEADER_VALUES &values)
 
 // Keeps the old archive under a temporary name and opens the new one.
 static bool begin_rewrite(ARCHIVE *ar) {
+  // A signal may arrive between any two steps: every path is recorded before
+  // the step that creates it, so the clean-up always knows what to undo.
   if (ar->source) {
-    std::string temp = temp_path_beside(ar->output_path);
+    ar->temp_path = ar->pool.strdup(temp_path_beside(ar->output_path));
     if (ar->owns_source)
       managed_close(ar->source);
     ar->source = nullptr;
     ar->owns_source = false;
-    if (link(ar->output_path, temp.c_str()) == 0) {
+    if (link(ar->output_path, ar->temp_path) == 0) {
       ar->moved = true;
-    } else if ((errno == EPERM || errno == EXDEV || errno == EOPNOTSUPP || errno == EMLINK) &&
-               rename(ar->output_path, temp.c_str()) == 0) {
+    } else if (errno == EPERM || errno == EXDEV || errno == EOPNOTSUPP || errno == EMLINK) {
       // A file system without hard links: fall back to moving the old archive away.
-      ar->moved = ar->moved_by_rename = true;
+      ar->moved_by_rename = true;
+      if (rename(ar->output_path, ar->temp_path) != 0) {
+        ar->moved_by_rename = false;
+        return ar_fail(ar, AR_ERR_CREATE, "Cannot create new archive");
+      }
+      ar->moved = true;
     } else {
       return ar_fail(ar, AR_ERR_CREATE, "Cannot create new archive");
     }
-    ar->temp_path = ar->pool.strdup(temp);
     ar->name = ar->temp_path;
     ar->source = managed_open(ar->temp_path, "rb");
     if (!ar->source)
@@ -180,6 +185,7 @@ static bool finish_rewrite(ARCHIVE *ar) {
     ar->source = nullptr;
     ar->owns_source = false;
     unlink(ar->temp_path);
+    ar->temp_path = nullptr;
     ar->moved = false;
   }
   return true;
@@ -221,11 +227,15 @@ void ar_emergency_cleanup(ARCHIVE *ar, bool close_streams) {
     ar->source = nullptr;
     ar->owns_source = false;
   }
-  if (ar->moved) {
+  // Acts on the recorded path rather than on "moved": a signal may land after
+  // the link or rename but before the flag is set. Undoing a step that never
+  // happened fails harmlessly.
+  if (ar->temp_path) {
     if (ar->moved_by_rename && !ar->replaced)
       rename(ar->temp_path, ar->output_path);
     else
       unlink(ar->temp_path);
+    ar->temp_path = nullptr;
     ar->moved = false;
   }
 }
