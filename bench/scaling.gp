@@ -6,6 +6,7 @@ set output outfile
 set multiplot layout 1,2 title "Wall time (median) against member count, 1-3 KB ELF32 members"
 set logscale xy
 set grid
+set datafile missing "?"
 set key top left
 set xlabel "members"
 set ylabel "seconds"
