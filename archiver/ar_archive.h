@@ -87,6 +87,14 @@ struct ARCHIVE {
   uint32_t symbol_index_length = 0;
 
   uint32_t long_name_table_length = 0;  // computed by the writer; 0 = no name table
+
+  // The headers are read through a window of the source mapped into memory,
+  // so that walking them costs neither a seek per member nor a copy of the
+  // members' data; only the window's pages are ever resident.
+  const char *window = nullptr;
+  uint64_t window_offset = 0;
+  uint64_t window_length = 0;
+  uint64_t source_size = 0;  // learnt when the first window is mapped
   bool moved = false;                // the old archive also lives under its temporary name
   bool moved_by_rename = false;      // ... and no longer under its own (no hard links here)
   bool replaced = false;             // the new archive stands under the archive's path
@@ -109,6 +117,8 @@ bool ar_test_magic(ARCHIVE *ar);
 // the old symbol index is loaded only when asked.
 bool ar_read_special_members(ARCHIVE *ar, bool load_index);
 bool ar_load_members(ARCHIVE *ar);
+// Lets go of the mapped window the header walk used.
+void ar_release_window(ARCHIVE *ar);
 
 // Appends a member supplied by the file at `source_file`.
 AR_MEMBER *ar_append_member(ARCHIVE *ar, const char *name, const char *source_file,

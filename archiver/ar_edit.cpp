@@ -100,14 +100,18 @@ void ar_table(ARCHIVE *ar, OPTIONS &options) {
   printf("\n      SIZE   DATE                        FILE NAME"
          "\n  --------   ------------------------    -----------------\n");
   OPERAND_MATCHER matcher(options);
+  // Members added together share their date: format each date once.
+  time_t shown = -1;
+  char date[64] = "";
   for (AR_MEMBER *m = ar->head; m; m = m->next) {
     if (!matcher.match(m->name))
       continue;
     time_t when = m->date;
-    char date[64] = "";
     struct tm local;
-    if (localtime_r(&when, &local))
+    if (when != shown && localtime_r(&when, &local)) {
       strftime(date, sizeof date, "%a %b %e %H:%M:%S %Y", &local);
+      shown = when;
+    }
     printf("  %8lu   %s    %s\n", static_cast<unsigned long>(m->size), date, m->name);
   }
 }

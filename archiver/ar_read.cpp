@@ -4,6 +4,9 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "archiver/ar_archive.h"
 #include "archiver/ar_header.h"
@@ -34,15 +37,28 @@ ARCHIVE *ar_create(const char *path, MANAGED_FILE *stream, AR_ERROR_CALLBACK cal
 }
 
 void ar_destroy(ARCHIVE *ar) {
+  ar_release_window(ar);
   ar_emergency_cleanup(ar);
   if (ar->source && ar->owns_source)
     managed_close(ar->source);
   delete ar;
 }
 
+// Every seek is a system call, even inside the stream's buffer, and the
+// archive is mostly read front to back: a short hop forward (a header, a
+// padding byte) is read past instead.
 static FILE *source_at(ARCHIVE *ar, uint64_t offset) {
   FILE *s = managed_stream(ar->source);
-  if (!s || fseeko(s, static_cast<off_t>(offset), SEEK_SET) != 0)
+  if (!s)
+    return nullptr;
+  off_t here = ftello(s);
+  if (here >= 0 && static_cast<uint64_t>(here) <= offset && offset - here <= 256) {
+    char skip[256];
+    size_t gap = static_cast<size_t>(offset - here);
+    if (fread(skip, 1, gap, s) == gap)
+      return s;
+  }
+  if (here != static_cast<off_t>(offset) && fseeko(s, static_cast<off_t>(offset), SEEK_SET) != 0)
     return nullptr;
   return s;
 }
@@ -68,11 +84,61 @@ static bool is_special(std::string_view name) {
   return name == "/" || name == "//" || name == "<filenames>/";
 }
 
+static constexpr uint64_t WINDOW_SIZE = 1 << 20;
+
+void ar_release_window(ARCHIVE *ar) {
+  if (ar->window)
+    munmap(const_cast<char *>(ar->window), ar->window_length);
+  ar->window = nullptr;
+  ar->window_offset = ar->window_length = 0;
+}
+
+// Maps the window so that it starts at or before `offset`; false when the
+// source cannot be mapped (not a plain file), or `offset` is past its end.
+static bool map_window(ARCHIVE *ar, uint64_t offset) {
+  ar_release_window(ar);
+  FILE *s = managed_stream(ar->source);
+  struct stat st;
+  if (!s || fstat(fileno(s), &st) != 0 || !S_ISREG(st.st_mode))
+    return false;
+  ar->source_size = static_cast<uint64_t>(st.st_size);
+  uint64_t start = offset & ~static_cast<uint64_t>(sysconf(_SC_PAGESIZE) - 1);
+  if (start >= ar->source_size)
+    return false;
+  uint64_t length = ar->source_size - start < WINDOW_SIZE ? ar->source_size - start : WINDOW_SIZE;
+  void *p = mmap(nullptr, length, PROT_READ, MAP_PRIVATE, fileno(s), static_cast<off_t>(start));
+  if (p == MAP_FAILED)
+    return false;
+  ar->window = static_cast<const char *>(p);
+  ar->window_offset = start;
+  ar->window_length = length;
+  return true;
+}
+
+// Reads up to `n` bytes at `offset`: from the window when it can, else
+// through the stream. -1 when the source cannot be read.
+static long read_source(ARCHIVE *ar, uint64_t offset, char *out, size_t n) {
+  bool inside = ar->window && offset >= ar->window_offset && offset + n <= ar->window_offset + ar->window_length;
+  if (inside || map_window(ar, offset)) {
+    uint64_t end = ar->window_offset + ar->window_length;
+    if (offset >= end)
+      return 0;  // past the end of the file
+    uint64_t available = end - offset;
+    size_t count = n < available ? n : static_cast<size_t>(available);
+    memcpy(out, ar->window + (offset - ar->window_offset), count);
+    return static_cast<long>(count);
+  }
+  FILE *s = source_at(ar, offset);
+  if (!s)
+    return -1;
+  size_t read = fread(out, 1, n, s);
+  return ferror(s) ? -1 : static_cast<long>(read);
+}
+
 // 1 when a header was read, 0 at the end of the archive, -1 on failure.
 static int read_header(ARCHIVE *ar, uint64_t offset, RAW_HEADER *h) {
-  FILE *s = source_at(ar, offset);
-  size_t n = s ? fread(h->text, 1, AR_HEADER_SIZE, s) : 0;
-  if (n == 0 && s && !ferror(s))
+  long n = read_source(ar, offset, h->text, AR_HEADER_SIZE);
+  if (n == 0)
     return 0;
   if (n < AR_HEADER_SIZE)
     return ar_fail(ar, AR_ERR_STRUCTURE, "Cannot read member header: '%s'", ar->name), -1;
@@ -218,13 +284,16 @@ bool ar_load_members(ARCHIVE *ar) {
   int r;
   while ((r = read_header(ar, offset, &h)) > 0) {
     const char *name = decode_name(ar, h);
-    if (!name)
-      return false;
+    if (!name) {
+      r = -1;
+      break;
+    }
     AR_MEMBER *m = ar_append_member(ar, name, nullptr, static_cast<uint32_t>(h.date.value_or(0)),
                                     static_cast<uint32_t>(h.size));
     m->data_offset = h.data_offset;
     offset = h.data_offset + round_even(h.size);
   }
+  ar_release_window(ar);
   return r == 0;
 }
 

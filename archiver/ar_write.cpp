@@ -53,6 +53,7 @@ static bool begin_rewrite(ARCHIVE *ar) {
       return ar_fail(ar, AR_ERR_CREATE, "Cannot create new archive");
     }
     ar->name = ar->temp_path;
+    ar_release_window(ar);
     ar->source = managed_open(ar->temp_path, "rb");
     if (!ar->source)
       return ar_fail(ar, AR_ERR_CREATE, "Cannot create archive: '%s'", ar->temp_path);

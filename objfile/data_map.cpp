@@ -3,6 +3,8 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <stdio_ext.h>
+#include <unistd.h>
 
 #include "support/user_msg.h"
 
@@ -156,13 +158,35 @@ void DATA_MAP::resize(uint64_t size) {
   modified_ = true;
 }
 
+// Reads straight from the stream's file when it has one and nothing of ours
+// waits in its output buffer: the stream's position is not touched, so no
+// seek there and back (each of which is a system call). A short read leaves
+// zeros, as a short fread does. False when the stream cannot be read so.
+static bool read_at(FILE *stream, uint64_t offset, uint8_t *buffer, uint64_t n) {
+  int fd = fileno(stream);
+  if (fd < 0 || __fpending(stream) != 0)
+    return false;
+  uint64_t done = 0;
+  while (done < n) {
+    ssize_t got = pread(fd, buffer + done, n - done, static_cast<off_t>(offset + done));
+    if (got < 0 && errno == EINTR)
+      continue;
+    if (got < 0)
+      return done > 0;  // nothing read at all: let the stream try
+    if (got == 0)
+      break;
+    done += static_cast<uint64_t>(got);
+  }
+  return true;
+}
+
 void DATA_MAP::load() {
   if (loaded_)
     return;
   uint64_t n = size_ < load_count_ ? size_ : load_count_;
   if (n != 0) {
     buffer_.assign(n, 0);
-    if (file_) {
+    if (file_ && !read_at(file_, file_offset_, buffer_.data(), n)) {
       // The stream may be shared (an archive), so its position is put back.
       off_t saved = pftello(file_);
       if (pfseeko(file_, file_offset_, SEEK_SET) == 0)

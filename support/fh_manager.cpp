@@ -92,6 +92,8 @@ static int evict_one(FH_MANAGER *m) {
   MANAGED_FILE *f = m->ring[victim];
   f->saved_position = ftello(f->stream);
   fclose(f->stream);
+  free(f->buffer);
+  f->buffer = nullptr;
   f->stream = nullptr;
   f->ring_slot = -1;
   m->ring[victim] = nullptr;
@@ -131,6 +133,8 @@ static bool open_stream(FH_MANAGER *m, MANAGED_FILE *f) {
     if ((errno != EMFILE && errno != ENFILE) || evict_one(m) < 0)
       return false;
   }
+  f->buffer = static_cast<char *>(safe_malloc(MANAGED_BUFFER_SIZE));
+  setvbuf(s, f->buffer, _IOFBF, MANAGED_BUFFER_SIZE);
   f->stream = s;
   f->ring_slot = slot;
   m->ring[slot] = f;
@@ -158,6 +162,7 @@ int managed_close(MANAGED_FILE *f) {
   int result = 0;
   if (f->stream)
     result = fclose(f->stream);
+  free(f->buffer);
   if (f->ring_slot >= 0)
     m->ring[f->ring_slot] = nullptr;
   m->table[f->table_index] = nullptr;

@@ -8,12 +8,16 @@
 #include <cstdio>
 
 inline constexpr int MAX_OPEN_STREAMS = 15;
+// Each open stream gets a buffer of this size: fewer system calls for the
+// archive copies, and no size query on the first read.
+inline constexpr size_t MANAGED_BUFFER_SIZE = 64 * 1024;
 
 struct FH_MANAGER;
 
 struct MANAGED_FILE {
   FH_MANAGER *manager;
   FILE *stream;         // null while evicted
+  char *buffer;         // the stream's buffer, while it is open
   char *path;
   char mode[8];         // the mode for the next open
   long long saved_position;
