@@ -9,7 +9,7 @@ using namespace OFE;
 
 namespace {
 
-std::vector<TEST_SYMBOL_SPEC> sample() {
+std::vector<TEST_SYMBOL_DEF> sample() {
   return {{"", OF_BIND_LOCAL, OF_KIND_UNDEFINED},
           {"main", OF_BIND_GLOBAL, OF_KIND_DEFINED},
           {"+aux", OF_BIND_UNKNOWN, OF_KIND_UNKNOWN},

@@ -67,7 +67,7 @@ public:
   int set_type(uint32_t) override { return 0; }
 };
 
-struct TEST_SYMBOL_SPEC {
+struct TEST_SYMBOL_DEF {
   std::string name;
   OFE::OF_SYMBOL_BINDING binding;
   OFE::OF_SYMBOL_KIND kind;
@@ -77,15 +77,15 @@ struct TEST_SYMBOL_SPEC {
 // next_index skips.
 class TEST_SYMBOL_TABLE : public OFE::OF_SYMBOL_TABLE {
 public:
-  TEST_SYMBOL_TABLE(OFE::OBJECT_FILE *object, std::vector<TEST_SYMBOL_SPEC> specs)
-      : OF_SYMBOL_TABLE(object), specs_(std::move(specs)) {
-    set_count(static_cast<uint32_t>(specs_.size()));
+  TEST_SYMBOL_TABLE(OFE::OBJECT_FILE *object, std::vector<TEST_SYMBOL_DEF> defs)
+      : OF_SYMBOL_TABLE(object), defs_(std::move(defs)) {
+    set_count(static_cast<uint32_t>(defs_.size()));
   }
   int loads = 0;
 
   uint32_t next_index(uint32_t index) override {
     uint32_t next = index + 1;
-    while (next < get_count() && next < specs_.size() && specs_[next].name.rfind('+', 0) == 0)
+    while (next < get_count() && next < defs_.size() && defs_[next].name.rfind('+', 0) == 0)
       next++;
     return next;
   }
@@ -97,15 +97,15 @@ protected:
   std::unique_ptr<OFE::OF_SYMBOL> load_symbol(uint32_t index) override {
     loads++;
     auto s = std::make_unique<TEST_SYMBOL>(this, index);
-    s->set_name(specs_[index].name);
-    s->binding = specs_[index].binding;
-    s->kind = specs_[index].kind;
+    s->set_name(defs_[index].name);
+    s->binding = defs_[index].binding;
+    s->kind = defs_[index].kind;
     s->value = index * 16;
     return s;
   }
 
 private:
-  std::vector<TEST_SYMBOL_SPEC> specs_;
+  std::vector<TEST_SYMBOL_DEF> defs_;
 };
 
 }  // namespace testing_support
