@@ -145,7 +145,7 @@ TEST(CoffIndex, EveryVersionAndByteOrderFeedsTheIndexByteForByte) {
 
   // Other archivers still read the library, index and all.
   for (const char *tool : {"ar", "llvm-ar"}) {
-    if (!have(tool))
+    if (!have_program(tool))
       continue;
     RUN_RESULT t = run({tool, "t", "lib.lib"}, dir.path());
     EXPECT_EQ(t.status, 0) << tool << t.err;
@@ -191,7 +191,7 @@ TEST(CoffIndex, AnArchiveOfTextFilesHasNoIndex) {
   EXPECT_EQ(r.out.find("symbol defined"), std::string::npos);
   EXPECT_EQ(dir.read("lib.lib"), std::string(MAGIC) + member("a.txt/", date, "alpha\n") + member("b.txt/", date, "beta"));
   for (const char *tool : {"ar", "llvm-ar"}) {
-    if (!have(tool))
+    if (!have_program(tool))
       continue;
     RUN_RESULT t = run({tool, "t", "lib.lib"}, dir.path());
     EXPECT_EQ(t.out, "a.txt\nb.txt\n") << tool << t.err;

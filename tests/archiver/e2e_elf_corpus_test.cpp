@@ -82,7 +82,7 @@ TEST_P(ElfCorpus, RebuiltIndexEqualsGnuArs) {
   const std::filesystem::path library = GetParam().path;
   if (!std::filesystem::exists(library))
     GTEST_SKIP() << library << " is not installed";
-  if (!have("ar") || !have("nm"))
+  if (!have_program("ar") || !have_program("nm"))
     GTEST_SKIP() << "no GNU binutils";
   testing_support::MSG_CAPTURE capture;
   TEMP_DIR dir;

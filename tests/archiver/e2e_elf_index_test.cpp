@@ -69,7 +69,7 @@ protected:
 
   void SetUp() override {
     for (const std::string &tool : {GetParam().as, GetParam().nm, std::string("ar")})
-      if (!have(tool))
+      if (!have_program(tool))
         GTEST_SKIP() << "no " << tool;
   }
 
@@ -145,7 +145,7 @@ TEST_P(ElfIndex, UndefinedWeakAndLocalSymbolsStayOutOfBoth) {
 }
 
 TEST_P(ElfIndex, LinkerPullsExactlyTheNeededMembersThroughOurIndex) {
-  if (!have(GetParam().ld))
+  if (!have_program(GetParam().ld))
     GTEST_SKIP() << "no " << GetParam().ld;
   const std::string call = GetParam().call;
   assemble("main", ".text\n.globl _start\n_start: " + call + " alpha\n");
@@ -175,7 +175,7 @@ INSTANTIATE_TEST_SUITE_P(Toolchains, ElfIndex, ::testing::ValuesIn(TOOLCHAINS),
 // 10) is global to GNU ar, but our binding rule knows only local, global
 // and weak, so it enters no index of ours. Only the x86 assembler makes them.
 TEST(ElfIndexDifferences, UniqueSymbolsAreLeftOutDeliberately) {
-  if (!have("as") || !have("ar") || !have("nm"))
+  if (!have_program("as") || !have_program("ar") || !have_program("nm"))
     GTEST_SKIP() << "no GNU binutils";
   TEMP_DIR dir;
   dir.write("u.s", ".text\n.globl uniq\n.type uniq, @gnu_unique_object\nuniq: nop\n.globl plain\nplain: nop\n");

@@ -53,7 +53,7 @@ void expect_arvela_reads(const INPUTS &in, const std::string &library) {
   EXPECT_EQ(r.out, std::string(TABLE_HEAD) + table_row(in.dir.read(OBJECT).size(), 0, OBJECT) +
                        table_row(in.dir.read(LONG_TEXT).size(), 0, LONG_TEXT) +
                        table_row(in.dir.read(SIXTEEN).size(), 0, SIXTEEN));
-  if (have("ar")) {
+  if (have_program("ar")) {
     r = run({"ar", "t", "lib.a"}, out.path());
     EXPECT_EQ(r.out, OBJECT + "\n" + LONG_TEXT + "\n" + SIXTEEN + "\n");
   }
@@ -62,7 +62,7 @@ void expect_arvela_reads(const INPUTS &in, const std::string &library) {
 }  // namespace
 
 TEST(Interop, ReadsGnuArArchives) {
-  if (!have("ar"))
+  if (!have_program("ar"))
     GTEST_SKIP() << "no ar";
   INPUTS in;
   if (!in.ok)
@@ -81,7 +81,7 @@ TEST(Interop, ReadsGnuArArchives) {
 }
 
 TEST(Interop, ReadsLlvmArArchives) {
-  if (!have("llvm-ar"))
+  if (!have_program("llvm-ar"))
     GTEST_SKIP() << "no llvm-ar";
   INPUTS in;
   if (!in.ok)
@@ -123,7 +123,7 @@ TEST(Interop, OthersReadWhatArvelaWrites) {
 
   int tools = 0;
   for (std::string tool : {"ar", "llvm-ar"}) {
-    if (!have(tool))
+    if (!have_program(tool))
       continue;
     tools++;
     SCOPED_TRACE(tool);
@@ -139,7 +139,7 @@ TEST(Interop, OthersReadWhatArvelaWrites) {
   if (tools == 0)
     GTEST_SKIP() << "neither ar nor llvm-ar";
 
-  if (in.ok && have("nm")) {
+  if (in.ok && have_program("nm")) {
     r = run({"nm", "lib.lib"}, in.dir.path());
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find(OBJECT + ":\n"), std::string::npos) << r.out;

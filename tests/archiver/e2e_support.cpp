@@ -70,10 +70,8 @@ std::string status(const std::string &verb, const std::string &name) {
 
 std::string error_line(const std::string &text) { return "  -->  error: " + text + "\n"; }
 
-bool have(const std::string &program) { return testing_support::have_program(program); }
-
 bool make_object(const TEMP_DIR &dir, const std::string &name, const std::string &symbol) {
-  if (!have("cc"))
+  if (!have_program("cc"))
     return false;
   std::string source = name + ".c";
   dir.write(source, "int " + symbol + "(void) { return 7; }\nint " + symbol + "_data = 3;\n");

@@ -50,8 +50,7 @@ std::string status(const std::string &verb, const std::string &name);
 // "  -->  error: <text>\n"
 std::string error_line(const std::string &text);
 
-// True when a tool is on PATH.
-bool have(const std::string &program);
+using testing_support::have_program;
 
 // Compiles a tiny C object defining the global `symbol` into `dir/name`;
 // false when no compiler is available or it fails.

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 
 #include "common/msg_capture.h"
@@ -109,32 +110,21 @@ TEST(UserMsg, ShortLinesAndUnbreakableWords) {
   EXPECT_EQ(cap.err(), ">>   error: " + fits + "\n>>   error:\n" + std::string(12, ' ') + word + "\n");
 }
 
-TEST(UserMsgDeath, FatalErrorExitsWithStatusOne) {
-  EXPECT_EXIT(msg().fatal_error("boom %d", 7), testing::ExitedWithCode(1), ">> fatal error: boom 7\n");
-}
-
-TEST(UserMsgDeath, InternalErrorJoinsWhereAndWhat) {
-  EXPECT_EXIT(msg().internal_error("DATA_MAP::save", "bad"), testing::ExitedWithCode(1),
-              ">> internal error: DATA_MAP::save: bad\n");
-}
-
-TEST(UserMsgDeath, InvalidWarningLevelsReportTheSeverityCode) {
-  EXPECT_EXIT(msg().set_warning_level(6), testing::ExitedWithCode(1),
-              ">> internal error: invalid warning level 37\n");
-  EXPECT_EXIT(msg().set_warning_level(0), testing::ExitedWithCode(1), "invalid warning level 31\n");
-  EXPECT_EXIT(msg().warning(7, "x"), testing::ExitedWithCode(1), "invalid warning level 38\n");
-}
-
-TEST(UserMsgDeath, InvalidSeverityEndsTheProcess) {
-  EXPECT_EXIT(msg().message(50, "x"), testing::ExitedWithCode(1),
-              ">> internal error: USER_MSG::message:  invalid error severity 50\n");
-}
-
-TEST(UserMsgDeath, OversizedMessageEndsTheProcess) {
-  std::string big(4084, 'z');  // 4084 + 12 > 4095
-  EXPECT_EXIT(msg().error("%s", big.c_str()), testing::ExitedWithCode(1),
-              "attempt to generate a message > 4095 bytes, which would result in a buffer overflow; "
-              "terminating program\\.\n");
+TEST(UserMsgDeath, FatalAndInternalErrorsExitWithStatusOne) {
+  const std::string big(4084, 'z');  // 4084 + 12 > 4095
+  const std::pair<std::function<void()>, const char *> cases[] = {
+      {[] { msg().fatal_error("boom %d", 7); }, ">> fatal error: boom 7\n"},
+      {[] { msg().internal_error("DATA_MAP::save", "bad"); }, ">> internal error: DATA_MAP::save: bad\n"},
+      {[] { msg().set_warning_level(6); }, ">> internal error: invalid warning level 37\n"},
+      {[] { msg().set_warning_level(0); }, "invalid warning level 31\n"},
+      {[] { msg().warning(7, "x"); }, "invalid warning level 38\n"},
+      {[] { msg().message(50, "x"); }, ">> internal error: USER_MSG::message:  invalid error severity 50\n"},
+      {[&] { msg().error("%s", big.c_str()); },
+       "attempt to generate a message > 4095 bytes, which would result in a buffer overflow; "
+       "terminating program\\.\n"},
+  };
+  for (const auto &[call, text] : cases)
+    EXPECT_EXIT(call(), testing::ExitedWithCode(1), text);
 }
 
 TEST(UserMsgDeath, HundredthErrorAborts) {
