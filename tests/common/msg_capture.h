@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <string>
 
 #include "support/user_msg.h"
@@ -41,5 +42,17 @@ private:
   size_t out_len_ = 0, err_len_ = 0;
   FILE *out_ = nullptr, *err_ = nullptr;
 };
+
+// What `print` writes to the stream it is given.
+inline std::string printed(const std::function<void(FILE *)> &print) {
+  char *buf = nullptr;
+  size_t len = 0;
+  FILE *f = open_memstream(&buf, &len);
+  print(f);
+  fclose(f);
+  std::string text(buf, len);
+  free(buf);
+  return text;
+}
 
 }  // namespace testing_support

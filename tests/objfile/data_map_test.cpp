@@ -39,15 +39,6 @@ struct TEMP_STREAM {
   }
 };
 
-// A memory stream to capture listings.
-struct OUT_STREAM {
-  char *buf = nullptr;
-  size_t len = 0;
-  FILE *f = open_memstream(&buf, &len);
-  ~OUT_STREAM() { fclose(f); free(buf); }
-  std::string text() { fflush(f); return std::string(buf, len); }
-};
-
 TEST(DataMap, ByteOrderOfMultiByteReads) {
   std::string b = BYTES().u8(0x12).u8(0x34).u8(0x56).u8(0x78);
   DATA_MAP little = map_of(b), big = map_of(b, true);
@@ -203,19 +194,18 @@ TEST(DataMap, SavePadsWithZerosToTheCount) {
 }
 
 TEST(DataMap, DumpHex) {
-  OUT_STREAM out;
   DATA_MAP m = map_of(std::string("ABCDEFGHIJKLMNO\x01q", 17));
-  EXPECT_EQ(m.dump_hex(out.f, 17), 0);
-  EXPECT_EQ(out.text(),
+  EXPECT_EQ(printed([&](FILE *f) { EXPECT_EQ(m.dump_hex(f, 17), 0); }),
             "00000000:  41 42 43 44 45 46 47 48 49 4a 4b 4c 4d 4e 4f 01 ABCDEFGHIJKLMNO.\n"
             "00000010:  71 " + std::string(15 * 3, ' ') + "q\n");
-  OUT_STREAM rel;
   m.set_position(16);  // offsets count from the cursor
-  EXPECT_EQ(m.dump_hex(rel.f, 1), 0);
-  EXPECT_EQ(rel.text(), "00000000:  71 " + std::string(45, ' ') + "q\n");
-  EXPECT_EQ(m.dump_hex(rel.f, 0), 0);
+  EXPECT_EQ(printed([&](FILE *f) {
+              EXPECT_EQ(m.dump_hex(f, 1), 0);
+              EXPECT_EQ(m.dump_hex(f, 0), 0);
+            }),
+            "00000000:  71 " + std::string(45, ' ') + "q\n");
   MSG_CAPTURE cap;
-  EXPECT_EQ(m.dump_hex(rel.f, 0x100000000ull), -1);
+  EXPECT_EQ(printed([&](FILE *f) { EXPECT_EQ(m.dump_hex(f, 0x100000000ull), -1); }), "");
   EXPECT_EQ(cap.err(), ">> application error: saving a single DATA_MAP with more than 4GB; unsupported\n");
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "common/bytes.h"
+#include "common/msg_capture.h"
 #include "objfile/test_object.h"
 
 using namespace testing_support;
@@ -100,13 +101,7 @@ TEST(StringTable, Listing) {
   OF_STRING_TABLE_MANAGER t;
   (void)t.add_string("alpha");
   (void)t.add_string("be");
-  char *buf = nullptr;
-  size_t len = 0;
-  FILE *out = open_memstream(&buf, &len);
-  t.dump(out);
-  fclose(out);
-  std::string text(buf, len);
-  free(buf);
+  std::string text = printed([&](FILE *out) { t.dump(out); });
   EXPECT_EQ(text.rfind("\n String Table \"\"\n", 0), 0u);
   EXPECT_NE(text.find("offset"), std::string::npos);
   EXPECT_NE(text.find("6          \"be\""), std::string::npos);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/msg_capture.h"
 #include "objfile/test_object.h"
 
 using namespace testing_support;
@@ -144,26 +145,15 @@ TEST(Symbol, NearCommonIsRefusedByDefault) {
   EXPECT_EQ(f.get_error_text(), "symbol does not support setting near-common");
 }
 
-std::string capture(const std::function<void(FILE *)> &fn) {
-  char *buf = nullptr;
-  size_t len = 0;
-  FILE *out = open_memstream(&buf, &len);
-  fn(out);
-  fclose(out);
-  std::string s(buf, len);
-  free(buf);
-  return s;
-}
-
 TEST(Symbol, Listings) {
   TEST_FILE f;
   TEST_SYMBOL_TABLE t(&f, sample());
-  std::string info = capture([&](FILE *out) { t.get_symbol(1)->print_info(out); });
+  std::string info = printed([&](FILE *out) { t.get_symbol(1)->print_info(out); });
   EXPECT_NE(info.find("Value:"), std::string::npos);
   EXPECT_NE(info.find("0x00000010"), std::string::npos);
   EXPECT_NE(info.find("defined"), std::string::npos);
   EXPECT_NE(info.find("global"), std::string::npos);
-  std::string dump = capture([&](FILE *out) { t.dump(out); });
+  std::string dump = printed([&](FILE *out) { t.dump(out); });
   EXPECT_EQ(dump.rfind("\n Symbol Table \"\"\n", 0), 0u);
   EXPECT_NE(dump.find("(no name)"), std::string::npos);
   EXPECT_NE(dump.find("defined in section \"\" (0)"), std::string::npos);
