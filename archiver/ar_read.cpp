@@ -202,8 +202,21 @@ static const char *decode_name(ARCHIVE *ar, const RAW_HEADER &h) {
   return ar->name_table + offset;
 }
 
+// Whether `length` bytes at `offset` lie within the source, asked before a
+// table is allocated: a size field is the file's word, not a promise.
+static bool within_source(ARCHIVE *ar, uint64_t offset, uint64_t length) {
+  FILE *s = managed_stream(ar->source);
+  struct stat st;
+  if (!s || fstat(fileno(s), &st) != 0 || !S_ISREG(st.st_mode))
+    return true;  // no size to go by: the read itself will tell
+  uint64_t size = static_cast<uint64_t>(st.st_size);
+  return offset <= size && length <= size - offset;
+}
+
 static bool load_name_table(ARCHIVE *ar, const RAW_HEADER &h) {
   uint64_t length = round_even(h.size);
+  if (!within_source(ar, h.data_offset, length))
+    return ar_fail(ar, AR_ERR_STRUCTURE, "Cannot read name table: '%s'", ar->name);
   char *table = static_cast<char *>(ar->pool.alloc(length + 1));
   FILE *s = source_at(ar, h.data_offset);
   if (!s || fread(table, 1, length, s) != length)
@@ -223,6 +236,8 @@ static uint32_t read_be32(const unsigned char *p) {
 
 static bool load_symbol_index(ARCHIVE *ar, const RAW_HEADER &h) {
   uint64_t length = round_even(h.size);
+  if (!within_source(ar, h.data_offset, length))
+    return ar_fail(ar, AR_ERR_STRUCTURE, "Cannot read symbol table: '%s'", ar->name);
   auto *data = static_cast<unsigned char *>(ar->pool.alloc(length + 1));
   FILE *s = source_at(ar, h.data_offset);
   if (!s || fread(data, 1, length, s) != length)

@@ -109,6 +109,23 @@ TEST(DamagedArchive, BadNameTable) {
   expect_rewrites_fail_and_restore(cut, "Cannot read name table: 'lib.lib'");
 }
 
+// A size field of almost 4 GiB in a 70-byte file (found by fuzzing) is refused
+// before anything that size is allocated: with 256 MiB of address space the
+// run still ends with the table's message, not with running out of memory.
+TEST(DamagedArchive, HugeNameTableSizeAllocatesNothing) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "the sanitizers' shadow memory needs more address space than the limit allows";
+#endif
+  if (!testing_support::have_program("prlimit"))
+    GTEST_SKIP() << "no prlimit";
+  TEMP_DIR dir;
+  dir.write("lib.lib", std::string(MAGIC) + header("<filenames>/", 0, 1, 4294967294u) + "`\n`");
+  RUN_RESULT r = testing_support::run(
+      {"prlimit", "--as=268435456", "--", testing_support::arvela_path(), "t", "lib"}, dir.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, error_line("Cannot read name table: 'lib.lib'"));
+}
+
 // The header is whole but the data stops short: listing still works, reading
 // the data fails.
 TEST(DamagedArchive, MemberRunningPastTheEnd) {
