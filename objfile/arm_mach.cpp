@@ -30,12 +30,9 @@ const OF_MACHINE_TRAITS TRAITS = {
     .attribute_vendor = "aeabi",
     .symbol_versioning = true,
     .elf_relocs = ARM_ELF_RELOCS,
-    .coff_relocs = QV_COFF_RELOCS,
     .special_sections = {},
     .section_type_names = ARM_SECTION_TYPES,
     .elf_flag_names = ARM_FLAG_NAMES,
-    .index_kinds = {},
-    .flagged_section_prefixes = {},
 };
 
 }  // namespace

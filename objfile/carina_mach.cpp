@@ -13,14 +13,7 @@ const OF_MACHINE_TRAITS TRAITS = {
     .coff_target_id = 0x99,
     .address_unit_bits = 8,
     .attribute_vendor = "carinaabi",
-    .symbol_versioning = false,
-    .elf_relocs = QV_ELF_RELOCS,
-    .coff_relocs = QV_COFF_RELOCS,
-    .special_sections = QV_SPECIAL_SECTIONS,
-    .section_type_names = QV_SECTION_TYPE_NAMES,
-    .elf_flag_names = {},
     .index_kinds = INDEX_KINDS,
-    .flagged_section_prefixes = {},
 };
 
 }  // namespace

@@ -10,14 +10,8 @@ const OF_MACHINE_TRAITS TRAITS = {
     .coff_target_id = 0xA0,
     .address_unit_bits = 8,
     .attribute_vendor = "fornaxabi",
-    .symbol_versioning = false,
-    .elf_relocs = QV_ELF_RELOCS,
-    .coff_relocs = QV_COFF_RELOCS,
     .special_sections = {},
     .section_type_names = {},
-    .elf_flag_names = {},
-    .index_kinds = {},
-    .flagged_section_prefixes = {},
 };
 
 }  // namespace

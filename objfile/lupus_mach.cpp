@@ -10,14 +10,6 @@ const OF_MACHINE_TRAITS TRAITS = {
     .coff_target_id = 0xA2,
     .address_unit_bits = 16,
     .attribute_vendor = "",
-    .symbol_versioning = false,
-    .elf_relocs = QV_ELF_RELOCS,
-    .coff_relocs = QV_COFF_RELOCS,
-    .special_sections = QV_SPECIAL_SECTIONS,
-    .section_type_names = QV_SECTION_TYPE_NAMES,
-    .elf_flag_names = {},
-    .index_kinds = {},
-    .flagged_section_prefixes = {},
 };
 
 }  // namespace

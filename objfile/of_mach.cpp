@@ -26,14 +26,10 @@ const OF_MACHINE_TRAITS BASE_TRAITS = {
     .coff_target_id = 0,
     .address_unit_bits = 8,
     .attribute_vendor = "",
-    .symbol_versioning = false,
     .elf_relocs = {},
     .coff_relocs = {},
     .special_sections = {},
     .section_type_names = {},
-    .elf_flag_names = {},
-    .index_kinds = {},
-    .flagged_section_prefixes = {},
 };
 
 const OF_RELOC_TYPE_INFO QV_ELF_RELOC_TABLE[] = {

@@ -58,20 +58,27 @@ struct OF_SECTION_INDEX_KIND {
   OF_SYMBOL_KIND kind;
 };
 
+// Tables that the tool chain's own families share; a family's traits take
+// them unless it says otherwise.
+extern const std::span<const OF_RELOC_TYPE_INFO> QV_ELF_RELOCS;
+extern const std::span<const OF_RELOC_TYPE_INFO> QV_COFF_RELOCS;
+extern const std::span<const OF_SPECIAL_SECTION> QV_SPECIAL_SECTIONS;
+extern const std::span<const NAME_ENTRY> QV_SECTION_TYPE_NAMES;
+
 struct OF_MACHINE_TRAITS {
   OF_MACHINE machine;
   uint16_t elf_machine;        // e_machine written for the target; 0 none
   uint16_t coff_target_id;     // COFF target id written for it; 0 none
   uint8_t address_unit_bits;   // bits in one target address unit
   const char *attribute_vendor;  // vendor of its build attributes; "" none
-  bool symbol_versioning;
-  std::span<const OF_RELOC_TYPE_INFO> elf_relocs;
-  std::span<const OF_RELOC_TYPE_INFO> coff_relocs;
-  std::span<const OF_SPECIAL_SECTION> special_sections;  // indexed by OF_SPECIAL_KIND
-  std::span<const NAME_ENTRY> section_type_names;        // target-specific section types
-  std::span<const NAME_ENTRY> elf_flag_names;            // e_flags bits
-  std::span<const OF_SECTION_INDEX_KIND> index_kinds;
-  std::span<const char *const> flagged_section_prefixes;  // sections the table marks with a flag
+  bool symbol_versioning = false;
+  std::span<const OF_RELOC_TYPE_INFO> elf_relocs = QV_ELF_RELOCS;
+  std::span<const OF_RELOC_TYPE_INFO> coff_relocs = QV_COFF_RELOCS;
+  std::span<const OF_SPECIAL_SECTION> special_sections = QV_SPECIAL_SECTIONS;  // indexed by OF_SPECIAL_KIND
+  std::span<const NAME_ENTRY> section_type_names = QV_SECTION_TYPE_NAMES;     // target-specific section types
+  std::span<const NAME_ENTRY> elf_flag_names = {};                             // e_flags bits
+  std::span<const OF_SECTION_INDEX_KIND> index_kinds = {};
+  std::span<const char *const> flagged_section_prefixes = {};  // sections the table marks with a flag
 };
 
 class OF_MACHINE_DB {
@@ -122,11 +129,5 @@ private:
 
 // The family's database for OF_MACHINE values 1 to 11, the base otherwise.
 std::unique_ptr<OF_MACHINE_DB> create_machine_db(OBJECT_FILE *object, uint32_t machine);
-
-// Tables that several families share.
-extern const std::span<const OF_RELOC_TYPE_INFO> QV_ELF_RELOCS;
-extern const std::span<const OF_RELOC_TYPE_INFO> QV_COFF_RELOCS;
-extern const std::span<const OF_SPECIAL_SECTION> QV_SPECIAL_SECTIONS;
-extern const std::span<const NAME_ENTRY> QV_SECTION_TYPE_NAMES;
 
 }  // namespace OFE
