@@ -28,10 +28,28 @@ static void append_entry(ARCHIVE *ar, const std::string &name, AR_MEMBER *member
   ar->symbol_index_length += static_cast<uint32_t>(name.size()) + 5;  // offset, name, zero byte
 }
 
+// Members up to this size are read whole, with one read, and parsed from
+// memory: the library's several small reads of a member would each cost a
+// system call. Larger members are read lazily, headers and tables only.
+static constexpr uint32_t READ_WHOLE_LIMIT = 64 * 1024;
+
 static void collect_member_symbols(ARCHIVE *ar, AR_MEMBER *member, FILE *data) {
-  OFE::OBJECT_FILE *object = OFE::open_object(data, member->size, nullptr, nullptr);
-  if (!object)
+  static char whole[READ_WHOLE_LIMIT];
+  FILE *in_memory = nullptr;
+  uint32_t size = member->size;
+  if (size <= READ_WHOLE_LIMIT) {
+    size = static_cast<uint32_t>(fread(whole, 1, size, data));
+    in_memory = size > 0 ? fmemopen(whole, size, "rb") : nullptr;
+    if (!in_memory)
+      return;  // unreadable or empty: no symbols
+    data = in_memory;
+  }
+  OFE::OBJECT_FILE *object = OFE::open_object(data, size, nullptr, nullptr);
+  if (!object) {
+    if (in_memory)
+      fclose(in_memory);
     return;
+  }
   if (OFE::OF_SYMBOL_TABLE *table = object->get_symbol_table()) {
     for (uint32_t i = 0; i < table->get_count();) {
       if (OFE::OF_SYMBOL *symbol = table->get_symbol(i); symbol && indexed(*symbol))
@@ -43,6 +61,8 @@ static void collect_member_symbols(ARCHIVE *ar, AR_MEMBER *member, FILE *data) {
     }
   }
   delete object;
+  if (in_memory)
+    fclose(in_memory);
 }
 
 bool build_symbol_index(ARCHIVE *ar) {

@@ -119,6 +119,16 @@ static bool map_window(ARCHIVE *ar, uint64_t offset) {
 // through the stream. -1 when the source cannot be read.
 static long read_source(ARCHIVE *ar, uint64_t offset, char *out, size_t n) {
   bool inside = ar->window && offset >= ar->window_offset && offset + n <= ar->window_offset + ar->window_length;
+  // Past a large member the next header would be alone in a new window:
+  // read just the header instead of mapping one for it.
+  bool long_jump = offset > ar->last_read_offset + WINDOW_SIZE;
+  ar->last_read_offset = offset;
+  if (!inside && long_jump) {
+    FILE *s = managed_stream(ar->source);
+    ssize_t got = s ? pread(fileno(s), out, n, static_cast<off_t>(offset)) : -1;
+    if (got >= 0)
+      return static_cast<long>(got);
+  }
   if (inside || map_window(ar, offset)) {
     uint64_t end = ar->window_offset + ar->window_length;
     if (offset >= end)
@@ -357,7 +367,9 @@ MANAGED_FILE *ar_open_member_data(ARCHIVE *ar, AR_MEMBER *m) {
 }
 
 int ar_copy_data(FILE *from, FILE *to, uint64_t length, bool pad) {
-  char buffer[4096];
+  // As large as the streams' own buffers: stdio then moves whole blocks
+  // between the files and this buffer without copying them through its own.
+  static char buffer[MANAGED_BUFFER_SIZE];
   uint64_t left = length;
   while (left > 0) {
     size_t chunk = left < sizeof buffer ? static_cast<size_t>(left) : sizeof buffer;
