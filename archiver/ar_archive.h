@@ -94,7 +94,6 @@ struct ARCHIVE {
   const char *window = nullptr;
   uint64_t window_offset = 0;
   uint64_t window_length = 0;
-  uint64_t source_size = 0;  // learnt when the first window is mapped
   uint64_t last_read_offset = 0;  // where the previous header was read
   bool moved = false;                // the old archive also lives under its temporary name
   bool moved_by_rename = false;      // ... and no longer under its own (no hard links here)

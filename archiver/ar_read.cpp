@@ -84,6 +84,16 @@ static bool is_special(std::string_view name) {
   return name == "/" || name == "//" || name == "<filenames>/";
 }
 
+// The source's size when it is a plain file; false for anything else.
+static bool source_file_size(ARCHIVE *ar, uint64_t *size) {
+  FILE *s = managed_stream(ar->source);
+  struct stat st;
+  if (!s || fstat(fileno(s), &st) != 0 || !S_ISREG(st.st_mode))
+    return false;
+  *size = static_cast<uint64_t>(st.st_size);
+  return true;
+}
+
 static constexpr uint64_t WINDOW_SIZE = 1 << 20;
 
 void ar_release_window(ARCHIVE *ar) {
@@ -97,16 +107,15 @@ void ar_release_window(ARCHIVE *ar) {
 // source cannot be mapped (not a plain file), or `offset` is past its end.
 static bool map_window(ARCHIVE *ar, uint64_t offset) {
   ar_release_window(ar);
-  FILE *s = managed_stream(ar->source);
-  struct stat st;
-  if (!s || fstat(fileno(s), &st) != 0 || !S_ISREG(st.st_mode))
+  uint64_t size;
+  if (!source_file_size(ar, &size))
     return false;
-  ar->source_size = static_cast<uint64_t>(st.st_size);
   uint64_t start = offset & ~static_cast<uint64_t>(sysconf(_SC_PAGESIZE) - 1);
-  if (start >= ar->source_size)
+  if (start >= size)
     return false;
-  uint64_t length = ar->source_size - start < WINDOW_SIZE ? ar->source_size - start : WINDOW_SIZE;
-  void *p = mmap(nullptr, length, PROT_READ, MAP_PRIVATE, fileno(s), static_cast<off_t>(start));
+  uint64_t length = size - start < WINDOW_SIZE ? size - start : WINDOW_SIZE;
+  void *p = mmap(nullptr, length, PROT_READ, MAP_PRIVATE, fileno(managed_stream(ar->source)),
+                 static_cast<off_t>(start));
   if (p == MAP_FAILED)
     return false;
   ar->window = static_cast<const char *>(p);
@@ -215,11 +224,9 @@ static const char *decode_name(ARCHIVE *ar, const RAW_HEADER &h) {
 // Whether `length` bytes at `offset` lie within the source, asked before a
 // table is allocated: a size field is the file's word, not a promise.
 static bool within_source(ARCHIVE *ar, uint64_t offset, uint64_t length) {
-  FILE *s = managed_stream(ar->source);
-  struct stat st;
-  if (!s || fstat(fileno(s), &st) != 0 || !S_ISREG(st.st_mode))
+  uint64_t size;
+  if (!source_file_size(ar, &size))
     return true;  // no size to go by: the read itself will tell
-  uint64_t size = static_cast<uint64_t>(st.st_size);
   return offset <= size && length <= size - offset;
 }
 
