@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "objfile/of_section.h"
+#include "support/xml_writer.h"
 
 namespace OFE {
 
@@ -145,6 +146,92 @@ int OBJECT_FILE::dump_to_path(const char *path) {
     return -1;
   }
   int result = dump(stream);
+  fclose(stream);
+  return result;
+}
+
+bool OBJECT_FILE::missing_step(const char *step) {
+  set_error(OF_ERR_INTERNAL, "%s: %s is not supported for %s files",
+            get_file_name().empty() ? "(unknown file)" : get_file_name().c_str(), step, format_name(get_format()));
+  return false;
+}
+
+bool OBJECT_FILE::load_for_writing() { return missing_step("loading for writing"); }
+bool OBJECT_FILE::prepare_sections() { return missing_step("preparing sections for writing"); }
+bool OBJECT_FILE::prepare_symbols() { return missing_step("preparing symbols for writing"); }
+bool OBJECT_FILE::prepare_dependents() { return missing_step("preparing relocations and groups for writing"); }
+bool OBJECT_FILE::prepare_strings() { return missing_step("preparing string tables for writing"); }
+bool OBJECT_FILE::lay_out() { return missing_step("laying out"); }
+bool OBJECT_FILE::write_out(FILE *) { return missing_step("writing"); }
+
+bool OBJECT_FILE::promote_state(uint32_t target) {
+  switch (target) {
+  case OF_STATE_LOCKED:
+    return load_for_writing() && prepare_sections() && prepare_symbols() && prepare_dependents() &&
+           prepare_strings();
+  case OF_STATE_FORMATTED:
+    return lay_out();
+  case OF_STATE_SAVED:
+    if (!output_) {
+      set_error(OF_ERR_INTERNAL, "illegal call to OBJECT_FILE::put_file_data() when a valid output file pointer "
+                                 "is not present");
+      return false;
+    }
+    return write_out(output_);
+  default:
+    return false;
+  }
+}
+
+int OBJECT_FILE::write(FILE *stream) {
+  if (!stream) {
+    set_error(OF_ERR_INTERNAL, "illegal call to OBJECT_FILE::put_file_data() when a valid output file pointer "
+                               "is not present");
+    return -1;
+  }
+  if (set_state(OF_STATE_OPEN) != 0)
+    return -1;
+  FILE *previous = output_;
+  output_ = stream;
+  int result = set_state(OF_STATE_SAVED);
+  output_ = previous;
+  if (result == 0 && fflush(stream) != 0) {
+    set_error(OF_ERR_OPEN, "%s", "");
+    result = -1;
+  }
+  return result;
+}
+
+int OBJECT_FILE::write_to_path(const char *path) {
+  FILE *stream = fopen(path, "wb");
+  if (!stream) {
+    set_error(OF_ERR_OPEN, "%s", "");
+    return -1;
+  }
+  int result = write(stream);
+  if (fclose(stream) != 0 && result == 0) {
+    set_error(OF_ERR_OPEN, "%s", "");
+    result = -1;
+  }
+  return result;
+}
+
+int OBJECT_FILE::dump_xml(FILE *stream) {
+  XML_WRITER xml(stream);
+  xml.open("object_file", {{"name", get_file_name()}, {"format", format_name(get_format())}});
+  dump_format_xml(xml);
+  xml.close();
+  return 0;
+}
+
+int OBJECT_FILE::dump_xml_to_path(const char *path) {
+  FILE *stream = fopen(path, "w");
+  if (!stream) {
+    set_error(OF_ERR_OPEN, "%s", "");
+    return -1;
+  }
+  XML_WRITER(stream).declaration();
+  int result = dump_xml(stream);
   fclose(stream);
   return result;
 }

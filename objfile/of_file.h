@@ -23,6 +23,8 @@
 #include "objfile/of_state.h"
 #include "objfile/of_types.h"
 
+class XML_WRITER;
+
 namespace OFE {
 
 class OF_SECTION_TABLE;
@@ -92,8 +94,15 @@ public:
   virtual int reset() = 0;
   virtual OF_SECTION_TABLE *get_section_table() = 0;
   virtual OF_SYMBOL_TABLE *get_symbol_table() = 0;
-  // Writes the whole object file.
-  virtual int write(FILE *stream) = 0;
+  // Writes the whole object file through the write pipeline: the object
+  // goes back to "open" and up to "saved" again, so every edit is
+  // prepared, laid out and written. 0, or -1 with the error pending.
+  virtual int write(FILE *stream);
+  // write() into a new file ("wb"); error 2 and -1 when it cannot be made.
+  virtual int write_to_path(const char *path);
+  // The XML listing, and its path form.
+  virtual int dump_xml(FILE *stream);
+  virtual int dump_xml_to_path(const char *path);
   // Reads the file from the descriptor's stream region.
   virtual int read(const OF_DESCRIPTOR &descriptor) = 0;
 
@@ -144,9 +153,29 @@ public:
   bool select_dump(const char *keyword, bool on = true);
   bool is_dump_selected(uint32_t part) const { return (dump_parts_ & part) != 0; }
 
+  // The build steps of the write pipeline, run in this order by
+  // promote_state: into "locked" every table is brought into memory and
+  // prepared (sections, then symbols, then the tables that depend on them,
+  // strings last), into "formatted" the file is laid out, into "saved" it
+  // is written to the output stream. Each format supplies the steps; a step
+  // it has not built fails with error 7.
+  bool promote_state(uint32_t target) override;
+
 protected:
+  virtual bool load_for_writing();
+  virtual bool prepare_sections();
+  virtual bool prepare_symbols();
+  virtual bool prepare_dependents();
+  virtual bool prepare_strings();
+  virtual bool lay_out();
+  virtual bool write_out(FILE *stream);
+  // Error 7 naming a pipeline step the format has not built; false.
+  bool missing_step(const char *step);
+
   // The format's own listings, after the information listing.
   virtual void dump_format(FILE *) {}
+  // The format's own XML listings inside the file's element.
+  virtual void dump_format_xml(::XML_WRITER &) {}
   OF_DESCRIPTOR descriptor_;
 
 private:

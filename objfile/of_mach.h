@@ -116,6 +116,8 @@ public:
   // The kind the target gives symbols of a reserved section index; false
   // when it gives none.
   virtual bool get_symbol_kind(uint32_t section_index, OF_SYMBOL_KIND *kind) const;
+  // The target's own name for an extended section flag bit, or null.
+  virtual const char *get_ext_flag_name(uint32_t) const { return nullptr; }
   // Names of the e_flags bits that are set.
   virtual std::vector<const char *> get_elf_flag_names(uint32_t e_flags) const;
 

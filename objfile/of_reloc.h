@@ -1,9 +1,16 @@
 // OF_RELOC and OF_RELOC_TABLE: the generic view of relocation entries. The
 // formats decode them; the properties of each relocation type come from the
 // target's machine database (OF_RELOC_TYPE_INFO in of_mach.h).
+//
+// Entries refer to symbols by index into the file's symbol table; when the
+// symbol table is renumbered the table applies its published map, so every
+// entry keeps its symbol.
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
+
+#include "objfile/of_index_map.h"
 
 namespace OFE {
 
@@ -15,8 +22,16 @@ public:
   // Address of the field to relocate.
   virtual uint32_t get_address() const = 0;
   virtual uint32_t get_type() const = 0;
+  virtual int set_type(uint32_t type) = 0;
   // The symbol the entry refers to, or null (field-description types).
   virtual OF_SYMBOL *get_symbol() = 0;
+  virtual uint32_t get_symbol_index() const = 0;
+  virtual int set_symbol(OF_SYMBOL *symbol) = 0;
+  // Offset within the relocated section.
+  virtual uint32_t get_offset() = 0;
+  virtual int set_offset(uint32_t offset) = 0;
+  // Refused by formats whose entries cannot be internal.
+  virtual int make_internal() = 0;
 };
 
 class OF_RELOC_TABLE {
@@ -24,6 +39,9 @@ public:
   virtual ~OF_RELOC_TABLE() = default;
   virtual uint32_t get_count() = 0;
   virtual OF_RELOC *get_reloc(uint32_t index) = 0;
+  // Follows a renumbering of the symbol table the entries refer to.
+  virtual void apply_symbol_map(const OF_INDEX_MAP &map) = 0;
+  virtual void dump(FILE *stream) = 0;
 };
 
 }  // namespace OFE

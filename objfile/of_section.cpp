@@ -1,6 +1,24 @@
 #include "objfile/of_section.h"
 
+#include "objfile/of_file.h"
+
 namespace OFE {
+
+int OF_SECTION::refuse(const char *what) {
+  if (OBJECT_FILE *object = get_object())
+    object->set_error(OF_ERR_INTERNAL, "%s: setting the %s of a section is not supported by this format",
+                      object->get_file_name().empty() ? "(unknown file)" : object->get_file_name().c_str(), what);
+  return -1;
+}
+
+int OF_SECTION::set_name(const std::string &) { return refuse("name"); }
+int OF_SECTION::set_type(uint32_t) { return refuse("type"); }
+int OF_SECTION::set_flags(uint32_t) { return refuse("flags"); }
+int OF_SECTION::set_address(uint32_t) { return refuse("address"); }
+int OF_SECTION::set_alignment(uint32_t) { return refuse("alignment"); }
+int OF_SECTION::set_link(uint32_t) { return refuse("link"); }
+int OF_SECTION::set_info(uint32_t) { return refuse("info"); }
+int OF_SECTION::set_data(const void *, uint32_t) { return refuse("contents"); }
 
 OF_SECTION *OF_SECTION_TABLE::find_section(const std::string &name) {
   for (uint32_t i = 0; i < get_count(); i++) {
@@ -10,5 +28,7 @@ OF_SECTION *OF_SECTION_TABLE::find_section(const std::string &name) {
   }
   return nullptr;
 }
+
+void OF_SECTION_TABLE::publish(const std::vector<uint32_t> &old_to_new) { index_map_.compose(old_to_new); }
 
 }  // namespace OFE

@@ -5,23 +5,23 @@
 namespace OFE {
 
 const char *OF_STRING_TABLE_MANAGER::get_string(uint32_t offset) {
-  if (offset >= data_.size())
+  if (offset >= data_->size())
     return nullptr;
-  uint64_t keep = data_.get_position();
-  data_.set_position(offset);
-  const char *text = data_.read_cstring();
-  data_.set_position(keep);
+  uint64_t keep = data_->get_position();
+  data_->set_position(offset);
+  const char *text = data_->read_cstring();
+  data_->set_position(keep);
   return text;
 }
 
 void OF_STRING_TABLE_MANAGER::release() {
   index_.clear();
   indexed_ = false;
-  data_.unload();
+  data_->unload();
 }
 
 void OF_STRING_TABLE_MANAGER::clear() {
-  data_.clear();
+  data_->clear();
   index_.clear();
   indexed_ = false;
 }
@@ -30,11 +30,11 @@ void OF_STRING_TABLE_MANAGER::clear() {
 // offset.
 void OF_STRING_TABLE_MANAGER::build_index() {
   indexed_ = true;
-  for (uint64_t offset = get_first_offset(); offset < data_.size();) {
-    data_.set_position(offset);
-    const char *text = data_.read_cstring();
+  for (uint64_t offset = get_first_offset(); offset < data_->size();) {
+    data_->set_position(offset);
+    const char *text = data_->read_cstring();
     index_.emplace(text, static_cast<uint32_t>(offset));
-    offset = data_.get_position();
+    offset = data_->get_position();
   }
 }
 
@@ -42,15 +42,15 @@ std::optional<uint32_t> OF_STRING_TABLE_MANAGER::add_string(const std::string &t
   uint32_t offset;
   if (find_string(text, &offset))
     return offset;
-  uint64_t end = data_.size() > get_first_offset() ? data_.size() : get_first_offset();
-  data_.set_position(end);
-  data_.write_cstring(text.c_str());
+  uint64_t end = data_->size() > get_first_offset() ? data_->size() : get_first_offset();
+  data_->set_position(end);
+  data_->write_cstring(text.c_str());
   index_.emplace(text, static_cast<uint32_t>(end));
   return static_cast<uint32_t>(end);
 }
 
 bool OF_STRING_TABLE_MANAGER::find_string(const std::string &text, uint32_t *offset) {
-  if (!indexed_ && data_.size() > 0)
+  if (!indexed_ && data_->size() > 0)
     build_index();
   auto it = index_.find(text);
   if (it == index_.end())
@@ -62,11 +62,11 @@ bool OF_STRING_TABLE_MANAGER::find_string(const std::string &text, uint32_t *off
 void OF_STRING_TABLE_MANAGER::dump(FILE *stream) {
   fprintf(stream, "\n String Table \"%s\"\n\n", get_name().c_str());
   fprintf(stream, "  %-10s %s\n  %-10s %s\n", "offset", "string", "------", "------");
-  for (uint64_t offset = get_first_offset(); offset < data_.size();) {
-    data_.set_position(offset);
-    const char *text = data_.read_cstring();
+  for (uint64_t offset = get_first_offset(); offset < data_->size();) {
+    data_->set_position(offset);
+    const char *text = data_->read_cstring();
     fprintf(stream, "  %-10llu \"%s\"\n", static_cast<unsigned long long>(offset), text);
-    offset = data_.get_position();
+    offset = data_->get_position();
   }
 }
 

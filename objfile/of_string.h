@@ -43,13 +43,17 @@ public:
   // "\n String Table" listing.
   virtual void dump(FILE *stream);
 
-  DATA_MAP &data() { return data_; }
-  uint64_t size() const { return data_.size(); }
+  DATA_MAP &data() { return *data_; }
+  uint64_t size() const { return data_->size(); }
 
 protected:
   void build_index();
+  // Makes `bytes` the table's contents (a section's data, so that adding a
+  // string grows the section itself); the table's own map otherwise.
+  void bind(DATA_MAP *bytes) { data_ = bytes; }
 
-  DATA_MAP data_;
+  DATA_MAP own_;
+  DATA_MAP *data_ = &own_;
   std::map<std::string, uint32_t> index_;
   bool indexed_ = false;
 };

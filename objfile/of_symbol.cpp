@@ -75,6 +75,7 @@ OF_SYMBOL *OF_SYMBOL_TABLE::insert_symbol(uint32_t index) {
     return nullptr;
   // The entries that move must exist before they move: they can no longer
   // be loaded from where the file has them.
+  before_renumbering();
   load_all();
   std::vector<uint32_t> old_to_new(count_);
   for (uint32_t i = 0; i < count_; i++)
@@ -88,8 +89,7 @@ OF_SYMBOL *OF_SYMBOL_TABLE::insert_symbol(uint32_t index) {
   for (uint32_t i = index + 1; i < count_; i++)
     if (symbols_[i])
       symbols_[i]->index_ = i;
-  index_map_ = std::move(old_to_new);
-  renumbered_ = true;
+  publish(std::move(old_to_new));
   OF_SYMBOL *inserted = symbols_[index].get();
   object_->get_machine_db()->symbol_added(inserted);
   return inserted;
@@ -107,6 +107,7 @@ int OF_SYMBOL_TABLE::remove_selected() {
   if (object_->require_state_at_most(OF_STATE_OPEN) != 0)
     return -1;
   selected_.resize(count_, false);
+  before_renumbering();
   load_all();
   std::vector<std::unique_ptr<OF_SYMBOL>> kept;
   std::vector<uint32_t> old_to_new(count_);
@@ -135,19 +136,17 @@ void OF_SYMBOL_TABLE::reorder(std::vector<std::unique_ptr<OF_SYMBOL>> symbols, s
       order.push_back(old_to_new[o]);
   order_ = std::move(order);
   selected_.assign(count_, false);
-  index_map_ = std::move(old_to_new);
+  publish(std::move(old_to_new));
+}
+
+void OF_SYMBOL_TABLE::publish(std::vector<uint32_t> old_to_new) {
+  index_map_.compose(std::move(old_to_new));
   renumbered_ = true;
 }
 
 void OF_SYMBOL_TABLE::load_all() {
   for (uint32_t i = 0; i < count_; i++)
     get_symbol(i);
-}
-
-uint32_t OF_SYMBOL_TABLE::map_index(uint32_t old_index) const {
-  if (index_map_.empty())
-    return old_index;
-  return old_index < index_map_.size() ? index_map_[old_index] : REMOVED;
 }
 
 void OF_SYMBOL_TABLE::unload_symbol(uint32_t index) {

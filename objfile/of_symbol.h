@@ -18,8 +18,10 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "objfile/of_index_map.h"
 #include "objfile/of_types.h"
 
 namespace OFE {
@@ -36,7 +38,12 @@ public:
 
   // The empty text when the symbol has no name.
   const std::string &get_name() const { return name_; }
-  virtual void set_name(const std::string &name) { name_ = name; }
+  // Renames the symbol; formats undo a laid-out file's build state first.
+  // 0, or -1 with the error pending.
+  virtual int set_name(const std::string &name) {
+    name_ = name;
+    return 0;
+  }
 
   virtual uint32_t get_value() const = 0;
   virtual int set_value(uint32_t value) = 0;
@@ -77,7 +84,7 @@ private:
 class OF_SYMBOL_TABLE {
 public:
   // Published in index maps for entries that were removed.
-  static constexpr uint32_t REMOVED = 0xFFFFFFFF;
+  static constexpr uint32_t REMOVED = OF_INDEX_MAP::REMOVED;
 
   explicit OF_SYMBOL_TABLE(OBJECT_FILE *object) : object_(object) {}
   virtual ~OF_SYMBOL_TABLE();
@@ -112,9 +119,12 @@ public:
   // "\n Symbol Table" listing.
   virtual void dump(FILE *stream);
 
-  // Old-to-new index map of the last renumbering (empty: identity).
-  const std::vector<uint32_t> &get_index_map() const { return index_map_; }
-  uint32_t map_index(uint32_t old_index) const;
+  // Old-to-new index map of every renumbering since the dependent tables
+  // last applied it (empty: identity). The write pipeline hands it to them
+  // and then consumes it.
+  const OF_INDEX_MAP &get_index_map() const { return index_map_; }
+  uint32_t map_index(uint32_t old_index) const { return index_map_(old_index); }
+  OF_INDEX_MAP take_index_map() { return std::exchange(index_map_, OF_INDEX_MAP()); }
   // Indices in the order symbols were appended.
   const std::vector<uint32_t> &get_order() const { return order_; }
   OBJECT_FILE *get_object() const { return object_; }
@@ -130,15 +140,20 @@ protected:
   // For formats renumbering before writing: `symbols` in their new order and
   // the old-to-new map (REMOVED for dropped entries).
   void reorder(std::vector<std::unique_ptr<OF_SYMBOL>> symbols, std::vector<uint32_t> old_to_new);
+  // Records a renumbering in the published map.
+  void publish(std::vector<uint32_t> old_to_new);
   // Loads every entry not yet loaded.
   void load_all();
+  // Called before entries move: tables that refer to symbols by index must
+  // be in memory by then, so that they can follow the published map.
+  virtual void before_renumbering() {}
 
 private:
   OBJECT_FILE *object_;
   std::vector<std::unique_ptr<OF_SYMBOL>> symbols_;
   std::vector<uint32_t> order_;
   std::vector<bool> selected_;
-  std::vector<uint32_t> index_map_;
+  OF_INDEX_MAP index_map_;
   uint32_t count_ = 0;
   bool renumbered_ = false;  // entries no longer sit where the file has them
 };

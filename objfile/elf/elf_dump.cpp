@@ -3,6 +3,9 @@
 #include <cstdio>
 
 #include "objfile/elf/elf_file.h"
+#include "objfile/elf/elf_group.h"
+#include "objfile/elf/elf_reloc.h"
+#include "support/xml_writer.h"
 #include "objfile/elf/elf_names.h"
 #include "objfile/elf/elf_section.h"
 #include "objfile/elf/elf_string.h"
@@ -64,9 +67,21 @@ void ELF_FILE::dump_format(FILE *stream) {
     dump_header(stream, header_);
   ELF_SECTION_TABLE *sections = get_section_table();
   uint32_t count = sections ? sections->get_count() : 0;
+  for (uint32_t i = 0; i < count && is_dump_selected(OF_DUMP_SECTIONS); i++)
+    sections->get_section(i)->dump(stream);
   for (uint32_t i = 1; i < count; i++) {
     ELF_SECTION *section = sections->get_section(i);
     uint32_t type = section->get_type();
+    if (is_dump_selected(OF_DUMP_RAWDATA) && type != SHT_NOBITS && section->get_size() != 0) {
+      fprintf(stream, "\n Raw Data of Section %u \"%s\"\n\n", i, section->get_name().c_str());
+      DATA_MAP *data = section->get_data();
+      data->set_position(0);
+      data->dump_hex(stream, data->size());
+    }
+    if (is_dump_selected(OF_DUMP_RELOCS) && section->relocations())
+      section->relocations()->dump(stream);
+    if (is_dump_selected(OF_DUMP_GROUPS) && section->group())
+      section->group()->dump(stream);
     if (is_dump_selected(OF_DUMP_SYMBOLS) && (type == SHT_SYMTAB || type == SHT_DYNSYM)) {
       if (ELF_SYMBOL_TABLE *table = get_symbol_table_of(i))
         table->dump(stream);
@@ -76,6 +91,89 @@ void ELF_FILE::dump_format(FILE *stream) {
     } else if (is_dump_selected(OF_DUMP_SYMHASH) && type == SHT_HASH) {
       ELF_SYMBOL_HASH(this, section).dump(stream);
     }
+  }
+}
+
+void ELF_FILE::dump_format_xml(XML_WRITER &xml) {
+  auto hex = [](uint32_t v) { return XML_WRITER::hex(v); };
+  auto dec = [](uint64_t v) { return std::to_string(v); };
+  if (is_dump_selected(OF_DUMP_HEADER)) {
+    xml.open("header");
+    xml.element("e_type", elf_type_name(header_.e_type));
+    xml.element("e_machine", elf_machine_name(header_.e_machine));
+    xml.element("e_entry", hex(header_.e_entry));
+    xml.element("e_flags", hex(header_.e_flags));
+    xml.close();
+  }
+  ELF_SECTION_TABLE *sections = get_section_table();
+  uint32_t count = sections ? sections->get_count() : 0;
+  if (is_dump_selected(OF_DUMP_SECTIONS)) {
+    xml.open("sections");
+    for (uint32_t i = 0; i < count; i++) {
+      ELF_SECTION *s = sections->get_section(i);
+      const ELF32_SECTION_HEADER_RECORD &h = s->header();
+      xml.empty("section", {{"index", dec(i)},
+                            {"name", s->get_name()},
+                            {"type", elf_section_type_name(this, h.sh_type)},
+                            {"flags", hex(h.sh_flags)},
+                            {"address", hex(h.sh_addr)},
+                            {"offset", hex(h.sh_offset)},
+                            {"size", dec(h.sh_size)},
+                            {"link", dec(h.sh_link)},
+                            {"info", dec(h.sh_info)},
+                            {"alignment", dec(h.sh_addralign)},
+                            {"entsize", dec(h.sh_entsize)}});
+    }
+    xml.close();
+  }
+  for (uint32_t i = 1; i < count && is_dump_selected(OF_DUMP_SYMBOLS); i++) {
+    ELF_SYMBOL_TABLE *table = sections->get_section(i)->symbols();
+    if (!table)
+      continue;
+    xml.open("symbol_table", {{"name", table->get_name()}});
+    for (uint32_t j = 0; j < table->get_count(); j++) {
+      auto *symbol = static_cast<ELF_SYMBOL *>(table->get_symbol(j));
+      if (!symbol)
+        continue;
+      const ELF32_SYMBOL_RECORD &r = symbol->record();
+      xml.empty("symbol", {{"index", dec(j)},
+                           {"name", symbol->get_name()},
+                           {"value", hex(r.st_value)},
+                           {"size", dec(r.st_size)},
+                           {"binding", elf_binding_name(elf_st_bind(r.st_info))},
+                           {"type", elf_symbol_type_name(elf_st_type(r.st_info))},
+                           {"visibility", elf_visibility_name(r.st_other & 3)},
+                           {"section", dec(symbol->get_section_index())}});
+    }
+    xml.close();
+  }
+  for (uint32_t i = 1; i < count && is_dump_selected(OF_DUMP_RELOCS); i++) {
+    ELF_RELOC_TABLE *relocs = sections->get_section(i)->relocations();
+    if (!relocs)
+      continue;
+    xml.open("relocation_table", {{"name", sections->get_section(i)->get_name()}});
+    for (uint32_t j = 0; j < relocs->get_count(); j++) {
+      ELF_RELOC *r = relocs->get_elf_reloc(j);
+      OF_SYMBOL *symbol = r->get_symbol();
+      xml.empty("relocation", {{"offset", hex(r->get_address())},
+                               {"type", dec(r->get_type())},
+                               {"symbol", symbol ? symbol->get_name() : ""}});
+    }
+    xml.close();
+  }
+  for (uint32_t i = 1; i < count && is_dump_selected(OF_DUMP_GROUPS); i++) {
+    ELF_GROUP_TABLE *group = sections->get_section(i)->group();
+    if (!group)
+      continue;
+    OF_SYMBOL *signature = group->get_signature();
+    xml.open("group", {{"name", group->get_name()},
+                       {"signature", signature ? signature->get_name() : ""},
+                       {"comdat", group->is_comdat() ? "1" : "0"}});
+    for (uint32_t j = 0; j < group->get_count(); j++) {
+      OF_SECTION *member = group->get_member(j);
+      xml.empty("member", {{"index", dec(group->get_member_index(j))}, {"name", member ? member->get_name() : ""}});
+    }
+    xml.close();
   }
 }
 

@@ -10,6 +10,7 @@
 namespace OFE {
 
 ELF_FILE::ELF_FILE(const OF_DESCRIPTOR &descriptor) : OBJECT_FILE(descriptor) {
+  file_order_ = byte_order();
   reset_header();
   header_.e_machine = get_machine_db()->get_elf_machine();
 }
@@ -64,7 +65,7 @@ bool ELF_FILE::file_region(uint64_t offset, uint64_t size, DATA_MAP &map, const 
 
 int ELF_FILE::read(const OF_DESCRIPTOR &) {
   DATA_MAP head;
-  head.set_byte_order(byte_order());
+  head.set_byte_order(file_order_);
   constexpr uint32_t size = record_size<ELF32_HEADER_RECORD>();
   if (!file_region(0, size, head, "ELF header") || !elf32_read(head, 0, header_))
     return -1;
@@ -99,7 +100,7 @@ bool ELF_FILE::load_sections() {
       return false;
     }
     DATA_MAP first;
-    first.set_byte_order(byte_order());
+    first.set_byte_order(file_order_);
     ELF32_SECTION_HEADER_RECORD zero{};
     if (!file_region(shoff_, shentsize_, first, "section header 0") || !elf32_read(first, 0, zero))
       return false;
@@ -133,29 +134,15 @@ ELF_SYMBOL_TABLE *ELF_FILE::get_elf_symbol_table() {
 }
 
 ELF_SYMBOL_TABLE *ELF_FILE::get_symbol_table_of(uint32_t index) {
-  if (auto it = symbol_tables_.find(index); it != symbol_tables_.end())
-    return it->second.get();
   ELF_SECTION_TABLE *sections = get_section_table();
   ELF_SECTION *section = sections ? sections->get_section(index) : nullptr;
-  if (!section || (section->get_type() != SHT_SYMTAB && section->get_type() != SHT_DYNSYM))
-    return nullptr;
-  auto &table = symbol_tables_[index];
-  table = std::make_unique<ELF_SYMBOL_TABLE>(this, section);
-  return table.get();
+  return section ? section->symbols() : nullptr;
 }
 
 ELF_STRING_TABLE *ELF_FILE::get_string_table_of(uint32_t index) {
-  if (auto it = string_tables_.find(index); it != string_tables_.end())
-    return it->second.get();
   ELF_SECTION_TABLE *sections = get_section_table();
   ELF_SECTION *section = sections ? sections->get_section(index) : nullptr;
-  if (!section)
-    return nullptr;
-  auto &table = string_tables_[index];
-  table = std::make_unique<ELF_STRING_TABLE>(this, section);
-  if (table->size() == 0)
-    table->reset();  // a new table starts with the empty string
-  return table.get();
+  return section ? section->strings() : nullptr;
 }
 
 uint32_t ELF_FILE::get_shstrndx() {
@@ -200,7 +187,7 @@ bool ELF_FILE::get_program_header(uint32_t index, ELF32_PROGRAM_HEADER_RECORD &r
     return false;
   if (!program_headers_ready_) {
     program_headers_ready_ = true;
-    program_headers_.set_byte_order(byte_order());
+    program_headers_.set_byte_order(file_order_);
     if (header_.e_phentsize < record_size<ELF32_PROGRAM_HEADER_RECORD>()) {
       report_malformed(42, "program header size %u is smaller than 32", header_.e_phentsize);
       return false;
@@ -270,19 +257,28 @@ int ELF_FILE::reset() {
   return 0;
 }
 
-bool ELF_FILE::promote_state(uint32_t target) {
-  if (target != OF_STATE_LOCKED)
-    return false;  // laying out and writing are not built yet
-  for (auto &[index, table] : symbol_tables_)
-    if (table && !table->is_prepared() && table->prepare_for_writing() != 0)
-      return false;
-  return true;
+bool ELF_FILE::is_pinned_by_dynamic(const ELF_SECTION &) { return false; }
+
+bool ELF_FILE::is_special_section(const ELF_SECTION &section) {
+  OF_MACHINE_DB *db = get_machine_db();
+  for (uint32_t kind = 0; kind < OF_SPECIAL_KIND_COUNT; kind++) {
+    const OF_SPECIAL_SECTION *special = db->get_special_section(kind);
+    if (!special || !special->name)
+      continue;
+    if (special->type != 0 ? section.get_type() == special->type : section.get_name() == special->name)
+      return true;
+  }
+  return false;
 }
 
-int ELF_FILE::write(FILE *) {
-  set_error(OF_ERR_INTERNAL, "%s: writing ELF files is not supported yet",
-            get_file_name().empty() ? "(unknown file)" : get_file_name().c_str());
-  return -1;
+bool ELF_FILE::has_section_relative_offsets(const ELF_SECTION &section) {
+  if (header_.e_type == ET_EXEC)
+    return false;
+  // The tool chain's own producer writes absolute offsets for sections
+  // placed at an address; every other producer follows the gABI.
+  if (get_producer() == "QV")
+    return section.get_address() == 0;
+  return true;
 }
 
 }  // namespace OFE

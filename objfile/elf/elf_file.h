@@ -56,15 +56,18 @@ public:
   OF_SYMBOL_TABLE *get_symbol_table() override;
   // The same, or null when the file has no SHT_SYMTAB section.
   ELF_SYMBOL_TABLE *get_elf_symbol_table();
-  int write(FILE *stream) override;
   int read(const OF_DESCRIPTOR &descriptor) override;
   void print_info(FILE *stream) override;
 
-  bool promote_state(uint32_t target) override;
-
   ELF32_HEADER_RECORD &header() { return header_; }
   const ELF32_HEADER_RECORD &header() const { return header_; }
+  // The byte order the file is written in (set_endian changes it).
   BYTE_ORDERING byte_order() const;
+  // The byte order the file was read in, which decodes everything not yet
+  // loaded whatever the target becomes.
+  BYTE_ORDERING file_byte_order() const { return file_order_; }
+  // The size of the file as last laid out.
+  uint64_t get_laid_out_size() const { return file_size_; }
 
   // The symbol table of section `index` (SHT_SYMTAB or SHT_DYNSYM), or null.
   ELF_SYMBOL_TABLE *get_symbol_table_of(uint32_t index);
@@ -82,6 +85,16 @@ public:
   // Only executables and shared objects have one; others get error 5.
   ELF_DYNAMIC_TABLE *get_dynamic_table();
 
+  // Whether the dynamic table pins this section at the front of the
+  // section order (see prepare of the section table).
+  bool is_pinned_by_dynamic(const ELF_SECTION &section);
+  // Whether the section is one of the file's extended attribute sections
+  // or its symbol alias section, which are written apart from plain data.
+  bool is_special_section(const ELF_SECTION &section);
+  // Whether r_offset of entries relocating `section` counts from the
+  // section's start (see ELF_RELOC::get_offset).
+  bool has_section_relative_offsets(const ELF_SECTION &section);
+
   // Attaches `map` to `size` bytes at file offset `offset` when they lie
   // within the file; otherwise error 3 naming `what` and false. The one
   // place where offsets read from the file are checked.
@@ -91,6 +104,16 @@ public:
 
 protected:
   void dump_format(FILE *stream) override;
+  void dump_format_xml(XML_WRITER &xml) override;
+
+  // The write pipeline (elf_write.cpp).
+  bool load_for_writing() override;
+  bool prepare_sections() override;
+  bool prepare_symbols() override;
+  bool prepare_dependents() override;
+  bool prepare_strings() override;
+  bool lay_out() override;
+  bool write_out(FILE *stream) override;
 
 private:
   void reset_header();
@@ -99,15 +122,15 @@ private:
   bool enter_builder();
 
   ELF32_HEADER_RECORD header_{};
+  BYTE_ORDERING file_order_ = BYTE_ORDERING::LITTLE;
+  uint64_t file_size_ = 0;
   bool readable_ = false;  // a 32-bit header was read
   // Where the section headers are, as read (reset() clears the header).
   uint32_t shoff_ = 0, shentsize_ = 0, shnum_ = 0;
   std::unique_ptr<ELF_SECTION_TABLE> sections_;
   DATA_MAP program_headers_;
   bool program_headers_ready_ = false;
-  std::map<uint32_t, std::unique_ptr<ELF_SYMBOL_TABLE>> symbol_tables_;
   OF_EMPTY_SYMBOL_TABLE no_symbols_{this};
-  std::map<uint32_t, std::unique_ptr<ELF_STRING_TABLE>> string_tables_;
   bool building_ = false;
 };
 

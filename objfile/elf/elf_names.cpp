@@ -1,5 +1,7 @@
 #include "objfile/elf/elf_names.h"
 
+#include "objfile/of_file.h"
+
 #include <cstdio>
 
 #include "objfile/elf/elf_types.h"
@@ -169,7 +171,61 @@ const NAME_ENTRY SECTION_TYPE_NAMES[] = {
     {0x6FFFFFFF, "SHT_GNU_versym"}, {0x70000003, "SHT_ATTRIBUTES"},
 };
 
+const NAME_ENTRY SECTION_FLAG_NAMES[] = {
+    {0x1, "SHF_WRITE"},  {0x2, "SHF_ALLOC"},         {0x4, "SHF_EXECINSTR"},
+    {0x10, "SHF_MERGE"}, {0x20, "SHF_STRINGS"},      {0x40, "SHF_INFO_LINK"},
+    {0x80, "SHF_LINK_ORDER"}, {0x100, "SHF_OS_NONCONFORMING"}, {0x200, "SHF_GROUP"},
+    {0x400, "SHF_TLS"},
+};
+
+const NAME_ENTRY EXT_FLAG_NAMES[] = {
+    {1, "QV_SHF_INVALID"}, {2, "QV_SHF_RETAIN"}, {4, "QV_SHF_BOUND"}, {8, "QV_SHF_RETAINREFS"}, {16, "QV_SHF_NOINIT"},
+};
+
+// One name per set bit, from the table or "<prefix>0x%08x".
+std::vector<std::string> bit_names(uint32_t bits, std::span<const NAME_ENTRY> table, const char *prefix,
+                                   const OF_MACHINE_DB *db = nullptr) {
+  std::vector<std::string> names;
+  for (uint32_t bit = 1; bit != 0; bit <<= 1) {
+    if (!(bits & bit))
+      continue;
+    const char *name = db ? db->get_ext_flag_name(bit) : nullptr;
+    if (!name)
+      name = lookup_name(table, bit, nullptr);
+    if (name) {
+      names.push_back(name);
+    } else {
+      char text[32];
+      snprintf(text, sizeof text, "%s0x%08x", prefix, bit);
+      names.push_back(text);
+    }
+  }
+  return names;
+}
+
 }  // namespace
+
+std::vector<std::string> elf_section_flag_names(uint32_t flags) { return bit_names(flags, SECTION_FLAG_NAMES, "SHF_"); }
+
+std::vector<std::string> elf_ext_flag_names(OBJECT_FILE *file, uint32_t flags) {
+  if (flags == 0)
+    return {"QV_SHF_NONE"};
+  return bit_names(flags, EXT_FLAG_NAMES, "QV_SHF_", file ? file->get_machine_db() : nullptr);
+}
+
+std::string elf_section_type_name(OBJECT_FILE *file, uint32_t type) {
+  if (OF_MACHINE_DB *db = file ? file->get_machine_db() : nullptr) {
+    if (const char *name = db->get_section_type_name(type))
+      return name;
+    const OF_SPECIAL_SECTION *flags = db->get_special_section(OF_SPECIAL_SECTION_FLAGS);
+    const OF_SPECIAL_SECTION *page = db->get_special_section(OF_SPECIAL_SECTION_PAGE);
+    if (flags && flags->type != 0 && flags->type == type)
+      return "SHT_QV_SH_FLAGS";
+    if (page && page->type != 0 && page->type == type)
+      return "SHT_QV_SH_PAGE";
+  }
+  return elf_section_type_name(type);
+}
 
 const char *elf_class_name(uint8_t c) { return lookup_name(CLASS_NAMES, c, "ELFCLASSUNKNOWN"); }
 const char *elf_class_description(uint8_t c) { return lookup_name(CLASS_DESCRIPTIONS, c, "unknown class"); }

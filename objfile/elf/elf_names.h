@@ -4,8 +4,11 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace OFE {
+
+class OBJECT_FILE;
 
 const char *elf_class_name(uint8_t ei_class);      // "ELFCLASS32", ... "ELFCLASSUNKNOWN"
 const char *elf_class_description(uint8_t ei_class);  // "32-bit objects", ... "unknown class"
@@ -26,5 +29,14 @@ std::string elf_section_index_name(uint16_t shndx);
 std::string elf_version_index_name(uint16_t index);
 // "SHT_PROGBITS", ...; other values "SHT_0x%08x".
 std::string elf_section_type_name(uint32_t type);
+// The same, asking the file's machine database first: its own type names,
+// then "SHT_QV_SH_FLAGS"/"SHT_QV_SH_PAGE" for the types it gives the two
+// extended attribute sections.
+std::string elf_section_type_name(OBJECT_FILE *file, uint32_t type);
+// "SHF_WRITE", ... for each bit set; other bits "SHF_0x%08x".
+std::vector<std::string> elf_section_flag_names(uint32_t flags);
+// "QV_SHF_RETAIN", ... for each bit set (the machine database's names
+// first), "QV_SHF_NONE" for 0; other bits "QV_SHF_0x%08x".
+std::vector<std::string> elf_ext_flag_names(OBJECT_FILE *file, uint32_t flags);
 
 }  // namespace OFE

@@ -1,10 +1,22 @@
 #include "objfile/elf/elf_section.h"
 
 #include "objfile/elf/elf_file.h"
+#include "objfile/elf/elf_group.h"
+#include "objfile/elf/elf_names.h"
+#include "objfile/elf/elf_reloc.h"
 #include "objfile/elf/elf_string.h"
+#include "objfile/elf/elf_symbol.h"
 #include "objfile/elf/elf_types.h"
 
 namespace OFE {
+
+ELF_SECTION::ELF_SECTION(ELF_SECTION_TABLE *table, uint32_t index, const ELF32_SECTION_HEADER_RECORD &header)
+    : table_(table), index_(index), header_(header) {}
+
+ELF_SECTION::~ELF_SECTION() = default;
+
+ELF_FILE *ELF_SECTION::get_file() const { return table_->get_file(); }
+OBJECT_FILE *ELF_SECTION::get_object() const { return table_->get_file(); }
 
 std::string ELF_SECTION::get_name() const {
   if (!named_) {
@@ -22,7 +34,7 @@ DATA_MAP *ELF_SECTION::get_data() {
   if (!data_ready_) {
     data_ready_ = true;
     ELF_FILE *file = table_->get_file();
-    data_.set_byte_order(file->byte_order());
+    data_.set_byte_order(file->was_read_from_stream() ? file->file_byte_order() : file->byte_order());
     if (header_.sh_type != SHT_NOBITS && header_.sh_size != 0 && file->was_read_from_stream()) {
       char what[48];
       snprintf(what, sizeof what, "contents of section %u", index_);
@@ -31,6 +43,174 @@ DATA_MAP *ELF_SECTION::get_data() {
     }
   }
   return &data_;
+}
+
+bool ELF_SECTION::begin_change() {
+  ELF_FILE *file = get_file();
+  return file->get_state() <= OF_STATE_LOCKED || file->set_state(OF_STATE_LOCKED) == 0;
+}
+
+int ELF_SECTION::set_name(const std::string &name) {
+  if (!begin_change())
+    return -1;
+  get_name();  // a later lookup must not overwrite the new name
+  name_ = name;
+  named_ = true;
+  return 0;
+}
+
+int ELF_SECTION::set_data(const void *bytes, uint32_t size) {
+  if (!begin_change())
+    return -1;
+  get_data();
+  data_.assign(bytes, size);
+  data_.set_position(0);
+  header_.sh_size = size;
+  return 0;
+}
+
+#define ELF_SECTION_SETTER(function, field)          \
+  int ELF_SECTION::function(uint32_t value) {       \
+    if (!begin_change())                             \
+      return -1;                                     \
+    header_.field = value;                           \
+    return 0;                                        \
+  }
+ELF_SECTION_SETTER(set_type, sh_type)
+ELF_SECTION_SETTER(set_flags, sh_flags)
+ELF_SECTION_SETTER(set_address, sh_addr)
+ELF_SECTION_SETTER(set_link, sh_link)
+ELF_SECTION_SETTER(set_info, sh_info)
+ELF_SECTION_SETTER(set_entsize, sh_entsize)
+#undef ELF_SECTION_SETTER
+
+int ELF_SECTION::set_alignment(uint32_t alignment) {
+  if (alignment == 0 || (alignment & (alignment - 1)) != 0) {
+    get_file()->set_error(OF_ERR_INVALID_REQUEST, "only powers of 2 are valid alignment values");
+    return -1;
+  }
+  if (!begin_change())
+    return -1;
+  header_.sh_addralign = alignment;
+  return 0;
+}
+
+void ELF_SECTION::set_attribute(uint32_t kind, uint32_t value) {
+  if (kind < ELF_ATTR_KIND_COUNT && begin_change())
+    attributes_[kind] = value;
+}
+
+ELF_SYMBOL_TABLE *ELF_SECTION::symbols() {
+  if (!symbols_ && (header_.sh_type == SHT_SYMTAB || header_.sh_type == SHT_DYNSYM))
+    symbols_ = std::make_unique<ELF_SYMBOL_TABLE>(get_file(), this);
+  return symbols_.get();
+}
+
+ELF_STRING_TABLE *ELF_SECTION::strings() {
+  if (!strings_ && index_ != 0) {
+    strings_ = std::make_unique<ELF_STRING_TABLE>(get_file(), this);
+    if (strings_->size() == 0)
+      strings_->reset();  // a new table starts with the empty string
+  }
+  return strings_.get();
+}
+
+ELF_RELOC_TABLE *ELF_SECTION::relocations() {
+  if (!relocations_ && (header_.sh_type == SHT_REL || header_.sh_type == SHT_RELA))
+    relocations_ = std::make_unique<ELF_RELOC_TABLE>(this);
+  return relocations_.get();
+}
+
+ELF_GROUP_TABLE *ELF_SECTION::group() {
+  if (!group_ && header_.sh_type == SHT_GROUP)
+    group_ = std::make_unique<ELF_GROUP_TABLE>(this);
+  return group_.get();
+}
+
+uint32_t ELF_SECTION::get_reloc_table_count() {
+  uint32_t n = 0;
+  for (uint32_t i = 1; i < table_->get_count(); i++) {
+    ELF_SECTION *s = table_->get_section(i);
+    if (s->relocations() && s->header_.sh_info == index_)
+      n++;
+  }
+  return n;
+}
+
+OF_RELOC_TABLE *ELF_SECTION::get_reloc_table(uint32_t which) {
+  for (uint32_t i = 1; i < table_->get_count(); i++) {
+    ELF_SECTION *s = table_->get_section(i);
+    if (s->relocations() && s->header_.sh_info == index_ && which-- == 0)
+      return s->relocations();
+  }
+  return nullptr;
+}
+
+ELF_SECTION *ELF_SECTION::get_relocation_section(bool rela) {
+  uint32_t type = rela ? SHT_RELA : SHT_REL;
+  for (uint32_t i = 1; i < table_->get_count(); i++) {
+    ELF_SECTION *s = table_->get_section(i);
+    if (s->header_.sh_type == type && s->header_.sh_info == index_)
+      return s;
+  }
+  ELF_SYMBOL_TABLE *symbols = get_file()->get_elf_symbol_table();
+  if (!symbols)
+    return nullptr;
+  std::string name = get_name();  // before the table grows
+  ELF_SECTION *s = table_->create_section((rela ? ".rela" : ".rel") + name, type);
+  s->header_.sh_info = index_;
+  s->header_.sh_link = symbols->get_section()->get_index();
+  s->header_.sh_entsize = rela ? 12 : 8;
+  s->header_.sh_addralign = 4;
+  s->header_.sh_flags = SHF_INFO_LINK;
+  return s;
+}
+
+void ELF_SECTION::dump(FILE *stream) {
+  auto row = [stream](const char *label, const std::string &value) {
+    fprintf(stream, "  %-26s%s\n", label, value.c_str());
+  };
+  auto num = [](const char *format, uint32_t value) {
+    char text[32];
+    snprintf(text, sizeof text, format, value);
+    return std::string(text);
+  };
+  ELF_FILE *file = get_file();
+  fprintf(stream, "\n Section %u \"%s\"\n\n", index_, get_name().c_str());
+  row("Section Type:", elf_section_type_name(file, header_.sh_type));
+  row("Address:", num("0x%08x", header_.sh_addr));
+  row("Offset:", num("0x%08x", header_.sh_offset));
+  row("Size:", num("%u", header_.sh_size));
+  row("Alignment:", num("%u", header_.sh_addralign));
+  row("Entry Size:", num("%u", header_.sh_entsize));
+  row("Link:", num("%u", header_.sh_link));
+  row("Info:", num("%u", header_.sh_info));
+  ELF_SECTION *linked = header_.sh_link ? table_->get_section(header_.sh_link) : nullptr;
+  if (linked)
+    row("Linked Scn:", "\"" + linked->get_name() + "\"");
+  if (ELF_SYMBOL_TABLE *symbols = this->symbols()) {
+    row("String Table:", linked ? "\"" + linked->get_name() + "\"" : "");
+    row("# Symbols:", num("%u", symbols->get_count()));
+    row("# Local Symbols:", num("%u", header_.sh_info));
+    row("Symbol Size:", num("%d bytes", 16));
+  }
+  if (ELF_RELOC_TABLE *relocs = relocations()) {
+    ELF_SECTION *target = relocs->get_target();
+    row("Symbol Table:", linked ? "\"" + linked->get_name() + "\"" : "");
+    row("Section Relocated:", target ? "\"" + target->get_name() + "\"" : "");
+    row("Reloc Size:", num("%d bytes", static_cast<int>(relocs->get_entry_size())));
+  }
+  if (header_.sh_type == SHT_GROUP) {
+    row("Symbol Table:", linked ? "\"" + linked->get_name() + "\"" : "");
+    row("Group Symbol ID:", num("%u", header_.sh_info));
+  }
+  row("Page:", num("%u", attributes_[ELF_ATTR_PAGE]));
+  row("ELF sh_flags:", num("0x%08x", header_.sh_flags));
+  for (const std::string &flag : elf_section_flag_names(header_.sh_flags))
+    row("ELF sh_flag:", flag);
+  row("QV ext_flags:", num("0x%x", attributes_[ELF_ATTR_EXT_FLAGS]));
+  for (const std::string &flag : elf_ext_flag_names(file, attributes_[ELF_ATTR_EXT_FLAGS]))
+    row("QV ext_flag:", flag);
 }
 
 ELF_SECTION_TABLE::ELF_SECTION_TABLE(ELF_FILE *file) : file_(file) {}
@@ -44,12 +224,17 @@ bool ELF_SECTION_TABLE::load(uint32_t shoff, uint32_t entsize, uint32_t count) {
     file_->report_malformed(0x2E, "section header size %u is smaller than 40", entsize);
     return false;
   }
-  headers_.set_byte_order(file_->byte_order());
+  headers_.set_byte_order(file_->file_byte_order());
   if (!file_->file_region(shoff, static_cast<uint64_t>(entsize) * count, headers_, "section header table"))
     return false;
   entsize_ = entsize;
   sections_.resize(count);
   return true;
+}
+
+void ELF_SECTION_TABLE::load_all() {
+  for (uint32_t i = 0; i < get_count(); i++)
+    get_section(i);
 }
 
 ELF_SECTION *ELF_SECTION_TABLE::get_section(uint32_t index) {
@@ -75,18 +260,66 @@ ELF_SECTION *ELF_SECTION_TABLE::find_section_by_type(uint32_t type, uint32_t lin
   return nullptr;
 }
 
+ELF_SECTION *ELF_SECTION_TABLE::find_elf_section(const std::string &name) {
+  return static_cast<ELF_SECTION *>(find_section(name));
+}
+
 ELF_SECTION *ELF_SECTION_TABLE::create_section(const std::string &name, uint32_t type) {
   if (sections_.empty())
     sections_.push_back(std::make_unique<ELF_SECTION>(this, 0, ELF32_SECTION_HEADER_RECORD{}));
+  load_all();  // a read header must not be looked for in a slot that moved
   ELF32_SECTION_HEADER_RECORD header{};
   header.sh_type = type;
   uint32_t index = get_count();
   auto section = std::make_unique<ELF_SECTION>(this, index, header);
-  section->set_name(name);
+  section->name_ = name;
+  section->named_ = true;
   section->data_ready_ = true;
   section->data_.set_byte_order(file_->byte_order());
   sections_.push_back(std::move(section));
   return sections_.back().get();
+}
+
+int ELF_SECTION_TABLE::prepare() {
+  load_all();
+  uint32_t n = get_count();
+  if (n == 0)
+    return 0;
+  std::vector<std::unique_ptr<ELF_SECTION>> order;
+  std::vector<uint32_t> old_to_new(n, OF_INDEX_MAP::REMOVED);
+  if (sections_[0]->get_type() != SHT_NULL) {
+    file_->set_error(OF_ERR_INTERNAL, "section 0 is not a NULL section");
+    order.push_back(std::make_unique<ELF_SECTION>(this, 0, ELF32_SECTION_HEADER_RECORD{}));
+    order.back()->named_ = true;
+    order.back()->data_ready_ = true;
+  } else {
+    old_to_new[0] = 0;
+    order.push_back(std::move(sections_[0]));
+  }
+  // The class of each section, in the order the classes are written.
+  auto section_class = [this](ELF_SECTION &s) {
+    uint32_t type = s.get_type();
+    if (type == SHT_GROUP)
+      return 0;
+    if (file_->is_pinned_by_dynamic(s))
+      return 1;
+    if (type == SHT_NOBITS || (type == SHT_PROGBITS && !file_->is_special_section(s)))
+      return 2;
+    return 3;
+  };
+  for (int cls = 0; cls < 4; cls++) {
+    for (uint32_t i = 0; i < n; i++) {
+      if (!sections_[i] || (i == 0 && old_to_new[0] == 0) || section_class(*sections_[i]) != cls)
+        continue;
+      old_to_new[i] = static_cast<uint32_t>(order.size());
+      order.push_back(std::move(sections_[i]));
+    }
+  }
+  sections_ = std::move(order);
+  for (uint32_t i = 0; i < sections_.size(); i++)
+    sections_[i]->index_ = i;
+  publish(old_to_new);
+  return 0;
 }
 
 }  // namespace OFE

@@ -1,5 +1,4 @@
-// ELF_SECTION and ELF_SECTION_TABLE: the sections of an ELF file, as far as
-// the symbol tables need them.
+// ELF_SECTION and ELF_SECTION_TABLE: the sections of an ELF file.
 //
 // The section header table (e_shnum entries of e_shentsize bytes at e_shoff,
 // or, with extended numbering, section 0's sh_size entries) is read in one
@@ -8,11 +7,17 @@
 // symbol table of an archive member reads the headers and nothing else.
 // Names come from the section-name string table (e_shstrndx, or section 0's
 // sh_link when that is SHN_XINDEX), again only when asked for.
+//
+// A section owns the tables that live in it (symbols, strings,
+// relocations, a group), so they move with it when the table is renumbered
+// for writing. Their bytes are the section's contents, never a copy.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "objfile/data_map.h"
@@ -22,28 +27,84 @@
 namespace OFE {
 
 class ELF_FILE;
+class ELF_GROUP_TABLE;
+class ELF_RELOC_TABLE;
 class ELF_SECTION_TABLE;
+class ELF_STRING_TABLE;
+class ELF_SYMBOL_TABLE;
+
+// Extended attribute kinds, one word per section each.
+enum ELF_SCN_ATTR_KIND : uint32_t {
+  ELF_ATTR_EXT_FLAGS = 0,  // ".QV.section.flags"
+  ELF_ATTR_PAGE = 1,       // ".QV.section.page"
+  ELF_ATTR_KIND_COUNT = 2,
+};
 
 class ELF_SECTION : public OF_SECTION {
 public:
-  ELF_SECTION(ELF_SECTION_TABLE *table, uint32_t index, const ELF32_SECTION_HEADER_RECORD &header)
-      : table_(table), index_(index), header_(header) {}
+  ELF_SECTION(ELF_SECTION_TABLE *table, uint32_t index, const ELF32_SECTION_HEADER_RECORD &header);
+  ~ELF_SECTION() override;
 
   std::string get_name() const override;
-  void set_name(const std::string &name) { name_ = name; named_ = true; }
+  int set_name(const std::string &name) override;
   uint32_t get_index() const override { return index_; }
   uint32_t get_size() const override { return header_.sh_size; }
   // The contents, attached to the file on first request (bounds-checked);
   // a SHT_NOBITS section and a section whose bytes lie outside the file have
   // an empty map.
   DATA_MAP *get_data() override;
+  int set_data(const void *bytes, uint32_t size) override;
+
+  uint32_t get_type() const override { return header_.sh_type; }
+  int set_type(uint32_t type) override;
+  uint32_t get_flags() const override { return header_.sh_flags; }
+  int set_flags(uint32_t flags) override;
+  uint32_t get_address() const override { return header_.sh_addr; }
+  int set_address(uint32_t address) override;
+  uint32_t get_alignment() const override { return header_.sh_addralign; }
+  int set_alignment(uint32_t alignment) override;
+  uint32_t get_link() const override { return header_.sh_link; }
+  int set_link(uint32_t link) override;
+  uint32_t get_info() const override { return header_.sh_info; }
+  int set_info(uint32_t info) override;
+  int set_entsize(uint32_t entsize);
+  uint32_t get_attribute(uint32_t kind) const { return kind < ELF_ATTR_KIND_COUNT ? attributes_[kind] : 0; }
+  void set_attribute(uint32_t kind, uint32_t value);
+
+  // The relocation section of this section (".rel" or ".rela" + name),
+  // created when there is none; null when the file has no symbol table.
+  ELF_SECTION *get_relocation_section(bool rela);
+  uint32_t get_reloc_table_count() override;
+  OF_RELOC_TABLE *get_reloc_table(uint32_t index) override;
 
   ELF32_SECTION_HEADER_RECORD &header() { return header_; }
   const ELF32_SECTION_HEADER_RECORD &header() const { return header_; }
-  uint32_t get_type() const { return header_.sh_type; }
+  ELF_SECTION_TABLE *get_table() const { return table_; }
+  ELF_FILE *get_file() const;
+
+  // The tables that live in this section, made on first request; null when
+  // the section is not of their type.
+  ELF_SYMBOL_TABLE *symbols();
+  ELF_STRING_TABLE *strings();
+  ELF_RELOC_TABLE *relocations();
+  ELF_GROUP_TABLE *group();
+
+  // A hash section whose symbol table was renumbered is built again.
+  void set_rebuild_hash() { rebuild_hash_ = true; }
+  bool needs_hash_rebuild() const { return rebuild_hash_; }
+
+  // Rows with the section's header, attributes and links.
+  void dump(FILE *stream);
+
+protected:
+  OBJECT_FILE *get_object() const override;
 
 private:
   friend class ELF_SECTION_TABLE;
+  // Undoes a laid-out file's build state before a change; false when that
+  // is refused (the error is pending).
+  bool begin_change();
+
   ELF_SECTION_TABLE *table_;
   uint32_t index_;
   ELF32_SECTION_HEADER_RECORD header_;
@@ -51,6 +112,12 @@ private:
   mutable bool named_ = false;
   DATA_MAP data_;
   bool data_ready_ = false;
+  std::array<uint32_t, ELF_ATTR_KIND_COUNT> attributes_{};
+  bool rebuild_hash_ = false;
+  std::unique_ptr<ELF_SYMBOL_TABLE> symbols_;
+  std::unique_ptr<ELF_STRING_TABLE> strings_;
+  std::unique_ptr<ELF_RELOC_TABLE> relocations_;
+  std::unique_ptr<ELF_GROUP_TABLE> group_;
 };
 
 class ELF_SECTION_TABLE : public OF_SECTION_TABLE {
@@ -61,15 +128,26 @@ public:
   // Reads `count` headers of `entsize` bytes from file offset `shoff`;
   // false (with the file's pending error set) when they are not all there.
   bool load(uint32_t shoff, uint32_t entsize, uint32_t count);
+  // Decodes every header not yet decoded.
+  void load_all();
 
   uint32_t get_count() override { return static_cast<uint32_t>(sections_.size()); }
   ELF_SECTION *get_section(uint32_t index) override;
   // The first section of `type` (and, unless `link` is ~0, with that
   // sh_link) from index 1 on, or null.
   ELF_SECTION *find_section_by_type(uint32_t type, uint32_t link = ~0u);
+  ELF_SECTION *find_elf_section(const std::string &name);
   // Appends a new, empty section; a null section 0 is made first when the
   // table is empty.
+  ELF_SECTION *create_section(const std::string &name) override { return create_section(name, 0); }
   ELF_SECTION *create_section(const std::string &name, uint32_t type);
+
+  // Renumbers for writing: a null section 0 ("section 0 is not a NULL
+  // section" when it was not), then groups, the sections the dynamic table
+  // pins, plain data and uninitialised sections, and everything else, each
+  // class in its current order. The map is published.
+  int prepare();
+  OF_INDEX_MAP take_index_map() { return std::exchange(index_map_, OF_INDEX_MAP()); }
 
   ELF_FILE *get_file() const { return file_; }
 

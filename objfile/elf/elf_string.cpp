@@ -9,20 +9,24 @@ namespace OFE {
 
 ELF_STRING_TABLE::ELF_STRING_TABLE(ELF_FILE *file, ELF_SECTION *section)
     : OF_STRING_TABLE(file), section_(section) {
-  DATA_MAP *contents = section->get_data();
-  if (contents->is_file_backed() && !contents->is_loaded())
-    data_ = *contents;  // a second, lazy view of the same bytes
-  else if (contents->size() != 0)
-    data_.assign(contents->slice(0, contents->size()), contents->size());
-  data_.set_byte_order(file->byte_order());
+  bind(section->get_data());
 }
 
 std::string ELF_STRING_TABLE::get_name() const { return section_->get_name(); }
 
 void ELF_STRING_TABLE::reset() {
-  clear();
-  (void)add_string("");
+  OF_STRING_TABLE_MANAGER::clear();
+  (void)OF_STRING_TABLE_MANAGER::add_string("");
+  sync_size();
 }
+
+std::optional<uint32_t> ELF_STRING_TABLE::add_string(const std::string &text) {
+  std::optional<uint32_t> offset = OF_STRING_TABLE::add_string(text);
+  sync_size();
+  return offset;
+}
+
+void ELF_STRING_TABLE::sync_size() { section_->header().sh_size = static_cast<uint32_t>(size()); }
 
 uint32_t elf_symbol_hash(const char *name) {
   uint32_t h = 0;

@@ -34,9 +34,12 @@ public:
   std::string get_name() const override;
   // Discards the contents and starts again with the empty string.
   void reset();
+  // Grows the section's contents and size.
+  [[nodiscard]] std::optional<uint32_t> add_string(const std::string &text) override;
   ELF_SECTION *get_section() const { return section_; }
 
 private:
+  void sync_size();
   ELF_SECTION *section_;
 };
 

@@ -20,6 +20,13 @@ bool ELF_SYMBOL::begin_change() {
   return true;
 }
 
+int ELF_SYMBOL::set_name(const std::string &name) {
+  if (!begin_change())
+    return -1;
+  name_ = name;
+  return 0;
+}
+
 int ELF_SYMBOL::set_value(uint32_t value) {
   if (!begin_change())
     return -1;
@@ -46,6 +53,11 @@ uint32_t ELF_SYMBOL::get_section_index() const {
 int ELF_SYMBOL::set_section_id(uint32_t index) {
   if (!begin_change())
     return -1;
+  move_to_section(index);
+  return 0;
+}
+
+void ELF_SYMBOL::move_to_section(uint32_t index) {
   if (index < SHN_LORESERVE) {
     record_.st_shndx = static_cast<uint16_t>(index);
     extended_index_ = 0;
@@ -53,7 +65,6 @@ int ELF_SYMBOL::set_section_id(uint32_t index) {
     record_.st_shndx = SHN_XINDEX;
     extended_index_ = index;
   }
-  return 0;
 }
 
 OF_SYMBOL_KIND ELF_SYMBOL::get_kind() const {
@@ -174,28 +185,30 @@ ELF_SECTION *ELF_SYMBOL_TABLE::get_extended_index_section() {
   ELF_SECTION_TABLE *sections = file_->get_section_table();
   if (!sections)
     return nullptr;
+  // The extended-index section matters only to files with more sections
+  // than st_shndx can name.
+  if (sections->get_count() <= ELF_MAX_DIRECT_SECTIONS)
+    return nullptr;
   if (!shndx_looked_up_) {
     shndx_looked_up_ = true;
-    if (ELF_SECTION *s = sections->find_section_by_type(SHT_SYMTAB_SHNDX, section_->get_index()))
-      shndx_section_ = s->get_index();
+    shndx_section_ = sections->find_section_by_type(SHT_SYMTAB_SHNDX, section_->get_index());
   }
-  if (shndx_section_ == 0 && sections->get_count() > ELF_MAX_DIRECT_SECTIONS) {
-    ELF_SECTION *s = sections->create_section(get_name() + "_shndx", SHT_SYMTAB_SHNDX);
-    s->header().sh_link = section_->get_index();
-    s->header().sh_entsize = 4;
-    shndx_section_ = s->get_index();
+  if (!shndx_section_) {
+    shndx_section_ = sections->create_section(get_name() + "_shndx", SHT_SYMTAB_SHNDX);
+    shndx_section_->header().sh_link = section_->get_index();
+    shndx_section_->header().sh_entsize = 4;
+    shndx_section_->header().sh_addralign = 4;
   }
-  return shndx_section_ ? sections->get_section(shndx_section_) : nullptr;
+  return shndx_section_;
 }
 
 ELF_SECTION *ELF_SYMBOL_TABLE::find_version_section() {
   if (!versym_looked_up_) {
     versym_looked_up_ = true;
     ELF_SECTION_TABLE *sections = file_->get_section_table();
-    ELF_SECTION *s = sections ? sections->find_section_by_type(SHT_GNU_versym, section_->get_index()) : nullptr;
-    versym_section_ = s ? s->get_index() : 0;
+    versym_section_ = sections ? sections->find_section_by_type(SHT_GNU_versym, section_->get_index()) : nullptr;
   }
-  return versym_section_ ? file_->get_section_table()->get_section(versym_section_) : nullptr;
+  return versym_section_;
 }
 
 std::unique_ptr<OF_SYMBOL> ELF_SYMBOL_TABLE::new_symbol(uint32_t index) {
@@ -225,7 +238,7 @@ std::unique_ptr<OF_SYMBOL> ELF_SYMBOL_TABLE::load_symbol(uint32_t index) {
     strings_ = get_string_table();
   }
   const char *name = strings_ ? strings_->get_string(symbol->record_.st_name) : nullptr;
-  symbol->set_name(name ? name : "");
+  symbol->name_ = name ? name : "";
   return symbol;
 }
 
@@ -236,17 +249,16 @@ namespace {
 std::unique_ptr<ELF_SYMBOL> copy_symbol(ELF_SYMBOL_TABLE *table, const ELF_SYMBOL &from, uint32_t index,
                                         uint32_t extended, uint16_t version) {
   auto to = std::make_unique<ELF_SYMBOL>(table, index);
-  to->OF_SYMBOL::set_name(from.get_name());
   to->set_changed(from.is_changed());
-  ELF_SYMBOL_TABLE::copy_record(*to, from.record(), extended, version);
+  ELF_SYMBOL_TABLE::copy_record(*to, from, extended, version);
   return to;
 }
 
 }  // namespace
 
-void ELF_SYMBOL_TABLE::copy_record(ELF_SYMBOL &to, const ELF32_SYMBOL_RECORD &record, uint32_t extended,
-                                   uint16_t version) {
-  to.record_ = record;
+void ELF_SYMBOL_TABLE::copy_record(ELF_SYMBOL &to, const ELF_SYMBOL &from, uint32_t extended, uint16_t version) {
+  to.name_ = from.get_name();
+  to.record_ = from.record();
   to.extended_index_ = extended;
   to.version_index_ = version;
 }
@@ -287,6 +299,21 @@ int ELF_SYMBOL_TABLE::prepare_for_writing() {
   return 0;
 }
 
+void ELF_SYMBOL_TABLE::apply_section_map(const OF_INDEX_MAP &map) {
+  for (uint32_t i = 0; i < get_count(); i++) {
+    auto *symbol = static_cast<ELF_SYMBOL *>(get_symbol(i));
+    if (!symbol || !symbol->is_defined_in_section())
+      continue;
+    uint32_t index = map(symbol->get_section_index());
+    if (index == OF_INDEX_MAP::REMOVED) {
+      symbol->record_.st_shndx = SHN_UNDEF;
+      symbol->extended_index_ = 0;
+    } else {
+      symbol->move_to_section(index);
+    }
+  }
+}
+
 int ELF_SYMBOL_TABLE::write() {
   ELF_STRING_TABLE *strings = get_string_table();
   if (!strings)
@@ -294,7 +321,15 @@ int ELF_SYMBOL_TABLE::write() {
   DATA_MAP &out = *section_->get_data();
   out.clear();
   out.set_byte_order(file_->byte_order());
-  ELF_SECTION *extended = nullptr;
+  // One word per symbol when the file needs them: the real section index
+  // of SHN_XINDEX symbols, 0 for the others.
+  ELF_SECTION *extended = get_extended_index_section();
+  DATA_MAP *words = extended ? extended->get_data() : nullptr;
+  if (words) {
+    words->clear();
+    words->set_byte_order(file_->byte_order());
+    words->resize(4ull * get_count());
+  }
   for (uint32_t i = 0; i < get_count(); i++) {
     auto *symbol = static_cast<ELF_SYMBOL *>(get_symbol(i));
     ELF32_SYMBOL_RECORD record = symbol ? symbol->record() : ELF32_SYMBOL_RECORD{};
@@ -307,14 +342,13 @@ int ELF_SYMBOL_TABLE::write() {
       record.st_name = 0;
     }
     elf32_write(out, record);
-    if (record.st_shndx == SHN_XINDEX && !extended)
-      extended = get_extended_index_section();
-    if (extended) {
-      DATA_MAP &words = *extended->get_data();
-      words.set_position(4ull * i);
-      words.write_u32(symbol->get_extended_index());
+    if (words && symbol && record.st_shndx == SHN_XINDEX) {
+      words->set_position(4ull * i);
+      words->write_u32(symbol->get_extended_index());
     }
   }
+  if (extended)
+    extended->header().sh_size = static_cast<uint32_t>(words->size());
   section_->header().sh_size = static_cast<uint32_t>(out.size());
   section_->header().sh_entsize = ENTRY_SIZE;
   return 0;

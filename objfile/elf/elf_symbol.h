@@ -31,6 +31,7 @@ class ELF_SYMBOL : public OF_SYMBOL {
 public:
   ELF_SYMBOL(ELF_SYMBOL_TABLE *table, uint32_t index);
 
+  int set_name(const std::string &name) override;
   uint32_t get_value() const override { return record_.st_value; }
   int set_value(uint32_t value) override;
   bool is_defined_in_section() const override;
@@ -38,6 +39,8 @@ public:
   uint32_t get_section_index() const override;
   // Makes the symbol defined in section `index` (SHN_XINDEX beyond 0xFEFF).
   int set_section_id(uint32_t index);
+  // The same without undoing the build state, for renumbering.
+  void move_to_section(uint32_t index);
   uint32_t get_size() const override { return record_.st_size; }
   int set_size(uint32_t size) override;
   OF_SYMBOL_KIND get_kind() const override;
@@ -92,6 +95,12 @@ public:
   // (null symbols after 0 are dropped); sets sh_info to the first
   // non-local and publishes the old-to-new map. 0, or -1.
   int prepare_for_writing();
+  // Loads every symbol, so that nothing is decoded from the file after the
+  // sections have moved.
+  void load_for_writing() { load_all(); }
+  // Moves the section index of every symbol defined in a section; a symbol
+  // whose section was removed becomes undefined.
+  void apply_section_map(const OF_INDEX_MAP &map);
   bool is_prepared() const { return prepared_; }
   void symbol_changed() { prepared_ = false; }
   // Encodes the symbols into the section's contents (names into the string
@@ -99,7 +108,7 @@ public:
   int write();
 
   // For copies made while renumbering.
-  static void copy_record(ELF_SYMBOL &to, const ELF32_SYMBOL_RECORD &record, uint32_t extended, uint16_t version);
+  static void copy_record(ELF_SYMBOL &to, const ELF_SYMBOL &from, uint32_t extended, uint16_t version);
 
 protected:
   std::unique_ptr<OF_SYMBOL> new_symbol(uint32_t index) override;
@@ -113,9 +122,11 @@ private:
   DATA_MAP *records_ = nullptr;
   ELF_STRING_TABLE *strings_ = nullptr;
   bool strings_looked_up_ = false;
-  uint32_t shndx_section_ = 0;   // 0: none or not yet looked up
+  // Sections are held by pointer: they keep their identity when the
+  // section table is renumbered.
+  ELF_SECTION *shndx_section_ = nullptr;
   bool shndx_looked_up_ = false;
-  uint32_t versym_section_ = 0;
+  ELF_SECTION *versym_section_ = nullptr;
   bool versym_looked_up_ = false;
   bool prepared_ = false;
 };

@@ -55,6 +55,13 @@ inline constexpr uint32_t SHT_SYMTAB_SHNDX = 18;
 inline constexpr uint32_t SHT_GNU_versym = 0x6FFFFFFF;
 inline constexpr uint32_t SHT_ATTRIBUTES = 0x70000003;
 
+// sh_flags.
+inline constexpr uint32_t SHF_WRITE = 0x1;
+inline constexpr uint32_t SHF_ALLOC = 0x2;
+inline constexpr uint32_t SHF_EXECINSTR = 0x4;
+inline constexpr uint32_t SHF_INFO_LINK = 0x40;
+inline constexpr uint32_t SHF_GROUP = 0x200;
+
 // st_info halves.
 inline constexpr uint8_t STB_LOCAL = 0;
 inline constexpr uint8_t STB_GLOBAL = 1;

@@ -22,8 +22,9 @@ RUN_RESULT run(const std::vector<std::string> &argv, const std::filesystem::path
 int spawn(const std::vector<std::string> &argv, const std::filesystem::path &cwd,
           const std::filesystem::path &err_file);
 
-// Path of the arvela executable under test.
+// Paths of the executables under test.
 std::string arvela_path();
+std::string ofecopy_path();
 
 // A fresh directory below the system's temporary directory, removed with its
 // contents when the object goes.

@@ -100,7 +100,7 @@ TEST(SymbolTable, RemoveSelectedPublishesTheIndexMap) {
   EXPECT_EQ(t.select_for_removal(6), -1);
   EXPECT_EQ(t.remove_selected(), 2);
   EXPECT_EQ(t.get_count(), 4u);
-  EXPECT_EQ(t.get_index_map(), (std::vector<uint32_t>{0, OF_SYMBOL_TABLE::REMOVED, 1, 2, OF_SYMBOL_TABLE::REMOVED, 3}));
+  EXPECT_EQ(t.get_index_map().entries(), (std::vector<uint32_t>{0, OF_SYMBOL_TABLE::REMOVED, 1, 2, OF_SYMBOL_TABLE::REMOVED, 3}));
   EXPECT_EQ(t.get_symbol(2)->get_name(), "helper");
   EXPECT_EQ(t.get_symbol(2)->get_index(), 2u);
   EXPECT_EQ(t.get_symbol(3)->get_name(), "main");

@@ -194,9 +194,11 @@ TEST_P(CoffFile, ChangingTheFileTypeAndByteOrder) {
   f->reset();
   EXPECT_EQ(f->set_time_stamp(77), 0);
   EXPECT_EQ(f->get_time_stamp(), 77u);
-  ASSERT_EQ(f->set_state(OF_STATE_FORMATTED), 0);
-  EXPECT_EQ(f->set_file_type(OF_FILE_TYPE_EXECUTABLE), -1) << "a laid-out file is changed only after reverting";
-  EXPECT_EQ(f->get_file_type(), OF_FILE_TYPE_NONE);
+  // Writing is not built for this format yet: the build step says so and
+  // the file stays open rather than pretending to be saved.
+  EXPECT_EQ(f->set_state(OF_STATE_SAVED), -1);
+  EXPECT_EQ(f->get_state(), OF_STATE_OPEN);
+  EXPECT_EQ(o.error_code(), OF_ERR_INTERNAL);
 }
 
 TEST_P(CoffFile, TruncatedAtEachHeaderFieldNeverReadsBeyondTheMember) {

@@ -50,6 +50,9 @@ public:
   std::string program_headers;      // raw bytes placed after the header
   uint16_t phnum = 0;
 
+  // Sections so far, the null section and ".shstrtab" included.
+  uint32_t section_count() const { return static_cast<uint32_t>(sections_.size()) + 2; }
+
   // Adds a section and returns its index (section 0 is the null section).
   uint32_t add(ELF_TEST_SECTION s) {
     sections_.push_back(std::move(s));

@@ -93,15 +93,23 @@ TEST_P(ElfSymbol, RecordFieldsNamesAndLazyLoading) {
   EXPECT_EQ(t->get_symbol(3), nullptr);
 }
 
-TEST_P(ElfSymbol, ExtendedSectionIndexComesFromTheShndxSection) {
+TEST_P(ElfSymbol, ExtendedSectionIndexComesFromTheShndxSectionOnlyBeyond65279Sections) {
   builder.add_symtab({{"far", 0, 0, 0x11, 0, SHN_XINDEX}, {"near", 0, 0, 0x11, 0, 1}});
   BYTES words(GetParam());
   words.u32(0).u32(70000).u32(0);
   builder.add({".symtab_shndx", SHT_SYMTAB_SHNDX, words.bytes(), 3, 0, 4});
-  OPENED o(builder.build());
-  EXPECT_EQ(symbol(o, 1)->get_kind(), OF_KIND_DEFINED);
-  EXPECT_EQ(symbol(o, 1)->get_section_index(), 70000u);
-  EXPECT_EQ(symbol(o, 2)->get_section_index(), 1u);
+  {
+    OPENED few(builder.build());
+    EXPECT_EQ(symbol(few, 1)->get_kind(), OF_KIND_DEFINED);
+    EXPECT_EQ(symbol(few, 1)->get_section_index(), 0u) << "with few sections the word is not consulted";
+  }
+  builder.extended_numbering = true;
+  while (builder.section_count() < ELF_MAX_DIRECT_SECTIONS + 1)
+    builder.add({"", SHT_PROGBITS, "", 0, 0, 0});
+  OPENED many(builder.build());
+  EXPECT_EQ(symbol(many, 1)->get_kind(), OF_KIND_DEFINED);
+  EXPECT_EQ(symbol(many, 1)->get_section_index(), 70000u);
+  EXPECT_EQ(symbol(many, 2)->get_section_index(), 1u);
 }
 
 TEST_P(ElfSymbol, ExtendedSectionIndexWithoutItsSectionIsZero) {
@@ -215,7 +223,7 @@ TEST_P(ElfSymbol, PreparingPutsNullThenLocalsThenTheRestAndDropsNullRecords) {
   ASSERT_EQ(t->prepare_for_writing(), 0);
   EXPECT_EQ(names(t), (std::vector<std::string>{"", "l1", "l2", "g1", "w1"}));
   EXPECT_EQ(t->get_section()->header().sh_info, 3u);
-  EXPECT_EQ(t->get_index_map(), (std::vector<uint32_t>{0, 3, 1, OF_SYMBOL_TABLE::REMOVED, 4,
+  EXPECT_EQ(t->get_index_map().entries(), (std::vector<uint32_t>{0, 3, 1, OF_SYMBOL_TABLE::REMOVED, 4,
                                                        OF_SYMBOL_TABLE::REMOVED, 2}));
   EXPECT_EQ(t->get_symbol(4)->get_index(), 4u);
   EXPECT_EQ(o.object()->get_error_code(), 0u);

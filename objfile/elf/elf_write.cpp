@@ -1,0 +1,265 @@
+// The ELF steps of the write pipeline (OBJECT_FILE::promote_state):
+//
+//   load      every section header, name and table into memory, so that
+//             nothing is decoded from the file after indexes have moved
+//   sections  renumbered class by class; the map moves every section
+//             reference (sh_link, sh_info, symbols' st_shndx, group
+//             members, e_shstrndx)
+//   symbols   renumbered (null, locals, the rest); the map moves every
+//             symbol reference (r_info, group signatures)
+//   tables    relocations and groups encoded into their sections
+//   strings   section and symbol names put into rebuilt string tables,
+//             symbols encoded with their st_name
+//   lay out   contents after the file header in section order, each at its
+//             alignment, then the section header table (4-aligned)
+//   write     the header, the contents with zero padding, the headers
+#include <algorithm>
+#include <set>
+
+#include "objfile/elf/elf_file.h"
+#include "objfile/elf/elf_group.h"
+#include "objfile/elf/elf_reloc.h"
+#include "objfile/elf/elf_section.h"
+#include "objfile/elf/elf_string.h"
+#include "objfile/elf/elf_symbol.h"
+#include "objfile/elf/elf_types.h"
+
+namespace OFE {
+
+namespace {
+
+uint64_t align_up(uint64_t position, uint32_t alignment) {
+  if (alignment <= 1)
+    return position;
+  return (position + alignment - 1) / alignment * alignment;
+}
+
+// Writes bytes and zero padding, counting the position.
+class OUTPUT {
+public:
+  explicit OUTPUT(FILE *stream) : stream_(stream) {}
+  bool bytes(const void *data, size_t size) {
+    if (size != 0 && fwrite(data, 1, size, stream_) != size)
+      return false;
+    position_ += size;
+    return true;
+  }
+  bool pad_to(uint64_t position) {
+    static const uint8_t zeros[256] = {};
+    while (position_ < position) {
+      size_t n = static_cast<size_t>(std::min<uint64_t>(sizeof zeros, position - position_));
+      if (!bytes(zeros, n))
+        return false;
+    }
+    return position_ == position;
+  }
+  uint64_t position() const { return position_; }
+
+private:
+  FILE *stream_;
+  uint64_t position_ = 0;
+};
+
+}  // namespace
+
+bool ELF_FILE::load_for_writing() {
+  ELF_SECTION_TABLE *sections = get_section_table();
+  if (!sections || (was_read_from_stream() && !readable_))
+    return false;
+  if (was_read_from_stream() && shoff_ != 0 && sections->get_count() == 0 && get_error_code() != OF_ERR_NONE)
+    return false;  // the section header table could not be read
+  sections->load_all();
+  for (uint32_t i = 0; i < sections->get_count(); i++) {
+    ELF_SECTION *s = sections->get_section(i);
+    s->get_name();  // before the name table is rebuilt
+    s->get_data();
+    if (ELF_SYMBOL_TABLE *symbols = s->symbols()) {
+      symbols->load_for_writing();
+      (void)symbols->get_extended_index_section();  // made now, so that it is named and numbered
+    }
+    if (ELF_RELOC_TABLE *relocs = s->relocations())
+      relocs->get_count();
+    if (ELF_GROUP_TABLE *group = s->group())
+      group->get_count();
+  }
+  return get_error_code() == OF_ERR_NONE || get_error_code() == OF_ERR_WARNING ||
+         get_error_code() == OF_ERR_LIMITATION;
+}
+
+bool ELF_FILE::prepare_sections() {
+  ELF_SECTION_TABLE *sections = get_section_table();
+  uint32_t names = get_shstrndx();
+  if (sections->prepare() != 0)
+    return false;
+  OF_INDEX_MAP map = sections->take_index_map();
+  auto follow = [&map](uint32_t &index) {
+    if (index != 0) {
+      uint32_t moved = map(index);
+      index = moved == OF_INDEX_MAP::REMOVED ? 0 : moved;
+    }
+  };
+  for (uint32_t i = 1; i < sections->get_count(); i++) {
+    ELF_SECTION *s = sections->get_section(i);
+    ELF32_SECTION_HEADER_RECORD &h = s->header();
+    follow(h.sh_link);
+    if (h.sh_type == SHT_REL || h.sh_type == SHT_RELA || (h.sh_flags & SHF_INFO_LINK))
+      follow(h.sh_info);
+    if (ELF_GROUP_TABLE *group = s->group())
+      group->apply_section_map(map);
+    if (ELF_SYMBOL_TABLE *symbols = s->symbols())
+      symbols->apply_section_map(map);
+  }
+  follow(names);
+  set_shstrndx(names);
+  return true;
+}
+
+bool ELF_FILE::prepare_symbols() {
+  ELF_SECTION_TABLE *sections = get_section_table();
+  for (uint32_t i = 1; i < sections->get_count(); i++) {
+    ELF_SECTION *s = sections->get_section(i);
+    // The dynamic symbols of a loaded image stay where the image has them.
+    if (s->get_type() != SHT_SYMTAB || !s->symbols())
+      continue;
+    if (s->symbols()->prepare_for_writing() != 0)
+      return false;
+    OF_INDEX_MAP map = s->symbols()->take_index_map();
+    for (uint32_t j = 1; j < sections->get_count(); j++) {
+      ELF_SECTION *d = sections->get_section(j);
+      if (d->header().sh_link != i)
+        continue;
+      if (ELF_RELOC_TABLE *relocs = d->relocations())
+        relocs->apply_symbol_map(map);
+      if (ELF_GROUP_TABLE *group = d->group())
+        group->apply_symbol_map(map);
+      if (d->get_type() == SHT_HASH && !map.is_identity())
+        d->set_rebuild_hash();
+    }
+  }
+  return true;
+}
+
+bool ELF_FILE::prepare_dependents() {
+  ELF_SECTION_TABLE *sections = get_section_table();
+  for (uint32_t i = 1; i < sections->get_count(); i++) {
+    ELF_SECTION *s = sections->get_section(i);
+    if (ELF_RELOC_TABLE *relocs = s->relocations())
+      relocs->write();
+    if (ELF_GROUP_TABLE *group = s->group())
+      if (!group->write())
+        return false;
+  }
+  return true;
+}
+
+bool ELF_FILE::prepare_strings() {
+  ELF_SECTION_TABLE *sections = get_section_table();
+  if (sections->get_count() == 0)
+    return true;
+  ELF_STRING_TABLE *names = get_section_name_table(true);
+  // Tables of names this file owns are rebuilt from the names in use; a
+  // loaded image's tables keep their bytes.
+  std::set<ELF_STRING_TABLE *> rebuilt;
+  auto rebuild = [&rebuilt](ELF_STRING_TABLE *table) {
+    if (table && !(table->get_section()->get_flags() & SHF_ALLOC) && rebuilt.insert(table).second)
+      table->reset();
+  };
+  rebuild(names);
+  for (uint32_t i = 1; i < sections->get_count(); i++)
+    if (ELF_SECTION *s = sections->get_section(i); s->get_type() == SHT_SYMTAB && s->symbols())
+      rebuild(s->symbols()->get_string_table());
+  sections->get_section(0)->header().sh_name = 0;
+  for (uint32_t i = 1; i < sections->get_count(); i++) {
+    ELF_SECTION *s = sections->get_section(i);
+    std::optional<uint32_t> offset = names->add_string(s->get_name());
+    if (!offset)
+      return false;
+    s->header().sh_name = *offset;
+  }
+  for (uint32_t i = 1; i < sections->get_count(); i++) {
+    ELF_SECTION *s = sections->get_section(i);
+    if (s->get_type() == SHT_SYMTAB && s->symbols() && s->symbols()->write() != 0)
+      return false;
+  }
+  for (uint32_t i = 1; i < sections->get_count(); i++) {
+    ELF_SECTION *s = sections->get_section(i);
+    if (s->needs_hash_rebuild())
+      ELF_SYMBOL_HASH(this, s).build(get_symbol_table_of(s->header().sh_link));
+    if (s->get_type() != SHT_NOBITS)
+      s->header().sh_size = static_cast<uint32_t>(s->get_data()->size());
+  }
+  return true;
+}
+
+bool ELF_FILE::lay_out() {
+  ELF_SECTION_TABLE *sections = get_section_table();
+  uint32_t count = sections->get_count();
+  uint64_t position = is_headerless() ? 0 : record_size<ELF32_HEADER_RECORD>();
+  for (uint32_t i = 1; i < count; i++) {
+    ELF32_SECTION_HEADER_RECORD &h = sections->get_section(i)->header();
+    position = align_up(position, h.sh_addralign);
+    h.sh_offset = static_cast<uint32_t>(position);
+    if (h.sh_type != SHT_NOBITS)
+      position += h.sh_size;
+  }
+  position = align_up(position, 4);
+  header_.e_shoff = count ? static_cast<uint32_t>(position) : 0;
+  position += static_cast<uint64_t>(count) * record_size<ELF32_SECTION_HEADER_RECORD>();
+  if (position > 0xFFFFFFFFull) {
+    set_error(OF_ERR_LIMITATION, "%s: the file would be larger than 4 GB",
+              get_file_name().empty() ? "(unknown file)" : get_file_name().c_str());
+    return false;
+  }
+  if (count > 0)
+    sections->get_section(0)->header().sh_size = count > ELF_MAX_DIRECT_SECTIONS ? count : 0;
+  header_.e_shnum = count > ELF_MAX_DIRECT_SECTIONS ? 0 : static_cast<uint16_t>(count);
+  header_.e_shentsize = record_size<ELF32_SECTION_HEADER_RECORD>();
+  header_.e_ehsize = record_size<ELF32_HEADER_RECORD>();
+  header_.e_phoff = 0;
+  header_.e_phnum = 0;
+  header_.e_phentsize = 0;
+  header_.e_ident[EI_CLASS] = ELFCLASS32;
+  header_.e_ident[EI_DATA] = byte_order() == BYTE_ORDERING::BIG ? ELFDATA2MSB : ELFDATA2LSB;
+  if (header_.e_ident[EI_VERSION] == 0)
+    header_.e_ident[EI_VERSION] = 1;
+  if (header_.e_version == 0)
+    header_.e_version = 1;
+  file_size_ = position;
+  return true;
+}
+
+bool ELF_FILE::write_out(FILE *stream) {
+  ELF_SECTION_TABLE *sections = get_section_table();
+  OUTPUT out(stream);
+  bool ok = true;
+  if (!is_headerless()) {
+    auto bytes = encode(header_, byte_order());
+    ok = out.bytes(bytes.data(), bytes.size());
+  }
+  std::vector<ELF_SECTION *> placed;
+  for (uint32_t i = 1; i < sections->get_count(); i++) {
+    ELF_SECTION *s = sections->get_section(i);
+    if (s->get_type() != SHT_NOBITS && s->header().sh_size != 0)
+      placed.push_back(s);
+  }
+  std::stable_sort(placed.begin(), placed.end(),
+                   [](ELF_SECTION *a, ELF_SECTION *b) { return a->header().sh_offset < b->header().sh_offset; });
+  for (ELF_SECTION *s : placed) {
+    DATA_MAP *data = s->get_data();
+    ok = ok && out.pad_to(s->header().sh_offset);
+    const uint8_t *bytes = data->slice(0, s->header().sh_size);
+    ok = ok && (bytes ? out.bytes(bytes, s->header().sh_size) : out.pad_to(out.position() + s->header().sh_size));
+  }
+  if (sections->get_count() != 0) {
+    ok = ok && out.pad_to(header_.e_shoff);
+    for (uint32_t i = 0; i < sections->get_count(); i++) {
+      auto bytes = encode(sections->get_section(i)->header(), byte_order());
+      ok = ok && out.bytes(bytes.data(), bytes.size());
+    }
+  }
+  if (!ok)
+    set_error(OF_ERR_OPEN, "%s", "");
+  return ok;
+}
+
+}  // namespace OFE

@@ -1,0 +1,214 @@
+// ofecopy: copies an object file through the object-file library, applying
+// symbol and section edits on the way.
+//
+// The input is opened with open_object, every table is loaded, the edits are
+// applied in the order given through the library's own setters (a refused
+// edit prints the library's message), and the result is written through the
+// write pipeline into a temporary file beside the output, which replaces the
+// output only when it is complete. Any error: exit status 1 and the output
+// neither created nor changed.
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "objfile/of_file.h"
+#include "objfile/of_section.h"
+#include "objfile/of_symbol.h"
+#include "support/user_msg.h"
+#include "tools/tool_support.h"
+
+namespace {
+
+const char USAGE[] =
+    "usage: ofecopy [options] INPUT OUTPUT\n"
+    "\n"
+    "Copies the ELF or QV-COFF object INPUT to OUTPUT, applying the edits in the\n"
+    "order given. Options may repeat; INPUT may be the same file as OUTPUT.\n"
+    "\n"
+    "  --rename-symbol OLD=NEW        rename every symbol named OLD\n"
+    "  --localize-symbol NAME         make NAME local\n"
+    "  --globalize-symbol NAME        make NAME global\n"
+    "  --weaken-symbol NAME           make NAME weak\n"
+    "  --rename-section OLD=NEW       rename section OLD (and its relocation sections)\n"
+    "  --set-section-alignment NAME=N set the alignment of section NAME to N\n"
+    "  --help                         print this text\n"
+    "\n"
+    "Symbol edits apply to the file's symbol table (.symtab in ELF files).\n"
+    "A name that matches nothing is an error. On any error nothing is written.\n";
+
+enum EDIT_KIND { RENAME_SYMBOL, LOCALIZE, GLOBALIZE, WEAKEN, RENAME_SECTION, SECTION_ALIGNMENT };
+
+struct EDIT {
+  EDIT_KIND kind;
+  std::string name;
+  std::string value;  // the NEW of OLD=NEW, or N
+};
+
+struct OPTION {
+  const char *flag;
+  EDIT_KIND kind;
+  bool pair;  // takes NAME=VALUE
+};
+
+const OPTION OPTIONS[] = {
+    {"--rename-symbol", RENAME_SYMBOL, true},        {"--localize-symbol", LOCALIZE, false},
+    {"--globalize-symbol", GLOBALIZE, false},        {"--weaken-symbol", WEAKEN, false},
+    {"--rename-section", RENAME_SECTION, true},      {"--set-section-alignment", SECTION_ALIGNMENT, true},
+};
+
+USER_MSG &msg() { return USER_MSG::instance(); }
+
+[[noreturn]] void usage_error(const char *format, const char *argument) {
+  msg().error(format, argument);
+  fputs(USAGE, stderr);
+  exit(1);
+}
+
+// Parses "--flag VALUE" and "--flag=VALUE".
+std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) {
+  std::vector<EDIT> edits;
+  for (int i = 1; i < argc; i++) {
+    std::string arg = argv[i];
+    if (arg == "--help" || arg == "-h") {
+      fputs(USAGE, stdout);
+      exit(0);
+    }
+    if (arg.rfind("--", 0) != 0 || arg == "--") {
+      files.push_back(arg);
+      continue;
+    }
+    const OPTION *option = nullptr;
+    std::string operand;
+    for (const OPTION &o : OPTIONS) {
+      size_t n = strlen(o.flag);
+      if (arg.compare(0, n, o.flag) == 0 && (arg.size() == n || arg[n] == '=')) {
+        option = &o;
+        if (arg.size() > n) {
+          operand = arg.substr(n + 1);
+        } else {
+          if (i + 1 >= argc)
+            usage_error("option '%s' needs an operand", o.flag);
+          operand = argv[++i];
+        }
+        break;
+      }
+    }
+    if (!option)
+      usage_error("unknown option '%s'", arg.c_str());
+    EDIT edit{option->kind, operand, ""};
+    if (option->pair) {
+      size_t equals = operand.find('=');
+      if (equals == std::string::npos || equals == 0)
+        usage_error("'%s' is not of the form NAME=VALUE", operand.c_str());
+      edit.name = operand.substr(0, equals);
+      edit.value = operand.substr(equals + 1);
+    }
+    edits.push_back(edit);
+  }
+  if (files.size() != 2)
+    usage_error("%s", files.size() < 2 ? "an input and an output file are needed" : "too many files");
+  return edits;
+}
+
+// Applies `change` to every symbol named `name`; false when there is none or
+// a change is refused.
+template <class F> bool for_each_symbol(OFE::OBJECT_FILE &object, const std::string &name, F change) {
+  OFE::OF_SYMBOL_TABLE *table = object.get_symbol_table();
+  bool found = false, ok = true;
+  for (uint32_t i = 0; table && i < table->get_count(); i = table->next_index(i)) {
+    OFE::OF_SYMBOL *symbol = table->get_symbol(i);
+    if (symbol && !name.empty() && symbol->get_name() == name) {
+      found = true;
+      ok = change(*symbol) == 0 && ok;
+    }
+  }
+  if (!found)
+    msg().error("no symbol named '%s' in '%s'", name.c_str(), object.get_file_name().c_str());
+  return found && ok;
+}
+
+template <class F> bool for_each_section(OFE::OBJECT_FILE &object, const std::string &name, F change) {
+  OFE::OF_SECTION_TABLE *table = object.get_section_table();
+  std::vector<OFE::OF_SECTION *> matches;
+  for (uint32_t i = 0; table && i < table->get_count(); i++)
+    if (OFE::OF_SECTION *s = table->get_section(i); s && s->get_index() != 0 && s->get_name() == name)
+      matches.push_back(s);
+  if (matches.empty())
+    msg().error("no section named '%s' in '%s'", name.c_str(), object.get_file_name().c_str());
+  bool ok = !matches.empty();
+  for (OFE::OF_SECTION *s : matches)
+    ok = change(*s) == 0 && ok;
+  return ok;
+}
+
+bool parse_number(const std::string &text, uint32_t &value) {
+  errno = 0;
+  char *end = nullptr;
+  unsigned long long v = strtoull(text.c_str(), &end, 0);
+  if (text.empty() || *end != '\0' || errno != 0 || v > 0xFFFFFFFFull || text[0] == '-')
+    return false;
+  value = static_cast<uint32_t>(v);
+  return true;
+}
+
+bool apply(OFE::OBJECT_FILE &object, const EDIT &edit) {
+  switch (edit.kind) {
+  case RENAME_SYMBOL:
+    return for_each_symbol(object, edit.name, [&](OFE::OF_SYMBOL &s) { return s.set_name(edit.value); });
+  case LOCALIZE:
+    return for_each_symbol(object, edit.name, [](OFE::OF_SYMBOL &s) { return s.set_binding(OFE::OF_BIND_LOCAL); });
+  case GLOBALIZE:
+    return for_each_symbol(object, edit.name, [](OFE::OF_SYMBOL &s) { return s.set_binding(OFE::OF_BIND_GLOBAL); });
+  case WEAKEN:
+    return for_each_symbol(object, edit.name, [](OFE::OF_SYMBOL &s) { return s.set_binding(OFE::OF_BIND_WEAK); });
+  case RENAME_SECTION: {
+    // Relocation sections named after the section follow it.
+    OFE::OF_SECTION_TABLE *table = object.get_section_table();
+    for (const char *prefix : {".rel", ".rela"})
+      for (uint32_t i = 0; table && i < table->get_count(); i++)
+        if (OFE::OF_SECTION *s = table->get_section(i); s && s->get_index() != 0 && s->get_name() == prefix + edit.name)
+          if (s->set_name(prefix + edit.value) != 0)
+            return false;
+    return for_each_section(object, edit.name, [&](OFE::OF_SECTION &s) { return s.set_name(edit.value); });
+  }
+  case SECTION_ALIGNMENT: {
+    uint32_t alignment;
+    if (!parse_number(edit.value, alignment)) {
+      msg().error("'%s' is not a number", edit.value.c_str());
+      return false;
+    }
+    return for_each_section(object, edit.name, [&](OFE::OF_SECTION &s) { return s.set_alignment(alignment); });
+  }
+  }
+  return false;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  std::vector<std::string> files;
+  std::vector<EDIT> edits = parse(argc, argv, files);
+  tools::install_signal_cleanup();
+
+  tools::REPORTS reports;
+  tools::OPENED_OBJECT input;
+  if (!tools::open_object_file(files[0].c_str(), reports, input) || reports.errors != 0)
+    return 1;
+  OFE::OBJECT_FILE &object = *input.object;
+  for (const EDIT &edit : edits)
+    if (!apply(object, edit) || reports.errors != 0)
+      return 1;
+
+  tools::ATOMIC_OUTPUT output(files[1]);
+  FILE *stream = output.open();
+  if (!stream)
+    return 1;
+  if (object.write(stream) != 0 || reports.errors != 0) {
+    if (reports.errors == 0)
+      msg().error("cannot write '%s'", files[1].c_str());
+    return 1;
+  }
+  return output.commit() ? 0 : 1;
+}
