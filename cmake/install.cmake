@@ -1,7 +1,7 @@
 # Installation and the Debian package: the tools with their manual pages, and
 # the object-file library as another project uses it (libofe.a, its headers
 # under include/ofe with their relative paths kept, a CMake package giving
-# ofe::ofe, and ofe.pc). Included last, once every target exists.
+# ofe::ofe, and ofe.pc).
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -14,13 +14,18 @@ foreach(part MAJOR MINOR PATCH)
 endforeach()
 set(ARVELA_VERSION ${ARVELA_VERSION_MAJOR}.${ARVELA_VERSION_MINOR}.${ARVELA_VERSION_PATCH})
 
-# Each tool that this tree builds, with its manual page.
-foreach(tool arvela ofecopy ofedump)
-  if(TARGET ${tool})
-    install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-    install(FILES ${CMAKE_SOURCE_DIR}/man/${tool}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-  endif()
-endforeach()
+# Each tool that this tree builds, with its manual page. Decided once the
+# whole top-level file has been read, so that it does not matter where the
+# tools' targets are defined.
+function(install_tools)
+  foreach(tool arvela ofecopy ofedump)
+    if(TARGET ${tool})
+      install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+      install(FILES ${CMAKE_SOURCE_DIR}/man/${tool}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+    endif()
+  endforeach()
+endfunction()
+cmake_language(DEFER DIRECTORY ${CMAKE_SOURCE_DIR} CALL install_tools)
 
 set(OFE_INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/ofe)
 set(OFE_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ofe)
@@ -52,6 +57,7 @@ set(CPACK_PACKAGE_VENDOR "QV")
 set(CPACK_PACKAGE_CONTACT "QV tool chain team <toolchain@qv.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
   "Object-library archiver of the Vela tool chain, with the OFE object-file library")
+set(CPACK_GENERATOR DEB)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION devel)
