@@ -1,6 +1,9 @@
 #include "archiver/ar_edit.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <sys/stat.h>
@@ -17,8 +20,29 @@ struct FILE_FACTS {
   uint32_t size;
 };
 
+// The date a member taken from a file gets, and the one `u` compares: the
+// file's modification time, but never later than SOURCE_DATE_EPOCH when that
+// is set, so that a library built again from the same sources is the same
+// bytes. The variable is read on the first date taken; an empty value counts
+// as unset, and anything but decimal digits is an error rather than a guess.
+static uint32_t member_file_date(time_t mtime) {
+  static const int64_t limit = [] {
+    const char *text = getenv("SOURCE_DATE_EPOCH");
+    if (!text || !*text)
+      return INT64_MAX;
+    int64_t value = 0;
+    for (const char *p = text; *p; p++) {
+      if (*p < '0' || *p > '9' || value > (INT64_MAX - 9) / 10)
+        error("SOURCE_DATE_EPOCH is not a decimal number of seconds: '%s'", text);
+      value = value * 10 + (*p - '0');
+    }
+    return value;
+  }();
+  return static_cast<uint32_t>(std::min<int64_t>(mtime, limit));
+}
+
 // Whether a file stands at the operand's path (a trailing "/" or "\" is not
-// part of the test), with its time and size; both 0 when they cannot be read.
+// part of the test), with its member date and size; both 0 when they cannot be read.
 static FILE_FACTS file_facts(const char *operand) {
   std::string path = operand;
   while (path.size() > 1 && (path.back() == '/' || path.back() == '\\'))
@@ -26,7 +50,7 @@ static FILE_FACTS file_facts(const char *operand) {
   struct stat st;
   if (stat(path.c_str(), &st) != 0)
     return {access(path.c_str(), F_OK) == 0, 0, 0};
-  return {true, static_cast<uint32_t>(st.st_mtime), static_cast<uint32_t>(st.st_size)};
+  return {true, member_file_date(st.st_mtime), static_cast<uint32_t>(st.st_size)};
 }
 
 static void rewrite(ARCHIVE *ar, OPTIONS &options) {

@@ -3,8 +3,11 @@
 #include "archiver/buildid.h"
 #include "support/snprintf.h"
 
-// The build code records when this file was compiled: it changes only when
-// this file is rebuilt, and a reproducible-build warning would be noise.
+// The build code records when this file was compiled, unless the build fixes
+// the instant (ARVELA_BUILD_EPOCH, seconds since 1970, from SOURCE_DATE_EPOCH
+// at configure time) so that two builds of one commit report the same code.
+// Without it the code changes only when this file is rebuilt, and a
+// reproducible-build warning would be noise.
 #pragma GCC diagnostic ignored "-Wdate-time"
 
 namespace {
@@ -63,8 +66,15 @@ const char *copyright_line() {
 }
 
 const char *build_code() {
-  static const std::string code = make_build_code(
-      {__DATE__, __TIME__, SOURCE_CONTROL_TAG, BUILD_COMPILER_VERSION, BUILD_BRANCH});
+  static const std::string code = [] {
+#ifdef ARVELA_BUILD_EPOCH
+    BUILD_INSTANT_TEXT when = build_instant_text(ARVELA_BUILD_EPOCH);
+    const char *date = when.date, *time = when.time;
+#else
+    const char *date = __DATE__, *time = __TIME__;
+#endif
+    return make_build_code({date, time, SOURCE_CONTROL_TAG, BUILD_COMPILER_VERSION, BUILD_BRANCH});
+  }();
   return code.c_str();
 }
 

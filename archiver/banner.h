@@ -28,7 +28,7 @@ const char *version_text();  // "3.4.2"
 const char *full_version();  // "v3.4.2.LTS"
 const char *product_line();  // "Vela Archiver"
 const char *copyright_line();  // without its line end
-const char *build_code();  // from the date and time this file was compiled
+const char *build_code();  // from when this file was compiled, or the build's fixed instant
 
 // The product text cut or padded to the banner width, then the version.
 void print_banner_line(FILE *out, const char *product, const char *version);

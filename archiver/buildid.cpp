@@ -3,6 +3,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 namespace {
 
@@ -44,6 +45,21 @@ char day_char(int day) { return static_cast<char>(day < 10 ? '0' + day : day + 5
 char hour_letter(int hour) { return static_cast<char>('A' + hour % 24); }
 
 }  // namespace
+
+BUILD_INSTANT_TEXT build_instant_text(int64_t seconds) {
+  // Spelled out rather than taken from the locale, as the compiler does.
+  static constexpr const char *MONTHS[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                           "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  BUILD_INSTANT_TEXT text{};
+  time_t when = static_cast<time_t>(seconds);
+  struct tm utc;
+  if (static_cast<int64_t>(when) != seconds || !gmtime_r(&when, &utc))
+    return text;
+  snprintf(text.date, sizeof text.date, "%s %2d %d", MONTHS[utc.tm_mon], utc.tm_mday,
+           utc.tm_year + 1900);
+  snprintf(text.time, sizeof text.time, "%02d:%02d:%02d", utc.tm_hour, utc.tm_min, utc.tm_sec);
+  return text;
+}
 
 char map_build_letter(char c) {
   if (c >= '0' && c <= '9')

@@ -8,6 +8,7 @@
 // kept.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 // What a build code is made from.
@@ -18,6 +19,15 @@ struct BUILD_STAMP {
   int compiler_version;  // e.g. 1900, coded as "19.00"
   const char *branch;    // branch name, e.g. "Main"
 };
+
+// The compiler's date and time texts for an instant in seconds since 1970,
+// taken in UTC: "Nov  4 2023" and "22:13:20". Both texts are empty when the
+// instant has no calendar date.
+struct BUILD_INSTANT_TEXT {
+  char date[32];
+  char time[16];
+};
+BUILD_INSTANT_TEXT build_instant_text(int64_t seconds);
 
 // The build code for `stamp`, without a line end.
 std::string make_build_code(const BUILD_STAMP &stamp);

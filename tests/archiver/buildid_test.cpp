@@ -101,3 +101,25 @@ TEST(BranchCode, ALaterPrefixStartingWithAnEarlierOneNeverMatches) {
   EXPECT_EQ(make_branch_code("Devel"), "ZC4");
   EXPECT_EQ(make_branch_code("Development"), "ZC4");
 }
+
+// A build with a fixed instant codes it as the compiler would have written its
+// date and time, in UTC: the day blank-padded, the month in English.
+TEST(BuildInstant, TextsInTheCompilersForm) {
+  struct CASE {
+    int64_t seconds;
+    const char *date, *time;
+  } cases[] = {
+      {0, "Jan  1 1970", "00:00:00"},
+      {1699056000, "Nov  4 2023", "00:00:00"},
+      {1700000000, "Nov 14 2023", "22:13:20"},
+      {1735689599, "Dec 31 2024", "23:59:59"},
+      {INT64_MAX, "", ""},  // no calendar date: the code then has no year or day
+  };
+  for (const CASE &c : cases) {
+    BUILD_INSTANT_TEXT text = build_instant_text(c.seconds);
+    EXPECT_STREQ(text.date, c.date) << c.seconds;
+    EXPECT_STREQ(text.time, c.time) << c.seconds;
+  }
+  BUILD_INSTANT_TEXT text = build_instant_text(1700000000);
+  EXPECT_EQ(code_for(text.date, text.time), "1XKEW-2LI-RZAQQ-SAR-C08D");
+}
