@@ -1,0 +1,564 @@
+#include "objfile/of_build_attr.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "objfile/data_map.h"
+
+namespace OFE {
+
+namespace {
+
+const char *const PARSED_VENDORS[] = {"aeabi", "fornaxabi", "vela28abi", "carinaabi", "grusabi", "doradoabi"};
+const char *const PUBLIC_VENDORS[] = {"aeabi", "vela28abi", "carinaabi", "fornaxabi", "grusabi", "doradoabi", "cxa"};
+
+constexpr uint8_t FORMAT_VERSION = 'A';
+
+void put_uleb128(std::vector<uint8_t> &out, uint64_t value) {
+  do {
+    uint8_t byte = value & 0x7F;
+    value >>= 7;
+    out.push_back(value ? byte | 0x80 : byte);
+  } while (value);
+}
+
+void put_u32(std::vector<uint8_t> &out, uint32_t value, BYTE_ORDERING order) {
+  uint8_t raw[4];
+  write_u32(raw, value, order);
+  out.insert(out.end(), raw, raw + 4);
+}
+
+void put_string(std::vector<uint8_t> &out, const std::string &text) {
+  out.insert(out.end(), text.begin(), text.end());
+  out.push_back(0);
+}
+
+// Fills in the u32 size at `at` once what it counts has been appended.
+void patch_u32(std::vector<uint8_t> &out, size_t at, uint32_t value, BYTE_ORDERING order) {
+  write_u32(out.data() + at, value, order);
+}
+
+void encode_attr(std::vector<uint8_t> &out, const OFBA_ATTR &attr) {
+  put_uleb128(out, attr.tag);
+  if (attr.kind != OFBA_VALUE_KIND::STRING)
+    put_uleb128(out, attr.number);
+  if (attr.kind != OFBA_VALUE_KIND::NUMBER)
+    put_string(out, attr.text);
+}
+
+void encode_list(std::vector<uint8_t> &out, const OFBA_ATTR_LIST &list, const std::vector<uint32_t> &stored,
+                 const std::vector<OFBA_ATTR> &attrs, BYTE_ORDERING order) {
+  size_t start = out.size();
+  put_uleb128(out, list.get_scope());
+  size_t size_at = out.size();
+  put_u32(out, 0, order);
+  if (list.is_opaque()) {
+    out.insert(out.end(), list.get_opaque_payload().begin(), list.get_opaque_payload().end());
+  } else {
+    if (list.get_scope() != OFBA_SCOPE_FILE) {
+      for (uint32_t value : stored)
+        put_uleb128(out, value);
+      out.push_back(0);
+    }
+    for (const OFBA_ATTR &attr : attrs)
+      encode_attr(out, attr);
+  }
+  patch_u32(out, size_at, static_cast<uint32_t>(out.size() - start), order);
+}
+
+}  // namespace
+
+OFBA_VALUE_KIND ofba_value_kind(uint32_t tag) {
+  switch (tag) {
+  case OFBA_TAG_CPU_RAW_NAME:
+  case OFBA_TAG_CPU_NAME:
+  case OFBA_TAG_ALSO_COMPATIBLE_WITH:
+  case OFBA_TAG_CONFORMANCE:
+    return OFBA_VALUE_KIND::STRING;
+  case OFBA_TAG_COMPATIBILITY:
+    return OFBA_VALUE_KIND::NUMBER_AND_STRING;
+  default:
+    if (tag < 32)
+      return OFBA_VALUE_KIND::NUMBER;
+    return tag % 2 ? OFBA_VALUE_KIND::STRING : OFBA_VALUE_KIND::NUMBER;
+  }
+}
+
+bool ofba_is_parsed_vendor(const std::string &vendor) {
+  return std::any_of(std::begin(PARSED_VENDORS), std::end(PARSED_VENDORS),
+                     [&](const char *name) { return vendor == name; });
+}
+
+std::string producer_vendor(const OF_BUILD_ATTR_TABLE &table) {
+  for (uint32_t i = 0; i < table.get_vendor_count(); i++) {
+    std::string name = table.get_vendor_name(i);
+    bool is_public = std::any_of(std::begin(PUBLIC_VENDORS), std::end(PUBLIC_VENDORS),
+                                 [&](const char *p) { return name == p; });
+    if (!name.empty() && !is_public)
+      return name;
+  }
+  return "";
+}
+
+// ---- OFBA_ATTR_LIST --------------------------------------------------------
+
+uint32_t OFBA_ATTR_LIST::bias() const { return vendor_->get_table()->get_index_bias(); }
+void OFBA_ATTR_LIST::touch() { vendor_->touch(); }
+
+uint32_t OFBA_ATTR_LIST::get_index(uint32_t position) const {
+  return position < stored_.size() ? stored_[position] - bias() : OFBA_NO_INDEX;
+}
+
+void OFBA_ATTR_LIST::set_index(uint32_t position, uint32_t index) {
+  if (position >= stored_.size())
+    return;
+  stored_[position] = index + bias();
+  touch();
+}
+
+void OFBA_ATTR_LIST::add_index(uint32_t index) {
+  stored_.push_back(index + bias());
+  touch();
+}
+
+bool OFBA_ATTR_LIST::has_index(uint32_t index) const {
+  return std::find(stored_.begin(), stored_.end(), index + bias()) != stored_.end();
+}
+
+std::vector<uint32_t> OFBA_ATTR_LIST::get_indexes() const {
+  std::vector<uint32_t> out;
+  for (uint32_t position = 0; position < stored_.size(); position++)
+    out.push_back(get_index(position));
+  return out;
+}
+
+const OFBA_ATTR *OFBA_ATTR_LIST::get_attr(uint32_t position) const {
+  return position < attrs_.size() ? &attrs_[position] : nullptr;
+}
+
+const OFBA_ATTR *OFBA_ATTR_LIST::find(uint32_t tag) const {
+  for (const OFBA_ATTR &attr : attrs_)
+    if (attr.tag == tag)
+      return &attr;
+  return nullptr;
+}
+
+bool OFBA_ATTR_LIST::put(const OFBA_ATTR &attr) {
+  if (is_opaque() || vendor_->is_opaque() || ofba_value_kind(attr.tag) != attr.kind)
+    return false;
+  auto at = std::find_if(attrs_.begin(), attrs_.end(), [&](const OFBA_ATTR &a) { return a.tag == attr.tag; });
+  if (at != attrs_.end())
+    *at = attr;
+  else
+    attrs_.push_back(attr);
+  touch();
+  return true;
+}
+
+bool OFBA_ATTR_LIST::set_number(uint32_t tag, uint64_t value) {
+  return put({tag, OFBA_VALUE_KIND::NUMBER, value, ""});
+}
+
+bool OFBA_ATTR_LIST::set_string(uint32_t tag, const std::string &value) {
+  return put({tag, OFBA_VALUE_KIND::STRING, 0, value});
+}
+
+bool OFBA_ATTR_LIST::set_number_and_string(uint32_t tag, uint64_t value, const std::string &text) {
+  return put({tag, OFBA_VALUE_KIND::NUMBER_AND_STRING, value, text});
+}
+
+bool OFBA_ATTR_LIST::remove(uint32_t tag) {
+  auto at = std::find_if(attrs_.begin(), attrs_.end(), [&](const OFBA_ATTR &a) { return a.tag == tag; });
+  if (at == attrs_.end())
+    return false;
+  attrs_.erase(at);
+  touch();
+  return true;
+}
+
+bool OFBA_ATTR_LIST::apply_map(const std::vector<uint32_t> &old_to_new) {
+  if (old_to_new.empty() || stored_.empty())
+    return true;
+  std::vector<uint32_t> mapped;
+  bool changed = false;
+  for (uint32_t position = 0; position < stored_.size(); position++) {
+    uint32_t index = get_index(position);
+    uint32_t now = index < old_to_new.size() ? old_to_new[index] : index;
+    changed |= now != index;
+    if (now != OFBA_NO_INDEX)
+      mapped.push_back(now + bias());
+  }
+  if (changed) {
+    stored_ = std::move(mapped);
+    touch();
+  }
+  return !stored_.empty();
+}
+
+// ---- OFBA_VENDOR_SCN -------------------------------------------------------
+
+OFBA_VENDOR_SCN::OFBA_VENDOR_SCN(OF_BUILD_ATTR_TABLE *table, const std::string &name)
+    : table_(table), name_(name), opaque_(!ofba_is_parsed_vendor(name)) {}
+
+void OFBA_VENDOR_SCN::touch() {
+  as_read_.clear();
+  table_->modified_ = true;
+}
+
+void OFBA_VENDOR_SCN::set_opaque_content(const std::vector<uint8_t> &content) {
+  if (!opaque_)
+    return;
+  content_ = content;
+  touch();
+}
+
+OFBA_ATTR_LIST *OFBA_VENDOR_SCN::get_list(uint32_t position) const {
+  return position < lists_.size() ? lists_[position].get() : nullptr;
+}
+
+OFBA_ATTR_LIST *OFBA_VENDOR_SCN::find_list(uint32_t scope, uint32_t nth) const {
+  for (const auto &list : lists_)
+    if (list->get_scope() == scope && nth-- == 0)
+      return list.get();
+  return nullptr;
+}
+
+uint32_t OFBA_VENDOR_SCN::count_lists(uint32_t scope) const {
+  return static_cast<uint32_t>(
+      std::count_if(lists_.begin(), lists_.end(), [&](const auto &l) { return l->get_scope() == scope; }));
+}
+
+OFBA_ATTR_LIST *OFBA_VENDOR_SCN::add_list(uint32_t scope) {
+  if (opaque_ || scope < OFBA_SCOPE_FILE || scope > OFBA_SCOPE_SYMBOL)
+    return nullptr;
+  lists_.push_back(std::make_unique<OFBA_ATTR_LIST>(this, scope));
+  touch();
+  return lists_.back().get();
+}
+
+bool OFBA_VENDOR_SCN::remove_list(const OFBA_ATTR_LIST *list) {
+  auto at = std::find_if(lists_.begin(), lists_.end(), [&](const auto &l) { return l.get() == list; });
+  if (at == lists_.end())
+    return false;
+  lists_.erase(at);
+  touch();
+  return true;
+}
+
+// ---- OF_BUILD_ATTR_TABLE: reading ------------------------------------------
+
+// Walks the section bytes; every read is bounded by the end of the
+// enclosing structure, and every element read consumes at least one byte,
+// so neither time nor memory can exceed the input's size.
+class OF_BUILD_ATTR_TABLE::PARSER {
+public:
+  PARSER(OF_BUILD_ATTR_TABLE &table, const uint8_t *bytes, size_t size, BYTE_ORDERING order)
+      : table_(table), bytes_(bytes), size_(size), order_(order) {}
+
+  bool run() {
+    if (bytes_[0] != FORMAT_VERSION)
+      return fail(0, "format version byte is 0x" + hex(bytes_[0]) + ", not 0x41 ('A')");
+    for (size_t at = 1; at < size_;) {
+      if (size_ - at < 4)
+        return fail(at, "vendor subsection length is cut short by the end of the section");
+      uint32_t length = read_u32(bytes_ + at, order_);
+      if (length < 5 || length > size_ - at)
+        return fail(at, "vendor subsection length " + std::to_string(length) + " does not fit the " +
+                            std::to_string(size_ - at) + " bytes left");
+      if (!vendor(at, at + length))
+        return false;
+      at += length;
+    }
+    return true;
+  }
+
+private:
+  static std::string hex(uint32_t v) {
+    char buf[16];
+    snprintf(buf, sizeof buf, "%02x", v);
+    return buf;
+  }
+
+  bool fail(size_t at, const std::string &reason) {
+    table_.error_offset_ = at;
+    table_.error_reason_ = reason;
+    return false;
+  }
+
+  bool uleb128(size_t &at, size_t end, uint64_t &value, const char *what) {
+    value = 0;
+    size_t start = at;
+    for (unsigned shift = 0;; shift += 7) {
+      if (at >= end)
+        return fail(start, std::string(what) + " is cut short");
+      uint8_t byte = bytes_[at++];
+      uint64_t bits = byte & 0x7F;
+      if (shift >= 64 ? bits != 0 : (shift > 57 && (bits >> (64 - shift)) != 0))
+        return fail(start, std::string(what) + " does not fit in 64 bits");
+      if (shift < 64)
+        value |= bits << shift;
+      if (!(byte & 0x80))
+        return true;
+    }
+  }
+
+  // A uleb128 that must fit in 32 bits (tags and indexes).
+  bool uleb32(size_t &at, size_t end, uint32_t &value, const char *what) {
+    size_t start = at;
+    uint64_t wide;
+    if (!uleb128(at, end, wide, what))
+      return false;
+    if (wide > UINT32_MAX)
+      return fail(start, std::string(what) + " does not fit in 32 bits");
+    value = static_cast<uint32_t>(wide);
+    return true;
+  }
+
+  bool cstring(size_t &at, size_t end, std::string &text, const char *what) {
+    const void *nul = memchr(bytes_ + at, 0, end - at);
+    if (!nul)
+      return fail(at, std::string(what) + " is not NUL-terminated");
+    size_t length = static_cast<const uint8_t *>(nul) - (bytes_ + at);
+    text.assign(reinterpret_cast<const char *>(bytes_ + at), length);
+    at += length + 1;
+    return true;
+  }
+
+  bool vendor(size_t start, size_t end) {
+    size_t at = start + 4;
+    std::string name;
+    if (!cstring(at, end, name, "vendor name"))
+      return false;
+    OFBA_VENDOR_SCN *v = table_.vendors_.emplace_back(std::make_unique<OFBA_VENDOR_SCN>(&table_, name)).get();
+    if (v->is_opaque()) {
+      v->content_.assign(bytes_ + at, bytes_ + end);
+      return true;
+    }
+    while (at < end)
+      if (!list(*v, at, end))
+        return false;
+    // Keep the bytes as read when our encoding of them would differ.
+    std::vector<uint8_t> encoded;
+    table_.encode_vendor(encoded, *v, order_);
+    if (encoded.size() != end - start || memcmp(encoded.data(), bytes_ + start, encoded.size()) != 0)
+      v->as_read_.assign(bytes_ + start, bytes_ + end);
+    return true;
+  }
+
+  bool list(OFBA_VENDOR_SCN &v, size_t &at, size_t vendor_end) {
+    size_t start = at;
+    uint32_t scope;
+    if (!uleb32(at, vendor_end, scope, "sub-subsection tag"))
+      return false;
+    if (vendor_end - at < 4)
+      return fail(at, "sub-subsection size is cut short by the end of the vendor subsection");
+    uint32_t size = read_u32(bytes_ + at, order_);
+    at += 4;
+    if (size < at - start || size > vendor_end - start)
+      return fail(at - 4, "sub-subsection size " + std::to_string(size) + " does not fit the " +
+                              std::to_string(vendor_end - start) + " bytes left in the vendor subsection");
+    size_t end = start + size;
+    auto &l = v.lists_.emplace_back(std::make_unique<OFBA_ATTR_LIST>(&v, scope));
+    if (l->is_opaque()) {
+      l->opaque_.assign(bytes_ + at, bytes_ + end);
+    } else {
+      if (scope != OFBA_SCOPE_FILE && !indexes(*l, at, end))
+        return false;
+      while (at < end)
+        if (!attribute(*l, at, end))
+          return false;
+    }
+    at = end;
+    return true;
+  }
+
+  bool indexes(OFBA_ATTR_LIST &l, size_t &at, size_t end) {
+    for (;;) {
+      uint32_t value;
+      if (!uleb32(at, end, value, "index list"))
+        return false;
+      if (value == 0)
+        return true;
+      l.stored_.push_back(value);
+    }
+  }
+
+  bool attribute(OFBA_ATTR_LIST &l, size_t &at, size_t end) {
+    uint32_t tag;
+    if (!uleb32(at, end, tag, "attribute tag"))
+      return false;
+    OFBA_ATTR attr{tag, ofba_value_kind(tag), 0, ""};
+    if (attr.kind != OFBA_VALUE_KIND::STRING && !uleb128(at, end, attr.number, "attribute value"))
+      return false;
+    if (attr.kind != OFBA_VALUE_KIND::NUMBER && !cstring(at, end, attr.text, "attribute string"))
+      return false;
+    l.attrs_.push_back(std::move(attr));
+    return true;
+  }
+
+  OF_BUILD_ATTR_TABLE &table_;
+  const uint8_t *bytes_;
+  size_t size_;
+  BYTE_ORDERING order_;
+};
+
+OF_BUILD_ATTR_TABLE::~OF_BUILD_ATTR_TABLE() = default;
+
+bool OF_BUILD_ATTR_TABLE::read(const uint8_t *bytes, size_t size, BYTE_ORDERING order) {
+  vendors_.clear();
+  read_order_ = order;
+  modified_ = false;
+  error_offset_ = 0;
+  error_reason_.clear();
+  has_format_byte_ = size > 0;
+  if (size == 0)
+    return true;
+  if (!PARSER(*this, bytes, size, order).run()) {
+    vendors_.clear();
+    has_format_byte_ = false;
+    return false;
+  }
+  return true;
+}
+
+// ---- OF_BUILD_ATTR_TABLE: writing ------------------------------------------
+
+void OF_BUILD_ATTR_TABLE::encode_vendor(std::vector<uint8_t> &out, const OFBA_VENDOR_SCN &v,
+                                        BYTE_ORDERING order) const {
+  // The bytes as read only make sense in the byte order they were read in.
+  if (!v.as_read_.empty() && order == read_order_) {
+    out.insert(out.end(), v.as_read_.begin(), v.as_read_.end());
+    return;
+  }
+  size_t start = out.size();
+  put_u32(out, 0, order);
+  put_string(out, v.name_);
+  if (v.opaque_)
+    out.insert(out.end(), v.content_.begin(), v.content_.end());
+  for (const auto &list : v.lists_)
+    encode_list(out, *list, list->stored_, list->attrs_, order);
+  patch_u32(out, start, static_cast<uint32_t>(out.size() - start), order);
+}
+
+std::vector<uint8_t> OF_BUILD_ATTR_TABLE::encode(BYTE_ORDERING order) const {
+  std::vector<uint8_t> out;
+  if (vendors_.empty() && !has_format_byte_)
+    return out;
+  out.push_back(FORMAT_VERSION);
+  for (const auto &v : vendors_)
+    encode_vendor(out, *v, order);
+  return out;
+}
+
+void OF_BUILD_ATTR_TABLE::write(DATA_MAP &out) const {
+  std::vector<uint8_t> bytes = encode(out.byte_order());
+  out.clear();
+  out.write_bytes(bytes.data(), bytes.size());
+}
+
+// ---- OF_BUILD_ATTR_TABLE: the model ----------------------------------------
+
+std::string OF_BUILD_ATTR_TABLE::get_vendor_name(uint32_t position) const {
+  return position < vendors_.size() ? vendors_[position]->get_name() : "";
+}
+
+OFBA_VENDOR_SCN *OF_BUILD_ATTR_TABLE::get_vendor(uint32_t position) const {
+  return position < vendors_.size() ? vendors_[position].get() : nullptr;
+}
+
+OFBA_VENDOR_SCN *OF_BUILD_ATTR_TABLE::find_vendor(const std::string &name) const {
+  for (const auto &v : vendors_)
+    if (v->get_name() == name)
+      return v.get();
+  return nullptr;
+}
+
+OFBA_VENDOR_SCN *OF_BUILD_ATTR_TABLE::add_vendor(const std::string &name) {
+  if (OFBA_VENDOR_SCN *v = find_vendor(name))
+    return v;
+  modified_ = true;
+  return vendors_.emplace_back(std::make_unique<OFBA_VENDOR_SCN>(this, name)).get();
+}
+
+bool OF_BUILD_ATTR_TABLE::remove_vendor(const std::string &name) {
+  auto at = std::find_if(vendors_.begin(), vendors_.end(), [&](const auto &v) { return v->get_name() == name; });
+  if (at == vendors_.end())
+    return false;
+  vendors_.erase(at);
+  modified_ = true;
+  return true;
+}
+
+const OFBA_ATTR *OF_BUILD_ATTR_TABLE::get_attr(const std::string &vendor, uint32_t scope, uint32_t nth,
+                                               uint32_t tag) const {
+  OFBA_VENDOR_SCN *v = find_vendor(vendor);
+  OFBA_ATTR_LIST *list = v ? v->find_list(scope, nth) : nullptr;
+  return list ? list->find(tag) : nullptr;
+}
+
+OFBA_ATTR_LIST *OF_BUILD_ATTR_TABLE::list_for_edit(const std::string &vendor, uint32_t scope, uint32_t nth) {
+  OFBA_VENDOR_SCN *v = find_vendor(vendor);
+  if (OFBA_ATTR_LIST *list = v ? v->find_list(scope, nth) : nullptr)
+    return list;
+  if (scope != OFBA_SCOPE_FILE || nth != 0 || !ofba_is_parsed_vendor(vendor))
+    return nullptr;
+  return add_vendor(vendor)->add_list(OFBA_SCOPE_FILE);
+}
+
+bool OF_BUILD_ATTR_TABLE::set_number(const std::string &vendor, uint32_t scope, uint32_t nth, uint32_t tag,
+                                     uint64_t value) {
+  if (ofba_value_kind(tag) != OFBA_VALUE_KIND::NUMBER)
+    return false;
+  OFBA_ATTR_LIST *list = list_for_edit(vendor, scope, nth);
+  return list && list->set_number(tag, value);
+}
+
+bool OF_BUILD_ATTR_TABLE::set_string(const std::string &vendor, uint32_t scope, uint32_t nth, uint32_t tag,
+                                     const std::string &value) {
+  if (ofba_value_kind(tag) != OFBA_VALUE_KIND::STRING)
+    return false;
+  OFBA_ATTR_LIST *list = list_for_edit(vendor, scope, nth);
+  return list && list->set_string(tag, value);
+}
+
+bool OF_BUILD_ATTR_TABLE::remove_attr(const std::string &vendor, uint32_t scope, uint32_t nth, uint32_t tag) {
+  OFBA_VENDOR_SCN *v = find_vendor(vendor);
+  OFBA_ATTR_LIST *list = v ? v->find_list(scope, nth) : nullptr;
+  return list && list->remove(tag);
+}
+
+OFBA_ATTR_LIST *OF_BUILD_ATTR_TABLE::add_list(const std::string &vendor, uint32_t scope,
+                                              const std::vector<uint32_t> &indexes) {
+  if (scope == OFBA_SCOPE_FILE || !ofba_is_parsed_vendor(vendor))
+    return nullptr;
+  OFBA_ATTR_LIST *list = add_vendor(vendor)->add_list(scope);
+  if (list)
+    for (uint32_t index : indexes)
+      list->add_index(index);
+  return list;
+}
+
+void OF_BUILD_ATTR_TABLE::apply_map(uint32_t scope, const std::vector<uint32_t> &old_to_new) {
+  for (const auto &v : vendors_) {
+    auto &lists = v->lists_;
+    for (size_t i = 0; i < lists.size();) {
+      if (lists[i]->get_scope() == scope && !lists[i]->apply_map(old_to_new)) {
+        // Every section or symbol it applied to is gone.
+        lists.erase(lists.begin() + static_cast<ptrdiff_t>(i));
+        v->touch();
+      } else {
+        i++;
+      }
+    }
+  }
+}
+
+void OF_BUILD_ATTR_TABLE::apply_section_map(const std::vector<uint32_t> &old_to_new) {
+  apply_map(OFBA_SCOPE_SECTION, old_to_new);
+}
+
+void OF_BUILD_ATTR_TABLE::apply_symbol_map(const std::vector<uint32_t> &old_to_new) {
+  apply_map(OFBA_SCOPE_SYMBOL, old_to_new);
+}
+
+}  // namespace OFE
