@@ -109,16 +109,20 @@ uint32_t OFBA_ATTR_LIST::get_index(uint32_t position) const {
   return position < stored_.size() ? stored_[position] - bias() : OFBA_NO_INDEX;
 }
 
-void OFBA_ATTR_LIST::set_index(uint32_t position, uint32_t index) {
-  if (position >= stored_.size())
-    return;
+bool OFBA_ATTR_LIST::set_index(uint32_t position, uint32_t index) {
+  if (position >= stored_.size() || index + bias() == 0)
+    return false;
   stored_[position] = index + bias();
   touch();
+  return true;
 }
 
-void OFBA_ATTR_LIST::add_index(uint32_t index) {
+bool OFBA_ATTR_LIST::add_index(uint32_t index) {
+  if (index + bias() == 0)
+    return false;
   stored_.push_back(index + bias());
   touch();
+  return true;
 }
 
 bool OFBA_ATTR_LIST::has_index(uint32_t index) const {
@@ -185,7 +189,8 @@ bool OFBA_ATTR_LIST::apply_map(const std::vector<uint32_t> &old_to_new) {
     uint32_t index = get_index(position);
     uint32_t now = index < old_to_new.size() ? old_to_new[index] : index;
     changed |= now != index;
-    if (now != OFBA_NO_INDEX)
+    // A removed entry leaves the list; so does one that could not be stored.
+    if (now != OFBA_NO_INDEX && now + bias() != 0)
       mapped.push_back(now + bias());
   }
   if (changed) {
@@ -534,7 +539,10 @@ OFBA_ATTR_LIST *OF_BUILD_ATTR_TABLE::add_list(const std::string &vendor, uint32_
   OFBA_ATTR_LIST *list = add_vendor(vendor)->add_list(scope);
   if (list)
     for (uint32_t index : indexes)
-      list->add_index(index);
+      if (!list->add_index(index)) {
+        list->vendor_->remove_list(list);
+        return nullptr;
+      }
   return list;
 }
 

@@ -95,9 +95,11 @@ public:
   uint32_t get_index_count() const { return static_cast<uint32_t>(stored_.size()); }
   // OFBA_NO_INDEX at or past the end.
   uint32_t get_index(uint32_t position) const;
-  // Positions past the end are ignored.
-  void set_index(uint32_t position, uint32_t index);
-  void add_index(uint32_t index);
+  // False, and nothing changed, for a position past the end or an index
+  // that cannot be stored (index + bias would be 0, the list's terminator:
+  // ELF section or symbol 0, or 0xFFFFFFFF with the COFF bias).
+  bool set_index(uint32_t position, uint32_t index);
+  bool add_index(uint32_t index);
   bool has_index(uint32_t index) const;
   std::vector<uint32_t> get_indexes() const;
 

@@ -57,9 +57,25 @@ const NAME_ENTRY TAG_NAMES[] = {
     {OFBA_TAG_BITFIELD_LAYOUT, "Tag_bitfield_layout"},
 };
 
+// Text as it stands, but bytes that are not printable ASCII as \xNN, so that
+// a hostile string cannot garble the listing.
+std::string printable(const std::string &text) {
+  std::string out;
+  for (unsigned char c : text) {
+    if (c >= 0x20 && c < 0x7F) {
+      out += static_cast<char>(c);
+    } else {
+      char buf[8];
+      snprintf(buf, sizeof buf, "\\x%02X", c);
+      out += buf;
+    }
+  }
+  return out;
+}
+
 std::string value_text(const OFBA_ATTR &attr) {
   std::string number = std::to_string(attr.number);
-  std::string text = "\"" + XML_WRITER::escape(attr.text) + "\"";
+  std::string text = "\"" + printable(attr.text) + "\"";
   switch (attr.kind) {
   case OFBA_VALUE_KIND::NUMBER: return number;
   case OFBA_VALUE_KIND::STRING: return text;
@@ -88,7 +104,7 @@ void OF_BUILD_ATTR_TABLE::dump(FILE *stream, const std::string &file_name) const
   else
     fprintf(stream, "\n Build Attributes in \"%s\"\n", file_name.c_str());
   for (const auto &v : vendors_) {
-    fprintf(stream, "\n   Vendor: \"%s\"", XML_WRITER::escape(v->get_name()).c_str());
+    fprintf(stream, "\n   Vendor: \"%s\"", printable(v->get_name()).c_str());
     if (v->is_opaque()) {
       fprintf(stream, " (%zu bytes, not interpreted)\n", v->get_opaque_content().size());
       continue;

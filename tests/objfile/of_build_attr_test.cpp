@@ -147,6 +147,8 @@ TEST_P(BuildAttr, EditsByVendorScopeAndTag) {
   ASSERT_NE(table.add_list("vela28abi", OFBA_SCOPE_SYMBOL, {3, 4}), nullptr);
   EXPECT_EQ(table.add_list("vela28abi", OFBA_SCOPE_FILE, {}), nullptr);
   EXPECT_EQ(table.add_list("gnu", OFBA_SCOPE_SECTION, {1}), nullptr);
+  EXPECT_EQ(table.add_list("aeabi", OFBA_SCOPE_SECTION, {2, 0}), nullptr);  // 0 ends the list on disk
+  EXPECT_EQ(table.find_vendor("aeabi")->count_lists(OFBA_SCOPE_SECTION), 1u);
   EXPECT_TRUE(table.is_modified());
 
   std::string out = written();
@@ -187,9 +189,12 @@ TEST_P(BuildAttr, SectionAndSymbolMaps) {
   EXPECT_EQ(v->find_list(OFBA_SCOPE_SYMBOL)->get_indexes(), (std::vector<uint32_t>{2, 9}));
   table.apply_symbol_map({0, 0, 7});
   EXPECT_EQ(v->find_list(OFBA_SCOPE_SYMBOL)->get_indexes(), (std::vector<uint32_t>{7, 9}));
+  table.apply_symbol_map({0, 0, 0, 0, 0, 0, 0, 9, 0, 0});  // 7 -> 9, 9 -> 0: not storable, dropped
+  EXPECT_EQ(v->find_list(OFBA_SCOPE_SYMBOL)->get_indexes(), (std::vector<uint32_t>{9}));
+  table.apply_symbol_map({0, 0, 0, 0, 0, 0, 0, 0, 0, 7});
   EXPECT_EQ(v->find_list(OFBA_SCOPE_SECTION)->get_indexes(), (std::vector<uint32_t>{5, 1}));
   std::string expect = "A" + vendor(order, "aeabi", subsub(order, 2, std::string("\x05\x01\x00\x1a\x02", 5)) +
-                                                        subsub(order, 3, std::string("\x07\x09\x00\x1a\x01", 5)));
+                                                        subsub(order, 3, std::string("\x07\x00\x1a\x01", 4)));
   EXPECT_EQ(written(), expect);
 }
 
@@ -205,9 +210,10 @@ TEST_P(BuildAttr, IndexBiasCountsFromOne) {
   EXPECT_FALSE(l->has_index(4));
   table.apply_section_map({2, OFBA_NO_INDEX, 0, 6});
   EXPECT_EQ(l->get_indexes(), (std::vector<uint32_t>{2, 6}));
-  l->set_index(5, 1);  // past the end: ignored
-  l->set_index(0, 0);
-  l->add_index(9);
+  EXPECT_FALSE(l->set_index(5, 1));  // past the end
+  EXPECT_FALSE(l->add_index(0xFFFFFFFF));  // would be stored as the terminator
+  EXPECT_TRUE(l->set_index(0, 0));
+  EXPECT_TRUE(l->add_index(9));
   EXPECT_EQ(written(), "A" + vendor(order, "aeabi", subsub(order, 2, std::string("\x01\x07\x0a\x00\x1a\x02", 6))));
 }
 
@@ -308,6 +314,8 @@ TEST_P(BuildAttr, TextAndXmlListings) {
                                row("Tag_also_compatible_with", "\"x\""), row("Tag_ABI_VFP_args", "1")})
     EXPECT_NE(text.find(r), std::string::npos) << r << text;
   EXPECT_EQ(ofba_tag_name(99), "Tag_99");
+  ASSERT_TRUE(table.set_string("aeabi", OFBA_SCOPE_FILE, 0, 5, "a&\x01"));
+  EXPECT_NE(printed([&](FILE *f) { table.dump(f); }).find(row("Tag_CPU_name", "\"a&\\x01\"")), std::string::npos);
   EXPECT_NE(printed([&](FILE *f) { table.dump(f, "a.o"); }).find(" Build Attributes in \"a.o\"\n"),
             std::string::npos);
 
