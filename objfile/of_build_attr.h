@@ -45,6 +45,9 @@ enum OFBA_SCOPE : uint32_t {
   OFBA_SCOPE_SYMBOL = 3,   // Tag_Symbol: the listed symbols
 };
 
+// The first byte of the section: the format version 'A'.
+inline constexpr uint8_t OFBA_FORMAT_VERSION = 0x41;
+
 // Tags whose encoding does not follow from the even/odd rule.
 inline constexpr uint32_t OFBA_TAG_CPU_RAW_NAME = 4;
 inline constexpr uint32_t OFBA_TAG_CPU_NAME = 5;
