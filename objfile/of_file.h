@@ -120,6 +120,68 @@ public:
   // The information listing.
   virtual void print_info(FILE *stream);
 
+  // ---- Build attributes (of_build_attr_access.cpp) -------------------------
+  // The format hook: the file's build-attribute table, read from its section
+  // on first request; with `create`, an empty table when the file has none
+  // yet. Null when the format or target carries no build attributes. (The
+  // elaborated name declares the class in OFE, keeping this block whole.)
+  virtual class OF_BUILD_ATTR_TABLE *get_build_attributes(bool /*create*/) { return nullptr; }
+
+  // Everything below is generic, built on that hook. Vendors are named;
+  // `scope` is OFBA_SCOPE_FILE, _SECTION or _SYMBOL, and `list` picks among
+  // the vendor's lists of that scope (0 for the file scope). Getters answer
+  // 0 or "" when the attribute is absent (the has_ queries tell absence
+  // apart); setters answer 0, or -1 with error 5 when the request cannot be
+  // met.
+  //
+  // Queries of the file's own vendor (the machine database's), then the
+  // whole-table query:
+  [[nodiscard]] bool has_vendor_build_attributes();
+  [[nodiscard]] bool has_vendor_build_attr(uint32_t tag);
+  [[nodiscard]] uint32_t get_vendor_build_attr(uint32_t tag);
+  [[nodiscard]] std::string get_vendor_build_attr_string(uint32_t tag);
+  [[nodiscard]] bool has_build_attributes();
+  // Vendors:
+  [[nodiscard]] uint32_t get_build_attr_vendor_count();
+  [[nodiscard]] std::string get_build_attr_vendor_name(uint32_t position);
+  [[nodiscard]] int add_build_attr_vendor(const std::string &vendor);
+  [[nodiscard]] int remove_build_attr_vendor(const std::string &vendor);
+  // File scope:
+  [[nodiscard]] uint32_t get_build_attr_count(const std::string &vendor);
+  [[nodiscard]] uint32_t get_build_attr_tag(const std::string &vendor, uint32_t position);
+  [[nodiscard]] bool has_build_attr(const std::string &vendor, uint32_t tag);
+  [[nodiscard]] uint32_t get_build_attr(const std::string &vendor, uint32_t tag);
+  [[nodiscard]] std::string get_build_attr_string(const std::string &vendor, uint32_t tag);
+  [[nodiscard]] int set_build_attr(const std::string &vendor, uint32_t tag, uint32_t value);
+  [[nodiscard]] int set_build_attr_string(const std::string &vendor, uint32_t tag, const std::string &value);
+  [[nodiscard]] int remove_build_attr(const std::string &vendor, uint32_t tag);
+  // Section- and symbol-scope lists (and the file scope's, by position):
+  [[nodiscard]] uint32_t get_build_attr_list_count(const std::string &vendor, uint32_t scope);
+  [[nodiscard]] std::vector<uint32_t> get_build_attr_list_indexes(const std::string &vendor, uint32_t scope,
+                                                                  uint32_t list);
+  // The new list's position among the vendor's lists of that scope, or -1.
+  [[nodiscard]] int add_build_attr_list(const std::string &vendor, uint32_t scope,
+                                        const std::vector<uint32_t> &indexes);
+  [[nodiscard]] int remove_build_attr_list(const std::string &vendor, uint32_t scope, uint32_t list);
+  [[nodiscard]] uint32_t get_list_build_attr_count(const std::string &vendor, uint32_t scope, uint32_t list);
+  [[nodiscard]] uint32_t get_list_build_attr_tag(const std::string &vendor, uint32_t scope, uint32_t list,
+                                                 uint32_t position);
+  [[nodiscard]] bool has_list_build_attr(const std::string &vendor, uint32_t scope, uint32_t list, uint32_t tag);
+  [[nodiscard]] uint32_t get_list_build_attr(const std::string &vendor, uint32_t scope, uint32_t list,
+                                             uint32_t tag);
+  [[nodiscard]] std::string get_list_build_attr_string(const std::string &vendor, uint32_t scope, uint32_t list,
+                                                       uint32_t tag);
+  [[nodiscard]] int set_list_build_attr(const std::string &vendor, uint32_t scope, uint32_t list, uint32_t tag,
+                                        uint32_t value);
+  [[nodiscard]] int set_list_build_attr_string(const std::string &vendor, uint32_t scope, uint32_t list,
+                                               uint32_t tag, const std::string &value);
+  [[nodiscard]] int remove_list_build_attr(const std::string &vendor, uint32_t scope, uint32_t list,
+                                           uint32_t tag);
+  // The EABI bitfield layout (Tag_bitfield_layout of the file's own vendor);
+  // ELF only: any other format gets error 1.
+  [[nodiscard]] uint32_t get_eabi_bitfield_layout();
+  // ---- end of build attributes ---------------------------------------------
+
   // Pending error. See the ranking in of_file.cpp.
   void set_error(uint32_t code, const char *format, ...) __attribute__((format(printf, 3, 4)));
   uint32_t get_error_code() const { return error_code_; }

@@ -112,6 +112,10 @@ bool OF_MACHINE_DB::get_symbol_kind(uint32_t section_index, OF_SYMBOL_KIND *kind
   return false;
 }
 
+const char *OF_MACHINE_DB::get_section_ext_flag_name(uint32_t flag) const {
+  return lookup_name(traits_.ext_flag_names, flag, nullptr);
+}
+
 std::vector<const char *> OF_MACHINE_DB::get_elf_flag_names(uint32_t e_flags) const {
   std::vector<const char *> names;
   for (const NAME_ENTRY &e : traits_.elf_flag_names)

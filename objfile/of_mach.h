@@ -77,6 +77,7 @@ struct OF_MACHINE_TRAITS {
   std::span<const OF_SPECIAL_SECTION> special_sections = QV_SPECIAL_SECTIONS;  // indexed by OF_SPECIAL_KIND
   std::span<const NAME_ENTRY> section_type_names = QV_SECTION_TYPE_NAMES;     // target-specific section types
   std::span<const NAME_ENTRY> elf_flag_names = {};                             // e_flags bits
+  std::span<const NAME_ENTRY> ext_flag_names = {};  // target-specific extended section flags
   std::span<const OF_SECTION_INDEX_KIND> index_kinds = {};
   std::span<const char *const> flagged_section_prefixes = {};  // sections the table marks with a flag
 };
@@ -116,8 +117,8 @@ public:
   // The kind the target gives symbols of a reserved section index; false
   // when it gives none.
   virtual bool get_symbol_kind(uint32_t section_index, OF_SYMBOL_KIND *kind) const;
-  // The target's own name for an extended section flag bit, or null.
-  virtual const char *get_ext_flag_name(uint32_t) const { return nullptr; }
+  // Name of a target-specific extended section flag, or null.
+  virtual const char *get_section_ext_flag_name(uint32_t flag) const;
   // Names of the e_flags bits that are set.
   virtual std::vector<const char *> get_elf_flag_names(uint32_t e_flags) const;
 

@@ -178,20 +178,13 @@ const NAME_ENTRY SECTION_FLAG_NAMES[] = {
     {0x400, "SHF_TLS"},
 };
 
-const NAME_ENTRY EXT_FLAG_NAMES[] = {
-    {1, "QV_SHF_INVALID"}, {2, "QV_SHF_RETAIN"}, {4, "QV_SHF_BOUND"}, {8, "QV_SHF_RETAINREFS"}, {16, "QV_SHF_NOINIT"},
-};
-
 // One name per set bit, from the table or "<prefix>0x%08x".
-std::vector<std::string> bit_names(uint32_t bits, std::span<const NAME_ENTRY> table, const char *prefix,
-                                   const OF_MACHINE_DB *db = nullptr) {
+std::vector<std::string> bit_names(uint32_t bits, std::span<const NAME_ENTRY> table, const char *prefix) {
   std::vector<std::string> names;
   for (uint32_t bit = 1; bit != 0; bit <<= 1) {
     if (!(bits & bit))
       continue;
-    const char *name = db ? db->get_ext_flag_name(bit) : nullptr;
-    if (!name)
-      name = lookup_name(table, bit, nullptr);
+    const char *name = lookup_name(table, bit, nullptr);
     if (name) {
       names.push_back(name);
     } else {
@@ -206,12 +199,6 @@ std::vector<std::string> bit_names(uint32_t bits, std::span<const NAME_ENTRY> ta
 }  // namespace
 
 std::vector<std::string> elf_section_flag_names(uint32_t flags) { return bit_names(flags, SECTION_FLAG_NAMES, "SHF_"); }
-
-std::vector<std::string> elf_ext_flag_names(OBJECT_FILE *file, uint32_t flags) {
-  if (flags == 0)
-    return {"QV_SHF_NONE"};
-  return bit_names(flags, EXT_FLAG_NAMES, "QV_SHF_", file ? file->get_machine_db() : nullptr);
-}
 
 std::string elf_section_type_name(OBJECT_FILE *file, uint32_t type) {
   if (OF_MACHINE_DB *db = file ? file->get_machine_db() : nullptr) {

@@ -35,8 +35,6 @@ std::string elf_section_type_name(uint32_t type);
 std::string elf_section_type_name(OBJECT_FILE *file, uint32_t type);
 // "SHF_WRITE", ... for each bit set; other bits "SHF_0x%08x".
 std::vector<std::string> elf_section_flag_names(uint32_t flags);
-// "QV_SHF_RETAIN", ... for each bit set (the machine database's names
-// first), "QV_SHF_NONE" for 0; other bits "QV_SHF_0x%08x".
-std::vector<std::string> elf_ext_flag_names(OBJECT_FILE *file, uint32_t flags);
+
 
 }  // namespace OFE

@@ -4,6 +4,7 @@
 #include "objfile/elf/elf_group.h"
 #include "objfile/elf/elf_names.h"
 #include "objfile/elf/elf_reloc.h"
+#include "objfile/elf/elf_scnattr.h"
 #include "objfile/elf/elf_string.h"
 #include "objfile/elf/elf_symbol.h"
 #include "objfile/elf/elf_types.h"
@@ -96,7 +97,7 @@ int ELF_SECTION::set_alignment(uint32_t alignment) {
 }
 
 void ELF_SECTION::set_attribute(uint32_t kind, uint32_t value) {
-  if (kind < ELF_ATTR_KIND_COUNT && begin_change())
+  if (kind < ELF_SCN_ATTR_KIND_COUNT && begin_change())
     attributes_[kind] = value;
 }
 
@@ -204,12 +205,12 @@ void ELF_SECTION::dump(FILE *stream) {
     row("Symbol Table:", linked ? "\"" + linked->get_name() + "\"" : "");
     row("Group Symbol ID:", num("%u", header_.sh_info));
   }
-  row("Page:", num("%u", attributes_[ELF_ATTR_PAGE]));
+  row("Page:", num("%u", attributes_[ELF_SCN_ATTR_PAGE]));
   row("ELF sh_flags:", num("0x%08x", header_.sh_flags));
   for (const std::string &flag : elf_section_flag_names(header_.sh_flags))
     row("ELF sh_flag:", flag);
-  row("QV ext_flags:", num("0x%x", attributes_[ELF_ATTR_EXT_FLAGS]));
-  for (const std::string &flag : elf_ext_flag_names(file, attributes_[ELF_ATTR_EXT_FLAGS]))
+  row("QV ext_flags:", num("0x%x", attributes_[ELF_SCN_ATTR_FLAGS]));
+  for (const std::string &flag : elf_ext_flag_names(file->get_machine_db(), attributes_[ELF_SCN_ATTR_FLAGS]))
     row("QV ext_flag:", flag);
 }
 

@@ -22,6 +22,7 @@
 
 #include "objfile/data_map.h"
 #include "objfile/elf/elf32_rw.h"
+#include "objfile/elf/elf_scnattr.h"
 #include "objfile/of_section.h"
 
 namespace OFE {
@@ -32,13 +33,6 @@ class ELF_RELOC_TABLE;
 class ELF_SECTION_TABLE;
 class ELF_STRING_TABLE;
 class ELF_SYMBOL_TABLE;
-
-// Extended attribute kinds, one word per section each.
-enum ELF_SCN_ATTR_KIND : uint32_t {
-  ELF_ATTR_EXT_FLAGS = 0,  // ".QV.section.flags"
-  ELF_ATTR_PAGE = 1,       // ".QV.section.page"
-  ELF_ATTR_KIND_COUNT = 2,
-};
 
 class ELF_SECTION : public OF_SECTION {
 public:
@@ -68,7 +62,7 @@ public:
   uint32_t get_info() const override { return header_.sh_info; }
   int set_info(uint32_t info) override;
   int set_entsize(uint32_t entsize);
-  uint32_t get_attribute(uint32_t kind) const { return kind < ELF_ATTR_KIND_COUNT ? attributes_[kind] : 0; }
+  uint32_t get_attribute(uint32_t kind) const { return kind < ELF_SCN_ATTR_KIND_COUNT ? attributes_[kind] : 0; }
   void set_attribute(uint32_t kind, uint32_t value);
 
   // The relocation section of this section (".rel" or ".rela" + name),
@@ -112,7 +106,7 @@ private:
   mutable bool named_ = false;
   DATA_MAP data_;
   bool data_ready_ = false;
-  std::array<uint32_t, ELF_ATTR_KIND_COUNT> attributes_{};
+  std::array<uint32_t, ELF_SCN_ATTR_KIND_COUNT> attributes_{};
   bool rebuild_hash_ = false;
   std::unique_ptr<ELF_SYMBOL_TABLE> symbols_;
   std::unique_ptr<ELF_STRING_TABLE> strings_;

@@ -1,0 +1,210 @@
+// ELF_SYMALIAS_TABLE: each loading step with its exact message (trailing
+// blanks included) in both byte orders, the vendor check, skipped self
+// aliases, renumbering, the writer's bytes and the listings.
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "common/bytes.h"
+#include "common/msg_capture.h"
+#include "objfile/data_map.h"
+#include "objfile/elf/elf_builder.h"
+#include "objfile/elf/elf_symalias.h"
+#include "objfile/test_object.h"
+#include "support/xml_writer.h"
+
+using namespace OFE;
+using namespace testing_support;
+
+namespace {
+
+const char NOT_EXTENDED[] = "The file \"%s\" does not specify a valid extended symbol alias table format. All "
+                            "symbol aliases will be ignored. Updating your tool chain to the latest version "
+                            "should resolve this issue. ";
+const char TOO_NEW[] = "The file \"%s\" uses a new symbol alias table format version which is not supported by "
+                       "this tool version. All symbol aliases will be ignored. Updating your linker to the "
+                       "latest version should resolve this issue. ";
+const char TOO_OLD[] = "The file \"%s\" uses a symbol alias table format version which is no longer supported. "
+                       "All symbol aliases will be ignored. Updating your assembler to the latest version should "
+                       "resolve this issue. ";
+const char OPTIONAL_DATA[] = "The file \"%s\" uses a symbol alias table format version which may contain optional "
+                             "data this tool cannot interpret. Some symbol aliases may be ignored. Updating your "
+                             "linker to the latest version should resolve this issue. ";
+const char NOT_VALID[] = "The file \"%s\" does not specify a valid symbol alias table format. All symbol aliases "
+                         "will be ignored. Updating your tool chain to the latest version should resolve this "
+                         "issue. ";
+const char FOREIGN[] = "The file \"%s\" has been processed by a non-QV vendor, and its symbol aliases may be "
+                       "invalid. All symbol aliases will be ignored.";
+
+// What USER_MSG writes to standard error while `f` runs.
+std::string warnings(const std::function<void()> &f) {
+  MSG_CAPTURE capture;
+  f();
+  return capture.err();
+}
+
+// The warning as USER_MSG prints it, with the file's name put in.
+std::string warning_of(const char *format, const char *name) {
+  char text[1024];
+  snprintf(text, sizeof text, format, name);
+  return warnings([&] { USER_MSG::instance().warning(1, "%s", text); });
+}
+
+using PAIRS = std::vector<ELF_SYMALIAS_TABLE::PAIR>;
+
+class SymAlias : public ::testing::TestWithParam<TEST_ORDER> {
+protected:
+  TEST_ORDER order = GetParam();
+  TEST_FILE file{named("lib.o")};
+  ELF_SYMALIAS_TABLE table;
+  bool ok = false;
+
+  static OF_DESCRIPTOR named(const char *name) {
+    OF_DESCRIPTOR d;
+    d.name = name;
+    return d;
+  }
+  BYTES image(uint8_t major, uint8_t zero, uint8_t optional, const PAIRS &pairs, const std::string &vendor = "QV") {
+    BYTES b(order);
+    b.u8(major).u8(zero).u8(optional).u8(0).u16(static_cast<uint32_t>(pairs.size())).str(vendor);
+    for (const auto &p : pairs)
+      b.u32(p.alias).u32(p.target);
+    return b;
+  }
+  DATA_MAP map_of(const std::string &bytes) {
+    DATA_MAP map;
+    map.set_byte_order(order == LITTLE ? BYTE_ORDERING::LITTLE : BYTE_ORDERING::BIG);
+    map.assign(bytes.data(), bytes.size());
+    return map;
+  }
+  // Loads `bytes`; what was printed.
+  std::string load(const std::string &bytes, const std::string &producer = "QV", OBJECT_FILE *f = nullptr) {
+    DATA_MAP map = map_of(bytes);
+    return warnings([&] { ok = table.load(f ? f : &file, map, producer); });
+  }
+  std::string written() {
+    DATA_MAP out = map_of("junk");
+    table.write(out);
+    return std::string(reinterpret_cast<const char *>(out.slice(0, out.size())), out.size());
+  }
+};
+
+}  // namespace
+
+TEST_P(SymAlias, CurrentFormatIsReadInFileOrderWithoutSelfAliases) {
+  EXPECT_EQ(load(image(1, 0, 0, {{3, 1}, {5, 5}, {2, 1}})), "");
+  EXPECT_TRUE(ok);
+  EXPECT_EQ(table.get_pairs(), (PAIRS{{3, 1}, {2, 1}}));
+  // A table that holds pairs is not loaded again.
+  EXPECT_EQ(load(image(2, 0, 0, {})), "");
+  EXPECT_TRUE(ok);
+  EXPECT_EQ(table.get_pairs().size(), 2u);
+}
+
+TEST_P(SymAlias, EmptySectionLoadsNothing) {
+  EXPECT_EQ(load(""), "");
+  EXPECT_TRUE(ok);
+  EXPECT_TRUE(table.get_pairs().empty());
+}
+
+TEST_P(SymAlias, ShortTablesFail) {
+  EXPECT_EQ(load(std::string("\x01\x00\x00", 3)), warning_of(NOT_EXTENDED, "lib.o"));
+  EXPECT_FALSE(ok);
+  EXPECT_EQ(load(std::string("\x01\x00\x00\x00", 4)), warning_of(NOT_VALID, "lib.o"));
+  EXPECT_FALSE(ok);
+  EXPECT_EQ(load(std::string("\x01\x00\x00\x00\x01", 5)), warning_of(NOT_VALID, "lib.o"));
+  EXPECT_FALSE(ok);
+  EXPECT_TRUE(table.get_pairs().empty());
+}
+
+TEST_P(SymAlias, OtherVersionsAreRefused) {
+  EXPECT_EQ(load(image(2, 0, 0, {{3, 1}})), warning_of(TOO_NEW, "lib.o"));
+  EXPECT_TRUE(ok);
+  EXPECT_EQ(load(image(1, 1, 0, {{3, 1}})), warning_of(TOO_NEW, "lib.o"));
+  EXPECT_TRUE(ok);
+  EXPECT_EQ(load(image(0, 0, 0, {{3, 1}})), warning_of(TOO_OLD, "lib.o"));
+  EXPECT_TRUE(ok);
+  EXPECT_TRUE(table.get_pairs().empty());
+}
+
+TEST_P(SymAlias, OptionalDataIsNotedAndReadPast) {
+  EXPECT_EQ(load(image(1, 0, 3, {{4, 2}})), warning_of(OPTIONAL_DATA, "lib.o"));
+  EXPECT_TRUE(ok);
+  EXPECT_EQ(table.get_pairs(), (PAIRS{{4, 2}}));
+}
+
+TEST_P(SymAlias, PairsPastTheEndFailSilently) {
+  std::string cut = image(1, 0, 0, {{4, 2}, {6, 2}});
+  EXPECT_EQ(load(cut.substr(0, cut.size() - 1)), "");
+  EXPECT_FALSE(ok);
+  EXPECT_EQ(load(std::string("\x01\x00\x00\x00\x00\x00QV", 8)), "");  // vendor not terminated
+  EXPECT_FALSE(ok);
+  EXPECT_TRUE(table.get_pairs().empty());
+}
+
+TEST_P(SymAlias, AnotherVendorsTableIsIgnored) {
+  EXPECT_EQ(load(image(1, 0, 0, {{3, 1}}), ""), warning_of(FOREIGN, "lib.o"));
+  EXPECT_TRUE(ok);
+  EXPECT_EQ(load(image(1, 0, 0, {{3, 1}}, "XY"), "QV"), warning_of(FOREIGN, "lib.o"));
+  EXPECT_TRUE(table.get_pairs().empty());
+  EXPECT_EQ(load(image(1, 0, 0, {{3, 1}}, "XY"), "XY"), "");
+  EXPECT_EQ(table.get_pairs(), (PAIRS{{3, 1}}));
+}
+
+TEST_P(SymAlias, AFileWithoutANameIsAnUnknownFile) {
+  TEST_FILE anonymous;
+  EXPECT_EQ(load(image(0, 0, 0, {}), "QV", &anonymous), warning_of(TOO_OLD, "(unknown file)"));
+  // The printed text really ends in the blank.
+  std::string printed_text = warning_of(TOO_OLD, "(unknown file)");
+  EXPECT_EQ(printed_text.substr(printed_text.size() - 8), "issue. \n");
+}
+
+TEST_P(SymAlias, RenumberingDropsRemovedSymbolsAndKeepsOrder) {
+  for (auto [a, t] : PAIRS{{5, 1}, {2, 3}, {4, 1}, {9, 2}})
+    table.add_pair(a, t);
+  table.apply_symbol_map({});
+  EXPECT_EQ(table.get_pairs(), (PAIRS{{5, 1}, {2, 3}, {4, 1}, {9, 2}}));
+  table.apply_symbol_map({0, 7, 6, 0xFFFFFFFF, 1, 2});
+  EXPECT_EQ(table.get_pairs(), (PAIRS{{2, 7}, {1, 7}, {9, 6}}));  // 9 is past the map
+}
+
+TEST_P(SymAlias, WriterBytes) {
+  table.add_pair(3, 1);
+  table.add_pair(0x01020304, 2);
+  EXPECT_EQ(written(), image(1, 0, 0, {{3, 1}, {0x01020304, 2}}).bytes());
+  table.clear();
+  EXPECT_EQ(written(), image(1, 0, 0, {}).bytes());
+  // The count is cut to 16 bits; every pair is still written.
+  for (uint32_t i = 0; i < 65538; i++)
+    table.add_pair(i + 1, 0);
+  std::string out = written();
+  EXPECT_EQ(out.size(), 9u + 8 * 65538);
+  EXPECT_EQ(out.substr(4, 2), BYTES(order).u16(2).bytes());
+}
+
+TEST_P(SymAlias, WrittenTableLoadsBack) {
+  table.add_pair(3, 1);
+  table.add_pair(8, 2);
+  std::string out = written();
+  ELF_SYMALIAS_TABLE again;
+  DATA_MAP map = map_of(out);
+  EXPECT_EQ(warnings([&] { ok = again.load(&file, map, ELF_SYMALIAS_TABLE::VENDOR); }), "");
+  EXPECT_TRUE(ok);
+  EXPECT_EQ(again.get_pairs(), table.get_pairs());
+}
+
+TEST_P(SymAlias, Listings) {
+  table.add_pair(3, 1);
+  table.add_pair(12, 2);
+  EXPECT_EQ(printed([&](FILE *f) { table.dump(f); }),
+            "\n Symbol Aliases (2)\n\n        Alias      Target\n            3           1\n"
+            "           12           2\n");
+  std::string xml = printed([&](FILE *f) {
+    XML_WRITER w(f);
+    table.dump_xml(w);
+  });
+  EXPECT_EQ(xml, "<symbol_aliases count=\"2\">\n  <alias alias=\"3\" target=\"1\"/>\n"
+                 "  <alias alias=\"12\" target=\"2\"/>\n</symbol_aliases>\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(BothOrders, SymAlias, ::testing::Values(LITTLE, BIG), order_name);

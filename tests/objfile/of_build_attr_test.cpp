@@ -1,0 +1,333 @@
+// OF_BUILD_ATTR_TABLE: reading the build-attributes layout into the model and
+// writing it back, in both byte orders; edits; old-to-new maps with and
+// without the COFF index bias; damage at every field boundary; the producer
+// vendor; the listings.
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "common/bytes.h"
+#include "common/msg_capture.h"
+#include "objfile/data_map.h"
+#include "objfile/elf/elf_builder.h"
+#include "objfile/of_build_attr.h"
+#include "support/xml_writer.h"
+
+using namespace OFE;
+using namespace testing_support;
+
+namespace {
+
+BYTE_ORDERING ordering(TEST_ORDER o) { return o == LITTLE ? BYTE_ORDERING::LITTLE : BYTE_ORDERING::BIG; }
+
+// A sub-subsection: one-byte tag, u32 size counting tag and size, body.
+std::string subsub(TEST_ORDER o, uint8_t tag, const std::string &body) {
+  return BYTES(o).u8(tag).u32(static_cast<uint32_t>(5 + body.size())).raw(body);
+}
+
+// A vendor subsection: u32 length counting itself, the name, the body.
+std::string vendor(TEST_ORDER o, const std::string &name, const std::string &body) {
+  return BYTES(o).u32(static_cast<uint32_t>(4 + name.size() + 1 + body.size())).str(name).raw(body);
+}
+
+std::string cstr(const std::string &s) { return std::string(s) + '\0'; }
+
+// Tag_CPU_name "7E-M", Tag_CPU_arch 13, Tag_ABI_PCS_R9_use 300 (two bytes),
+// Tag_compatibility 1 "gnu", tag 34 (even: number) 1, tag 67 "2.09".
+std::string file_attrs() {
+  return std::string("\x05") + cstr("7E-M") + "\x06\x0d" + "\x0e\xac\x02" + "\x20\x01" + cstr("gnu") +
+         "\x22\x01" + "\x43" + cstr("2.09");
+}
+
+// aeabi with a file list, a section list over 1 2 and a symbol list over 5;
+// then an uninterpreted vendor; then fornaxabi with a file list.
+std::string sample(TEST_ORDER o) {
+  std::string aeabi = subsub(o, 1, file_attrs()) + subsub(o, 2, std::string("\x01\x02\x00\x1a\x02", 5)) +
+                      subsub(o, 3, std::string("\x05\x00\x41", 3) + cstr("x"));
+  return "A" + vendor(o, "aeabi", aeabi) + vendor(o, "gnu", std::string("\x01\x00\x00\x00\x07\x09", 6)) +
+         vendor(o, "fornaxabi", subsub(o, 1, "\x1c\x01"));
+}
+
+class BuildAttr : public ::testing::TestWithParam<TEST_ORDER> {
+protected:
+  TEST_ORDER order = GetParam();
+  OF_BUILD_ATTR_TABLE table;
+
+  bool read(const std::string &bytes) {
+    return table.read(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size(), ordering(order));
+  }
+  std::string written() {
+    DATA_MAP out;
+    out.set_byte_order(ordering(order));
+    table.write(out);
+    const uint8_t *p = out.slice(0, out.size());
+    return p ? std::string(reinterpret_cast<const char *>(p), out.size()) : "";
+  }
+};
+
+}  // namespace
+
+TEST_P(BuildAttr, ReadsVendorsListsAndEveryValueKind) {
+  ASSERT_TRUE(read(sample(order))) << table.get_error_reason();
+  ASSERT_EQ(table.get_vendor_count(), 3u);
+  EXPECT_EQ(table.get_vendor_name(0), "aeabi");
+  EXPECT_EQ(table.get_vendor_name(1), "gnu");
+  EXPECT_EQ(table.get_vendor_name(2), "fornaxabi");
+  EXPECT_EQ(table.get_vendor_name(3), "");
+
+  OFBA_VENDOR_SCN *aeabi = table.get_vendor(0);
+  ASSERT_EQ(aeabi->get_list_count(), 3u);
+  OFBA_ATTR_LIST *file = aeabi->find_list(OFBA_SCOPE_FILE);
+  ASSERT_EQ(file->get_attr_count(), 6u);
+  EXPECT_EQ(*file->get_attr(0), (OFBA_ATTR{5, OFBA_VALUE_KIND::STRING, 0, "7E-M"}));
+  EXPECT_EQ(*file->get_attr(1), (OFBA_ATTR{6, OFBA_VALUE_KIND::NUMBER, 13, ""}));
+  EXPECT_EQ(*file->get_attr(2), (OFBA_ATTR{14, OFBA_VALUE_KIND::NUMBER, 300, ""}));
+  EXPECT_EQ(*file->get_attr(3), (OFBA_ATTR{32, OFBA_VALUE_KIND::NUMBER_AND_STRING, 1, "gnu"}));
+  EXPECT_EQ(*file->get_attr(4), (OFBA_ATTR{34, OFBA_VALUE_KIND::NUMBER, 1, ""}));
+  EXPECT_EQ(*file->get_attr(5), (OFBA_ATTR{67, OFBA_VALUE_KIND::STRING, 0, "2.09"}));
+
+  OFBA_ATTR_LIST *sections = aeabi->find_list(OFBA_SCOPE_SECTION);
+  EXPECT_EQ(sections->get_indexes(), (std::vector<uint32_t>{1, 2}));
+  EXPECT_EQ(sections->find(26)->number, 2u);
+  OFBA_ATTR_LIST *symbols = aeabi->find_list(OFBA_SCOPE_SYMBOL);
+  EXPECT_EQ(symbols->get_indexes(), (std::vector<uint32_t>{5}));
+  EXPECT_EQ(symbols->find(65)->text, "x");
+
+  OFBA_VENDOR_SCN *gnu = table.get_vendor(1);
+  EXPECT_TRUE(gnu->is_opaque());
+  EXPECT_EQ(gnu->get_list_count(), 0u);
+  EXPECT_EQ(gnu->get_opaque_content().size(), 6u);
+  EXPECT_EQ(table.get_attr("fornaxabi", OFBA_SCOPE_FILE, 0, 28)->number, 1u);
+}
+
+TEST_P(BuildAttr, WritesBackTheSameBytes) {
+  std::string in = sample(order);
+  ASSERT_TRUE(read(in));
+  EXPECT_EQ(written(), in);
+  EXPECT_FALSE(table.is_modified());
+}
+
+TEST_P(BuildAttr, TagEncodingRule) {
+  for (uint32_t tag : {4u, 5u, 65u, 67u, 33u, 69u})
+    EXPECT_EQ(ofba_value_kind(tag), OFBA_VALUE_KIND::STRING) << tag;
+  for (uint32_t tag : {1u, 6u, 27u, 31u, 34u, 64u, 66u, 70u})
+    EXPECT_EQ(ofba_value_kind(tag), OFBA_VALUE_KIND::NUMBER) << tag;
+  EXPECT_EQ(ofba_value_kind(32), OFBA_VALUE_KIND::NUMBER_AND_STRING);
+  for (const char *v : {"aeabi", "fornaxabi", "vela28abi", "carinaabi", "grusabi", "doradoabi"})
+    EXPECT_TRUE(ofba_is_parsed_vendor(v)) << v;
+  for (const char *v : {"cxa", "gnu", "QV", "AEABI", ""})
+    EXPECT_FALSE(ofba_is_parsed_vendor(v)) << v;
+}
+
+TEST_P(BuildAttr, NonMinimalEncodingIsKeptUntilEdited) {
+  // Tag_CPU_arch written as 0x86 0x00 and a size field that is minimal.
+  std::string in = "A" + vendor(order, "aeabi", subsub(order, 1, std::string("\x86\x00\x0d\x08\x01", 5)));
+  ASSERT_TRUE(read(in));
+  EXPECT_EQ(table.get_attr("aeabi", OFBA_SCOPE_FILE, 0, 6)->number, 13u);
+  EXPECT_EQ(written(), in);
+  ASSERT_TRUE(table.set_number("aeabi", OFBA_SCOPE_FILE, 0, 8, 2));
+  std::string expect = "A" + vendor(order, "aeabi", subsub(order, 1, std::string("\x06\x0d\x08\x02", 4)));
+  EXPECT_EQ(written(), expect);
+  EXPECT_TRUE(table.is_modified());
+}
+
+TEST_P(BuildAttr, EditsByVendorScopeAndTag) {
+  ASSERT_TRUE(read(sample(order)));
+  ASSERT_TRUE(table.set_number("aeabi", OFBA_SCOPE_FILE, 0, 6, 14));        // replaced in place
+  ASSERT_TRUE(table.set_string("aeabi", OFBA_SCOPE_FILE, 0, 5, "8-M.MAIN"));
+  ASSERT_TRUE(table.set_number("aeabi", OFBA_SCOPE_SECTION, 0, 24, 1));     // appended
+  EXPECT_FALSE(table.set_string("aeabi", OFBA_SCOPE_FILE, 0, 6, "x"));      // a number tag
+  EXPECT_FALSE(table.set_number("aeabi", OFBA_SCOPE_FILE, 0, 5, 1));        // a string tag
+  EXPECT_FALSE(table.set_number("aeabi", OFBA_SCOPE_SECTION, 1, 24, 1));    // no second list
+  EXPECT_FALSE(table.set_number("gnu", OFBA_SCOPE_FILE, 0, 6, 1));          // not interpreted
+  EXPECT_TRUE(table.remove_attr("aeabi", OFBA_SCOPE_FILE, 0, 67));
+  EXPECT_FALSE(table.remove_attr("aeabi", OFBA_SCOPE_FILE, 0, 67));
+  // A vendor that is not there gets a subsection and a Tag_File list.
+  ASSERT_TRUE(table.set_number("vela28abi", OFBA_SCOPE_FILE, 0, 70, 1));
+  ASSERT_NE(table.add_list("vela28abi", OFBA_SCOPE_SYMBOL, {3, 4}), nullptr);
+  EXPECT_EQ(table.add_list("vela28abi", OFBA_SCOPE_FILE, {}), nullptr);
+  EXPECT_EQ(table.add_list("gnu", OFBA_SCOPE_SECTION, {1}), nullptr);
+  EXPECT_EQ(table.add_list("aeabi", OFBA_SCOPE_SECTION, {2, 0}), nullptr);  // 0 ends the list on disk
+  EXPECT_EQ(table.find_vendor("aeabi")->count_lists(OFBA_SCOPE_SECTION), 1u);
+  EXPECT_TRUE(table.is_modified());
+
+  std::string out = written();
+  OF_BUILD_ATTR_TABLE again;
+  ASSERT_TRUE(again.read(reinterpret_cast<const uint8_t *>(out.data()), out.size(), ordering(order)));
+  EXPECT_EQ(again.get_vendor_count(), 4u);
+  EXPECT_EQ(again.get_attr("aeabi", OFBA_SCOPE_FILE, 0, 6)->number, 14u);
+  EXPECT_EQ(again.get_attr("aeabi", OFBA_SCOPE_FILE, 0, 5)->text, "8-M.MAIN");
+  EXPECT_EQ(again.get_attr("aeabi", OFBA_SCOPE_FILE, 0, 67), nullptr);
+  EXPECT_EQ(again.get_attr("aeabi", OFBA_SCOPE_SECTION, 0, 24)->number, 1u);
+  EXPECT_EQ(again.get_attr("vela28abi", OFBA_SCOPE_FILE, 0, 70)->number, 1u);
+  EXPECT_EQ(again.find_vendor("vela28abi")->find_list(OFBA_SCOPE_SYMBOL)->get_indexes(),
+            (std::vector<uint32_t>{3, 4}));
+  // Order of the file list: edits in place, the new one last.
+  OFBA_ATTR_LIST *file = again.find_vendor("aeabi")->find_list(OFBA_SCOPE_FILE);
+  EXPECT_EQ(file->get_attr(0)->tag, 5u);
+  EXPECT_EQ(file->get_attr(1)->tag, 6u);
+  EXPECT_EQ(again.get_vendor(1)->get_opaque_content(), table.get_vendor(1)->get_opaque_content());
+
+  EXPECT_TRUE(table.remove_vendor("gnu"));
+  EXPECT_FALSE(table.remove_vendor("gnu"));
+  EXPECT_EQ(table.get_vendor_count(), 3u);
+}
+
+TEST_P(BuildAttr, SectionAndSymbolMaps) {
+  std::string aeabi = subsub(order, 2, std::string("\x01\x02\x03\x00\x1a\x02", 6)) +
+                      subsub(order, 2, std::string("\x02\x00\x1a\x01", 4)) +
+                      subsub(order, 3, std::string("\x02\x09\x00\x1a\x01", 5));
+  std::string in = "A" + vendor(order, "aeabi", aeabi);
+  ASSERT_TRUE(read(in));
+  table.apply_section_map({});  // the identity
+  EXPECT_EQ(written(), in);
+  table.apply_section_map({0, 5, OFBA_NO_INDEX, 1});
+  OFBA_VENDOR_SCN *v = table.get_vendor(0);
+  // 1 2 3 -> 5 1 (2 removed); the list over 2 alone goes; 9 is past the map.
+  ASSERT_EQ(v->get_list_count(), 2u);
+  EXPECT_EQ(v->find_list(OFBA_SCOPE_SECTION)->get_indexes(), (std::vector<uint32_t>{5, 1}));
+  EXPECT_EQ(v->find_list(OFBA_SCOPE_SYMBOL)->get_indexes(), (std::vector<uint32_t>{2, 9}));
+  table.apply_symbol_map({0, 0, 7});
+  EXPECT_EQ(v->find_list(OFBA_SCOPE_SYMBOL)->get_indexes(), (std::vector<uint32_t>{7, 9}));
+  table.apply_symbol_map({0, 0, 0, 0, 0, 0, 0, 9, 0, 0});  // 7 -> 9, 9 -> 0: not storable, dropped
+  EXPECT_EQ(v->find_list(OFBA_SCOPE_SYMBOL)->get_indexes(), (std::vector<uint32_t>{9}));
+  table.apply_symbol_map({0, 0, 0, 0, 0, 0, 0, 0, 0, 7});
+  EXPECT_EQ(v->find_list(OFBA_SCOPE_SECTION)->get_indexes(), (std::vector<uint32_t>{5, 1}));
+  std::string expect = "A" + vendor(order, "aeabi", subsub(order, 2, std::string("\x05\x01\x00\x1a\x02", 5)) +
+                                                        subsub(order, 3, std::string("\x07\x00\x1a\x01", 4)));
+  EXPECT_EQ(written(), expect);
+}
+
+TEST_P(BuildAttr, IndexBiasCountsFromOne) {
+  table.set_index_bias(1);
+  std::string in = "A" + vendor(order, "aeabi", subsub(order, 2, std::string("\x01\x04\x00\x1a\x02", 5)));
+  ASSERT_TRUE(read(in));
+  OFBA_ATTR_LIST *l = table.get_vendor(0)->find_list(OFBA_SCOPE_SECTION);
+  EXPECT_EQ(l->get_index(0), 0u);  // stored 1
+  EXPECT_EQ(l->get_index(1), 3u);
+  EXPECT_EQ(l->get_index(2), OFBA_NO_INDEX);
+  EXPECT_TRUE(l->has_index(0));
+  EXPECT_FALSE(l->has_index(4));
+  table.apply_section_map({2, OFBA_NO_INDEX, 0, 6});
+  EXPECT_EQ(l->get_indexes(), (std::vector<uint32_t>{2, 6}));
+  EXPECT_FALSE(l->set_index(5, 1));  // past the end
+  EXPECT_FALSE(l->add_index(0xFFFFFFFF));  // would be stored as the terminator
+  EXPECT_TRUE(l->set_index(0, 0));
+  EXPECT_TRUE(l->add_index(9));
+  EXPECT_EQ(written(), "A" + vendor(order, "aeabi", subsub(order, 2, std::string("\x01\x07\x0a\x00\x1a\x02", 6))));
+}
+
+TEST_P(BuildAttr, EmptyAndVersionOnlySections) {
+  ASSERT_TRUE(table.read(nullptr, 0, ordering(order)));
+  EXPECT_EQ(table.get_vendor_count(), 0u);
+  EXPECT_EQ(written(), "");
+  ASSERT_TRUE(read("A"));
+  EXPECT_EQ(written(), "A");
+  ASSERT_TRUE(table.set_number("aeabi", OFBA_SCOPE_FILE, 0, 6, 1));
+  EXPECT_EQ(written(), "A" + vendor(order, "aeabi", subsub(order, 1, "\x06\x01")));
+}
+
+// Every cut of a good image either ends on a vendor boundary (still a good
+// table) or is reported, at an offset inside what was given. A flipped byte
+// either breaks the structure or reads as a table that writes back the same
+// bytes.
+TEST_P(BuildAttr, DamageAtEveryBoundaryIsReported) {
+  std::string good = sample(order);
+  std::set<size_t> boundaries = {1};
+  for (size_t at = 1; at < good.size();) {
+    at += read_u32(reinterpret_cast<const uint8_t *>(good.data()) + at, ordering(order));
+    boundaries.insert(at);
+  }
+  for (size_t cut = 1; cut < good.size(); cut++) {
+    bool ok = read(good.substr(0, cut));
+    EXPECT_EQ(ok, boundaries.count(cut) == 1) << "cut at " << cut;
+    if (!ok) {
+      EXPECT_LE(table.get_error_offset(), cut);
+      EXPECT_FALSE(table.get_error_reason().empty());
+      EXPECT_EQ(table.get_vendor_count(), 0u);
+    }
+  }
+  for (size_t at = 0; at < good.size(); at++)
+    for (uint8_t mask : {0x01, 0x80, 0xFF}) {
+      std::string bad = good;
+      bad[at] = static_cast<char>(bad[at] ^ mask);
+      if (read(bad)) {
+        EXPECT_EQ(written(), bad) << "flip at " << at;
+      }
+    }
+}
+
+TEST_P(BuildAttr, DamageMessagesNameTheField) {
+  struct CASE {
+    std::string bytes;
+    size_t offset;
+    const char *reason;
+  };
+  const CASE cases[] = {
+      {"B", 0, "format version byte is 0x42"},
+      {"A" + BYTES(order).u32(3).bytes(), 1, "vendor subsection length 3"},
+      {"A" + BYTES(order).u32(99).str("aeabi").bytes(), 1, "vendor subsection length 99"},
+      {"A" + BYTES(order).u32(9).raw("aeabi").bytes(), 5, "vendor name is not NUL-terminated"},
+      {"A" + vendor(order, "aeabi", BYTES(order).u8(1).u32(4).bytes()), 12, "sub-subsection size 4"},
+      {"A" + vendor(order, "aeabi", BYTES(order).u8(1).u32(50).bytes()), 12, "sub-subsection size 50"},
+      {"A" + vendor(order, "aeabi", subsub(order, 1, "\x05" "abc")), 17, "attribute string is not NUL"},
+      {"A" + vendor(order, "aeabi", subsub(order, 1, "\x06\x80")), 17, "attribute value is cut short"},
+      {"A" + vendor(order, "aeabi", subsub(order, 2, "\x01\x02")), 18, "index list is cut short"},
+      {"A" + vendor(order, "aeabi", subsub(order, 1, std::string(11, '\xff') + "\x01")), 16,
+       "attribute tag does not fit in 64 bits"},
+  };
+  for (const CASE &c : cases) {
+    EXPECT_FALSE(read(c.bytes)) << c.reason;
+    EXPECT_EQ(table.get_error_offset(), c.offset) << c.reason;
+    EXPECT_NE(table.get_error_reason().find(c.reason), std::string::npos) << table.get_error_reason();
+  }
+}
+
+TEST(BuildAttrProducer, FirstVendorThatIsNotPublic) {
+  OF_BUILD_ATTR_TABLE t;
+  EXPECT_EQ(producer_vendor(t), "");
+  for (const char *v : {"aeabi", "", "cxa", "vela28abi", "carinaabi", "fornaxabi", "grusabi", "doradoabi"})
+    t.add_vendor(v);
+  EXPECT_EQ(producer_vendor(t), "");
+  t.add_vendor("QV");
+  t.add_vendor("gnu");
+  EXPECT_EQ(producer_vendor(t), "QV");
+  OF_BUILD_ATTR_TABLE exact;
+  exact.add_vendor("AEABI");
+  EXPECT_EQ(producer_vendor(exact), "AEABI");
+}
+
+TEST_P(BuildAttr, TextAndXmlListings) {
+  ASSERT_TRUE(read(sample(order)));
+  std::string text = printed([&](FILE *f) { table.dump(f); });
+  EXPECT_EQ(text.rfind("\n Build Attributes\n", 0), 0u) << text;
+  for (const char *line : {"   Vendor: \"aeabi\"\n", "     Tag_File\n", "     Tag_Section: 1 2\n",
+                           "     Tag_Symbol: 5\n", "   Vendor: \"gnu\" (6 bytes, not interpreted)\n"})
+    EXPECT_NE(text.find(line), std::string::npos) << line << text;
+  auto row = [](const char *name, const char *value) {
+    char buf[128];
+    snprintf(buf, sizeof buf, "       %-32s %s\n", name, value);
+    return std::string(buf);
+  };
+  for (const std::string &r : {row("Tag_CPU_name", "\"7E-M\""), row("Tag_CPU_arch", "13"),
+                               row("Tag_compatibility", "1, \"gnu\""), row("Tag_CPU_unaligned_access", "1"),
+                               row("Tag_also_compatible_with", "\"x\""), row("Tag_ABI_VFP_args", "1")})
+    EXPECT_NE(text.find(r), std::string::npos) << r << text;
+  EXPECT_EQ(ofba_tag_name(99), "Tag_99");
+  ASSERT_TRUE(table.set_string("aeabi", OFBA_SCOPE_FILE, 0, 5, "a&\x01"));
+  EXPECT_NE(printed([&](FILE *f) { table.dump(f); }).find(row("Tag_CPU_name", "\"a&\\x01\"")), std::string::npos);
+  EXPECT_NE(printed([&](FILE *f) { table.dump(f, "a.o"); }).find(" Build Attributes in \"a.o\"\n"),
+            std::string::npos);
+
+  std::string xml = printed([&](FILE *f) {
+    XML_WRITER w(f);
+    table.dump_xml(w);
+  });
+  for (const char *part : {"<build_attributes vendors=\"3\">", "<vendor name=\"aeabi\">",
+                           "<list scope=\"Tag_Section\" indexes=\"1 2\">",
+                           "<attribute tag=\"32\" name=\"Tag_compatibility\" number=\"1\" string=\"gnu\"/>",
+                           "<vendor name=\"gnu\" bytes=\"6\"/>", "</build_attributes>"})
+    EXPECT_NE(xml.find(part), std::string::npos) << part << xml;
+}
+
+INSTANTIATE_TEST_SUITE_P(BothOrders, BuildAttr, ::testing::Values(LITTLE, BIG), order_name);
