@@ -18,6 +18,7 @@ int OF_SECTION::set_address(uint32_t) { return refuse("address"); }
 int OF_SECTION::set_alignment(uint32_t) { return refuse("alignment"); }
 int OF_SECTION::set_link(uint32_t) { return refuse("link"); }
 int OF_SECTION::set_info(uint32_t) { return refuse("info"); }
+int OF_SECTION::set_page(uint32_t) { return refuse("page"); }
 int OF_SECTION::set_data(const void *, uint32_t) { return refuse("contents"); }
 
 OF_SECTION *OF_SECTION_TABLE::find_section(const std::string &name) {

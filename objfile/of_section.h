@@ -46,6 +46,10 @@ public:
   virtual int set_link(uint32_t link);
   virtual uint32_t get_info() const { return 0; }
   virtual int set_info(uint32_t info);
+  // The memory page the section is placed in (a header field in COFF, an
+  // extended attribute section in ELF, where the target has one).
+  virtual uint32_t get_page() const { return 0; }
+  virtual int set_page(uint32_t page);
   // Replaces the contents (and the size with them).
   virtual int set_data(const void *bytes, uint32_t size);
   // The relocation tables that apply to this section.

@@ -33,12 +33,13 @@ const char USAGE[] =
     "  --weaken-symbol NAME           make NAME weak\n"
     "  --rename-section OLD=NEW       rename section OLD (and its relocation sections)\n"
     "  --set-section-alignment NAME=N set the alignment of section NAME to N\n"
+    "  --set-section-page NAME=N      set the memory page of section NAME to N\n"
     "  --help                         print this text\n"
     "\n"
     "Symbol edits apply to the file's symbol table (.symtab in ELF files).\n"
     "A name that matches nothing is an error. On any error nothing is written.\n";
 
-enum EDIT_KIND { RENAME_SYMBOL, LOCALIZE, GLOBALIZE, WEAKEN, RENAME_SECTION, SECTION_ALIGNMENT };
+enum EDIT_KIND { RENAME_SYMBOL, LOCALIZE, GLOBALIZE, WEAKEN, RENAME_SECTION, SECTION_ALIGNMENT, SECTION_PAGE };
 
 struct EDIT {
   EDIT_KIND kind;
@@ -56,6 +57,7 @@ const OPTION OPTIONS[] = {
     {"--rename-symbol", RENAME_SYMBOL, true},        {"--localize-symbol", LOCALIZE, false},
     {"--globalize-symbol", GLOBALIZE, false},        {"--weaken-symbol", WEAKEN, false},
     {"--rename-section", RENAME_SECTION, true},      {"--set-section-alignment", SECTION_ALIGNMENT, true},
+    {"--set-section-page", SECTION_PAGE, true},
 };
 
 USER_MSG &msg() { return USER_MSG::instance(); }
@@ -173,13 +175,16 @@ bool apply(OFE::OBJECT_FILE &object, const EDIT &edit) {
             return false;
     return for_each_section(object, edit.name, [&](OFE::OF_SECTION &s) { return s.set_name(edit.value); });
   }
-  case SECTION_ALIGNMENT: {
-    uint32_t alignment;
-    if (!parse_number(edit.value, alignment)) {
+  case SECTION_ALIGNMENT:
+  case SECTION_PAGE: {
+    uint32_t number;
+    if (!parse_number(edit.value, number)) {
       msg().error("'%s' is not a number", edit.value.c_str());
       return false;
     }
-    return for_each_section(object, edit.name, [&](OFE::OF_SECTION &s) { return s.set_alignment(alignment); });
+    return for_each_section(object, edit.name, [&](OFE::OF_SECTION &s) {
+      return edit.kind == SECTION_PAGE ? s.set_page(number) : s.set_alignment(number);
+    });
   }
   }
   return false;

@@ -96,6 +96,20 @@ int ELF_SECTION::set_alignment(uint32_t alignment) {
   return 0;
 }
 
+int ELF_SECTION::set_page(uint32_t page) {
+  ELF_FILE *file = get_file();
+  const OF_SPECIAL_SECTION *special = file->get_machine_db()->get_special_section(OF_SPECIAL_SECTION_PAGE);
+  if (!special || !special->name) {
+    file->set_error(OF_ERR_INVALID_REQUEST, "%s files have no section page attribute",
+                    machine_name(file->get_machine()));
+    return -1;
+  }
+  if (!begin_change())
+    return -1;
+  attributes_[ELF_SCN_ATTR_PAGE] = page;
+  return 0;
+}
+
 void ELF_SECTION::set_attribute(uint32_t kind, uint32_t value) {
   if (kind < ELF_SCN_ATTR_KIND_COUNT && begin_change())
     attributes_[kind] = value;

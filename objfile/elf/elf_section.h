@@ -62,6 +62,10 @@ public:
   uint32_t get_info() const override { return header_.sh_info; }
   int set_info(uint32_t info) override;
   int set_entsize(uint32_t entsize);
+  uint32_t get_page() const override { return get_attribute(ELF_SCN_ATTR_PAGE); }
+  // Refused, naming the target, when its files have no page attribute
+  // section.
+  int set_page(uint32_t page) override;
   uint32_t get_attribute(uint32_t kind) const { return kind < ELF_SCN_ATTR_KIND_COUNT ? attributes_[kind] : 0; }
   void set_attribute(uint32_t kind, uint32_t value);
 
