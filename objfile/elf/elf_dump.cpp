@@ -92,6 +92,12 @@ void ELF_FILE::dump_format(FILE *stream) {
       ELF_SYMBOL_HASH(this, section).dump(stream);
     }
   }
+  if (is_dump_selected(OF_DUMP_SYMBOLS))
+    if (ELF_SYMALIAS_TABLE *aliases = get_alias_table())
+      aliases->dump(stream);
+  if (is_dump_selected(OF_DUMP_BATTRS))
+    if (OF_BUILD_ATTR_TABLE *attributes = get_build_attributes(false))
+      attributes->dump(stream);
 }
 
 void ELF_FILE::dump_format_xml(XML_WRITER &xml) {
@@ -175,6 +181,12 @@ void ELF_FILE::dump_format_xml(XML_WRITER &xml) {
     }
     xml.close();
   }
+  if (is_dump_selected(OF_DUMP_SYMBOLS))
+    if (ELF_SYMALIAS_TABLE *aliases = get_alias_table())
+      aliases->dump_xml(xml);
+  if (is_dump_selected(OF_DUMP_BATTRS))
+    if (OF_BUILD_ATTR_TABLE *attributes = get_build_attributes(false))
+      attributes->dump_xml(xml);
 }
 
 }  // namespace OFE

@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 
+#include "objfile/elf/elf_scnattr.h"
 #include "objfile/elf/elf_section.h"
 #include "objfile/elf/elf_string.h"
 #include "objfile/elf/elf_symbol.h"
@@ -252,12 +253,98 @@ int ELF_FILE::reset() {
   reset_header();
   program_headers_.clear();
   program_headers_ready_ = false;
+  build_attributes_.reset();
+  build_attribute_section_ = nullptr;
   force_state(OF_STATE_OPEN);
   clear_error();
   return 0;
 }
 
 bool ELF_FILE::is_pinned_by_dynamic(const ELF_SECTION &) { return false; }
+
+ELF_SECTION *ELF_FILE::find_special_section(uint32_t kind, bool create) {
+  if (kind >= OF_SPECIAL_KIND_COUNT)
+    return nullptr;
+  if (special_sections_[kind])
+    return special_sections_[kind];
+  const OF_SPECIAL_SECTION *special = get_machine_db()->get_special_section(kind);
+  ELF_SECTION_TABLE *sections = get_section_table();
+  if (!special || !special->name || !sections)
+    return nullptr;
+  for (uint32_t i = 0; i < sections->get_count(); i++) {
+    ELF_SECTION *s = sections->get_section(i);
+    bool match = special->type != 0 ? s->get_type() == special->type : s->get_name() == special->name;
+    if (match) {
+      if (i == 0)
+        break;  // the null section ends the search
+      return special_sections_[kind] = s;
+    }
+  }
+  if (!create)
+    return nullptr;
+  return special_sections_[kind] = sections->create_section(special->name, special->type);
+}
+
+void ELF_FILE::load_section_attributes() {
+  if (section_attributes_loaded_)
+    return;
+  section_attributes_loaded_ = true;
+  ELF_SECTION_TABLE *sections = get_section_table();
+  for (uint32_t kind : {ELF_SCN_ATTR_FLAGS, ELF_SCN_ATTR_PAGE}) {
+    ELF_SECTION *s = find_special_section(kind, false);
+    std::vector<uint32_t> values;
+    if (!s || !ELF_SCN_ATTR_TABLE::read(this, *s->get_data(), values))
+      continue;
+    for (uint32_t i = 0; i < values.size() && i < sections->get_count(); i++)
+      sections->get_section(i)->load_attribute(kind, values[i]);
+  }
+}
+
+OF_BUILD_ATTR_TABLE *ELF_FILE::get_build_attributes(bool create) {
+  if (build_attributes_)
+    return build_attributes_.get();
+  ELF_SECTION_TABLE *sections = get_section_table();
+  if (!get_machine_db()->supports_build_attributes() || !sections)
+    return nullptr;
+  ELF_SECTION *s = sections->find_section_by_type(SHT_ATTRIBUTES);
+  if (!s)
+    s = sections->find_elf_section("__QV_build_attributes");
+  if (!s && !create)
+    return nullptr;
+  if (!s)
+    s = sections->create_section("__QV_build_attributes", SHT_ATTRIBUTES);
+  auto table = std::make_unique<OF_BUILD_ATTR_TABLE>();
+  DATA_MAP *data = s->get_data();
+  const uint8_t *bytes = data->size() ? data->slice(0, data->size()) : nullptr;
+  if (data->size() && (!bytes || !table->read(bytes, data->size(), data->byte_order()))) {
+    report_malformed(s->header().sh_offset + table->get_error_offset(), "build attributes of section \"%s\": %s",
+                     s->get_name().c_str(), table->get_error_reason().c_str());
+    return nullptr;
+  }
+  build_attribute_section_ = s;
+  build_attributes_ = std::move(table);
+  return build_attributes_.get();
+}
+
+std::string ELF_FILE::get_producer() {
+  OF_BUILD_ATTR_TABLE *table = get_build_attributes(false);
+  return table ? producer_vendor(*table) : "";
+}
+
+const char *ELF_FILE::get_vendor() const { return get_machine_db()->get_build_attribute_vendor(); }
+
+ELF_SYMALIAS_TABLE *ELF_FILE::get_alias_table() {
+  if (aliases_loaded_)
+    return aliases_.get();
+  aliases_loaded_ = true;
+  ELF_SECTION *s = find_special_section(OF_SPECIAL_SYMBOL_ALIAS, false);
+  if (!s)
+    return nullptr;
+  aliases_ = std::make_unique<ELF_SYMALIAS_TABLE>();
+  // A refused or damaged table is reported and read as empty.
+  (void)aliases_->load(this, *s->get_data(), get_producer());
+  return aliases_.get();
+}
 
 bool ELF_FILE::is_special_section(const ELF_SECTION &section) {
   OF_MACHINE_DB *db = get_machine_db();

@@ -18,11 +18,14 @@
 #pragma once
 
 #include <cstdint>
+#include <array>
 #include <map>
 #include <memory>
 #include <string>
 
 #include "objfile/elf/elf32_rw.h"
+#include "objfile/elf/elf_symalias.h"
+#include "objfile/of_build_attr.h"
 #include "objfile/elf/elf_section.h"
 #include "objfile/elf/elf_string.h"
 #include "objfile/elf/elf_symbol.h"
@@ -85,6 +88,24 @@ public:
   // Only executables and shared objects have one; others get error 5.
   ELF_DYNAMIC_TABLE *get_dynamic_table();
 
+  // The build-attribute table: the SHT_ATTRIBUTES section, else the one
+  // named "__QV_build_attributes" (made with `create`); null when the
+  // target has no build attributes or the file none (error 3 when it
+  // cannot be read).
+  OF_BUILD_ATTR_TABLE *get_build_attributes(bool create) override;
+  // The first build-attribute vendor that is not a public ABI vendor.
+  std::string get_producer() override;
+  // The target's build-attribute vendor.
+  const char *get_vendor() const override;
+  // The cached section of a special kind (OF_SPECIAL_KIND); found by the
+  // machine database's type or name, and made with `create`.
+  ELF_SECTION *find_special_section(uint32_t kind, bool create);
+  // Reads the extended attribute sections into the sections, once.
+  void load_section_attributes();
+  // The symbol alias table, loaded on first request; null without an alias
+  // section.
+  ELF_SYMALIAS_TABLE *get_alias_table();
+
   // Whether the dynamic table pins this section at the front of the
   // section order (see prepare of the section table).
   bool is_pinned_by_dynamic(const ELF_SECTION &section);
@@ -132,6 +153,12 @@ private:
   bool program_headers_ready_ = false;
   OF_EMPTY_SYMBOL_TABLE no_symbols_{this};
   bool building_ = false;
+  std::unique_ptr<OF_BUILD_ATTR_TABLE> build_attributes_;
+  ELF_SECTION *build_attribute_section_ = nullptr;
+  std::array<ELF_SECTION *, OF_SPECIAL_KIND_COUNT> special_sections_{};
+  bool section_attributes_loaded_ = false;
+  std::unique_ptr<ELF_SYMALIAS_TABLE> aliases_;
+  bool aliases_loaded_ = false;
 };
 
 // The ELF view of `object`; null, with error 3, when it is not ELF.

@@ -104,13 +104,20 @@ int ELF_SECTION::set_page(uint32_t page) {
                     machine_name(file->get_machine()));
     return -1;
   }
+  get_file()->load_section_attributes();
   if (!begin_change())
     return -1;
   attributes_[ELF_SCN_ATTR_PAGE] = page;
   return 0;
 }
 
+uint32_t ELF_SECTION::get_attribute(uint32_t kind) const {
+  get_file()->load_section_attributes();
+  return kind < ELF_SCN_ATTR_KIND_COUNT ? attributes_[kind] : 0;
+}
+
 void ELF_SECTION::set_attribute(uint32_t kind, uint32_t value) {
+  get_file()->load_section_attributes();  // a later load must not overwrite the value
   if (kind < ELF_SCN_ATTR_KIND_COUNT && begin_change())
     attributes_[kind] = value;
 }
@@ -219,12 +226,12 @@ void ELF_SECTION::dump(FILE *stream) {
     row("Symbol Table:", linked ? "\"" + linked->get_name() + "\"" : "");
     row("Group Symbol ID:", num("%u", header_.sh_info));
   }
-  row("Page:", num("%u", attributes_[ELF_SCN_ATTR_PAGE]));
+  row("Page:", num("%u", get_attribute(ELF_SCN_ATTR_PAGE)));
   row("ELF sh_flags:", num("0x%08x", header_.sh_flags));
   for (const std::string &flag : elf_section_flag_names(header_.sh_flags))
     row("ELF sh_flag:", flag);
-  row("QV ext_flags:", num("0x%x", attributes_[ELF_SCN_ATTR_FLAGS]));
-  for (const std::string &flag : elf_ext_flag_names(file->get_machine_db(), attributes_[ELF_SCN_ATTR_FLAGS]))
+  row("QV ext_flags:", num("0x%x", get_attribute(ELF_SCN_ATTR_FLAGS)));
+  for (const std::string &flag : elf_ext_flag_names(file->get_machine_db(), get_attribute(ELF_SCN_ATTR_FLAGS)))
     row("QV ext_flag:", flag);
 }
 

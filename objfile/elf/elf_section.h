@@ -66,8 +66,15 @@ public:
   // Refused, naming the target, when its files have no page attribute
   // section.
   int set_page(uint32_t page) override;
-  uint32_t get_attribute(uint32_t kind) const { return kind < ELF_SCN_ATTR_KIND_COUNT ? attributes_[kind] : 0; }
+  // Extended attributes, read from the file's attribute sections on first
+  // request.
+  uint32_t get_attribute(uint32_t kind) const;
   void set_attribute(uint32_t kind, uint32_t value);
+  // As read from the file, without undoing any build state.
+  void load_attribute(uint32_t kind, uint32_t value) {
+    if (kind < ELF_SCN_ATTR_KIND_COUNT)
+      attributes_[kind] = value;
+  }
 
   // The relocation section of this section (".rel" or ".rela" + name),
   // created when there is none; null when the file has no symbol table.

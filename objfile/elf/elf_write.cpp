@@ -19,6 +19,7 @@
 #include "objfile/elf/elf_file.h"
 #include "objfile/elf/elf_group.h"
 #include "objfile/elf/elf_reloc.h"
+#include "objfile/elf/elf_scnattr.h"
 #include "objfile/elf/elf_section.h"
 #include "objfile/elf/elf_string.h"
 #include "objfile/elf/elf_symbol.h"
@@ -82,6 +83,19 @@ bool ELF_FILE::load_for_writing() {
     if (ELF_GROUP_TABLE *group = s->group())
       group->get_count();
   }
+  // The tables that refer to sections and symbols by index are read before
+  // anything moves; attribute sections that will be needed are made now,
+  // so that they are named and numbered with the rest.
+  load_section_attributes();
+  for (uint32_t kind : {ELF_SCN_ATTR_FLAGS, ELF_SCN_ATTR_PAGE}) {
+    bool used = false;
+    for (uint32_t i = 0; i < sections->get_count() && !used; i++)
+      used = sections->get_section(i)->get_attribute(kind) != 0;
+    if (used)
+      find_special_section(kind, true);
+  }
+  (void)get_build_attributes(false);
+  (void)get_alias_table();
   return get_error_code() == OF_ERR_NONE || get_error_code() == OF_ERR_WARNING ||
          get_error_code() == OF_ERR_LIMITATION;
 }
@@ -111,6 +125,8 @@ bool ELF_FILE::prepare_sections() {
   }
   follow(names);
   set_shstrndx(names);
+  if (build_attributes_)
+    build_attributes_->apply_section_map(map.entries());
   return true;
 }
 
@@ -135,6 +151,13 @@ bool ELF_FILE::prepare_symbols() {
       if (d->get_type() == SHT_HASH && !map.is_identity())
         d->set_rebuild_hash();
     }
+    // The file's own symbol table is the one aliases and attributes name.
+    if (s == get_elf_symbol_table()->get_section()) {
+      if (aliases_)
+        aliases_->apply_symbol_map(map.entries());
+      if (build_attributes_)
+        build_attributes_->apply_symbol_map(map.entries());
+    }
   }
   return true;
 }
@@ -148,6 +171,42 @@ bool ELF_FILE::prepare_dependents() {
     if (ELF_GROUP_TABLE *group = s->group())
       if (!group->write())
         return false;
+  }
+  // Extended attribute sections: one value per section, in the new order.
+  OF_MACHINE_DB *db = get_machine_db();
+  for (uint32_t kind : {ELF_SCN_ATTR_FLAGS, ELF_SCN_ATTR_PAGE}) {
+    ELF_SECTION *s = find_special_section(kind, false);
+    if (!s)
+      continue;
+    std::vector<uint32_t> values(sections->get_count());
+    for (uint32_t i = 0; i < values.size(); i++)
+      values[i] = sections->get_section(i)->get_attribute(kind);
+    DATA_MAP &data = *s->get_data();
+    data.clear();
+    data.set_byte_order(byte_order());
+    ELF_SCN_ATTR_TABLE::write(data, values);
+    s->header().sh_type = db->get_special_section(kind)->type;
+    if (s->header().sh_addralign == 0)
+      s->header().sh_addralign = 1;
+  }
+  if (aliases_) {
+    ELF_SECTION *s = find_special_section(OF_SPECIAL_SYMBOL_ALIAS, false);
+    DATA_MAP &data = *s->get_data();
+    data.clear();
+    data.set_byte_order(byte_order());
+    aliases_->write(data);
+    if (uint32_t type = db->get_special_section(OF_SPECIAL_SYMBOL_ALIAS)->type)
+      s->header().sh_type = type;
+    s->header().sh_entsize = 8;
+  }
+  // Build attributes keep the bytes they were read from unless something
+  // in them changed or the byte order did.
+  if (build_attributes_ && (build_attributes_->is_modified() || byte_order() != file_byte_order() ||
+                            !was_read_from_stream())) {
+    DATA_MAP &data = *build_attribute_section_->get_data();
+    data.clear();
+    data.set_byte_order(byte_order());
+    build_attributes_->write(data);
   }
   return true;
 }

@@ -33,6 +33,7 @@ struct ELF_TEST_SECTION {
   uint32_t type = 0;
   std::string data;
   uint32_t link = 0, info = 0, entsize = 0;
+  uint32_t flags = 0, align = 1;
 };
 
 class ELF_BUILDER {
@@ -122,16 +123,16 @@ public:
         .u32(extended_shstrndx ? shstrndx : 0).u32(0).u32(0).u32(0);
     for (size_t i = 0; i < all.size(); i++) {
       const ELF_TEST_SECTION &s = all[i];
-      body.u32(names[i]).u32(s.type).u32(0).u32(0).u32(offsets[i]).u32(static_cast<uint32_t>(s.data.size()))
-          .u32(s.link).u32(s.info).u32(1).u32(s.entsize);
+      body.u32(names[i]).u32(s.type).u32(s.flags).u32(0).u32(offsets[i]).u32(static_cast<uint32_t>(s.data.size()))
+          .u32(s.link).u32(s.info).u32(s.align).u32(s.entsize);
     }
     section_offsets = offsets;
     std::string image = body.bytes();
     BYTES h(order_);
     h.u8(0x7F).raw("ELF").u8(ei_class).u8(ei_data ? ei_data : (order_ == LITTLE ? 1 : 2)).u8(1).zeros(9);
     h.u16(type).u16(machine).u32(1).u32(entry).u32(phoff).u32(shoff).u32(0);
-    h.u16(52).u16(32).u16(phnum).u16(40).u16(extended_numbering ? 0 : count)
-        .u16(extended_shstrndx ? 0xFFFF : shstrndx);
+    h.u16(52).u16(32).u16(phnum).u16(40).u16(extended_numbering ? 0 : static_cast<uint16_t>(count))
+        .u16(extended_shstrndx ? 0xFFFF : static_cast<uint16_t>(shstrndx));
     image.replace(0, 52, h.bytes());
     return image;
   }

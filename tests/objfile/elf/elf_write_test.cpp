@@ -1,0 +1,342 @@
+// The ELF write pipeline, driven through OBJECT_FILE::write on images the
+// builder makes, in both byte orders: renumbering and every reference that
+// must follow it, the symbol table rules, extended numbering, the extended
+// attribute and alias sections, hash rebuilding and byte-order changes.
+#include <gtest/gtest.h>
+
+#include "common/msg_capture.h"
+#include "objfile/elf/elf_builder.h"
+#include "objfile/elf/elf_file.h"
+#include "objfile/elf/elf_group.h"
+#include "objfile/elf/elf_reloc.h"
+#include "objfile/elf/elf_section.h"
+#include "objfile/elf/elf_string.h"
+#include "objfile/elf/elf_symbol.h"
+#include "objfile/elf/elf_types.h"
+
+using namespace OFE;
+using namespace testing_support;
+
+namespace {
+
+constexpr uint8_t GLOBAL_FUNC = 0x12, LOCAL_NOTYPE = 0x00, LOCAL_SECTION = 0x03;
+
+// Writes the object and returns the bytes.
+std::string written(OBJECT_FILE *object, int *result = nullptr) {
+  FILE *stream = tmpfile();
+  int r = object->write(stream);
+  if (result)
+    *result = r;
+  std::string bytes;
+  rewind(stream);
+  char buffer[65536];
+  for (size_t n; (n = fread(buffer, 1, sizeof buffer, stream)) > 0;)
+    bytes.append(buffer, n);
+  fclose(stream);
+  return bytes;
+}
+
+ELF_SECTION *section_named(OPENED &o, const std::string &name) {
+  return o.elf()->get_section_table()->find_elf_section(name);
+}
+
+std::string symbol_name(OPENED &o, uint32_t index) {
+  OF_SYMBOL *s = o.object()->get_symbol_table()->get_symbol(index);
+  return s ? s->get_name() : "(none)";
+}
+
+class ElfWrite : public ::testing::TestWithParam<TEST_ORDER> {
+protected:
+  ELF_BUILDER builder{GetParam()};
+
+  std::string rel(std::vector<std::pair<uint32_t, uint32_t>> entries) {  // (symbol, type) at offsets 0, 4, ...
+    BYTES b(GetParam());
+    uint32_t offset = 0;
+    for (auto [symbol, type] : entries)
+      b.u32(offset += 4).u32(symbol << 8 | type);
+    return b.bytes();
+  }
+};
+
+}  // namespace
+
+TEST_P(ElfWrite, SectionsAreRenumberedClassByClassAndEveryReferenceFollows) {
+  // Out of class order on purpose: tables first, the group last.
+  std::string strtab(1, '\0');
+  std::string symbols = builder.symbols({{}, {"sig", 0, 0, LOCAL_NOTYPE, 0, 4}, {"f", 8, 4, GLOBAL_FUNC, 0, 4}}, strtab);
+  uint32_t str = builder.add({".strtab", SHT_STRTAB, strtab});                                        // 1
+  uint32_t sym = builder.add({".symtab", SHT_SYMTAB, symbols, str, 2, 16, 0, 4});                      // 2
+  builder.add({".rel.text", SHT_REL, rel({{2, 2}, {1, 3}}), sym, 4, 8, SHF_INFO_LINK, 4});             // 3
+  builder.add({".text", SHT_PROGBITS, std::string(16, '\x01'), 0, 0, 0, SHF_ALLOC | SHF_EXECINSTR, 4});  // 4
+  builder.add({".bss", SHT_NOBITS, "", 0, 0, 0, SHF_ALLOC | SHF_WRITE, 8});                              // 5
+  builder.add({".group", SHT_GROUP, BYTES(GetParam()).u32(1).u32(4).bytes(), sym, 1, 4, 0, 4});        // 6
+  OPENED in(builder.build());
+  ASSERT_NE(in.elf(), nullptr);
+  int result;
+  std::string out = written(in.object(), &result);
+  ASSERT_EQ(result, 0) << in.object()->get_error_text();
+
+  OPENED o(out);
+  ELF_SECTION_TABLE *t = o.elf()->get_section_table();
+  std::vector<std::string> order;
+  for (uint32_t i = 0; i < t->get_count(); i++)
+    order.push_back(t->get_section(i)->get_name());
+  EXPECT_EQ(order, (std::vector<std::string>{"", ".group", ".text", ".bss", ".strtab", ".symtab", ".rel.text",
+                                             ".shstrtab"}));
+  uint32_t text = 2;
+  ELF_SECTION *symtab = section_named(o, ".symtab"), *rels = section_named(o, ".rel.text");
+  EXPECT_EQ(symtab->header().sh_link, section_named(o, ".strtab")->get_index());
+  EXPECT_EQ(rels->header().sh_link, symtab->get_index());
+  EXPECT_EQ(rels->header().sh_info, text);
+  EXPECT_EQ(o.elf()->get_shstrndx(), 7u);
+  ELF_GROUP_TABLE *group = section_named(o, ".group")->group();
+  ASSERT_EQ(group->get_count(), 1u);
+  EXPECT_EQ(group->get_member_index(0), text);
+  EXPECT_EQ(group->get_signature()->get_name(), "sig");
+  EXPECT_TRUE(group->is_comdat());
+  EXPECT_EQ(o.object()->get_symbol_table()->get_symbol(2)->get_section_index(), text);
+  ELF_RELOC_TABLE *relocs = rels->relocations();
+  ASSERT_EQ(relocs->get_count(), 2u);
+  EXPECT_EQ(relocs->get_elf_reloc(0)->get_symbol()->get_name(), "f");
+  EXPECT_EQ(relocs->get_elf_reloc(1)->get_symbol()->get_name(), "sig");
+  EXPECT_EQ(section_named(o, ".text")->get_data()->slice(0, 16)[15], 1);
+
+  // Offsets: contents after the header at their alignment, headers last.
+  for (uint32_t i = 1; i < t->get_count(); i++) {
+    const ELF32_SECTION_HEADER_RECORD &h = t->get_section(i)->header();
+    EXPECT_GE(h.sh_offset, 52u);
+    EXPECT_EQ(h.sh_offset % std::max(1u, h.sh_addralign), 0u) << t->get_section(i)->get_name();
+  }
+  EXPECT_EQ(o.elf()->header().e_shoff % 4, 0u);
+  EXPECT_EQ(written(o.object()), out) << "the writer is a fixed point";
+}
+
+TEST_P(ElfWrite, LocalsGoFirstAndRelocationsFollowTheirSymbols) {
+  std::string strtab(1, '\0');
+  std::string symbols = builder.symbols(
+      {{}, {"g", 0, 0, GLOBAL_FUNC, 0, 1}, {"l", 4, 0, LOCAL_NOTYPE, 0, 1}, {"", 0, 0, LOCAL_SECTION, 0, 1}}, strtab);
+  builder.add({".text", SHT_PROGBITS, std::string(16, '\0'), 0, 0, 0, SHF_ALLOC | SHF_EXECINSTR});
+  uint32_t str = builder.add({".strtab", SHT_STRTAB, strtab});
+  uint32_t sym = builder.add({".symtab", SHT_SYMTAB, symbols, str, 1, 16});
+  builder.add({".rel.text", SHT_REL, rel({{1, 10}, {2, 11}, {3, 2}}), sym, 1, 8, SHF_INFO_LINK});
+  OPENED in(builder.build());
+  auto *g = static_cast<ELF_SYMBOL *>(in.object()->get_symbol_table()->get_symbol(1));
+  ASSERT_EQ(g->set_binding(OF_BIND_WEAK), 0);
+  OPENED o(written(in.object()));
+  EXPECT_EQ(symbol_name(o, 1), "l");
+  EXPECT_EQ(symbol_name(o, 3), "g");
+  EXPECT_EQ(o.object()->get_symbol_table()->get_symbol(3)->get_binding(), OF_BIND_WEAK);
+  EXPECT_EQ(section_named(o, ".symtab")->header().sh_info, 3u) << "first non-local";
+  ELF_RELOC_TABLE *relocs = section_named(o, ".rel.text")->relocations();
+  ASSERT_EQ(relocs->get_count(), 3u);
+  EXPECT_EQ(relocs->get_elf_reloc(0)->get_symbol_index(), 3u);
+  EXPECT_EQ(relocs->get_elf_reloc(0)->get_type(), 10u) << "the type byte is kept";
+  EXPECT_EQ(relocs->get_elf_reloc(1)->get_symbol()->get_name(), "l");
+  EXPECT_EQ(relocs->get_elf_reloc(2)->get_symbol_index(), 2u);
+}
+
+TEST_P(ElfWrite, ANamedSymbolZeroGetsANullSymbolBeforeItAndStrayNullRecordsGo) {
+  builder.add_symtab({{"first", 1, 0, GLOBAL_FUNC, 0, 1}, {}, {}, {"last", 2, 0, GLOBAL_FUNC, 0, 1}}, false);
+  OPENED in(builder.build());
+  MSG_CAPTURE capture;
+  std::string out = written(in.object());
+  EXPECT_EQ(in.object()->get_error_code(), OF_ERR_INTERNAL);
+  EXPECT_EQ(in.object()->get_error_text(), "symbol 0 is not a NULL symbol");
+  OPENED o(out);
+  OF_SYMBOL_TABLE *t = o.object()->get_symbol_table();
+  ASSERT_EQ(t->get_count(), 3u);
+  EXPECT_TRUE(static_cast<ELF_SYMBOL *>(t->get_symbol(0))->is_null());
+  EXPECT_EQ(symbol_name(o, 1), "first");
+  EXPECT_EQ(symbol_name(o, 2), "last");
+}
+
+TEST_P(ElfWrite, ExtendedNumberingStartsAt65280Sections) {
+  for (uint32_t total : {ELF_MAX_DIRECT_SECTIONS, ELF_MAX_DIRECT_SECTIONS + 1, ELF_MAX_DIRECT_SECTIONS + 3}) {
+    ELF_BUILDER b(GetParam());
+    b.add_symtab({{"far", 0, 0, GLOBAL_FUNC, 0, 1}});
+    b.extended_numbering = total > ELF_MAX_DIRECT_SECTIONS;
+    b.extended_shstrndx = b.extended_numbering;
+    // Notes keep their places when the table is renumbered.
+    while (b.section_count() < total)
+      b.add({"s", SHT_NOTE, "", 0, 0, 0});
+    OPENED in(b.build());
+    ASSERT_EQ(in.elf()->get_section_table()->get_count(), total);
+    // A symbol in the last note needs SHN_XINDEX from index 0xFF00 on.
+    auto *far = static_cast<ELF_SYMBOL *>(in.object()->get_symbol_table()->get_symbol(1));
+    ASSERT_EQ(far->set_section_id(total - 2), 0);
+    int result;
+    std::string out = written(in.object(), &result);
+    ASSERT_EQ(result, 0) << in.object()->get_error_text();
+    OPENED o(out);
+    const ELF32_HEADER_RECORD &h = o.elf()->header();
+    ELF_SECTION_TABLE *t = o.elf()->get_section_table();
+    bool extended = total > ELF_MAX_DIRECT_SECTIONS;
+    // The extended-index section is added beyond 65279 sections.
+    uint32_t expected = total + (extended ? 1 : 0);
+    EXPECT_EQ(t->get_count(), expected);
+    EXPECT_EQ(h.e_shnum, extended ? 0u : expected) << total;
+    EXPECT_EQ(t->get_section(0)->header().sh_size, extended ? expected : 0u) << total;
+    uint32_t names = o.elf()->get_shstrndx();
+    EXPECT_EQ(h.e_shstrndx, names > ELF_MAX_DIRECT_SECTIONS ? SHN_XINDEX : names);
+    EXPECT_EQ(t->get_section(o.elf()->get_shstrndx())->get_name(), ".shstrtab");
+    OF_SYMBOL *s = o.object()->get_symbol_table()->find_symbol("far");
+    ASSERT_NE(s, nullptr);
+    EXPECT_EQ(static_cast<ELF_SYMBOL *>(s)->record().st_shndx, total - 2 >= SHN_LORESERVE ? SHN_XINDEX : total - 2);
+    EXPECT_EQ(t->get_section(s->get_section_index())->get_name(), "s");
+    EXPECT_EQ(t->find_section_by_type(SHT_SYMTAB_SHNDX) != nullptr, extended);
+  }
+}
+
+TEST_P(ElfWrite, PagesAndExtendedFlagsAreWrittenWithTheFewestBytes) {
+  builder.machine = 141;  // Vela: the target has the attribute sections
+  builder.add_symtab({{"f", 0, 0, GLOBAL_FUNC, 0, 1}});
+  OPENED in(builder.build());
+  ELF_SECTION_TABLE *t = in.elf()->get_section_table();
+  ASSERT_EQ(t->get_section(1)->set_page(0x1FF), 0);
+  t->get_section(2)->set_attribute(ELF_SCN_ATTR_FLAGS, QV_SHF_RETAIN);
+  OPENED o(written(in.object()));
+  ELF_SECTION *page = o.elf()->find_special_section(OF_SPECIAL_SECTION_PAGE, false);
+  ASSERT_NE(page, nullptr);
+  EXPECT_EQ(page->get_name(), ".QV.section.page");
+  EXPECT_EQ(page->get_type(), 0x7F000007u);
+  DATA_MAP &d = *page->get_data();
+  ASSERT_EQ(d.size(), 26u + 2 * 2) << "two entries of two bytes";
+  d.set_position(0);
+  EXPECT_EQ(d.read_u32(), 0x00000001u * (GetParam() == LITTLE ? 1 : 0x01000000u));
+  d.set_position(20);
+  EXPECT_EQ(d.read_u32(), 2u);
+  EXPECT_EQ(d.read_u16(), 2u);
+  ELF_SECTION_TABLE *ot = o.elf()->get_section_table();
+  EXPECT_EQ(ot->find_elf_section(".text")->get_page(), 0x1FFu);
+  EXPECT_EQ(ot->find_elf_section(".strtab")->get_attribute(ELF_SCN_ATTR_FLAGS), QV_SHF_RETAIN);
+  ELF_SECTION *flags = o.elf()->find_special_section(OF_SPECIAL_SECTION_FLAGS, false);
+  ASSERT_NE(flags, nullptr);
+  EXPECT_EQ(flags->get_size(), 26u + 3 * 1);
+}
+
+TEST_P(ElfWrite, ThePageOfATargetWithoutAPageSectionIsRefused) {
+  builder.add_symtab({{"f", 0, 0, GLOBAL_FUNC, 0, 1}});  // ARM
+  OPENED in(builder.build());
+  EXPECT_EQ(in.elf()->get_section_table()->get_section(1)->set_page(3), -1);
+  EXPECT_EQ(in.object()->get_error_text(), "Advanced RISC Machines ARM files have no section page attribute");
+}
+
+TEST_P(ElfWrite, AliasPairsFollowTheSymbolsAndKeepTheirFormat) {
+  builder.machine = 141;
+  // Build attributes naming the tool chain's own producer, so that the
+  // aliases are believed.
+  std::string attributes = BYTES(GetParam()).u8('A').u32(12).raw(std::string("QV\0", 3)).u8(1).u32(5).bytes();
+  std::string strtab(1, '\0');
+  std::string symbols =
+      builder.symbols({{}, {"alias", 0, 0, GLOBAL_FUNC, 0, 1}, {"target", 0, 0, LOCAL_NOTYPE, 0, 1}}, strtab);
+  builder.add({".text", SHT_PROGBITS, std::string(4, '\0')});
+  uint32_t str = builder.add({".strtab", SHT_STRTAB, strtab});
+  builder.add({".symtab", SHT_SYMTAB, symbols, str, 1, 16});
+  builder.add({".attrs", SHT_ATTRIBUTES, attributes});
+  builder.add({".QV.symbol.alias", 0x7F000006,
+               BYTES(GetParam()).u8(1).u8(0).u8(0).u8(0).u16(1).raw(std::string("QV\0", 3)).u32(1).u32(2).bytes()});
+  OPENED in(builder.build());
+  EXPECT_EQ(in.object()->get_producer(), "QV");
+  OPENED o(written(in.object()));
+  ELF_SYMALIAS_TABLE *aliases = o.elf()->get_alias_table();
+  ASSERT_NE(aliases, nullptr);
+  ASSERT_EQ(aliases->get_pairs().size(), 1u);
+  EXPECT_EQ(symbol_name(o, aliases->get_pairs()[0].alias), "alias");
+  EXPECT_EQ(symbol_name(o, aliases->get_pairs()[0].target), "target");
+  ELF_SECTION *s = section_named(o, ".QV.symbol.alias");
+  EXPECT_EQ(s->header().sh_entsize, 8u);
+  EXPECT_EQ(std::string(reinterpret_cast<const char *>(s->get_data()->slice(0, 4)), 4), std::string("\1\0\0\0", 4));
+}
+
+TEST_P(ElfWrite, AHashSectionIsRebuiltWhenItsSymbolsMove) {
+  std::string strtab(1, '\0');
+  std::string symbols = builder.symbols(
+      {{}, {"g", 0, 0, GLOBAL_FUNC, 0, 1}, {"l1", 0, 0, LOCAL_NOTYPE, 0, 1}, {"l2", 0, 0, LOCAL_NOTYPE, 0, 1}},
+      strtab);
+  builder.add({".text", SHT_PROGBITS, std::string(4, '\0')});
+  uint32_t str = builder.add({".strtab", SHT_STRTAB, strtab});
+  uint32_t sym = builder.add({".symtab", SHT_SYMTAB, symbols, str, 1, 16});
+  builder.add({".hash", SHT_HASH, std::string(4 * (2 + 4 + 4), '\0'), sym, 0, 4});
+  OPENED in(builder.build());
+  OPENED o(written(in.object()));
+  DATA_MAP &d = *section_named(o, ".hash")->get_data();
+  d.set_position(0);
+  uint32_t nbucket = d.read_u32(), nchain = d.read_u32();
+  EXPECT_EQ(nbucket, 5u);
+  EXPECT_EQ(nchain, 4u);
+  // Every symbol is found through its bucket under its new index.
+  for (uint32_t i = 1; i < 4; i++) {
+    std::string name = symbol_name(o, i);
+    d.set_position(4ull * (2 + elf_symbol_hash(name.c_str()) % nbucket));
+    uint32_t at = d.read_u32();
+    while (at != 0 && at != i) {
+      d.set_position(4ull * (2 + nbucket + at));
+      at = d.read_u32();
+    }
+    EXPECT_EQ(at, i) << name;
+  }
+}
+
+TEST_P(ElfWrite, ChangingTheByteOrderKeepsDecodingTheFileInItsOwn) {
+  builder.add_symtab({{"f", 0x1234, 4, GLOBAL_FUNC, 0, 1}, {"g", 0x10, 0, GLOBAL_FUNC, 0, 1}});
+  OPENED in(builder.build());
+  uint32_t other = GetParam() == LITTLE ? OF_ENDIAN_BIG : OF_ENDIAN_LITTLE;
+  ASSERT_EQ(in.object()->set_endian(other), 0);  // before any table is read
+  ASSERT_EQ(in.object()->get_symbol_table()->get_count(), 3u);
+  OPENED o(written(in.object()));
+  EXPECT_EQ(o.object()->get_endian(), other);
+  EXPECT_EQ(o.object()->get_symbol_table()->get_symbol(1)->get_value(), 0x1234u);
+  EXPECT_EQ(symbol_name(o, 2), "g");
+}
+
+TEST_P(ElfWrite, AGroupWithoutASignatureIsNotWritten) {
+  builder.add_symtab({{"f", 0, 0, GLOBAL_FUNC, 0, 1}});
+  builder.add({".group", SHT_GROUP, BYTES(GetParam()).u32(1).u32(1).bytes(), 3, 0, 4});
+  OPENED in(builder.build());
+  int result;
+  (void)written(in.object(), &result);
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(in.object()->get_error_text(), "a symbol has not been specified for the group section .group");
+  EXPECT_EQ(in.object()->get_error_code(), OF_ERR_MALFORMED);
+}
+
+TEST_P(ElfWrite, SetterRulesOfSectionsAndRelocations) {
+  builder.add_symtab({{"f", 0, 0, GLOBAL_FUNC, 0, 1}});
+  builder.add({".rela.text", SHT_RELA, BYTES(GetParam()).u32(4).u32(1 << 8 | 2).u32(-8).bytes(), 3, 1, 12});
+  builder.add({".rel.text", SHT_REL, rel({{1, 0x0A}}), 3, 1, 8});
+  OPENED in(builder.build());
+  ELF_SECTION_TABLE *t = in.elf()->get_section_table();
+  ELF_SECTION *text = t->find_elf_section(".text");
+  EXPECT_EQ(text->set_alignment(1), 0);
+  for (uint32_t bad : {0u, 12u}) {
+    EXPECT_EQ(text->set_alignment(bad), -1);
+    EXPECT_EQ(in.object()->get_error_text(), "only powers of 2 are valid alignment values");
+    in.object()->clear_error();
+  }
+  EXPECT_EQ(text->get_alignment(), 1u);
+  ELF_RELOC *rela = t->find_elf_section(".rela.text")->relocations()->get_elf_reloc(0);
+  int32_t addend = 0;
+  EXPECT_TRUE(rela->get_addend(&addend));
+  EXPECT_EQ(addend, -8);
+  ELF_RELOC *plain = t->find_elf_section(".rel.text")->relocations()->get_elf_reloc(0);
+  EXPECT_FALSE(plain->get_addend(&addend));
+  ASSERT_EQ(plain->set_symbol_index(0x123), 0);
+  EXPECT_EQ(plain->record().r_info, 0x1230Au);
+  EXPECT_EQ(plain->make_internal(), -1);
+  EXPECT_EQ(in.object()->get_error_text(), "ELF relocation entries cannot be made internal");
+  EXPECT_EQ(text->get_relocation_section(false)->get_name(), ".rel.text");
+  ELF_SECTION *made = t->find_elf_section(".strtab")->get_relocation_section(true);
+  EXPECT_EQ(made->get_name(), ".rela.strtab");
+  EXPECT_EQ(made->header().sh_info, t->find_elf_section(".strtab")->get_index());
+  EXPECT_EQ(made->header().sh_link, t->find_elf_section(".symtab")->get_index());
+}
+
+TEST_P(ElfWrite, ACOFFStyleMissingStepFailsLoudly) {
+  // Writing without an output stream is refused, never reported as saved.
+  builder.add_symtab({});
+  OPENED in(builder.build());
+  EXPECT_EQ(in.object()->write(nullptr), -1);
+  EXPECT_EQ(in.object()->get_state(), OF_STATE_OPEN);
+}
+
+INSTANTIATE_TEST_SUITE_P(BothOrders, ElfWrite, ::testing::Values(LITTLE, BIG), order_name);

@@ -1,0 +1,195 @@
+// ofecopy end to end: edits that GNU readelf, objdump and ld must accept,
+// the command line and its failures (exit status 1, the library's own
+// message, the output neither created nor changed), and a program linked by
+// GNU ld against rewritten members of a real library.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "common/process.h"
+#include "tools/readelf_view.h"
+
+using namespace testing_support;
+
+namespace {
+
+// f calls g and h and takes g's address; g and h are globals that the
+// edits move around.
+const char SOURCE[] = R"(.syntax unified
+.text
+.global f, g, h
+.type f, %function
+f:  bl g
+    bl h
+    ldr r0, =g
+    bx lr
+.type g, %function
+g:  bx lr
+.type h, %function
+h:  bx lr
+.data
+.word f
+.word g
+)";
+
+RUN_RESULT ofecopy(const TEMP_DIR &dir, std::vector<std::string> args) {
+  args.insert(args.begin(), ofecopy_path());
+  return run(args, dir.path());
+}
+
+// The relocation rows of readelf: offset, type and symbol name.
+std::vector<std::string> relocations(const TEMP_DIR &dir, const std::string &file) {
+  std::vector<std::string> rows;
+  for (const std::string &line : readelf_view("arm-none-eabi-readelf", (dir / file).string()).rest)
+    if (line.rfind("rel ", 0) == 0 || line.rfind("Relocation", 0) == 0)
+      rows.push_back(line);
+  return rows;
+}
+
+// The symbol row of `name` ("sym value size type bind vis section name").
+std::string symbol_row(const TEMP_DIR &dir, const std::string &file, const std::string &name) {
+  for (const std::string &line : readelf_view("arm-none-eabi-readelf", (dir / file).string()).rest)
+    if (line.rfind("sym ", 0) == 0 && line.size() > name.size() && line.substr(line.size() - name.size() - 1) == " " + name)
+      return line;
+  return "";
+}
+
+class Ofecopy : public ::testing::Test {
+protected:
+  void SetUp() override {
+    ASSERT_TRUE(have_program("arm-none-eabi-as")) << "binutils-arm-none-eabi is needed (see .ci/run)";
+    dir.write("in.s", SOURCE);
+    RUN_RESULT r = run({"arm-none-eabi-as", "-o", "in.o", "in.s"}, dir.path());
+    ASSERT_EQ(r.status, 0) << r.err;
+  }
+  TEMP_DIR dir;
+};
+
+}  // namespace
+
+TEST_F(Ofecopy, LocalizingASymbolThatRelocationsUseKeepsThemOnIt) {
+  RUN_RESULT r = ofecopy(dir, {"--localize-symbol", "g", "in.o", "out.o"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out + r.err, "");
+  EXPECT_NE(symbol_row(dir, "out.o", "g").find(" LOCAL "), std::string::npos) << symbol_row(dir, "out.o", "g");
+  // g moved before the globals, so every relocation's symbol index changed.
+  EXPECT_EQ(relocations(dir, "out.o"), relocations(dir, "in.o"));
+  RUN_RESULT before = run({"arm-none-eabi-objdump", "-dr", "in.o"}, dir.path());
+  RUN_RESULT after = run({"arm-none-eabi-objdump", "-dr", "out.o"}, dir.path());
+  EXPECT_EQ(after.out.substr(after.out.find("Disassembly")), before.out.substr(before.out.find("Disassembly")));
+  r = run({"arm-none-eabi-ld", "-e", "f", "-o", "linked", "out.o"}, dir.path());
+  EXPECT_EQ(r.status, 0) << r.err;
+}
+
+TEST_F(Ofecopy, RenamingAndWeakeningAreSeenByTheRelocationsAndTheLinker) {
+  RUN_RESULT r = ofecopy(dir, {"--rename-symbol", "g=renamed", "--weaken-symbol=h", "--rename-section",
+                               ".data=.mydata", "--set-section-alignment", ".text=16", "in.o", "out.o"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(symbol_row(dir, "out.o", "renamed").find(" GLOBAL "), std::string::npos);
+  EXPECT_EQ(symbol_row(dir, "out.o", "g"), "");
+  EXPECT_NE(symbol_row(dir, "out.o", "h").find(" WEAK "), std::string::npos);
+  std::vector<std::string> expected;
+  for (std::string row : relocations(dir, "in.o")) {
+    for (auto [from, to] : {std::pair<std::string, std::string>{" g", " renamed"}, {".data'", ".mydata'"}})
+      if (row.size() >= from.size() && row.compare(row.size() - from.size(), from.size(), from) == 0)
+        row = row.substr(0, row.size() - from.size()) + to;
+    size_t at = row.find(".rel.data'");
+    if (at != std::string::npos)
+      row.replace(at, 10, ".rel.mydata'");
+    expected.push_back(row);
+  }
+  EXPECT_EQ(relocations(dir, "out.o"), expected);
+  READELF_VIEW view = readelf_view("arm-none-eabi-readelf", (dir / "out.o").string());
+  bool text16 = false, mydata = false;
+  for (const std::string &s : view.sections) {
+    text16 = text16 || (s.rfind(".text ", 0) == 0 && s.find("align=16") != std::string::npos);
+    mydata = mydata || s.rfind(".mydata ", 0) == 0;
+  }
+  EXPECT_TRUE(text16 && mydata);
+  r = run({"arm-none-eabi-ld", "-e", "f", "-o", "linked", "out.o"}, dir.path());
+  EXPECT_EQ(r.status, 0) << r.err;
+  // No edits: the copy of the copy is the copy.
+  ASSERT_EQ(ofecopy(dir, {"out.o", "again.o"}).status, 0);
+  EXPECT_EQ(dir.read("again.o"), dir.read("out.o"));
+}
+
+TEST_F(Ofecopy, FailuresSayWhyAndLeaveTheOutputAlone) {
+  dir.write("out.o", "previous contents");
+  struct CASE {
+    std::vector<std::string> args;
+    std::string err;
+  };
+  const CASE cases[] = {
+      {{"--localize-symbol", "nosuch", "in.o", "out.o"}, ">>   error: no symbol named 'nosuch' in 'in.o'\n"},
+      {{"--rename-section", "nosuch=x", "in.o", "out.o"}, ">>   error: no section named 'nosuch' in 'in.o'\n"},
+      {{"--set-section-alignment", ".text=12", "in.o", "out.o"},
+       ">>   error: only powers of 2 are valid alignment values\n"},
+      {{"--set-section-page", ".text=1", "in.o", "out.o"},
+       ">>   error: Advanced RISC Machines ARM files have no section page attribute\n"},
+      {{"in.s", "out.o"}, ">>   error: 'in.s' is not an ELF or QV-COFF object file\n"},
+      {{"missing.o", "out.o"}, ">>   error: cannot open 'missing.o': No such file or directory\n"},
+  };
+  for (const CASE &c : cases) {
+    RUN_RESULT r = ofecopy(dir, c.args);
+    EXPECT_EQ(r.status, 1) << c.args[0];
+    EXPECT_EQ(r.err, c.err);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(dir.read("out.o"), "previous contents") << c.args[0];
+  }
+  EXPECT_EQ(dir.list(), (std::vector<std::string>{"in.o", "in.s", "out.o"})) << "no temporary file is left";
+
+  RUN_RESULT r = ofecopy(dir, {"in.o"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err.rfind(">>   error: an input and an output file are needed\nusage: ofecopy", 0), 0u) << r.err;
+  r = ofecopy(dir, {"--bogus", "in.o", "out.o"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err.rfind(">>   error: unknown option '--bogus'\n", 0), 0u) << r.err;
+  r = ofecopy(dir, {"--help"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out.rfind("usage: ofecopy [options] INPUT OUTPUT\n", 0), 0u);
+  EXPECT_NE(r.out.find("--set-section-page NAME=N"), std::string::npos);
+}
+
+TEST_F(Ofecopy, TheInputMayBeTheOutputAndKeepsItsMode) {
+  std::filesystem::permissions(dir / "in.o", std::filesystem::perms(0640));
+  RUN_RESULT r = ofecopy(dir, {"--weaken-symbol", "f", "in.o", "in.o"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(symbol_row(dir, "in.o", "f").find(" WEAK "), std::string::npos);
+  EXPECT_EQ(std::filesystem::status(dir / "in.o").permissions(), std::filesystem::perms(0640));
+  EXPECT_EQ(dir.list(), (std::vector<std::string>{"in.o", "in.s"}));
+}
+
+// A program linked against the rewritten members of a real library is the
+// same executable as one linked against the originals.
+TEST(OfecopyLink, AProgramLinkedAgainstRewrittenMembersIsByteIdentical) {
+  const std::string library = "/usr/lib/picolibc/arm-none-eabi/lib/release/thumb/v7-m/nofp/libc.a";
+  ASSERT_TRUE(std::filesystem::exists(library)) << library << " is not installed (see .ci/run)";
+  TEMP_DIR dir;
+  dir.write("prog.s", ".syntax unified\n.thumb\n.global _start\n.thumb_func\n_start:\n"
+                      "  bl strlen\n  bl memcpy\n  bl strcmp\n  bl memset\n  bl strchr\n  bl qsort\n  b _start\n");
+  ASSERT_EQ(run({"arm-none-eabi-as", "-mthumb", "-march=armv7-m", "prog.s", "-o", "prog.o"}, dir.path()).status, 0);
+  std::filesystem::create_directory(dir / "orig");
+  std::filesystem::create_directory(dir / "copy");
+  ASSERT_EQ(run({"ar", "x", library}, dir / "orig").status, 0);
+  std::vector<std::string> members;
+  std::istringstream listed(run({"ar", "t", library}, dir.path()).out);
+  for (std::string name; std::getline(listed, name);)
+    members.push_back(name);
+  for (const std::string &m : members) {
+    RUN_RESULT r = run({ofecopy_path(), "orig/" + m, "copy/" + m}, dir.path());
+    ASSERT_EQ(r.status, 0) << m << ": " << r.err;
+  }
+  for (const char *which : {"orig", "copy"}) {
+    std::vector<std::string> args = {arvela_path(), "rq", std::string("../") + which + ".lib"};
+    args.insert(args.end(), members.begin(), members.end());
+    ASSERT_EQ(run(args, dir / which).status, 0);
+    RUN_RESULT r = run({"arm-none-eabi-ld", "prog.o", std::string(which) + ".lib", "-o", std::string(which) + ".elf",
+                        "-Map", std::string(which) + ".map"},
+                       dir.path());
+    ASSERT_EQ(r.status, 0) << r.err;
+  }
+  EXPECT_NE(dir.read("orig.map").find("qsort"), std::string::npos) << "members were pulled from the library";
+  EXPECT_EQ(dir.read("orig.elf"), dir.read("copy.elf"));
+}
