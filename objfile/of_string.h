@@ -10,7 +10,7 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <map>
+#include <unordered_map>
 #include <optional>
 #include <string>
 
@@ -54,7 +54,9 @@ protected:
 
   DATA_MAP own_;
   DATA_MAP *data_ = &own_;
-  std::map<std::string, uint32_t> index_;
+  // Whole string to offset; hashed, since a large symbol table adds tens of
+  // thousands of names and the order of the index is never used.
+  std::unordered_map<std::string, uint32_t> index_;
   bool indexed_ = false;
 };
 

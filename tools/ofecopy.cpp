@@ -215,5 +215,8 @@ int main(int argc, char **argv) {
       msg().error("cannot write '%s'", files[1].c_str());
     return 1;
   }
-  return output.commit() ? 0 : 1;
+  int status = output.commit() ? 0 : 1;
+  // The process ends here: tearing down every table of a large object
+  // costs more than copying it, so the object is left to the exit.
+  exit(status);
 }

@@ -117,7 +117,7 @@ FILE *ATOMIC_OUTPUT::open() {
 }
 
 bool ATOMIC_OUTPUT::commit() {
-  bool ok = stream_ && fflush(stream_) == 0 && fsync(fileno(stream_)) == 0;
+  bool ok = stream_ && fflush(stream_) == 0;
   if (stream_ && fclose(stream_) != 0)
     ok = false;
   stream_ = nullptr;

@@ -43,7 +43,7 @@ public:
   ~ATOMIC_OUTPUT();
   // The stream to write to; null with a message when it cannot be made.
   FILE *open();
-  // Flushes, syncs and renames into place; false with a message on failure.
+  // Flushes and renames into place; false with a message on failure.
   bool commit();
   // Removes the temporary file.
   void discard();
