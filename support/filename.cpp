@@ -44,3 +44,10 @@ std::string temp_path_beside(const std::string &path, const char *suffix) {
   std::string dir = slash == std::string::npos ? "" : path.substr(0, slash + 1);
   return dir + guid_text() + suffix;
 }
+
+std::string directory_of(const std::string &path) {
+  size_t slash = path.find_last_of('/');
+  if (slash == std::string::npos)
+    return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}

@@ -16,6 +16,9 @@ const char *file_name_part(const char *path);
 // {XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}.
 std::string guid_text();
 
+// The directory part of `path`: "." when it has none, "/" for the root.
+std::string directory_of(const std::string &path);
+
 // A path in the same directory as `path` whose file name is a new GUID text
 // followed by `suffix`; beside the current directory when `path` has none.
 std::string temp_path_beside(const std::string &path, const char *suffix = "");
