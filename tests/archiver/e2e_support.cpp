@@ -173,6 +173,31 @@ std::string make_big_library(const TEMP_DIR &dir) {
   return dir.read("work/big.lib");
 }
 
+std::optional<std::map<std::string, std::string>> parse_members(const std::string &bytes) {
+  if (bytes.compare(0, 8, MAGIC) != 0)
+    return std::nullopt;
+  std::map<std::string, std::string> members;
+  size_t at = 8;
+  while (at < bytes.size()) {
+    if (bytes.size() - at < 60 || bytes.compare(at + 58, 2, "`\n") != 0)
+      return std::nullopt;
+    std::string name = bytes.substr(at, 16);
+    name.erase(name.find_last_not_of(' ') + 1);
+    size_t size = std::stoul(bytes.substr(at + 48, 10));
+    size_t padded = size + (size & 1);
+    if (bytes.size() - at - 60 < padded)
+      return std::nullopt;
+    if (name != "/" && name != "//") {
+      if (name.empty() || name.back() != '/')
+        return std::nullopt;
+      name.pop_back();
+      members[name] = bytes.substr(at + 60, size);
+    }
+    at += 60 + padded;
+  }
+  return members;
+}
+
 std::vector<std::string> entries(const std::filesystem::path &dir) {
   std::vector<std::string> names;
   for (const auto &e : std::filesystem::directory_iterator(dir))

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <ctime>
 #include <filesystem>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -86,6 +88,10 @@ private:
 // while (64 members m0.bin ... m63.bin of 4 MiB, each file kept beside it).
 // Returns the library's bytes.
 std::string make_big_library(const TEMP_DIR &dir);
+
+// The ordinary members of an archive image, by name, or none when the bytes
+// are not a complete, well-formed archive (short names only).
+std::optional<std::map<std::string, std::string>> parse_members(const std::string &bytes);
 
 // The names of the entries of a directory, sorted.
 std::vector<std::string> entries(const std::filesystem::path &dir);
