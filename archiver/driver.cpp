@@ -105,19 +105,13 @@ void set_archive_name(OPTIONS &options, const char *name) {
 }
 
 // Operands from a command file: options there are not honoured, only reported.
-// `lasting` operands live until the process ends; others were allocated
-// with malloc and are taken over.
-static void add_file(OPTIONS &options, char *operand, bool lasting) {
+// The operand's text lives as long as the process (it is the command file's).
+static void add_file(OPTIONS &options, char *operand) {
   if (operand[0] == '-') {
     out_printf("  -->  warning: option %s ignored in file list\n", operand);
-    if (!lasting)
-      free(operand);
     return;
   }
-  if (lasting)
-    options.files.push_back(operand);
-  else
-    options.add_operand(operand);
+  options.files.push_back(operand);
 }
 
 // The whole file is read into memory and its tokens are cut out of it in
@@ -142,13 +136,8 @@ static void scan_command_file(const char *path, OPTIONS &options) {
   set_archive_name(options, archive);
   scan_key_letters(key_letters, options);
   while (char *token = next_token(text)) {
-    char *spelled = spell_path(token);
-    if (strcmp(spelled, token) == 0) {
-      free(spelled);
-      add_file(options, token, true);
-    } else {
-      add_file(options, spelled, false);
-    }
+    spell_path_in_place(token);
+    add_file(options, token);
   }
 }
 

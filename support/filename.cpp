@@ -11,7 +11,12 @@ char *spell_path(const char *operand) {
   size_t n = strlen(operand) + 1;
   auto *copy = static_cast<char *>(safe_malloc(n));
   memcpy(copy, operand, n);
+  spell_path_in_place(copy);
   return copy;
+}
+
+void spell_path_in_place(char *) {
+  // Case-sensitive file systems store every name as it is given.
 }
 
 const char *file_name_part(const char *path) {

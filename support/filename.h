@@ -9,6 +9,10 @@
 // spelling is the one given and the operand comes back unchanged.
 char *spell_path(const char *operand);
 
+// The same rule applied to the operand itself: the stored spelling differs
+// from the given one in letter case only, so it always fits in place.
+void spell_path_in_place(char *operand);
+
 // The text after the last "\", "/" or ":".
 const char *file_name_part(const char *path);
 
