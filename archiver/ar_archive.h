@@ -153,6 +153,9 @@ struct AR_FILE_FACTS {
 // archive itself, is refused through the error callback (false).
 [[nodiscard]] bool ar_member_file_facts(ARCHIVE *ar, const char *operand, AR_FILE_FACTS *facts);
 
+// Lets go of the file the facts hold open, when no member takes it.
+void ar_release_file_facts(AR_FILE_FACTS *facts);
+
 // Makes the member take its data from the file the facts describe.
 void ar_set_member_file(AR_MEMBER *member, const char *operand, const AR_FILE_FACTS &facts);
 

@@ -82,8 +82,7 @@ void ar_replace(ARCHIVE *ar, OPTIONS &options) {
       if (!facts.exists)
         continue;  // kept as it is; the operand counts as used
       if (options.update && facts.date <= m->date) {
-        if (facts.fd >= 0)
-          close(facts.fd);
+        ar_release_file_facts(&facts);
         continue;
       }
       if (options.verbose)

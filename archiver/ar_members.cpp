@@ -96,11 +96,20 @@ bool ar_member_file_facts(ARCHIVE *ar, const char *operand, AR_FILE_FACTS *facts
   return true;
 }
 
-void ar_set_member_file(AR_MEMBER *m, const char *operand, const AR_FILE_FACTS &facts) {
-  if (m->source_fd >= 0) {
-    close(m->source_fd);
+static void release_held(int fd) {
+  if (fd >= 0) {
+    close(fd);
     g_held_files--;
   }
+}
+
+void ar_release_file_facts(AR_FILE_FACTS *facts) {
+  release_held(facts->fd);
+  facts->fd = -1;
+}
+
+void ar_set_member_file(AR_MEMBER *m, const char *operand, const AR_FILE_FACTS &facts) {
+  release_held(m->source_fd);
   m->source_file = operand;
   m->source_fd = facts.fd;
   m->date = facts.date;
