@@ -14,10 +14,22 @@
 #include "support/regular_file.h"
 
 // The file the path leads to: a rewrite replaces the target of a symbolic
-// link, not the link. A path that leads nowhere yet is taken as it is.
+// link, not the link. A link that leads nowhere yet leads to where the new
+// library will be created.
 static std::string resolve(const char *path) {
   char resolved[PATH_MAX];
-  return realpath(path, resolved) ? std::string(resolved) : std::string(path);
+  if (realpath(path, resolved))
+    return resolved;
+  std::string p = path;
+  struct stat st;
+  for (int depth = 0; depth < 40 && lstat(p.c_str(), &st) == 0 && S_ISLNK(st.st_mode); depth++) {
+    ssize_t n = readlink(p.c_str(), resolved, sizeof resolved - 1);
+    if (n <= 0)
+      break;
+    std::string link(resolved, static_cast<size_t>(n));
+    p = link[0] == '/' || p.find('/') == std::string::npos ? link : directory_of(p) + "/" + link;
+  }
+  return p;
 }
 
 // A file system without locks (some network and user-space ones) still
@@ -50,7 +62,7 @@ AR_OPEN_RESULT ar_open_source(ARCHIVE *ar, const char *path, AR_ACCESS access) {
       int dir = open(directory_of(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
       if (dir >= 0 && lock(dir, LOCK_EX) == 0) {
         struct stat st;
-        if (lstat(target.c_str(), &st) == 0) {
+        if (stat(target.c_str(), &st) == 0) {
           close(dir);
           continue;
         }

@@ -41,6 +41,18 @@ TEST(LibraryIdentity, SymbolicLinkStaysAndItsTargetIsRewritten) {
   EXPECT_EQ(entries(dir / "real"), std::vector<std::string>{"target.a"});
 }
 
+// A link to a library not yet made: the library is made where it leads.
+TEST(LibraryIdentity, DanglingSymbolicLinkLeadsToTheNewLibrary) {
+  TEMP_DIR dir;
+  fs::create_directory(dir / "real");
+  write_dated(dir, "f.obj", "FF", T1);
+  fs::create_symlink("real/target.a", dir / "lib.lib");
+  RUN_RESULT r = arvela({"rq", "lib.lib", "f.obj"}, dir.path());
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(fs::is_symlink(dir / "lib.lib"));
+  EXPECT_EQ(dir.read("real/target.a"), std::string(MAGIC) + member("f.obj/", T1, "FF"));
+}
+
 TEST(LibraryIdentity, ModeOwnerAndGroupAreKept) {
   for (mode_t mode : {0600, 0444, 0640, 0755}) {
     SCOPED_TRACE(mode);
