@@ -90,3 +90,23 @@ TEST(ConcurrentReaders, ListingsDuringRewritesShowAWholeLibrary) {
     EXPECT_TRUE(parse_members(dir.read("lib.lib")) == members);
   }
 }
+
+// Two writers creating the same new library: the second finds the first's
+// library and adds to it.
+TEST(ConcurrentWriters, TwoCreatingOneLibraryKeepBothMembers) {
+  TEMP_DIR dir;
+  dir.write("a.o", "member a");
+  dir.write("b.o", "member b");
+  for (int round = 0; round < 10; round++) {
+    std::filesystem::remove(dir / "new.lib");
+    int first = testing_support::spawn({testing_support::arvela_path(), "rq", "new.lib", "a.o"}, dir.path(),
+                                       dir / "err_a.txt");
+    int second = testing_support::spawn({testing_support::arvela_path(), "rq", "new.lib", "b.o"}, dir.path(),
+                                        dir / "err_b.txt");
+    EXPECT_EQ(testing_support::wait_status(first), 0) << dir.read("err_a.txt");
+    EXPECT_EQ(testing_support::wait_status(second), 0) << dir.read("err_b.txt");
+    EXPECT_TRUE(parse_members(dir.read("new.lib")) == (MEMBERS{{"a.o", "member a"}, {"b.o", "member b"}}))
+        << "round " << round;
+  }
+  EXPECT_EQ(entries(dir.path()), (std::vector<std::string>{"a.o", "b.o", "err_a.txt", "err_b.txt", "new.lib"}));
+}
