@@ -18,8 +18,7 @@ static void status(const char *verb, const char *name) {
 // Looks at an operand's file; a refusal ends the run through the callback.
 static AR_FILE_FACTS file_facts(ARCHIVE *ar, const char *operand) {
   AR_FILE_FACTS facts;
-  if (!ar_member_file_facts(ar, operand, &facts))
-    error("%s", "cannot look at a member file");  // a callback that returned
+  check_reported(ar_member_file_facts(ar, operand, &facts));
   return facts;
 }
 
@@ -29,8 +28,7 @@ static void rewrite(ARCHIVE *ar, OPTIONS &options) {
   // Whoever waits for this run (a user, a script) learns now that the
   // rewrite, which may take a while, has begun.
   out_flush();
-  if (!ar_write(ar, options.output_format))
-    error("%s", "cannot write the archive");  // a callback that returned
+  check_reported(ar_write(ar, options.output_format));
   if (options.symbols)
     for (AR_SYMBOL *s = ar->symbols_head; s; s = s->next)
       status("symbol defined:", s->name);
@@ -133,8 +131,7 @@ static void extract_member(ARCHIVE *ar, AR_MEMBER *m, const char *path, bool ver
   if (!out)
     error("cannot create '%s'", path);
   AR_MEMBER_DATA data;
-  if (!ar_open_member_data(ar, m, &data))
-    error("%s", "read error");  // a callback that returned
+  check_reported(ar_open_member_data(ar, m, &data));
   if (verbose)
     status("extract", path);
   int result = ar_copy_data(data, out, m->size, false);

@@ -176,8 +176,7 @@ int run_archiver(int argc, char **argv) {
     error("cannot open archive: '%s'", name);
   if (!may_be_new && !ar_test_magic(ar))
     error("'%s' is not an archive", name);
-  if (!ar_read_special_members(ar, false) || !ar_load_members(ar))
-    error("%s", "cannot read the archive");  // a callback that returned
+  check_reported(ar_read_special_members(ar, false) && ar_load_members(ar));
 
   ar_dispatch(ar, options);
 
