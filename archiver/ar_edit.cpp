@@ -160,7 +160,7 @@ void ar_extract(ARCHIVE *ar, OPTIONS &options) {
       continue;
     // A name from the archive must not lead the file anywhere but here.
     if (by_member_name && (strchr(m->name, '/') || strcmp(m->name, ".") == 0 || strcmp(m->name, "..") == 0))
-      error("unsafe member name '%s'", m->name);
+      error("unsafe member name '%s'", printable(m->name).c_str());
     extract_member(ar, m, path, options.verbose);
   }
 }
