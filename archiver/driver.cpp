@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "archiver/ar_edit.h"
@@ -157,7 +158,18 @@ void scan_arguments(int argc, char **argv, OPTIONS &options) {
     options.add_operand(spell_path(argv[i]));
 }
 
+// A standard stream the run was started without would be the next file
+// opened, and status lines would be written into a library: each such
+// descriptor is taken by /dev/null first (open gives the lowest free one,
+// and those below it are open by then).
+static void occupy_standard_descriptors() {
+  for (int fd = 0; fd <= 2; fd++)
+    if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0)
+      return;
+}
+
 int run_archiver(int argc, char **argv) {
+  occupy_standard_descriptors();
   install_fatal_signal_handlers();
   atexit(out_flush);
   OPTIONS &options = g_options;

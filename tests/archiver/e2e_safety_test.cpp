@@ -75,3 +75,4 @@ TEST(Listing, ControlCharactersInNamesAreEscaped) {
   EXPECT_EQ(r.out, status("extract", shown) + status("extract", "plain-\xc3\xa9.o"));
   EXPECT_EQ(testing_support::read_file(dir / "out" / crafted), "x");
 }
+
