@@ -91,6 +91,18 @@ TEST_F(SignalDuringRewrite, OtherSignalsEndTheRunAsTheyAlwaysDo) {
   }
 }
 
+// A library with a second hard link is copied over in place at the end; a
+// signal before that leaves both links on the whole old library.
+TEST_F(SignalDuringRewrite, HardLinkedLibraryKeepsItsOldContentsOnBothLinks) {
+  fs::path twin = *dir_ / "twin.lib";
+  ASSERT_EQ(link((*dir_ / "work/big.lib").c_str(), twin.c_str()), 0);
+  RUN_RESULT r = signal_rewrite(SIGTERM);
+  EXPECT_EQ(r.status, 1);
+  expect_old_library_alone();
+  EXPECT_TRUE(testing_support::read_file(twin) == *before_);
+  fs::remove(twin);
+}
+
 // The file-size limit raises SIGXFSZ at an exact point of the write: the
 // signal lands in the middle of the rewrite every time.
 TEST_F(SignalDuringRewrite, FileSizeLimitInTheMiddleOfTheWrite) {
