@@ -1,7 +1,16 @@
 // The in-memory archive: the member list loaded from an existing library (or
 // empty for a new one), the name table it was read with, and the symbol index
 // that each write rebuilds. The commands only edit the member list; every byte
-// on disk is read and written by the procedures declared here.
+// on disk is read and written by the archive layer:
+//
+//   ar_create.cpp   creating the archive object, its error report
+//   ar_source.cpp   opening and locking the library, the read window
+//   ar_read.cpp     loading the special members and the member list
+//   ar_members.cpp  editing the member list, looking at member files
+//   ar_copy.cpp     member data and the copy the writer and extraction share
+//   ar_index.cpp    building the symbol index
+//   ar_write.cpp    laying out and writing the new archive
+//   ar_rewrite.cpp  putting the new archive in the old one's place
 //
 // On disk: "!<arch>\n", then the "/" symbol index (when any symbol is indexed),
 // then the name table ("//" or "<filenames>/", when a long name needs it),
@@ -10,9 +19,10 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
+#include <cstdio>
 
-#include "support/fh_manager.h"
+#include "archiver/ar_rewrite.h"
+#include "archiver/ar_source.h"
 #include "support/zalloc.h"
 
 inline constexpr char AR_MAGIC[] = "!<arch>\n";
@@ -46,7 +56,8 @@ struct AR_MEMBER {
   AR_MEMBER *next;
   AR_MEMBER *prev;
   const char *source_file;  // file that supplies the data; null for a member copied from the archive
-  uint32_t header_offset;   // offset of its header in the new file
+  int source_fd = -1;       // that file, kept open since it was looked at; -1 when not held
+  uint64_t header_offset;   // offset of its header in the new file
 };
 
 struct AR_SYMBOL {
@@ -63,15 +74,13 @@ struct ARCHIVE;
 using AR_ERROR_CALLBACK = void (*)(ARCHIVE *archive, int error_class, const char *text);
 
 struct ARCHIVE {
-  MANAGED_FILE *source = nullptr;   // the existing archive (during a rewrite: its temporary copy)
-  bool owns_source = false;
-  const char *name = nullptr;       // the archive's path (during a rewrite: the temporary copy's)
-  const char *output_path = nullptr;  // the archive's own path
-  MANAGED_FILE *output = nullptr;   // open while the new archive is written
-  const char *write_path = nullptr; // where the new archive is written before it replaces the old
+  const char *name = nullptr;       // the archive's path as given, for messages
+  AR_SOURCE source;                 // the file the archive was loaded from
+  AR_OPEN_RESULT open_result = AR_OPEN_MISSING;
+
   uint32_t format = AR_FORMAT_UNKNOWN;
   uint64_t first_member_offset = AR_MAGIC_SIZE;
-  POOL pool{1024};
+  POOL pool{1024};                  // names, member records and index entries
 
   AR_MEMBER *head = nullptr;
   AR_MEMBER *tail = nullptr;
@@ -88,66 +97,97 @@ struct ARCHIVE {
 
   uint32_t long_name_table_length = 0;  // computed by the writer; 0 = no name table
 
-  // The headers are read through a window of the source mapped into memory,
-  // so that walking them costs neither a seek per member nor a copy of the
-  // members' data; only the window's pages are ever resident.
-  const char *window = nullptr;
-  uint64_t window_offset = 0;
-  uint64_t window_length = 0;
-  uint64_t last_read_offset = 0;  // where the previous header was read
-  bool moved = false;                // the old archive also lives under its temporary name
-  bool moved_by_rename = false;      // ... and no longer under its own (no hard links here)
-  bool replaced = false;             // the new archive stands under the archive's path
-  const char *temp_path = nullptr;   // the old archive's temporary name
+  AR_REWRITE rewrite;                   // the write in progress
+  REPLACEMENT_FILE *extracting = nullptr;  // the file an extraction is writing
   AR_ERROR_CALLBACK error_callback = nullptr;
 };
 
-// Opens `path` for reading unless `stream` is given; a missing file is a new,
-// empty archive. The archive object lives until the process ends.
-ARCHIVE *ar_create(const char *path, MANAGED_FILE *stream, AR_ERROR_CALLBACK callback);
+// --- ar_create.cpp
+
+// Opens and locks the archive at `path` (see ar_open_source); whether that
+// worked is in `open_result`, and a missing file is a new, empty archive.
+// The archive object lives until the process ends.
+ARCHIVE *ar_create(const char *path, AR_ERROR_CALLBACK callback, AR_ACCESS access);
 
 // Closes what the archive holds open and frees it with its pool. The
 // archiver itself never needs this (the archive lives until exit).
 void ar_destroy(ARCHIVE *ar);
 
+// Formats the message (4095 characters at most) and hands it to the callback.
+// Always returns false, so failures read `return ar_fail(...)`.
+[[nodiscard]] bool ar_fail(ARCHIVE *ar, int error_class, const char *format, ...)
+    __attribute__((format(printf, 3, 4)));
+
+// Undoes whatever a failed write or extraction did: the half-written file
+// goes, the old archive stays under its own name. From a signal handler pass
+// true: only async-signal-safe calls are made then.
+void ar_emergency_cleanup(ARCHIVE *ar, bool from_signal = false);
+
+// --- ar_read.cpp
+
 // True when the first 8 bytes are the archive magic.
-bool ar_test_magic(ARCHIVE *ar);
+[[nodiscard]] bool ar_test_magic(ARCHIVE *ar);
 
 // Reads the "/" and name-table members that precede the ordinary members;
 // the old symbol index is loaded only when asked.
-bool ar_read_special_members(ARCHIVE *ar, bool load_index);
-bool ar_load_members(ARCHIVE *ar);
-// Lets go of the mapped window the header walk used.
-void ar_release_window(ARCHIVE *ar);
+[[nodiscard]] bool ar_read_special_members(ARCHIVE *ar, bool load_index);
+[[nodiscard]] bool ar_load_members(ARCHIVE *ar);
+
+// --- ar_members.cpp
 
 // Appends a member supplied by the file at `source_file`.
 AR_MEMBER *ar_append_member(ARCHIVE *ar, const char *name, const char *source_file,
                             uint32_t date, uint32_t size);
 void ar_unlink_member(ARCHIVE *ar, AR_MEMBER *member);
 
-// The stream that holds the member's data, positioned at its first byte: the
-// member's own file (which the caller closes) or the archive itself.
-MANAGED_FILE *ar_open_member_data(ARCHIVE *ar, AR_MEMBER *member);
+// What a member operand names, looked at once.
+struct AR_FILE_FACTS {
+  bool exists = false;
+  uint32_t date = 0;   // 0 when it cannot be read
+  uint32_t size = 0;   // likewise; a size too large for a member reads as UINT32_MAX
+  int fd = -1;         // the file, open, for the member to keep (or -1)
+};
+
+// Looks at the file a member operand names (a trailing "/" or "\" is not
+// part of the test). A FIFO, device, directory or pseudo-file, or the
+// archive itself, is refused through the error callback (false).
+[[nodiscard]] bool ar_member_file_facts(ARCHIVE *ar, const char *operand, AR_FILE_FACTS *facts);
+
+// Lets go of the file the facts hold open, when no member takes it.
+void ar_release_file_facts(AR_FILE_FACTS *facts);
+
+// Makes the member take its data from the file the facts describe.
+void ar_set_member_file(AR_MEMBER *member, const char *operand, const AR_FILE_FACTS &facts);
+
 inline bool ar_member_from_file(const AR_MEMBER *m) { return m->source_file != nullptr; }
+
+// Whether `path` names the archive's own file (through any link).
+[[nodiscard]] bool ar_is_archive_file(const ARCHIVE *ar, const char *path);
+
+// --- ar_copy.cpp
+
+// Where a member's data is read: a descriptor and the offset of the first byte.
+struct AR_MEMBER_DATA {
+  int fd = -1;
+  uint64_t offset = 0;
+  bool owned = false;  // opened for this use: closed by ar_close_member_data
+};
+
+// The member's own file, or the archive itself.
+[[nodiscard]] bool ar_open_member_data(ARCHIVE *ar, AR_MEMBER *member, AR_MEMBER_DATA *data);
+void ar_close_member_data(AR_MEMBER_DATA *data);
 
 // Copies `length` bytes; with `pad` an odd length is followed by "\n".
 // Returns 0, AR_ERR_READ on a short read or AR_ERR_WRITE on a short write.
-int ar_copy_data(FILE *from, FILE *to, uint64_t length, bool pad);
+[[nodiscard]] int ar_copy_data(const AR_MEMBER_DATA &from, FILE *to, uint64_t length, bool pad);
 
-// Rebuilds the whole archive in `requested_format` (0: keep the archive's own,
-// POSIX for a new one) through a temporary copy of the old file.
-bool ar_write(ARCHIVE *ar, uint32_t requested_format);
-
-// Undoes whatever a failed write did: the half-written archive goes, the old
-// one stays (or comes back) under its own name. From a signal handler, pass
-// false: streams are then left to the process's exit, and only unlink and
-// rename are used.
-void ar_emergency_cleanup(ARCHIVE *ar, bool close_streams = true);
-
-// Formats the message (4095 characters at most) and hands it to the callback.
-// Always returns false, so failures read `return ar_fail(...)`.
-bool ar_fail(ARCHIVE *ar, int error_class, const char *format, ...)
-    __attribute__((format(printf, 3, 4)));
+// --- ar_index.cpp
 
 // Fills the symbol index from the members (run by the writer).
-bool build_symbol_index(ARCHIVE *ar);
+[[nodiscard]] bool build_symbol_index(ARCHIVE *ar);
+
+// --- ar_write.cpp
+
+// Rebuilds the whole archive in `requested_format` (0: keep the archive's own,
+// POSIX for a new one) and puts it in the old one's place.
+[[nodiscard]] bool ar_write(ARCHIVE *ar, uint32_t requested_format);

@@ -10,15 +10,13 @@
 #include <unistd.h>
 
 #include "archiver/ar_match.h"
+#include "archiver/stdout_buffer.h"
 #include "support/filename.h"
 
-static void status(const char *verb, const char *name) { printf("  ==>  %s '%s'\n", verb, name); }
-
-struct FILE_FACTS {
-  bool exists;
-  uint32_t date;
-  uint32_t size;
-};
+// Names shown here may come from an archive: control characters are escaped.
+static void status(const char *verb, const char *name) {
+  out_printf("  ==>  %s '%s'\n", verb, printable(name).c_str());
+}
 
 // The date a member taken from a file gets, and the one `u` compares: the
 // file's modification time, but never later than SOURCE_DATE_EPOCH when that
@@ -41,22 +39,21 @@ static uint32_t member_file_date(time_t mtime) {
   return static_cast<uint32_t>(std::min<int64_t>(mtime, limit));
 }
 
-// Whether a file stands at the operand's path (a trailing "/" or "\" is not
-// part of the test), with its member date and size; both 0 when they cannot be read.
-static FILE_FACTS file_facts(const char *operand) {
-  std::string path = operand;
-  while (path.size() > 1 && (path.back() == '/' || path.back() == '\\'))
-    path.pop_back();
-  struct stat st;
-  if (stat(path.c_str(), &st) != 0)
-    return {access(path.c_str(), F_OK) == 0, 0, 0};
-  return {true, member_file_date(st.st_mtime), static_cast<uint32_t>(st.st_size)};
+// Looks at an operand's file; a refusal ends the run through the callback.
+static AR_FILE_FACTS file_facts(ARCHIVE *ar, const char *operand) {
+  AR_FILE_FACTS facts;
+  check_reported(ar_member_file_facts(ar, operand, &facts));
+  facts.date = member_file_date(facts.date);
+  return facts;
 }
 
 static void rewrite(ARCHIVE *ar, OPTIONS &options) {
   if (!options.quiet)
-    printf("  ==>  building archive '%s'\n", options.archive_name.c_str());
-  ar_write(ar, options.output_format);
+    status("building archive", options.archive_name.c_str());
+  // Whoever waits for this run (a user, a script) learns now that the
+  // rewrite, which may take a while, has begun.
+  out_flush();
+  check_reported(ar_write(ar, options.output_format));
   if (options.symbols)
     for (AR_SYMBOL *s = ar->symbols_head; s; s = s->next)
       status("symbol defined:", s->name);
@@ -71,12 +68,12 @@ void ar_add(ARCHIVE *ar, OPTIONS &options) {
   for (char *&operand : options.files) {
     if (!operand)
       continue;
-    FILE_FACTS facts = file_facts(operand);
+    AR_FILE_FACTS facts = file_facts(ar, operand);
     if (!facts.exists)
       continue;  // reported as not found at the end
     if (options.verbose)
       status("add", operand);
-    ar_append_member(ar, file_name_part(operand), operand, facts.date, facts.size);
+    ar_set_member_file(ar_append_member(ar, file_name_part(operand), operand, 0, 0), operand, facts);
     operand = nullptr;
   }
   rewrite(ar, options);
@@ -104,25 +101,24 @@ void ar_replace(ARCHIVE *ar, OPTIONS &options) {
       const char *operand = matcher.match(m->name);
       if (!operand)
         continue;
-      FILE_FACTS facts = file_facts(operand);
+      AR_FILE_FACTS facts = file_facts(ar, operand);
       if (!facts.exists)
         continue;  // kept as it is; the operand counts as used
-      if (options.update && facts.date <= m->date)
+      if (options.update && facts.date <= m->date) {
+        ar_release_file_facts(&facts);
         continue;
+      }
       if (options.verbose)
         status("replace", m->name);
-      m->source_file = operand;
-      m->date = facts.date;
-      m->size = facts.size;
-      m->data_offset = 0;
+      ar_set_member_file(m, operand, facts);
     }
   }
   ar_add(ar, options);
 }
 
 void ar_table(ARCHIVE *ar, OPTIONS &options) {
-  printf("\n      SIZE   DATE                        FILE NAME"
-         "\n  --------   ------------------------    -----------------\n");
+  out_printf("\n      SIZE   DATE                        FILE NAME"
+             "\n  --------   ------------------------    -----------------\n");
   OPERAND_MATCHER matcher(options);
   // Members added together share their date: format each date once.
   time_t shown = -1;
@@ -136,8 +132,48 @@ void ar_table(ARCHIVE *ar, OPTIONS &options) {
       strftime(date, sizeof date, "%a %b %e %H:%M:%S %Y", &local);
       shown = when;
     }
-    printf("  %8lu   %s    %s\n", static_cast<unsigned long>(m->size), date, m->name);
+    out_printf("  %8lu   %s    %s\n", static_cast<unsigned long>(m->size), date, printable(m->name).c_str());
   }
+}
+
+// Extraction writes a new file beside the output path and renames it over
+// the name: whatever stood there (a symbolic link planted to lead elsewhere,
+// say) is replaced, never written through, and a failed or interrupted
+// extraction leaves no partial file.
+static void extract_member(ARCHIVE *ar, AR_MEMBER *m, const char *path, bool verbose) {
+  // Renaming over the archive (or a link to it) would replace the library.
+  if (ar_is_archive_file(ar, path))
+    error("cannot extract over the archive itself: '%s'", path);
+  struct stat st;
+  if (lstat(path, &st) == 0 && S_ISDIR(st.st_mode))
+    error("cannot create '%s'", path);
+  static REPLACEMENT_FILE output;
+  if (!replacement_create(&output, path))
+    error("cannot create '%s'", path);
+  ar->extracting = &output;
+  int fd = dup(output.fd);
+  FILE *out = fd >= 0 ? fdopen(fd, "wb") : nullptr;
+  if (!out)
+    error("cannot create '%s'", path);
+  AR_MEMBER_DATA data;
+  check_reported(ar_open_member_data(ar, m, &data));
+  if (verbose)
+    status("extract", path);
+  int result = ar_copy_data(data, out, m->size, false);
+  if (result == AR_ERR_WRITE)
+    error("write error");
+  if (result == AR_ERR_READ)
+    error("read error");
+  ar_close_member_data(&data);
+  if (fclose(out) != 0)
+    error("write error");
+  // The mode a newly created file gets, as if it had been opened by name.
+  mode_t mask = umask(0);
+  umask(mask);
+  if (fchmod(output.fd, 0666 & ~mask) != 0 || !replacement_commit(&output, path))
+    error("cannot create '%s'", path);
+  replacement_close(&output);
+  ar->extracting = nullptr;
 }
 
 void ar_extract(ARCHIVE *ar, OPTIONS &options) {
@@ -149,22 +185,8 @@ void ar_extract(ARCHIVE *ar, OPTIONS &options) {
       continue;
     // A name from the archive must not lead the file anywhere but here.
     if (by_member_name && (strchr(m->name, '/') || strcmp(m->name, ".") == 0 || strcmp(m->name, "..") == 0))
-      error("unsafe member name '%s'", m->name);
-    MANAGED_FILE *out = managed_open(path, "wb");
-    if (!out)
-      error("cannot create '%s'", path);
-    MANAGED_FILE *data = ar_open_member_data(ar, m);
-    if (options.verbose)
-      status("extract", path);
-    int result = ar_copy_data(managed_stream(data), managed_stream(out), m->size, false);
-    if (result == AR_ERR_WRITE)
-      error("write error");
-    if (result == AR_ERR_READ)
-      error("read error");
-    if (ar_member_from_file(m))
-      managed_close(data);
-    if (managed_close(out) != 0)
-      error("write error");
+      error("unsafe member name '%s'", printable(m->name).c_str());
+    extract_member(ar, m, path, options.verbose);
   }
 }
 

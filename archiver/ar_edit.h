@@ -18,3 +18,11 @@ void ar_dispatch(ARCHIVE *ar, OPTIONS &options);
 // The archiver's one error routine: "  -->  error: " and the message on
 // standard error, then exit status 1. Defined by the driver.
 [[noreturn]] void error(const char *format, const char *argument = nullptr);
+
+// For results of the archive layer, whose failures the error callback has
+// already reported: the archiver's callback never returns, so a failure that
+// gets here still ends the run, with status 1.
+inline void check_reported(bool ok) {
+  if (!ok)
+    error("%s", "archive layer failure");
+}

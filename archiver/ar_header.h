@@ -48,7 +48,7 @@ struct AR_HEADER_VALUES {
 
 // Formats the header into out[60]. False when a value does not fit its field,
 // which is a header that is not 60 characters long.
-bool ar_format_header(const AR_HEADER_VALUES &values, char *out);
+[[nodiscard]] bool ar_format_header(const AR_HEADER_VALUES &values, char *out);
 
 // The raw text of one field of a 60-byte header.
 inline std::string_view ar_header_field(const char *header, AR_HEADER_FIELD_ID id) {
@@ -57,4 +57,4 @@ inline std::string_view ar_header_field(const char *header, AR_HEADER_FIELD_ID i
 
 // A decimal field: optional leading blanks, at least one digit, then blanks
 // only. Anything else is none.
-std::optional<uint64_t> ar_parse_decimal(std::string_view field);
+[[nodiscard]] std::optional<uint64_t> ar_parse_decimal(std::string_view field);

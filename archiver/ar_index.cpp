@@ -4,6 +4,8 @@
 // member's global and weak definitions (defined, absolute or common) enter
 // the index in member order, then symbol-table order, nothing sorted or
 // merged. A member that is not an object contributes nothing, silently.
+#include <unistd.h>
+
 #include "archiver/ar_archive.h"
 #include "objfile/of_file.h"
 #include "objfile/of_symbol.h"
@@ -33,36 +35,56 @@ static void append_entry(ARCHIVE *ar, const std::string &name, AR_MEMBER *member
 // system call. Larger members are read lazily, headers and tables only.
 static constexpr uint32_t READ_WHOLE_LIMIT = 64 * 1024;
 
-static void collect_member_symbols(ARCHIVE *ar, AR_MEMBER *member, FILE *data) {
+// A stream over the member's data, positioned at its first byte, for the
+// object-file library's reads of a large member; null when there is none.
+static FILE *member_stream(ARCHIVE *ar, const AR_MEMBER *member, const AR_MEMBER_DATA &data,
+                           bool *owned) {
+  *owned = ar_member_from_file(member);
+  if (!*owned)
+    return ar_source_at(ar, data.offset);
+  int fd = dup(data.fd);
+  FILE *f = fd >= 0 ? fdopen(fd, "rb") : nullptr;
+  if (!f) {
+    if (fd >= 0)
+      close(fd);
+    return nullptr;
+  }
+  if (fseeko(f, static_cast<off_t>(data.offset), SEEK_SET) != 0) {
+    fclose(f);
+    return nullptr;
+  }
+  return f;
+}
+
+static void collect_member_symbols(ARCHIVE *ar, AR_MEMBER *member, const AR_MEMBER_DATA &data) {
   static char whole[READ_WHOLE_LIMIT];
-  FILE *in_memory = nullptr;
+  FILE *stream = nullptr;
+  bool owned = true;
   uint32_t size = member->size;
   if (size <= READ_WHOLE_LIMIT) {
-    size = static_cast<uint32_t>(fread(whole, 1, size, data));
-    in_memory = size > 0 ? fmemopen(whole, size, "rb") : nullptr;
-    if (!in_memory)
-      return;  // unreadable or empty: no symbols
-    data = in_memory;
+    ssize_t got = pread(data.fd, whole, size, static_cast<off_t>(data.offset));
+    size = got > 0 ? static_cast<uint32_t>(got) : 0;
+    stream = size > 0 ? fmemopen(whole, size, "rb") : nullptr;
+  } else {
+    stream = member_stream(ar, member, data, &owned);
   }
-  OFE::OBJECT_FILE *object = OFE::open_object(data, size, nullptr, nullptr);
-  if (!object) {
-    if (in_memory)
-      fclose(in_memory);
-    return;
-  }
-  if (OFE::OF_SYMBOL_TABLE *table = object->get_symbol_table()) {
-    for (uint32_t i = 0; i < table->get_count();) {
-      if (OFE::OF_SYMBOL *symbol = table->get_symbol(i); symbol && indexed(*symbol))
-        append_entry(ar, symbol->get_name(), member);
-      uint32_t next = table->next_index(i);
-      if (next <= i)
-        break;  // a hostile table must not hold the walk in place
-      i = next;
+  if (!stream)
+    return;  // unreadable or empty: no symbols
+  if (OFE::OBJECT_FILE *object = OFE::open_object(stream, size, nullptr, nullptr)) {
+    if (OFE::OF_SYMBOL_TABLE *table = object->get_symbol_table()) {
+      for (uint32_t i = 0; i < table->get_count();) {
+        if (OFE::OF_SYMBOL *symbol = table->get_symbol(i); symbol && indexed(*symbol))
+          append_entry(ar, symbol->get_name(), member);
+        uint32_t next = table->next_index(i);
+        if (next <= i)
+          break;  // a hostile table must not hold the walk in place
+        i = next;
+      }
     }
+    delete object;
   }
-  delete object;
-  if (in_memory)
-    fclose(in_memory);
+  if (owned)
+    fclose(stream);
 }
 
 bool build_symbol_index(ARCHIVE *ar) {
@@ -70,13 +92,12 @@ bool build_symbol_index(ARCHIVE *ar) {
   ar->symbol_count = 0;
   ar->symbol_index_length = 0;
   for (AR_MEMBER *m = ar->head; m; m = m->next) {
-    MANAGED_FILE *data = ar_open_member_data(ar, m);
-    if (!data)
+    AR_MEMBER_DATA data;
+    if (!ar_open_member_data(ar, m, &data))
       return false;
     if (m->size >= 1)
-      collect_member_symbols(ar, m, managed_stream(data));
-    if (ar_member_from_file(m))
-      managed_close(data);
+      collect_member_symbols(ar, m, data);
+    ar_close_member_data(&data);
   }
   if (ar->symbol_count > 0)
     ar->symbol_index_length += 4;  // the count

@@ -4,13 +4,17 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "archiver/ar_edit.h"
 #include "archiver/banner.h"
 #include "archiver/cmdfile.h"
+#include "archiver/fatal_signal.h"
+#include "archiver/stdout_buffer.h"
 #include "archiver/toolname.h"
 #include "support/filename.h"
+#include "support/regular_file.h"
 
 ARCHIVE *g_archive = nullptr;
 
@@ -19,6 +23,10 @@ ARCHIVE *g_archive = nullptr;
 static OPTIONS g_options;
 
 void error(const char *format, const char *argument) {
+  out_flush();
+  // Whatever stops the run, a half-written file does not stay.
+  if (g_archive)
+    ar_emergency_cleanup(g_archive);
   fputs("  -->  error: ", stderr);
   fprintf(stderr, format, argument);
   fputc('\n', stderr);
@@ -98,32 +106,40 @@ void set_archive_name(OPTIONS &options, const char *name) {
 }
 
 // Operands from a command file: options there are not honoured, only reported.
+// The operand's text lives as long as the process (it is the command file's).
 static void add_file(OPTIONS &options, char *operand) {
   if (operand[0] == '-') {
-    printf("  -->  warning: option %s ignored in file list\n", operand);
-    free(operand);
+    out_printf("  -->  warning: option %s ignored in file list\n", operand);
     return;
   }
-  options.add_operand(operand);
+  options.files.push_back(operand);
 }
 
+// The whole file is read into memory and its tokens are cut out of it in
+// place: a command file costs about its own size, however it is made up. A
+// FIFO or device (which could give text without end) is refused.
 static void scan_command_file(const char *path, OPTIONS &options) {
-  FILE *f = fopen(path, "r");
-  if (!f)
+  REGULAR_FILE file;
+  switch (open_regular_file(path, &file)) {
+  case REGULAR_OK: break;
+  case REGULAR_NOT_REGULAR: error("'%s' is not a regular file", path);
+  default: error("cannot open '%s'", path);
+  }
+  // The text lives until the process ends: the operands point into it.
+  COMMAND_TEXT text = read_command_text(file.fd, static_cast<size_t>(file.st.st_size));
+  close(file.fd);
+  if (!text.data)
     error("cannot open '%s'", path);
-  char *key_letters = next_token(f);
-  char *archive = key_letters ? next_token(f) : nullptr;
+  char *key_letters = next_token(text);
+  char *archive = key_letters ? next_token(text) : nullptr;
   if (!archive)
     usage(false);
   set_archive_name(options, archive);
   scan_key_letters(key_letters, options);
-  while (char *token = next_token(f)) {
-    add_file(options, spell_path(token));
-    free(token);
+  while (char *token = next_token(text)) {
+    spell_path_in_place(token);
+    add_file(options, token);
   }
-  fclose(f);
-  free(key_letters);
-  free(archive);
 }
 
 void scan_arguments(int argc, char **argv, OPTIONS &options) {
@@ -142,68 +158,44 @@ void scan_arguments(int argc, char **argv, OPTIONS &options) {
     options.add_operand(spell_path(argv[i]));
 }
 
-static void fatal_signal(int signal_number) {
-  if (signal_number == SIGTERM) {
-    fputs("[received a terminate signal]\n", stderr);
-  } else {
-    const char *what;
-    switch (signal_number) {
-    case SIGILL: what = "executed an illegal instruction"; break;
-    case SIGFPE: what = "received a floating point exception"; break;
-    case SIGSEGV: what = "experienced a segmentation fault"; break;
-    case SIGABRT: what = "aborted"; break;
-    default: what = "experienced a fatal internal fault"; break;
-    }
-    fprintf(stderr, "\nINTERNAL ERROR: %s\n", what);
-    fflush(nullptr);
-    fputs("\n\n", stderr);
-    fflush(nullptr);
-    fputs("This is a serious problem.  Please contact Customer\n"
-          "Support with this message and a copy of the input file\n"
-          "and help us to continue to make the tools more robust.\n\n",
-          stderr);
-    fflush(nullptr);
-  }
-  if (g_archive)
-    ar_emergency_cleanup(g_archive, false);
-  fflush(stderr);
-  _exit(1);
-}
-
-void install_fatal_signal_handlers() {
-  struct sigaction action;
-  memset(&action, 0, sizeof action);
-  action.sa_handler = fatal_signal;
-  sigemptyset(&action.sa_mask);
-  // A fault inside the handler itself must not loop.
-  action.sa_flags = SA_RESETHAND;
-  for (int s : {SIGILL, SIGABRT, SIGFPE, SIGSEGV, SIGTERM})
-    sigaction(s, &action, nullptr);
+// A standard stream the run was started without would be the next file
+// opened, and status lines would be written into a library: each such
+// descriptor is taken by /dev/null first (open gives the lowest free one,
+// and those below it are open by then).
+static void occupy_standard_descriptors() {
+  for (int fd = 0; fd <= 2; fd++)
+    if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0)
+      return;
 }
 
 int run_archiver(int argc, char **argv) {
+  occupy_standard_descriptors();
   install_fatal_signal_handlers();
+  atexit(out_flush);
   OPTIONS &options = g_options;
   scan_arguments(argc, argv, options);
   const char *name = options.archive_name.c_str();
 
-  ARCHIVE *ar = ar_create(name, nullptr, archive_error);
+  bool writes = options.command == CMD_ADD || options.command == CMD_REPLACE || options.command == CMD_DELETE;
+  ARCHIVE *ar = ar_create(name, archive_error, writes ? AR_WRITE : AR_READ);
   g_archive = ar;
-  if (options.command != CMD_ADD && options.command != CMD_REPLACE) {
-    if (!ar->source)
-      error("cannot open archive: '%s'", name);
-    if (!ar_test_magic(ar))
-      error("'%s' is not an archive", name);
-  }
-  ar_read_special_members(ar, false);
-  ar_load_members(ar);
+  // A FIFO would hold the run forever, a device or pseudo-file would be read
+  // as an endless or empty library: only a plain file is an archive.
+  if (ar->open_result == AR_OPEN_NOT_REGULAR)
+    error("'%s' is not a regular file", name);
+  bool may_be_new = options.command == CMD_ADD || options.command == CMD_REPLACE;
+  if (ar->open_result == AR_OPEN_UNREADABLE || (!may_be_new && ar->open_result == AR_OPEN_MISSING))
+    error("cannot open archive: '%s'", name);
+  if (!may_be_new && !ar_test_magic(ar))
+    error("'%s' is not an archive", name);
+  check_reported(ar_read_special_members(ar, false) && ar_load_members(ar));
 
   ar_dispatch(ar, options);
 
   bool unfound = false;
   for (const char *f : options.files)
     if (f) {
-      fflush(stdout);
+      out_flush();
       fprintf(stderr, "  -->  error: '%s' not found\n", f);
       unfound = true;
     }

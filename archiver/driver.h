@@ -22,8 +22,5 @@ void scan_arguments(int argc, char **argv, OPTIONS &options);
 // The archive this run works on, for the signal handler and the error callback.
 extern ARCHIVE *g_archive;
 
-// Handlers for the fatal signals: they report, restore the old archive and exit 1.
-void install_fatal_signal_handlers();
-
 // The whole run; returns the exit status.
 int run_archiver(int argc, char **argv);

@@ -26,7 +26,9 @@ struct OPTIONS {
   bool quiet = false;
   std::string archive_name;
   // Member and file operands in command-line order. An entry becomes null once
-  // it has been used, so what is left at the end was never found.
+  // it has been used, so what is left at the end was never found. Entries
+  // point into `operand_text` or into the command file's text, which is
+  // kept until the process ends.
   std::vector<char *> files;
   // Owns the operands' text; entries of `files` point into it.
   std::deque<std::string> operand_text;

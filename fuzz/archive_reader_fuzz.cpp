@@ -22,11 +22,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   fwrite(data, 1, size, f);
   fclose(f);
 
-  ARCHIVE *ar = ar_create(path.c_str(), nullptr, ignore_error);
+  ARCHIVE *ar = ar_create(path.c_str(), ignore_error, AR_READ);
   if (ar_test_magic(ar) && ar_read_special_members(ar, true) && ar_load_members(ar)) {
-    for (AR_MEMBER *m = ar->head; m; m = m->next)
-      if (MANAGED_FILE *member = ar_open_member_data(ar, m))
-        ar_copy_data(managed_stream(member), sink, m->size, false);
+    for (AR_MEMBER *m = ar->head; m; m = m->next) {
+      AR_MEMBER_DATA data;
+      if (ar_open_member_data(ar, m, &data)) {
+        if (ar_copy_data(data, sink, m->size, false) != 0)
+          fputs("(short)", sink);
+        ar_close_member_data(&data);
+      }
+    }
     for (AR_SYMBOL *s = ar->symbols_head; s; s = s->next)
       fputs(s->name, sink);
   }

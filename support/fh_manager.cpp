@@ -155,6 +155,24 @@ MANAGED_FILE *managed_open(const char *path, const char *mode) {
   return f;
 }
 
+MANAGED_FILE *managed_adopt(FILE *stream, const char *path) {
+  FH_MANAGER *m = manager();
+  int slot;
+  while ((slot = free_slot(m)) < 0)
+    if (evict_one(m) < 0)
+      return nullptr;
+  MANAGED_FILE *f = make_record(m, path, "rb");
+  f->buffer = static_cast<char *>(safe_malloc(MANAGED_BUFFER_SIZE));
+  setvbuf(stream, f->buffer, _IOFBF, MANAGED_BUFFER_SIZE);
+  f->stream = stream;
+  f->pinned = true;
+  f->ring_slot = slot;
+  m->ring[slot] = f;
+  f->last_use = ++m->use_counter;
+  append(m, f);
+  return f;
+}
+
 int managed_close(MANAGED_FILE *f) {
   if (!f || is_standard(f))
     return 0;

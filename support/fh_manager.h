@@ -30,6 +30,11 @@ struct MANAGED_FILE {
 
 // Opens `path` with an fopen mode; null when the file cannot be opened.
 MANAGED_FILE *managed_open(const char *path, const char *mode);
+// Takes over a stream the caller opened (from a descriptor it checked or
+// locked). The record is pinned: it is never evicted, so never reopened by
+// path, and every read comes from that very descriptor. Null when no stream
+// slot can be freed.
+MANAGED_FILE *managed_adopt(FILE *stream, const char *path);
 // Closes for good and frees the record; the standard streams are left alone
 // and give 0. Returns the result of closing the stream.
 int managed_close(MANAGED_FILE *file);

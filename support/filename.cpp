@@ -11,7 +11,12 @@ char *spell_path(const char *operand) {
   size_t n = strlen(operand) + 1;
   auto *copy = static_cast<char *>(safe_malloc(n));
   memcpy(copy, operand, n);
+  spell_path_in_place(copy);
   return copy;
+}
+
+void spell_path_in_place(char *) {
+  // Case-sensitive file systems store every name as it is given.
 }
 
 const char *file_name_part(const char *path) {
@@ -43,4 +48,11 @@ std::string temp_path_beside(const std::string &path, const char *suffix) {
   size_t slash = path.find_last_of('/');
   std::string dir = slash == std::string::npos ? "" : path.substr(0, slash + 1);
   return dir + guid_text() + suffix;
+}
+
+std::string directory_of(const std::string &path) {
+  size_t slash = path.find_last_of('/');
+  if (slash == std::string::npos)
+    return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
 }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -15,7 +16,19 @@ using TOKENS = std::vector<std::string>;
 
 namespace {
 
-// Every token of `text`, read as a command file would be.
+// The tokens of `text` cut out of the text in place, as the archiver reads
+// a command file.
+TOKENS tokens_in_place(const std::string &text) {
+  COMMAND_TEXT in{static_cast<char *>(malloc(text.size() + 1)), text.size(), 0, 0};
+  memcpy(in.data, text.data(), text.size());
+  TOKENS tokens;
+  while (char *token = next_token(in))
+    tokens.emplace_back(token);
+  free(in.data);
+  return tokens;
+}
+
+// Every token of `text`, read from a stream; reading in place must agree.
 TOKENS tokens_of(const std::string &text) {
   FILE *stream = tmpfile();
   fwrite(text.data(), 1, text.size(), stream);
@@ -26,6 +39,7 @@ TOKENS tokens_of(const std::string &text) {
     free(token);
   }
   fclose(stream);
+  EXPECT_EQ(tokens_in_place(text), tokens) << "in place: " << text;
   return tokens;
 }
 
@@ -154,13 +168,17 @@ void expect_quote_death(const std::string &text, const std::string &second_line)
   EXPECT_EXIT(tokens_of(text), testing::ExitedWithCode(255),
               testing::Eq(QUOTE_LINE + second_line))
       << text;
+  EXPECT_EXIT(tokens_in_place(text), testing::ExitedWithCode(255),
+              testing::Eq(QUOTE_LINE + second_line))
+      << "in place: " << text;
 }
 
 }  // namespace
 
 TEST_F(CmdFileDeathTest, UnterminatedBlockComment) {
-  EXPECT_EXIT(tokens_of("a lib /* no end *"), testing::ExitedWithCode(255),
-              testing::Eq(std::string(">> Unterminated comment in command file; aborting!\n")));
+  for (auto tokens : {tokens_of, tokens_in_place})
+    EXPECT_EXIT(tokens("a lib /* no end *"), testing::ExitedWithCode(255),
+                testing::Eq(std::string(">> Unterminated comment in command file; aborting!\n")));
 }
 
 TEST_F(CmdFileDeathTest, UnterminatedQuoteShowsWhereItStarts) {
@@ -193,5 +211,6 @@ TEST_F(CmdFileDeathTest, UnterminatedQuoteStartingWithAQuote) {
 }
 
 TEST_F(CmdFileDeathTest, UnterminatedQuoteHoldingOnlyALineEnd) {
-  EXPECT_EXIT(tokens_of("x \"\n"), testing::ExitedWithCode(255), testing::Eq(QUOTE_LINE));
+  for (auto tokens : {tokens_of, tokens_in_place})
+    EXPECT_EXIT(tokens("x \"\n"), testing::ExitedWithCode(255), testing::Eq(QUOTE_LINE));
 }

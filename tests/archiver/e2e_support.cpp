@@ -1,9 +1,17 @@
 #include "archiver/e2e_support.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <fcntl.h>
+#include <functional>
+#include <poll.h>
 #include <stdexcept>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
 
 namespace e2e {
 
@@ -78,6 +86,124 @@ bool make_object(const TEMP_DIR &dir, const std::string &name, const std::string
   RUN_RESULT r = testing_support::run({"cc", "-c", "-o", name, source}, dir.path());
   std::filesystem::remove(dir / source);
   return r.status == 0;
+}
+
+namespace {
+
+// Polls `reached` until it holds; false once the process has ended (it can
+// no longer reach the state) or the time is up.
+bool wait_until(int pid, const std::function<bool()> &reached) {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (reached())
+      return true;
+    siginfo_t info{};
+    if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid)
+      return false;
+    std::this_thread::yield();
+  }
+  return false;
+}
+
+}  // namespace
+
+bool wait_until_waiting_for_lock(int pid) {
+  const std::string marker = " " + std::to_string(pid) + " ";
+  return wait_until(pid, [&] {
+    std::string locks = testing_support::read_file("/proc/locks");
+    size_t at = 0;
+    for (size_t end; (end = locks.find('\n', at)) != std::string::npos; at = end + 1) {
+      std::string line = locks.substr(at, end - at);
+      if (line.find("-> FLOCK") != std::string::npos && line.find(marker) != std::string::npos)
+        return true;
+    }
+    return false;
+  });
+}
+
+bool wait_until_writing_unnamed_file(int pid, const std::filesystem::path &dir) {
+  const std::string fds = "/proc/" + std::to_string(pid) + "/fd";
+  const std::string prefix = std::filesystem::canonical(dir).string() + "/#";
+  return wait_until(pid, [&] {
+    std::error_code ec;
+    for (const auto &e : std::filesystem::directory_iterator(fds, ec)) {
+      char target[4096];
+      ssize_t n = readlink(e.path().c_str(), target, sizeof target - 1);
+      if (n > 0 && std::string(target, n).rfind(prefix, 0) == 0)
+        return true;
+    }
+    return false;
+  });
+}
+
+bool wait_for_output(int fd, const std::string &text) {
+  std::string seen;
+  char buffer[4096];
+  while (seen.find(text) == std::string::npos) {
+    pollfd p{fd, POLLIN, 0};
+    if (poll(&p, 1, 60000) <= 0)
+      return false;
+    ssize_t n = read(fd, buffer, sizeof buffer);
+    if (n <= 0)
+      return false;
+    seen.append(buffer, static_cast<size_t>(n));
+  }
+  return true;
+}
+
+FILE_LOCK::FILE_LOCK(const std::filesystem::path &path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+  if (fd_ < 0 || flock(fd_, LOCK_EX) != 0)
+    throw std::runtime_error("cannot lock " + path.string());
+}
+
+FILE_LOCK::~FILE_LOCK() { close(fd_); }
+
+std::string make_big_library(const TEMP_DIR &dir) {
+  std::filesystem::create_directories(dir / "work");
+  std::string block(4 << 20, 'm');
+  std::vector<std::string> args = {"rq", "big.lib"};
+  for (int i = 0; i < 64; i++) {
+    std::string name = "m" + std::to_string(i) + ".bin";
+    block[0] = static_cast<char>('A' + i % 26);
+    dir.write("work/" + name, block + name);  // odd sizes, contents that tell members apart
+    args.push_back(name);
+  }
+  if (arvela(args, dir / "work").status != 0)
+    throw std::runtime_error("cannot build the big library");
+  return dir.read("work/big.lib");
+}
+
+std::optional<std::map<std::string, std::string>> parse_members(const std::string &bytes) {
+  if (bytes.compare(0, 8, MAGIC) != 0)
+    return std::nullopt;
+  std::map<std::string, std::string> members;
+  size_t at = 8;
+  while (at < bytes.size()) {
+    if (bytes.size() - at < 60 || bytes.compare(at + 58, 2, "`\n") != 0)
+      return std::nullopt;
+    std::string name = bytes.substr(at, 16);
+    name.erase(name.find_last_not_of(' ') + 1);
+    size_t size = std::stoul(bytes.substr(at + 48, 10));
+    size_t padded = size + (size & 1);
+    if (bytes.size() - at - 60 < padded)
+      return std::nullopt;
+    if (name != "/" && name != "//") {
+      if (name.empty() || name.back() != '/')
+        return std::nullopt;
+      name.pop_back();
+      members[name] = bytes.substr(at + 60, size);
+    }
+    at += 60 + padded;
+  }
+  return members;
+}
+
+std::vector<std::string> entries(const std::filesystem::path &dir) {
+  std::vector<std::string> names;
+  for (const auto &e : std::filesystem::directory_iterator(dir))
+    names.push_back(e.path().filename().string());
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 }  // namespace e2e

@@ -65,17 +65,24 @@ RUN_RESULT run(const std::vector<std::string> &argv, const fs::path &cwd) {
       }
     }
   }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  result.status = wait_status(pid);
   return result;
 }
 
-int spawn(const std::vector<std::string> &argv, const fs::path &cwd, const fs::path &err_file) {
+int spawn(const std::vector<std::string> &argv, const fs::path &cwd, const fs::path &err_file,
+          int *out_pipe) {
+  int out[2] = {-1, -1};
+  if (out_pipe && pipe(out) != 0)
+    return -1;
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+  if (out_pipe) {
+    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+    posix_spawn_file_actions_addclose(&actions, out[0]);
+  } else {
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+  }
   posix_spawn_file_actions_addopen(&actions, 2, err_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   posix_spawn_file_actions_addchdir_np(&actions, cwd.c_str());
   std::vector<char *> args;
@@ -86,7 +93,17 @@ int spawn(const std::vector<std::string> &argv, const fs::path &cwd, const fs::p
   if (posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ) != 0)
     pid = -1;
   posix_spawn_file_actions_destroy(&actions);
+  if (out_pipe) {
+    close(out[1]);
+    *out_pipe = out[0];
+  }
   return pid;
+}
+
+int wait_status(int pid) {
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 std::string arvela_path() { return ARVELA_EXE; }

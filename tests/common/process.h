@@ -19,8 +19,13 @@ RUN_RESULT run(const std::vector<std::string> &argv, const std::filesystem::path
 
 // Starts argv[0] in `cwd` without waiting: standard input and output go to
 // /dev/null, standard error to `err_file`. Returns the process id, or -1.
+// With `out_pipe`, standard output goes to a pipe whose reading end is
+// stored there instead (the caller closes it).
 int spawn(const std::vector<std::string> &argv, const std::filesystem::path &cwd,
-          const std::filesystem::path &err_file);
+          const std::filesystem::path &err_file, int *out_pipe = nullptr);
+
+// Waits for the process; its exit status, or 128 + the signal that ended it.
+int wait_status(int pid);
 
 // Paths of the executables under test.
 std::string arvela_path();

@@ -143,3 +143,32 @@ TEST(FileHandleManager, StandardStreamsAreNeverClosed) {
   EXPECT_EQ(managed_stream(managed_stderr()), stderr);
   EXPECT_EQ(managed_stream(managed_stdin()), stdin);
 }
+
+// An adopted stream reads from the descriptor it was given, however many
+// files come and go: even with its path now naming another file, it is
+// never reopened by that path.
+TEST(FileHandleManager, AdoptedStreamKeepsItsDescriptor) {
+  TEMP_DIR dir;
+  dir.write("lib", "the file that was locked");
+  FILE *stream = fopen((dir / "lib").c_str(), "rb");
+  ASSERT_NE(stream, nullptr);
+  MANAGED_FILE *adopted = managed_adopt(stream, (dir / "lib").c_str());
+  ASSERT_NE(adopted, nullptr);
+  dir.write("replacement", "another file at the same path");
+  std::filesystem::rename(dir / "replacement", dir / "lib");
+
+  std::vector<MANAGED_FILE *> others;
+  for (int i = 0; i < 2 * MAX_OPEN_STREAMS; i++) {
+    dir.write(numbered(i), "x");
+    others.push_back(managed_open((dir / numbered(i)).c_str(), "rb"));
+    ASSERT_NE(others.back(), nullptr);
+    ASSERT_NE(fgetc(managed_stream(others.back())), EOF);
+  }
+  EXPECT_EQ(managed_stream(adopted), stream);
+  char text[64] = "";
+  EXPECT_NE(fgets(text, sizeof text, managed_stream(adopted)), nullptr);
+  EXPECT_STREQ(text, "the file that was locked");
+  for (MANAGED_FILE *f : others)
+    managed_close(f);
+  EXPECT_EQ(managed_close(adopted), 0);
+}

@@ -1,0 +1,190 @@
+// Opening and locking the library, and reading it through a mapped window.
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "archiver/ar_archive.h"
+#include "support/filename.h"
+#include "support/regular_file.h"
+
+// The file the path leads to: a rewrite replaces the target of a symbolic
+// link, not the link. A link that leads nowhere yet leads to where the new
+// library will be created.
+static std::string resolve(const char *path) {
+  char resolved[PATH_MAX];
+  if (realpath(path, resolved))
+    return resolved;
+  std::string p = path;
+  struct stat st;
+  for (int depth = 0; depth < 40 && lstat(p.c_str(), &st) == 0 && S_ISLNK(st.st_mode); depth++) {
+    ssize_t n = readlink(p.c_str(), resolved, sizeof resolved - 1);
+    if (n <= 0)
+      break;
+    std::string link(resolved, static_cast<size_t>(n));
+    p = link[0] == '/' || p.find('/') == std::string::npos ? link : directory_of(p) + "/" + link;
+  }
+  return p;
+}
+
+// A file system without locks (some network and user-space ones) still
+// holds libraries: there the run goes ahead unlocked, as it always did.
+static int lock(int fd, int operation) {
+  int r;
+  do
+    r = flock(fd, operation);
+  while (r != 0 && errno == EINTR);
+  if (r != 0 && (errno == ENOLCK || errno == EOPNOTSUPP || errno == ENOSYS))
+    r = 0;
+  return r;
+}
+
+static bool same_file(const struct stat &a, const struct stat &b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+AR_OPEN_RESULT ar_open_source(ARCHIVE *ar, const char *path, AR_ACCESS access) {
+  int operation = access == AR_WRITE ? LOCK_EX : LOCK_SH;
+  for (;;) {
+    std::string target = resolve(path);
+    REGULAR_FILE file;
+    switch (open_regular_file(target.c_str(), &file)) {
+    case REGULAR_MISSING: {
+      if (access == AR_READ)
+        return AR_OPEN_MISSING;
+      // No file to lock yet: writers creating it take turns on its directory,
+      // and whoever comes second finds the file and starts again.
+      int dir = open(directory_of(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+      if (dir >= 0 && lock(dir, LOCK_EX) == 0) {
+        struct stat st;
+        if (stat(target.c_str(), &st) == 0) {
+          close(dir);
+          continue;
+        }
+      }
+      ar->source.directory_lock = dir;
+      ar->source.path = ar->pool.strdup(target);
+      return AR_OPEN_MISSING;
+    }
+    case REGULAR_UNREADABLE: return AR_OPEN_UNREADABLE;
+    case REGULAR_NOT_REGULAR: return AR_OPEN_NOT_REGULAR;
+    case REGULAR_OK: break;
+    }
+    struct stat now;
+    if (lock(file.fd, operation) != 0 || fstat(file.fd, &file.st) != 0) {
+      close(file.fd);
+      return AR_OPEN_UNREADABLE;
+    }
+    // Another writer may have put a new archive in place while this one
+    // waited for the lock: only the file the path names now will do.
+    if (stat(target.c_str(), &now) != 0 || !same_file(now, file.st)) {
+      close(file.fd);
+      continue;
+    }
+    FILE *stream = fdopen(file.fd, "rb");
+    MANAGED_FILE *managed = stream ? managed_adopt(stream, target.c_str()) : nullptr;
+    if (!managed) {
+      stream ? fclose(stream) : close(file.fd);
+      return AR_OPEN_UNREADABLE;
+    }
+    ar->source.file = managed;
+    ar->source.identity = file.st;
+    ar->source.path = ar->pool.strdup(target);
+    return AR_OPEN_OK;
+  }
+}
+
+uint64_t ar_source_size(const ARCHIVE *ar) {
+  struct stat st;
+  FILE *s = ar->source.file ? managed_stream(ar->source.file) : nullptr;
+  if (!s || fstat(fileno(s), &st) != 0)
+    return 0;
+  return static_cast<uint64_t>(st.st_size);
+}
+
+// Every seek is a system call, even inside the stream's buffer, and the
+// archive is mostly read front to back: a short hop forward (a header, a
+// padding byte) is read past instead.
+FILE *ar_source_at(ARCHIVE *ar, uint64_t offset) {
+  if (!ar->source.file)
+    return nullptr;
+  FILE *s = managed_stream(ar->source.file);
+  if (!s)
+    return nullptr;
+  off_t here = ftello(s);
+  if (here >= 0 && static_cast<uint64_t>(here) <= offset && offset - here <= 256) {
+    char skip[256];
+    size_t gap = static_cast<size_t>(offset - here);
+    if (fread(skip, 1, gap, s) == gap)
+      return s;
+  }
+  if (here != static_cast<off_t>(offset) && fseeko(s, static_cast<off_t>(offset), SEEK_SET) != 0)
+    return nullptr;
+  return s;
+}
+
+static constexpr uint64_t WINDOW_SIZE = 1 << 20;
+
+void ar_release_window(ARCHIVE *ar) {
+  AR_READ_CACHE &c = ar->source.cache;
+  if (c.window)
+    munmap(const_cast<char *>(c.window), c.window_length);
+  c.window = nullptr;
+  c.window_offset = c.window_length = 0;
+}
+
+// Maps the window so that it starts at or before `offset`; false when the
+// source cannot be mapped, or `offset` is past its end.
+static bool map_window(ARCHIVE *ar, uint64_t offset) {
+  ar_release_window(ar);
+  uint64_t size = ar_source_size(ar);
+  uint64_t start = offset & ~static_cast<uint64_t>(sysconf(_SC_PAGESIZE) - 1);
+  if (start >= size)
+    return false;
+  uint64_t length = size - start < WINDOW_SIZE ? size - start : WINDOW_SIZE;
+  void *p = mmap(nullptr, length, PROT_READ, MAP_PRIVATE, fileno(managed_stream(ar->source.file)),
+                 static_cast<off_t>(start));
+  if (p == MAP_FAILED)
+    return false;
+  AR_READ_CACHE &c = ar->source.cache;
+  c.window = static_cast<const char *>(p);
+  c.window_offset = start;
+  c.window_length = length;
+  return true;
+}
+
+long ar_read_source(ARCHIVE *ar, uint64_t offset, char *out, size_t n) {
+  if (!ar->source.file)
+    return -1;
+  AR_READ_CACHE &c = ar->source.cache;
+  bool inside = c.window && offset >= c.window_offset && offset + n <= c.window_offset + c.window_length;
+  // Past a large member the next header would be alone in a new window:
+  // read just the header instead of mapping one for it.
+  bool long_jump = offset > c.last_read_offset + WINDOW_SIZE;
+  c.last_read_offset = offset;
+  if (!inside && long_jump) {
+    FILE *s = managed_stream(ar->source.file);
+    ssize_t got = s ? pread(fileno(s), out, n, static_cast<off_t>(offset)) : -1;
+    if (got >= 0)
+      return static_cast<long>(got);
+  }
+  if (inside || map_window(ar, offset)) {
+    uint64_t end = c.window_offset + c.window_length;
+    if (offset >= end)
+      return 0;  // past the end of the file
+    uint64_t available = end - offset;
+    size_t count = n < available ? n : static_cast<size_t>(available);
+    memcpy(out, c.window + (offset - c.window_offset), count);
+    return static_cast<long>(count);
+  }
+  FILE *s = ar_source_at(ar, offset);
+  if (!s)
+    return -1;
+  size_t read = fread(out, 1, n, s);
+  return ferror(s) ? -1 : static_cast<long>(read);
+}

@@ -1,0 +1,21 @@
+// Standard output of the commands, kept in a buffer of our own rather than
+// in stdio's: a signal handler can then flush it with write(2), which it may
+// call, where fflush is not safe to call from a handler.
+#pragma once
+
+#include <string>
+
+// Appends formatted text; flushed when the buffer fills, at exit, or at once
+// when standard output is a terminal.
+void out_printf(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+// Writes out what the buffer holds.
+void out_flush();
+
+// The same, for a signal handler: write(2) only.
+void out_flush_from_signal();
+
+// The text with every control character (bytes below 0x20 and 0x7F) written
+// as a backslash and three octal digits, so that names taken from an archive
+// cannot drive the terminal. Printable text comes back unchanged.
+std::string printable(const char *text);

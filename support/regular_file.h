@@ -1,0 +1,21 @@
+// Opening a file that must be a plain file on disk. The open never waits (a
+// FIFO would hold it until a writer came), and devices, directories and the
+// kernel's pseudo-files, whose size says nothing of what they give, are
+// refused before a byte is read.
+#pragma once
+
+#include <sys/stat.h>
+
+enum REGULAR_OPEN {
+  REGULAR_OK,
+  REGULAR_MISSING,      // nothing at the path (or a directory on the way is missing)
+  REGULAR_UNREADABLE,   // a plain file, but it cannot be opened for reading
+  REGULAR_NOT_REGULAR,  // a FIFO, device, directory, socket or pseudo-file
+};
+
+struct REGULAR_FILE {
+  int fd = -1;          // open for reading, blocking, close-on-exec; -1 unless REGULAR_OK
+  struct stat st = {};  // the file's status, when it could be read
+};
+
+[[nodiscard]] REGULAR_OPEN open_regular_file(const char *path, REGULAR_FILE *out);

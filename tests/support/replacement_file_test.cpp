@@ -1,0 +1,49 @@
+// A replacement file is invisible until committed, then takes the target's
+// place in one step; discarded or never committed, it leaves nothing.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <unistd.h>
+
+#include "common/process.h"
+#include "support/replacement_file.h"
+
+using testing_support::TEMP_DIR;
+
+TEST(ReplacementFile, InvisibleUntilCommittedThenInPlace) {
+  TEMP_DIR dir;
+  dir.write("target", "old");
+  std::string target = (dir / "target").string();
+  REPLACEMENT_FILE f;
+  ASSERT_TRUE(replacement_create(&f, target.c_str()));
+  ASSERT_EQ(write(f.fd, "new contents", 12), 12);
+  EXPECT_EQ(dir.list(), std::vector<std::string>{"target"});
+  EXPECT_EQ(dir.read("target"), "old");
+  ASSERT_TRUE(replacement_commit(&f, target.c_str()));
+  EXPECT_TRUE(f.replaced);
+  EXPECT_EQ(dir.read("target"), "new contents");
+  EXPECT_EQ(dir.list(), std::vector<std::string>{"target"});
+  replacement_discard(&f);  // after the commit: nothing to undo
+  replacement_close(&f);
+  EXPECT_EQ(dir.read("target"), "new contents");
+}
+
+TEST(ReplacementFile, NamedButDiscardedLeavesNothing) {
+  TEMP_DIR dir;
+  std::string target = (dir / "target").string();
+  REPLACEMENT_FILE f;
+  ASSERT_TRUE(replacement_create(&f, target.c_str()));
+  ASSERT_TRUE(replacement_name(&f, target.c_str()));
+  EXPECT_EQ(dir.list().size(), 1u);  // its temporary name
+  replacement_discard(&f);
+  replacement_close(&f);
+  EXPECT_TRUE(dir.list().empty());
+}
+
+TEST(ReplacementFile, MissingDirectoryFails) {
+  TEMP_DIR dir;
+  REPLACEMENT_FILE f;
+  EXPECT_FALSE(replacement_create(&f, (dir / "no/such/target").c_str()));
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(f.fd, -1);
+}
