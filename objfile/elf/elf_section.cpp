@@ -46,6 +46,15 @@ DATA_MAP *ELF_SECTION::get_data() {
   return &data_;
 }
 
+DATA_MAP *ELF_SECTION::get_raw_data() {
+  if (header_.sh_type == SHT_NOBITS || (get_attribute(ELF_SCN_ATTR_FLAGS) & QV_SHF_NOINIT))
+    get_file()->set_error(OF_ERR_WARNING,
+                          "accessing the raw data of section \"%s\" which is uninitialized according to its section "
+                          "attributes; changes to raw data may be lost",
+                          get_name().c_str());
+  return get_data();
+}
+
 bool ELF_SECTION::begin_change() {
   ELF_FILE *file = get_file();
   return file->get_state() <= OF_STATE_LOCKED || file->set_state(OF_STATE_LOCKED) == 0;

@@ -48,6 +48,10 @@ public:
   // an empty map.
   DATA_MAP *get_data() override;
   int set_data(const void *bytes, uint32_t size) override;
+  // The contents for a caller that means to read or change them: a section
+  // that its attributes call uninitialised (SHT_NOBITS, or the extended
+  // flag QV_SHF_NOINIT) warns that changes may be lost (error 4).
+  DATA_MAP *get_raw_data();
 
   uint32_t get_type() const override { return header_.sh_type; }
   int set_type(uint32_t type) override;

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include "common/msg_capture.h"
+#include "common/process.h"
+#include "objfile/elf/elf_names.h"
 #include "objfile/elf/elf_builder.h"
 #include "objfile/elf/elf_file.h"
 #include "objfile/elf/elf_group.h"
@@ -340,3 +342,57 @@ TEST_P(ElfWrite, ACOFFStyleMissingStepFailsLoudly) {
 }
 
 INSTANTIATE_TEST_SUITE_P(BothOrders, ElfWrite, ::testing::Values(LITTLE, BIG), order_name);
+
+TEST_P(ElfWrite, ASectionZeroThatIsNotNullIsReplaced) {
+  builder.add_symtab({{"f", 0, 0, GLOBAL_FUNC, 0, 1}});
+  OPENED in(builder.build());
+  ELF_SECTION *zero = in.elf()->get_section_table()->get_section(0);
+  zero->header().sh_type = SHT_PROGBITS;
+  MSG_CAPTURE capture;
+  OPENED o(written(in.object()));
+  EXPECT_EQ(in.object()->get_error_text(), "section 0 is not a NULL section");
+  EXPECT_EQ(in.object()->get_error_code(), OF_ERR_INTERNAL);
+  ELF_SECTION_TABLE *t = o.elf()->get_section_table();
+  EXPECT_EQ(t->get_section(0)->get_type(), SHT_NULL);
+  EXPECT_EQ(t->get_count(), in.elf()->get_section_table()->get_count())
+      << "the old section 0 is kept among the others";
+  // Every symbol still names its section by name.
+  EXPECT_EQ(t->get_section(o.object()->get_symbol_table()->find_symbol("f")->get_section_index())->get_name(),
+            ".text");
+}
+
+TEST_P(ElfWrite, PathFormsInformationRowsAndTypeNames) {
+  builder.machine = 141;
+  std::string attributes = BYTES(GetParam()).u8('A').u32(12).raw(std::string("QV\0", 3)).u8(1).u32(5).bytes();
+  builder.add_symtab({{"f", 0, 0, GLOBAL_FUNC, 0, 1}});
+  builder.add({".attrs", SHT_ATTRIBUTES, attributes});
+  builder.add({".bss", SHT_NOBITS, ""});
+  OPENED in(builder.build());
+  TEMP_DIR dir;
+  std::string path = (dir / "out.o").string();
+  ASSERT_EQ(in.object()->write_to_path(path.c_str()), 0);
+  EXPECT_EQ(read_file(dir / "out.o"), written(in.object()));
+  EXPECT_EQ(in.object()->write_to_path((dir / "no/such/dir").c_str()), -1);
+  EXPECT_EQ(in.object()->get_error_code(), OF_ERR_OPEN);
+  in.object()->clear_error();
+  ASSERT_EQ(in.object()->dump_xml_to_path((dir / "out.xml").c_str()), 0);
+  EXPECT_EQ(read_file(dir / "out.xml").rfind("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<object_file", 0), 0u);
+
+  char *text = nullptr;
+  size_t size = 0;
+  FILE *stream = open_memstream(&text, &size);
+  in.object()->print_info(stream);
+  fclose(stream);
+  std::string info(text, size);
+  free(text);
+  EXPECT_NE(info.find("  Vendor:                   vela28abi\n"), std::string::npos) << info;
+  EXPECT_NE(info.find("  Producer:                 QV\n"), std::string::npos) << info;
+  EXPECT_EQ(elf_section_type_name(in.object(), 0x7F000005), "SHT_QV_SH_FLAGS");
+  EXPECT_EQ(elf_section_type_name(in.object(), 0x7F000007), "SHT_QV_SH_PAGE");
+  EXPECT_EQ(elf_section_type_name(in.object(), 0x7F000009), "SHT_0x7f000009");
+
+  EXPECT_NE(in.elf()->get_section_table()->find_elf_section(".bss")->get_raw_data(), nullptr);
+  EXPECT_EQ(in.object()->get_error_code(), OF_ERR_WARNING);
+  EXPECT_EQ(in.object()->get_error_text(), "accessing the raw data of section \".bss\" which is uninitialized "
+                                           "according to its section attributes; changes to raw data may be lost");
+}
