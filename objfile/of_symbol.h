@@ -140,6 +140,12 @@ protected:
   // For formats renumbering before writing: `symbols` in their new order and
   // the old-to-new map (REMOVED for dropped entries).
   void reorder(std::vector<std::unique_ptr<OF_SYMBOL>> symbols, std::vector<uint32_t> old_to_new);
+  // Hands the entries over for reorder(), one per index (empty where none
+  // is loaded).
+  std::vector<std::unique_ptr<OF_SYMBOL>> take_symbols() {
+    symbols_.resize(count_);
+    return std::move(symbols_);
+  }
   // Records a renumbering in the published map.
   void publish(std::vector<uint32_t> old_to_new);
   // Loads every entry not yet loaded.
