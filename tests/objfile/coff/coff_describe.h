@@ -5,6 +5,8 @@
 // failing comparison shows where they differ.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <sstream>
 #include <string>
@@ -25,6 +27,21 @@ inline std::string hex_bytes(const uint8_t *bytes, size_t size) {
     out += buf;
   }
   return out;
+}
+
+// Writes the object through the pipeline and returns the bytes.
+inline std::string write_to_string(OFE::OBJECT_FILE *object) {
+  FILE *stream = tmpfile();
+  int result = object->write(stream);
+  EXPECT_EQ(result, 0) << object->get_error_text();
+  std::string bytes;
+  rewind(stream);
+  char buf[4096];
+  size_t n;
+  while ((n = fread(buf, 1, sizeof buf, stream)) > 0)
+    bytes.append(buf, n);
+  fclose(stream);
+  return bytes;
 }
 
 inline std::string describe(OFE::QVCOFF_FILE *f) {

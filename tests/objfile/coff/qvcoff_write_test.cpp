@@ -17,21 +17,6 @@ using namespace OFE;
 
 namespace {
 
-// Writes the object through the pipeline and returns the bytes.
-std::string written(OBJECT_FILE *object) {
-  FILE *stream = tmpfile();
-  int result = object->write(stream);
-  EXPECT_EQ(result, 0) << object->get_error_text();
-  std::string bytes;
-  rewind(stream);
-  char buf[4096];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof buf, stream)) > 0)
-    bytes.append(buf, n);
-  fclose(stream);
-  return bytes;
-}
-
 class CoffWrite : public testing::TestWithParam<std::tuple<int, TEST_ORDER>> {
 protected:
   int version() const { return std::get<0>(GetParam()); }
@@ -43,7 +28,7 @@ TEST_P(CoffWrite, WhatIsReadIsWrittenAndReadsTheSame) {
   OPENED_COFF original(c.build(), "rich.obj");
   ASSERT_NE(original.file(), nullptr);
   ASSERT_EQ(original.error_code(), 0u) << original.error();
-  std::string copy = written(original.object.get());
+  std::string copy = write_to_string(original.object.get());
   // Described after writing, which refreshed the optional header.
   std::string before = describe(original.file());
   EXPECT_EQ(original.file()->get_state(), OF_STATE_SAVED);
@@ -52,7 +37,7 @@ TEST_P(CoffWrite, WhatIsReadIsWrittenAndReadsTheSame) {
   ASSERT_NE(reread.file(), nullptr);
   EXPECT_EQ(reread.error_code(), 0u) << reread.error();
   EXPECT_EQ(describe(reread.file()), before);
-  EXPECT_EQ(written(reread.object.get()), copy) << "the copy of a copy is the same bytes";
+  EXPECT_EQ(write_to_string(reread.object.get()), copy) << "the copy of a copy is the same bytes";
 
   // The header was refreshed from the tables.
   const QVCOFF_OPT_HEADER_RECORD &opt = reread.file()->get_optional_header();
@@ -84,7 +69,7 @@ TEST_P(CoffWrite, BothByteOrdersDecodeToTheSameValues) {
   COFF_IMAGE little = rich_image(version(), LITTLE), big = rich_image(version(), BIG);
   OPENED_COFF a(little.build()), b(big.build());
   EXPECT_EQ(describe(a.file()), describe(b.file()));
-  OPENED_COFF a2(written(a.object.get())), b2(written(b.object.get()));
+  OPENED_COFF a2(write_to_string(a.object.get())), b2(write_to_string(b.object.get()));
   EXPECT_EQ(describe(a2.file()), describe(b2.file()));
   EXPECT_EQ(b2.file()->get_data_endian(), OF_ENDIAN_BIG) << "a file is written in the byte order it was read in";
 }
@@ -108,7 +93,7 @@ TEST_P(CoffWrite, RenumberedSymbolsKeepEveryReference) {
   EXPECT_EQ(walked.size(), version() == 2 ? 10u : 9u);
   EXPECT_EQ(walked[0], "first");
 
-  OPENED_COFF r(written(o.object.get()));
+  OPENED_COFF r(write_to_string(o.object.get()));
   ASSERT_EQ(r.error_code(), 0u) << r.error();
   QVCOFF_SYMBOL_TABLE *rt = r.symbols();
   ASSERT_NE(rt->find_symbol("main"), nullptr);
@@ -181,7 +166,7 @@ TEST_P(CoffWrite, SectionSettersKeepToTheLayoutsWidths) {
   }
 
   // What was set is what is written.
-  OPENED_COFF r(written(o.object.get()));
+  OPENED_COFF r(write_to_string(o.object.get()));
   QVCOFF_SECTION *back = r.file()->get_qvcoff_section_table()->get_qvcoff_section(2);
   EXPECT_EQ(back->get_name(), narrow ? ".data.fi" : ".data.fifteen..");
   EXPECT_EQ(back->get_page(), narrow ? 44u : 300u);
@@ -204,7 +189,7 @@ TEST_P(CoffWrite, CountsBeyond65535AreCutInTheOlderLayouts) {
     reports.push_back(text);
     obj->clear_error();
   });
-  std::string bytes = written(o.object.get());
+  std::string bytes = write_to_string(o.object.get());
   OPENED_COFF r(bytes);
   QVCOFF_SECTION *back = r.file()->get_qvcoff_section_table()->get_qvcoff_section(1);
   if (version() == 2) {
@@ -260,7 +245,7 @@ TEST(CoffWriteNew, AFileMadeInMemoryIsWritten) {
   ASSERT_EQ(s->set_name("a_long_symbol_name"), 0);
   ASSERT_EQ(static_cast<QVCOFF_SYMBOL *>(s)->set_section(1), 0);
   ASSERT_EQ(s->set_binding(OF_BIND_GLOBAL), 0);
-  OPENED_COFF r(written(&f));
+  OPENED_COFF r(write_to_string(&f));
   ASSERT_NE(r.file(), nullptr);
   EXPECT_EQ(r.error_code(), 0u) << r.error();
   EXPECT_EQ(r.file()->get_machine(), OF_MACHINE_ARM);
@@ -282,7 +267,7 @@ TEST(CoffWriteGroups, AGroupIsReadAsATruthValueAndNeedsItsSignature) {
   EXPECT_STREQ(group->get_kind_name(), "COMDAT");
   EXPECT_EQ(group->get_count(), 1u);
   EXPECT_EQ(sections->get_qvcoff_section(4)->get_owning_group(), group) << "members are told";
-  OPENED_COFF r(written(o.object.get()));
+  OPENED_COFF r(write_to_string(o.object.get()));
   DATA_MAP *words = r.file()->get_qvcoff_section_table()->get_qvcoff_section(5)->get_data();
   ASSERT_NE(words, nullptr);
   words->set_position(0);
