@@ -72,6 +72,12 @@ public:
   OBJECT_FILE *get_object() const;
 
 protected:
+  // The one rule of every format's setters: a symbol changes only while its
+  // file is open (a file that has been prepared or laid out must be reverted
+  // first, or the change would miss the encoded table); the symbol is then
+  // marked changed. False with error 5 otherwise.
+  bool begin_edit();
+
   std::string name_;
 
 private:

@@ -125,13 +125,7 @@ OF_FORMAT_VERSION QVCOFF_SYMBOL::version() const {
   return o ? o->get_format_version() : OF_VERSION_UNKNOWN;
 }
 
-bool QVCOFF_SYMBOL::begin_change() {
-  OBJECT_FILE *o = object();
-  if (o && o->require_state_at_most(OF_STATE_OPEN) != 0)
-    return false;
-  set_changed();
-  return true;
-}
+bool QVCOFF_SYMBOL::begin_change() { return begin_edit(); }
 
 int QVCOFF_SYMBOL::set_name(const std::string &name) {
   if (!begin_change())
@@ -353,6 +347,37 @@ void QVCOFF_SYMBOL_TABLE::prepare_for_writing() {
     }
   }
   reorder(std::move(renumbered), std::move(old_to_new));
+}
+
+void QVCOFF_SYMBOL_TABLE::apply_map_to_aux(const OF_INDEX_MAP &map, uint32_t old_count) {
+  auto follow = [&](uint32_t &index) {
+    if (index == 0)
+      return;
+    uint32_t moved = map(index);
+    index = moved != REMOVED ? moved : index == old_count ? get_count() : 0;
+  };
+  for (uint32_t i = 0; i < get_count(); i = next_index(i)) {
+    QVCOFF_SYMBOL *s = get_qvcoff_symbol(i);
+    if (!s)
+      continue;
+    for (QVCOFF_AUX &aux : s->aux_) {
+      if (auto *a = std::get_if<QVCOFF_AUX_TAG_RECORD>(&aux)) {
+        follow(a->x_tagndx);
+        follow(a->x_endndx);
+      } else if (auto *a = std::get_if<QVCOFF_AUX_EOS_RECORD>(&aux)) {
+        follow(a->x_tagndx);
+      } else if (auto *a = std::get_if<QVCOFF_AUX_FUNCTION_RECORD>(&aux)) {
+        follow(a->x_tagndx);
+        follow(a->x_endndx);
+      } else if (auto *a = std::get_if<QVCOFF_AUX_SCOPE_RECORD>(&aux)) {
+        follow(a->x_endndx);
+      } else if (auto *a = std::get_if<QVCOFF_AUX_ARRAY_RECORD>(&aux)) {
+        follow(a->x_tagndx);
+      } else if (auto *a = std::get_if<QVCOFF_AUX_TYPEDEF_RECORD>(&aux)) {
+        follow(a->x_tagndx);
+      }
+    }
+  }
 }
 
 bool QVCOFF_SYMBOL_TABLE::encode(QVCOFF_STRING_TABLE *strings, std::vector<uint8_t> &out) {

@@ -57,9 +57,11 @@ bool QVCOFF_FILE::prepare_sections() { return true; }
 bool QVCOFF_FILE::prepare_symbols() {
   QVCOFF_SYMBOL_TABLE *symbols = get_qvcoff_symbol_table();
   symbols->prepare_for_writing();
+  // Every renumbering since the file was read: edits and the one above.
   OF_INDEX_MAP map = symbols->take_index_map();
   if (map.is_identity())
     return true;
+  symbols->apply_map_to_aux(map, static_cast<uint32_t>(map.size()));
   QVCOFF_SECTION_TABLE *sections = get_qvcoff_section_table();
   for (uint32_t i = 1; i <= sections->get_count(); i++) {
     QVCOFF_SECTION *s = sections->get_qvcoff_section(i);

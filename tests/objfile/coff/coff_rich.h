@@ -7,6 +7,7 @@
 //   symbol  0 ".file" (1 aux)   2 "main" (1)    4 ".bf" (1)   6 ".ef" (1)
 //           8 "a_long_array_name" (2)   11 ".text" (1)   13 "ext"
 //          14 "absolute"   15 "lbl"   16 "group_signature" (version "2")
+// "main"'s auxiliary entry names symbol 11 as its tag.
 #pragma once
 
 #include <string>
@@ -51,7 +52,7 @@ inline COFF_IMAGE rich_image(int version, TEST_ORDER order) {
   }
   c.symbols = {
       {.name = ".file", .scnum = 0xFFFE, .sclass = 103, .aux = {version == 2 ? c.aux_section(0x66696C65, 0x2E63, 0) : std::string("file.c")}},
-      {.name = "main", .value = 0x10, .scnum = 1, .type = 0x24, .sclass = 2, .aux = {c.aux_size(8, 0x33)}},
+      {.name = "main", .value = 0x10, .scnum = 1, .type = 0x24, .sclass = 2, .aux = {c.aux_size(8, 11)}},
       {.name = ".bf", .value = 0x10, .scnum = 1, .sclass = 101, .aux = {c.aux_scope(10)}},
       {.name = ".ef", .value = 0x18, .scnum = 1, .sclass = 101, .aux = {c.aux_scope(12)}},
       {.name = "a_long_array_name", .scnum = 2, .type = 0x34, .sclass = 3,

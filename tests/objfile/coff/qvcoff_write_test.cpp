@@ -105,6 +105,8 @@ TEST_P(CoffWrite, RenumberedSymbolsKeepEveryReference) {
   EXPECT_EQ(text->relocations()->get_reloc(0)->get_symbol()->get_name(), "main");
   EXPECT_EQ(text->relocations()->get_reloc(4)->get_symbol()->get_name(), "ext");
   EXPECT_EQ(text->line_numbers()->get_entry(0)->l_addr, main_index) << "the function entry follows the symbol";
+  auto function = std::get<QVCOFF_AUX_FUNCTION_RECORD>(static_cast<QVCOFF_SYMBOL *>(rt->find_symbol("main"))->get_aux()[0]);
+  EXPECT_EQ(function.x_tagndx, 11u - 3 + 1) << "indexes inside auxiliary entries follow too";
   if (version() == 2) {
     QVCOFF_GROUP_TABLE *group = r.file()->get_qvcoff_section_table()->get_qvcoff_section(5)->group();
     ASSERT_NE(group, nullptr);
