@@ -1,6 +1,7 @@
 #include "objfile/coff/qvcoff_symbol.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 
 #include "objfile/coff/qvcoff_file.h"
@@ -263,6 +264,43 @@ void QVCOFF_SYMBOL::print_info(FILE *stream) const {
   fprintf(stream, "  %-26s%s\n", "Storage Class:", get_storage_class_name());
   fprintf(stream, "  %-26s%s\n", "Basic Type:", get_basic_type_name());
   fprintf(stream, "  Derived Type %d:%*s%s\n", 1, 11, "", derived_type_name((record_.n_type & N_TMASK) >> 4));
+  auto row = [stream](const char *label, uint32_t value) { fprintf(stream, "  %-26s%u\n", label, value); };
+  for (const QVCOFF_AUX &aux : aux_) {
+    if (auto *a = std::get_if<QVCOFF_AUX_TAG_RECORD>(&aux)) {
+      row("Tag Index:", a->x_tagndx);
+      row("CSU Size:", a->x_size);
+      row("Next Symbol:", a->x_endndx);
+    } else if (auto *a = std::get_if<QVCOFF_AUX_EOS_RECORD>(&aux)) {
+      row("Tag Index:", a->x_tagndx);
+      row("CSU Size:", a->x_size);
+    } else if (auto *a = std::get_if<QVCOFF_AUX_FUNCTION_RECORD>(&aux)) {
+      row("Tag Index:", a->x_tagndx);
+      row("Size:", a->x_fsize);
+      row("Line Offset:", a->x_lnnoptr);
+      row("Next Symbol:", a->x_endndx);
+    } else if (auto *a = std::get_if<QVCOFF_AUX_SCOPE_RECORD>(&aux)) {
+      row("Register Mask:", a->x_regmask);
+      row("Line Number:", a->x_lnno);
+      row("# Line Entries:", a->x_nlinent);
+      row("Frame Size:", a->x_framesize);
+      row("Next Symbol:", a->x_endndx);
+    } else if (auto *a = std::get_if<QVCOFF_AUX_ARRAY_RECORD>(&aux)) {
+      row("Tag Index:", a->x_tagndx);
+      row("Size:", a->x_size);
+      fprintf(stream, "  %-26s[%d][%d][%d][%d]\n", "Dimensions:", a->x_dimen[0], a->x_dimen[1], a->x_dimen[2],
+              a->x_dimen[3]);
+    } else if (auto *a = std::get_if<QVCOFF_AUX_TYPEDEF_RECORD>(&aux)) {
+      row("Tag Index:", a->x_tagndx);
+      row("Size:", a->x_size);
+    } else if (auto *a = std::get_if<QVCOFF_AUX_FILE_RECORD>(&aux)) {
+      const char *text = reinterpret_cast<const char *>(a->x_fname.data());
+      fprintf(stream, "  %-26s%.*s\n", "File Name:", static_cast<int>(strnlen(text, a->x_fname.size())), text);
+    } else if (auto *a = std::get_if<QVCOFF_AUX_SECTION_RECORD>(&aux)) {
+      row("Section Length:", a->x_scnlen);
+      row("# Relocs:", a->x_nreloc);
+      row("# Lines:", a->x_nlinno);
+    }
+  }
 }
 
 QVCOFF_SYMBOL_TABLE::QVCOFF_SYMBOL_TABLE(QVCOFF_FILE *file, DATA_MAP *raw, uint32_t count)

@@ -85,4 +85,28 @@ TEST(CoffDump, XmlElementsAndDescriptions) {
     EXPECT_TRUE(has(xml, expected)) << expected << "\n" << xml;
 }
 
+TEST(CoffDump, SymbolInformationShowsTheAuxiliaryFields) {
+  OPENED_COFF o(rich_image(1, BIG).build());
+  auto info = [&](uint32_t index) {
+    FILE *stream = tmpfile();
+    o.symbol(index)->print_info(stream);
+    std::string text;
+    rewind(stream);
+    char buf[1024];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, stream)) > 0)
+      text.append(buf, n);
+    fclose(stream);
+    return text;
+  };
+  std::string array = info(RICH_ARRAY);
+  EXPECT_TRUE(has(array, "  Storage Class:            C_STAT\n")) << array;
+  EXPECT_TRUE(has(array, "  Derived Type 1:           array\n")) << array;
+  EXPECT_TRUE(has(array, "  Dimensions:               [0][0][0][0]\n")) << array;
+  EXPECT_TRUE(has(array, "  Dimensions:               [1][2][3][4]\n")) << array;
+  EXPECT_TRUE(has(info(4), "  Line Number:              10\n"));
+  EXPECT_TRUE(has(info(0), "  File Name:                file.c\n"));
+  EXPECT_TRUE(has(info(11), "  Section Length:           4\n  # Relocs:                 5\n"));
+}
+
 }  // namespace
