@@ -328,6 +328,12 @@ int QVCOFF_SYMBOL_TABLE::select_for_removal(uint32_t index) {
   return 0;
 }
 
+OF_SYMBOL *QVCOFF_SYMBOL_TABLE::insert_symbol(uint32_t index) {
+  while (index < get_count() && !get_symbol(index))
+    index++;
+  return OF_SYMBOL_TABLE::insert_symbol(index);
+}
+
 void QVCOFF_SYMBOL_TABLE::find_aux_entries() {
   aux_found_ = true;
   uint32_t count = get_count();

@@ -99,6 +99,8 @@ public:
   uint32_t next_index(uint32_t index) override;
   // Selects the symbol's auxiliary entries with it.
   int select_for_removal(uint32_t index) override;
+  // An index inside a symbol's auxiliary entries inserts behind them.
+  OF_SYMBOL *insert_symbol(uint32_t index) override;
   uint32_t get_entry_size() const { return QVCOFF_SYMBOL_SIZE; }
   QVCOFF_FILE *get_file() const { return file_; }
   // The symbol at `index` as a COFF symbol, or null.

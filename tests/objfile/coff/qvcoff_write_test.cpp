@@ -86,6 +86,11 @@ TEST_P(CoffWrite, RenumberedSymbolsKeepEveryReference) {
   OF_SYMBOL *added = t->insert_symbol(0);
   ASSERT_NE(added, nullptr);
   ASSERT_EQ(added->set_name("first"), 0);
+  OF_SYMBOL *between = t->insert_symbol(RICH_MAIN + 2);  // main's auxiliary entry: goes behind it
+  ASSERT_NE(between, nullptr);
+  EXPECT_EQ(between->get_index(), RICH_MAIN + 3);
+  ASSERT_EQ(t->select_for_removal(between->get_index()), 0);
+  ASSERT_EQ(t->remove_selected(), 1);
   std::vector<std::string> walked;
   for (uint32_t i = 0; i < t->get_count(); i = t->next_index(i))
     if (OF_SYMBOL *s = t->get_symbol(i))
