@@ -260,7 +260,9 @@ OF_BUILD_ATTR_TABLE *QVCOFF_FILE::get_build_attributes(bool create) {
   if (build_attributes_section_ == 0)
     if (OF_SECTION *s = sections->find_section("$build.attributes"))
       build_attributes_section_ = s->get_index() + 1;
-  if (build_attributes_section_ == 0 && !create)
+  // Only version "2" can name the section ("$build.attributes" is longer
+  // than the 8 characters of the older layouts).
+  if (build_attributes_section_ == 0 && (!create || get_format_version() != OF_VERSION_COFF2))
     return nullptr;
   auto table = std::make_unique<OF_BUILD_ATTR_TABLE>();
   table->set_index_bias(1);

@@ -312,6 +312,15 @@ TEST(CoffWriteBuildAttributes, IndexesAreStoredPlusOne) {
   COFF_IMAGE plain(2, LITTLE);
   OPENED_COFF p(plain.build());
   EXPECT_FALSE(p.object->has_build_attributes());
+
+  // Attributes set on a file without any make the section, which reads back
+  // with them; the older layouts cannot name it.
+  ASSERT_EQ(p.object->set_build_attr("vela28abi", 6, 3), 0) << p.error();
+  OPENED_COFF r(write_to_string(p.object.get()));
+  EXPECT_NE(r.file()->get_section_table()->find_section("$build.attributes"), nullptr);
+  EXPECT_EQ(r.object->get_build_attr("vela28abi", 6), 3u);
+  OPENED_COFF v1(COFF_IMAGE(1, LITTLE).build());
+  EXPECT_EQ(v1.file()->get_build_attributes(true), nullptr);
 }
 
 }  // namespace
