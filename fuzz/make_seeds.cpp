@@ -1,11 +1,26 @@
 // Writes starting inputs for the object fuzzer: small COFF objects of every
-// layout version and byte order, with symbols, auxiliary entries and long names.
+// layout version and byte order, with symbols, auxiliary entries and long names,
+// and the tests' rich objects with relocations, line numbers, groups and build
+// attributes.
 #include <cstdio>
 #include <string>
 
 #include "common/coff_image.h"
+#include "objfile/coff/coff_rich.h"
 
 using namespace testing_support;
+
+namespace {
+
+bool save(const std::string &path, const std::string &bytes) {
+  FILE *f = fopen(path.c_str(), "wb");
+  if (!f)
+    return false;
+  fwrite(bytes.data(), 1, bytes.size(), f);
+  return fclose(f) == 0;
+}
+
+}  // namespace
 
 int main(int argc, char **argv) {
   if (argc != 2) {
@@ -24,13 +39,9 @@ int main(int argc, char **argv) {
       c.symbols.push_back({.name = ".file", .scnum = 0xFFFE, .sclass = 103, .aux = {std::string(18, 'f')}});
       c.symbols.push_back({.name = "helper", .scnum = 1, .sclass = 3});
       c.symbols.push_back({.name = "extern_ref", .sclass = 2});
-      std::string bytes = c.build();
-      std::string path = std::string(argv[1]) + "/coff" + std::to_string(n++);
-      FILE *f = fopen(path.c_str(), "wb");
-      if (!f)
+      if (!save(std::string(argv[1]) + "/coff" + std::to_string(n++), c.build()) ||
+          !save(std::string(argv[1]) + "/coff" + std::to_string(n++), rich_image(version, order).build()))
         return 1;
-      fwrite(bytes.data(), 1, bytes.size(), f);
-      fclose(f);
     }
   return 0;
 }

@@ -13,6 +13,14 @@ int OF_SYMBOL::set_near_common(bool) {
   return -1;
 }
 
+bool OF_SYMBOL::begin_edit() {
+  OBJECT_FILE *object = get_object();
+  if (object && object->require_state_at_most(OF_STATE_OPEN) != 0)
+    return false;
+  set_changed();
+  return true;
+}
+
 void OF_SYMBOL::print_info(FILE *stream) const {
   fprintf(stream, "  %-26s0x%08x\n", "Value:", get_value());
   fprintf(stream, "  %-26s%s\n", "Kind:", symbol_kind_name(get_kind()));

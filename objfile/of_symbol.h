@@ -72,6 +72,12 @@ public:
   OBJECT_FILE *get_object() const;
 
 protected:
+  // The one rule of every format's setters: a symbol changes only while its
+  // file is open (a file that has been prepared or laid out must be reverted
+  // first, or the change would miss the encoded table); the symbol is then
+  // marked changed. False with error 5 otherwise.
+  bool begin_edit();
+
   std::string name_;
 
 private:
@@ -140,6 +146,12 @@ protected:
   // For formats renumbering before writing: `symbols` in their new order and
   // the old-to-new map (REMOVED for dropped entries).
   void reorder(std::vector<std::unique_ptr<OF_SYMBOL>> symbols, std::vector<uint32_t> old_to_new);
+  // Hands the entries over for reorder(), one per index (empty where none
+  // is loaded).
+  std::vector<std::unique_ptr<OF_SYMBOL>> take_symbols() {
+    symbols_.resize(count_);
+    return std::move(symbols_);
+  }
   // Records a renumbering in the published map.
   void publish(std::vector<uint32_t> old_to_new);
   // Loads every entry not yet loaded.

@@ -43,6 +43,38 @@ enum QVCOFF_F_FLAG : uint16_t {
 };
 inline constexpr uint16_t F_ENDIAN_MASK = F_LITTLE | F_BIG;
 
+// Section header flags (s_flags). Those from 0x00010000 up exist only in
+// version "2", whose flag word is 32 bits wide.
+enum QVCOFF_STYP_FLAG : uint32_t {
+  STYP_REG = 0x00000000,
+  STYP_DSECT = 0x00000001,
+  STYP_NOLOAD = 0x00000002,
+  STYP_GROUP = 0x00000004,
+  STYP_PAD = 0x00000008,
+  STYP_COPY = 0x00000010,
+  STYP_TEXT = 0x00000020,
+  STYP_DATA = 0x00000040,
+  STYP_BSS = 0x00000080,
+  STYP_BLOCK = 0x00001000,
+  STYP_PASS = 0x00002000,
+  STYP_CLINK = 0x00004000,
+  STYP_VECTOR = 0x00008000,
+  STYP_PADDED = 0x00010000,
+  STYP_ICODE = 0x00020000,
+  STYP_LGT = 0x00040000,
+  STYP_IS_GROUP = 0x00080000,
+  STYP_IN_GROUP = 0x00100000,
+};
+// log2 of the alignment, in four bits.
+inline constexpr uint32_t STYP_ALIGN_MASK = 0x00000F00;
+inline constexpr uint32_t STYP_ALIGN_SHIFT = 8;
+
+// The limits of the 16-bit fields of versions "0" and "1".
+inline constexpr uint32_t QVCOFF_V01_MAX_COUNT = 0xFFFF;
+inline constexpr uint32_t QVCOFF_V01_MAX_PAGE = 0xFF;
+// A file holds at most this many sections.
+inline constexpr uint32_t QVCOFF_MAX_SECTIONS = 65533;
+
 // Section numbers of symbols that are not in a section.
 inline constexpr uint16_t N_UNDEF = 0;
 inline constexpr uint16_t N_ABS = 0xFFFF;

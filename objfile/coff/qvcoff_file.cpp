@@ -1,6 +1,7 @@
 #include "objfile/coff/qvcoff_file.h"
 
 #include "objfile/coff/qvcoff_section.h"
+#include "objfile/of_build_attr.h"
 #include "objfile/coff/qvcoff_string.h"
 #include "objfile/coff/qvcoff_symbol.h"
 #include "objfile/of_recognize.h"
@@ -86,6 +87,8 @@ int QVCOFF_FILE::read(const OF_DESCRIPTOR &) {
     }
     opt_header_ = map.read_record<QVCOFF_OPT_HEADER_RECORD>();
   }
+  // A damaged symbol or string table is reported when the file is opened.
+  load_tables();
   return 0;
 }
 
@@ -244,14 +247,51 @@ int QVCOFF_FILE::set_endian(uint32_t endian) {
 }
 
 int QVCOFF_FILE::reset() {
-  force_state(OF_STATE_OPEN);
+  if (require_state_at_most(OF_STATE_OPEN) != 0)
+    return -1;
   clear_error();
   return 0;
 }
 
-int QVCOFF_FILE::write(FILE *) {
-  set_error(OF_ERR_WRONG_FORMAT, "writing QV-COFF files is not supported");
-  return -1;
+OF_BUILD_ATTR_TABLE *QVCOFF_FILE::get_build_attributes(bool create) {
+  if (build_attributes_)
+    return build_attributes_.get();
+  QVCOFF_SECTION_TABLE *sections = get_qvcoff_section_table();
+  if (build_attributes_section_ == 0)
+    if (OF_SECTION *s = sections->find_section("$build.attributes"))
+      build_attributes_section_ = s->get_index() + 1;
+  // Only version "2" can name the section ("$build.attributes" is longer
+  // than the 8 characters of the older layouts).
+  if (build_attributes_section_ == 0 && (!create || get_format_version() != OF_VERSION_COFF2))
+    return nullptr;
+  auto table = std::make_unique<OF_BUILD_ATTR_TABLE>();
+  table->set_index_bias(1);
+  if (build_attributes_section_ != 0) {
+    DATA_MAP *data = sections->get_section(build_attributes_section_ - 1)->get_data();
+    const uint8_t *bytes = data ? data->slice(0, data->size()) : nullptr;
+    if (bytes && !table->read(bytes, data->size(), order_)) {
+      set_error(OF_ERR_MALFORMED, "invalid build attributes at offset %llu of section \"$build.attributes\": %s",
+                static_cast<unsigned long long>(table->get_error_offset()), table->get_error_reason().c_str());
+      return nullptr;
+    }
+  } else {
+    OF_SECTION *made = sections->create_section("$build.attributes");
+    if (!made)
+      return nullptr;
+    build_attributes_section_ = made->get_index() + 1;
+  }
+  build_attributes_ = std::move(table);
+  return build_attributes_.get();
+}
+
+uint32_t QVCOFF_FILE::section_size(const char *name) {
+  OF_SECTION *s = get_section_table()->find_section(name);
+  return s ? s->get_size() : 0;
+}
+
+uint32_t QVCOFF_FILE::section_address(const char *name) {
+  OF_SECTION *s = get_section_table()->find_section(name);
+  return s ? s->get_address() : 0;
 }
 
 uint32_t QVCOFF_FILE::get_icode_section_index() {

@@ -23,6 +23,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "objfile/coff/qvcoff_rw.h"
 #include "objfile/data_map.h"
@@ -30,6 +31,7 @@
 
 namespace OFE {
 
+class OF_BUILD_ATTR_TABLE;
 class QVCOFF_SECTION_TABLE;
 class QVCOFF_STRING_TABLE;
 class QVCOFF_SYMBOL_TABLE;
@@ -63,16 +65,21 @@ public:
   int set_endian(uint32_t endian) override;
   // The byte order of the file's control data.
   OF_ENDIAN get_data_endian() const override { return descriptor_.endian; }
+  // Requires the open state, as in every format; clears the pending error.
   int reset() override;
   OF_SECTION_TABLE *get_section_table() override;
   OF_SYMBOL_TABLE *get_symbol_table() override;
   QVCOFF_SECTION_TABLE *get_qvcoff_section_table();
   QVCOFF_SYMBOL_TABLE *get_qvcoff_symbol_table();
   QVCOFF_STRING_TABLE *get_string_table();
-  // Writing QV-COFF output is not supported yet: error 1 and -1.
-  int write(FILE *stream) override;
-  // Reads the file and optional headers; the tables follow on demand.
+  // Reads the file and optional headers and finds the symbol and string
+  // tables (their damage is reported here); the rest follows on demand.
   int read(const OF_DESCRIPTOR &descriptor) override;
+  // The rows of the COFF header around the generic ones.
+  void print_info(FILE *stream) override;
+  // "$build.attributes", read on first request; with `create`, an empty
+  // table (and the section) when the file has none.
+  OF_BUILD_ATTR_TABLE *get_build_attributes(bool create) override;
 
   const QVCOFF_FILE_HEADER &get_file_header() const { return header_; }
   const QVCOFF_OPT_HEADER_RECORD &get_optional_header() const { return opt_header_; }
@@ -82,6 +89,7 @@ public:
   uint64_t get_string_table_offset();
   // The index of the ".icode" section when F_ICODE is set, else 0.
   uint32_t get_icode_section_index();
+  // The byte order of the control data, for decoding and encoding alike.
   BYTE_ORDERING byte_order() const { return order_; }
   bool is_modified() const { return modified_; }
 
@@ -92,8 +100,24 @@ public:
   // Error 3 naming what was cut off by the end of the file, and where.
   void report_truncated(const char *what, uint64_t offset);
 
+protected:
+  void dump_format(FILE *stream) override;
+  void dump_format_xml(XML_WRITER &xml) override;
+
+  // The write pipeline (qvcoff_write.cpp).
+  bool load_for_writing() override;
+  bool prepare_sections() override;
+  bool prepare_symbols() override;
+  bool prepare_dependents() override;
+  bool prepare_strings() override;
+  bool lay_out() override;
+  bool write_out(FILE *stream) override;
+
 private:
   void load_tables();
+  // The section's size, or 0 when there is no section of that name.
+  uint32_t section_size(const char *name);
+  uint32_t section_address(const char *name);
   void read_string_table(uint64_t offset);
 
   BYTE_ORDERING order_ = BYTE_ORDERING::LITTLE;
@@ -108,6 +132,12 @@ private:
   std::unique_ptr<QVCOFF_SYMBOL_TABLE> symbols_;
   std::unique_ptr<QVCOFF_SECTION_TABLE> sections_;
   uint32_t icode_index_ = UINT32_MAX;  // not looked up yet
+  std::unique_ptr<OF_BUILD_ATTR_TABLE> build_attributes_;
+  uint32_t build_attributes_section_ = 0;  // its index + 1; 0 not found
+  // What the write pipeline encoded, per section (index - 1), and the
+  // symbol and string tables.
+  std::vector<std::vector<uint8_t>> reloc_bytes_, lnno_bytes_;
+  std::vector<uint8_t> symbol_bytes_, string_bytes_;
 };
 
 // The object as a COFF file; error 3 and null when it is not one.

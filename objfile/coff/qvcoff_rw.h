@@ -140,6 +140,68 @@ struct QVCOFF_SYMBOL_RECORD {
 };
 static_assert(record_size<QVCOFF_SYMBOL_RECORD>() == QVCOFF_SYMBOL_SIZE);
 
+// Relocation entries. Bytes 4 to 7 hold a symbol index, or, for the types
+// the machine database marks, two 16-bit words (version "0" split types) or
+// a field description kept in file order; each reading has its own record.
+struct QVCOFF_RELOC_V0_RECORD {
+  uint32_t r_vaddr;   // address of the field to relocate
+  uint32_t r_symndx;  // symbol index
+  uint16_t r_type;
+  template <class R, class F> static constexpr void visit_fields(R &r, F &&f) {
+    f(r.r_vaddr); f(r.r_symndx); f(r.r_type);
+  }
+};
+struct QVCOFF_RELOC_V0_SPLIT_RECORD {
+  uint32_t r_vaddr;
+  uint16_t r_word0;  // symbol index
+  uint16_t r_word1;  // the second half, carried
+  uint16_t r_type;
+  template <class R, class F> static constexpr void visit_fields(R &r, F &&f) {
+    f(r.r_vaddr); f(r.r_word0); f(r.r_word1); f(r.r_type);
+  }
+};
+struct QVCOFF_RELOC_V0_FIELD_RECORD {
+  uint32_t r_vaddr;
+  std::array<uint8_t, 4> r_field;  // offset, size, word size, reserved
+  uint16_t r_type;
+  template <class R, class F> static constexpr void visit_fields(R &r, F &&f) {
+    f(r.r_vaddr); f(r.r_field); f(r.r_type);
+  }
+};
+struct QVCOFF_RELOC_RECORD {
+  uint32_t r_vaddr;
+  uint32_t r_symndx;
+  uint16_t r_disp;  // extra address information
+  uint16_t r_type;
+  template <class R, class F> static constexpr void visit_fields(R &r, F &&f) {
+    f(r.r_vaddr); f(r.r_symndx); f(r.r_disp); f(r.r_type);
+  }
+};
+struct QVCOFF_RELOC_FIELD_RECORD {
+  uint32_t r_vaddr;
+  std::array<uint8_t, 4> r_field;
+  uint16_t r_disp;
+  uint16_t r_type;
+  template <class R, class F> static constexpr void visit_fields(R &r, F &&f) {
+    f(r.r_vaddr); f(r.r_field); f(r.r_disp); f(r.r_type);
+  }
+};
+static_assert(record_size<QVCOFF_RELOC_V0_RECORD>() == QVCOFF_RELOC_SIZE_V0);
+static_assert(record_size<QVCOFF_RELOC_V0_SPLIT_RECORD>() == QVCOFF_RELOC_SIZE_V0);
+static_assert(record_size<QVCOFF_RELOC_V0_FIELD_RECORD>() == QVCOFF_RELOC_SIZE_V0);
+static_assert(record_size<QVCOFF_RELOC_RECORD>() == QVCOFF_RELOC_SIZE);
+static_assert(record_size<QVCOFF_RELOC_FIELD_RECORD>() == QVCOFF_RELOC_SIZE);
+
+// Line-number entry: an address, or (line 0) the index of the function
+// symbol the following entries belong to.
+struct QVCOFF_LINENO_RECORD {
+  uint32_t l_addr;
+  uint16_t l_lnno;  // relative to the function's first line
+  template <class R, class F> static constexpr void visit_fields(R &r, F &&f) { f(r.l_addr); f(r.l_lnno); }
+  bool operator==(const QVCOFF_LINENO_RECORD &) const = default;
+};
+static_assert(record_size<QVCOFF_LINENO_RECORD>() == QVCOFF_LINENO_SIZE);
+
 // Auxiliary entries, one record per format. The size of the symbol sits in
 // the 4-byte word at offset 4 (offset 0 for a section); the rest is kept so
 // that every entry round-trips unchanged.

@@ -5,8 +5,13 @@
 // (at file header size + optional header size, whatever that size is) and
 // holds f_nscns headers of 40 bytes (versions "0"/"1") or 48 bytes (version
 // "2"). Sections are numbered from 1, as symbols refer to them. Loading the
-// table reads the headers only; a section's contents are read when someone
-// asks for them.
+// table reads the headers only; a section's contents, relocation and
+// line-number entries are read when someone asks for them.
+//
+// The setters keep to the older layouts' field widths: in versions "0" and
+// "1" a name longer than 8 characters, flags beyond 16 bits, a page beyond
+// 255 and counts beyond 65535 are cut with a warning (error 6); version "2"
+// has the room.
 #pragma once
 
 #include <cstdint>
@@ -18,13 +23,22 @@
 #include "objfile/data_map.h"
 #include "objfile/of_section.h"
 
+class XML_WRITER;
+
 namespace OFE {
 
 class QVCOFF_FILE;
+class QVCOFF_GROUP_TABLE;
+class QVCOFF_LNNO_TABLE;
+class QVCOFF_RELOC_TABLE;
+
+// "STYP_TEXT", ...; "STYP_UNKNOWN" for a value that is not one flag.
+const char *qvcoff_section_flag_name(uint32_t flag);
 
 class QVCOFF_SECTION : public OF_SECTION {
 public:
-  QVCOFF_SECTION(QVCOFF_FILE *file, uint32_t index, const QVCOFF_SECTION_HEADER &header);
+  QVCOFF_SECTION(QVCOFF_FILE *file, uint32_t index, const QVCOFF_SECTION_HEADER &header, bool is_new = false);
+  ~QVCOFF_SECTION() override;
 
   // Inline, or from the string table when a version "2" name says so.
   std::string get_name() const override;
@@ -34,18 +48,71 @@ public:
   // the file or it lies outside the file.
   DATA_MAP *get_data() override;
 
+  int set_name(const std::string &name) override;
+  uint32_t get_flags() const override { return header_.s_flags; }
+  int set_flags(uint32_t flags) override;
+  uint32_t get_address() const override { return header_.s_vaddr; }
+  int set_address(uint32_t address) override;
+  // 1 << the flag word's alignment field.
+  uint32_t get_alignment() const override;
+  int set_alignment(uint32_t alignment) override;
+  uint32_t get_page() const override { return header_.s_page; }
+  int set_page(uint32_t page) override;
+  // Octets; the size becomes that many address units.
+  int set_data(const void *bytes, uint32_t size) override;
+  uint8_t get_mwidth() const { return header_.s_mwidth; }
+  int set_mwidth(uint8_t mwidth);
+  int set_physical_address(uint32_t address);
+  // The counts the header will carry, cut to the version's width.
+  int set_reloc_count(uint32_t count);
+  int set_lnno_count(uint32_t count);
+  uint32_t get_reloc_table_count() override { return 1; }
+  OF_RELOC_TABLE *get_reloc_table(uint32_t index) override;
+
   const QVCOFF_SECTION_HEADER &get_header() const { return header_; }
+  QVCOFF_SECTION_HEADER &header() { return header_; }
   // Size of the raw data in octets: size x address unit bits / 8.
   uint64_t get_raw_size() const;
+  QVCOFF_FILE *get_file() const { return file_; }
+  // Whether the section was made in memory (nothing of it is in the file).
+  bool is_new() const { return new_; }
+
+  QVCOFF_RELOC_TABLE *relocations();
+  QVCOFF_LNNO_TABLE *line_numbers();
+  // The group this section's contents describe (STYP_IS_GROUP), or null.
+  QVCOFF_GROUP_TABLE *group();
+  // The group this section is a member of, as its loader told it.
+  QVCOFF_GROUP_TABLE *get_owning_group() const { return owning_group_; }
+  void set_owning_group(QVCOFF_GROUP_TABLE *group) { owning_group_ = group; }
+
+  // Undoes a laid-out file's build state before a change; false when that
+  // is refused (the error is pending).
+  bool begin_change();
+  // The header rows of the information listing, and the XML element.
+  void dump(FILE *stream);
+  void dump_xml(XML_WRITER &xml);
+
+protected:
+  OBJECT_FILE *get_object() const override;
 
 private:
+  friend class QVCOFF_SECTION_TABLE;
+  // Error 6 for a value cut to the version's width.
+  void warn_limit(const char *format, unsigned long limit);
+  bool is_v01() const;
+
   QVCOFF_FILE *file_;
   uint32_t index_;
   QVCOFF_SECTION_HEADER header_;
+  bool new_;
   mutable std::string name_;
   mutable bool name_resolved_ = false;
   DATA_MAP data_;
   bool data_mapped_ = false;
+  std::unique_ptr<QVCOFF_RELOC_TABLE> relocations_;
+  std::unique_ptr<QVCOFF_LNNO_TABLE> line_numbers_;
+  std::unique_ptr<QVCOFF_GROUP_TABLE> group_;
+  QVCOFF_GROUP_TABLE *owning_group_ = nullptr;
 };
 
 class QVCOFF_SECTION_TABLE : public OF_SECTION_TABLE {
@@ -60,6 +127,9 @@ public:
   OF_SECTION *get_section(uint32_t number) override;
   QVCOFF_SECTION *get_qvcoff_section(uint32_t number);
   OF_SECTION *find_section(const std::string &name) override;
+  // Appends an empty section; "Attempt to create too many QV COFF sections"
+  // (error 5) and null when the file already holds the most it can.
+  OF_SECTION *create_section(const std::string &name) override;
 
   // Where the string table of a file without symbols begins: behind the
   // piece of section data (raw data, relocations or line numbers) that

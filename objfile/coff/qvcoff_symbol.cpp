@@ -1,5 +1,7 @@
 #include "objfile/coff/qvcoff_symbol.h"
 
+#include <algorithm>
+#include <cstring>
 #include <iterator>
 
 #include "objfile/coff/qvcoff_file.h"
@@ -124,12 +126,13 @@ OF_FORMAT_VERSION QVCOFF_SYMBOL::version() const {
   return o ? o->get_format_version() : OF_VERSION_UNKNOWN;
 }
 
-bool QVCOFF_SYMBOL::begin_change() {
-  OBJECT_FILE *o = object();
-  if (o && o->require_state_at_most(OF_STATE_OPEN) != 0)
-    return false;
-  set_changed();
-  return true;
+bool QVCOFF_SYMBOL::begin_change() { return begin_edit(); }
+
+int QVCOFF_SYMBOL::set_name(const std::string &name) {
+  if (!begin_change())
+    return -1;
+  name_ = name;
+  return 0;
 }
 
 int QVCOFF_SYMBOL::set_value(uint32_t value) {
@@ -261,6 +264,43 @@ void QVCOFF_SYMBOL::print_info(FILE *stream) const {
   fprintf(stream, "  %-26s%s\n", "Storage Class:", get_storage_class_name());
   fprintf(stream, "  %-26s%s\n", "Basic Type:", get_basic_type_name());
   fprintf(stream, "  Derived Type %d:%*s%s\n", 1, 11, "", derived_type_name((record_.n_type & N_TMASK) >> 4));
+  auto row = [stream](const char *label, uint32_t value) { fprintf(stream, "  %-26s%u\n", label, value); };
+  for (const QVCOFF_AUX &aux : aux_) {
+    if (auto *a = std::get_if<QVCOFF_AUX_TAG_RECORD>(&aux)) {
+      row("Tag Index:", a->x_tagndx);
+      row("CSU Size:", a->x_size);
+      row("Next Symbol:", a->x_endndx);
+    } else if (auto *a = std::get_if<QVCOFF_AUX_EOS_RECORD>(&aux)) {
+      row("Tag Index:", a->x_tagndx);
+      row("CSU Size:", a->x_size);
+    } else if (auto *a = std::get_if<QVCOFF_AUX_FUNCTION_RECORD>(&aux)) {
+      row("Tag Index:", a->x_tagndx);
+      row("Size:", a->x_fsize);
+      row("Line Offset:", a->x_lnnoptr);
+      row("Next Symbol:", a->x_endndx);
+    } else if (auto *a = std::get_if<QVCOFF_AUX_SCOPE_RECORD>(&aux)) {
+      row("Register Mask:", a->x_regmask);
+      row("Line Number:", a->x_lnno);
+      row("# Line Entries:", a->x_nlinent);
+      row("Frame Size:", a->x_framesize);
+      row("Next Symbol:", a->x_endndx);
+    } else if (auto *a = std::get_if<QVCOFF_AUX_ARRAY_RECORD>(&aux)) {
+      row("Tag Index:", a->x_tagndx);
+      row("Size:", a->x_size);
+      fprintf(stream, "  %-26s[%d][%d][%d][%d]\n", "Dimensions:", a->x_dimen[0], a->x_dimen[1], a->x_dimen[2],
+              a->x_dimen[3]);
+    } else if (auto *a = std::get_if<QVCOFF_AUX_TYPEDEF_RECORD>(&aux)) {
+      row("Tag Index:", a->x_tagndx);
+      row("Size:", a->x_size);
+    } else if (auto *a = std::get_if<QVCOFF_AUX_FILE_RECORD>(&aux)) {
+      const char *text = reinterpret_cast<const char *>(a->x_fname.data());
+      fprintf(stream, "  %-26s%.*s\n", "File Name:", static_cast<int>(strnlen(text, a->x_fname.size())), text);
+    } else if (auto *a = std::get_if<QVCOFF_AUX_SECTION_RECORD>(&aux)) {
+      row("Section Length:", a->x_scnlen);
+      row("# Relocs:", a->x_nreloc);
+      row("# Lines:", a->x_nlinno);
+    }
+  }
 }
 
 QVCOFF_SYMBOL_TABLE::QVCOFF_SYMBOL_TABLE(QVCOFF_FILE *file, DATA_MAP *raw, uint32_t count)
@@ -273,11 +313,144 @@ QVCOFF_SYMBOL *QVCOFF_SYMBOL_TABLE::get_qvcoff_symbol(uint32_t index) {
 }
 
 uint32_t QVCOFF_SYMBOL_TABLE::next_index(uint32_t index) {
-  // Steps over the entries the file holds behind the symbol, even when
-  // their format was not recognised: they are never symbols themselves.
   QVCOFF_SYMBOL *symbol = get_qvcoff_symbol(index);
-  uint64_t next = uint64_t{index} + 1 + (symbol ? symbol->entries_in_file_ : 0);
+  uint64_t next = uint64_t{index} + 1 + (symbol ? symbol->record_.n_numaux : 0);
   return next > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(next);
+}
+
+int QVCOFF_SYMBOL_TABLE::select_for_removal(uint32_t index) {
+  QVCOFF_SYMBOL *symbol = get_qvcoff_symbol(index);
+  if (!symbol)
+    return -1;
+  for (uint32_t i = index; i < next_index(index) && i < get_count(); i++)
+    if (OF_SYMBOL_TABLE::select_for_removal(i) != 0)
+      return -1;
+  return 0;
+}
+
+OF_SYMBOL *QVCOFF_SYMBOL_TABLE::insert_symbol(uint32_t index) {
+  while (index < get_count() && !get_symbol(index))
+    index++;
+  return OF_SYMBOL_TABLE::insert_symbol(index);
+}
+
+void QVCOFF_SYMBOL_TABLE::find_aux_entries() {
+  aux_found_ = true;
+  uint32_t count = get_count();
+  aux_entry_.assign(count, false);
+  BYTE_ORDERING order = file_->byte_order();
+  for (uint32_t i = 0; i < count;) {
+    const uint8_t *bytes = raw_->slice(uint64_t{i} * QVCOFF_SYMBOL_SIZE, QVCOFF_SYMBOL_SIZE);
+    if (!bytes)
+      break;
+    auto rec = decode<QVCOFF_SYMBOL_RECORD>(bytes, order);
+    uint32_t aux = rec.n_numaux;
+    // Entries of no known format count as none: the next one is read as a
+    // symbol, as load_symbol does.
+    if (aux != 0 && qvcoff_aux_format(rec.n_sclass, rec.n_type, rec.n_numaux, file_->get_format_version()) == AUX_NONE)
+      aux = 0;
+    for (uint32_t a = 1; a <= aux && i + a < count; a++)
+      aux_entry_[i + a] = true;
+    i += 1 + aux;
+  }
+}
+
+void QVCOFF_SYMBOL_TABLE::before_renumbering() { load_for_writing(); }
+
+void QVCOFF_SYMBOL_TABLE::load_for_writing() {
+  if (in_memory_)
+    return;
+  for (uint32_t i = 0; i < get_count(); i++)
+    if (QVCOFF_SYMBOL *s = get_qvcoff_symbol(i))
+      (void)s->get_name();
+  in_memory_ = true;
+}
+
+void QVCOFF_SYMBOL_TABLE::prepare_for_writing() {
+  load_for_writing();
+  uint32_t count = get_count();
+  std::vector<std::unique_ptr<OF_SYMBOL>> renumbered;
+  std::vector<uint32_t> old_to_new(count, REMOVED);
+  std::vector<QVCOFF_SYMBOL *> old(count);
+  for (uint32_t i = 0; i < count; i++)
+    old[i] = get_qvcoff_symbol(i);
+  std::vector<std::unique_ptr<OF_SYMBOL>> taken = take_symbols();
+  for (uint32_t i = 0; i < count; i++) {
+    QVCOFF_SYMBOL *s = old[i];
+    if (!s)
+      continue;
+    // Auxiliary entries cut off by the end of the table are not written.
+    s->record_.n_numaux = static_cast<uint8_t>(s->aux_.size());
+    uint32_t at = static_cast<uint32_t>(renumbered.size());
+    old_to_new[i] = at;
+    renumbered.push_back(std::move(taken[i]));
+    for (uint32_t a = 1; a <= s->aux_.size(); a++) {
+      if (i + a < count && !old[i + a])
+        old_to_new[i + a] = at + a;
+      renumbered.emplace_back();
+    }
+  }
+  reorder(std::move(renumbered), std::move(old_to_new));
+}
+
+void QVCOFF_SYMBOL_TABLE::apply_map_to_aux(const OF_INDEX_MAP &map, uint32_t old_count) {
+  auto follow = [&](uint32_t &index) {
+    if (index == 0)
+      return;
+    uint32_t moved = map(index);
+    index = moved != REMOVED ? moved : index == old_count ? get_count() : 0;
+  };
+  for (uint32_t i = 0; i < get_count(); i = next_index(i)) {
+    QVCOFF_SYMBOL *s = get_qvcoff_symbol(i);
+    if (!s)
+      continue;
+    for (QVCOFF_AUX &aux : s->aux_) {
+      if (auto *a = std::get_if<QVCOFF_AUX_TAG_RECORD>(&aux)) {
+        follow(a->x_tagndx);
+        follow(a->x_endndx);
+      } else if (auto *a = std::get_if<QVCOFF_AUX_EOS_RECORD>(&aux)) {
+        follow(a->x_tagndx);
+      } else if (auto *a = std::get_if<QVCOFF_AUX_FUNCTION_RECORD>(&aux)) {
+        follow(a->x_tagndx);
+        follow(a->x_endndx);
+      } else if (auto *a = std::get_if<QVCOFF_AUX_SCOPE_RECORD>(&aux)) {
+        follow(a->x_endndx);
+      } else if (auto *a = std::get_if<QVCOFF_AUX_ARRAY_RECORD>(&aux)) {
+        follow(a->x_tagndx);
+      } else if (auto *a = std::get_if<QVCOFF_AUX_TYPEDEF_RECORD>(&aux)) {
+        follow(a->x_tagndx);
+      }
+    }
+  }
+}
+
+bool QVCOFF_SYMBOL_TABLE::encode(QVCOFF_STRING_TABLE *strings, std::vector<uint8_t> &out) {
+  BYTE_ORDERING order = file_->byte_order();
+  uint32_t count = get_count();
+  out.assign(uint64_t{count} * QVCOFF_SYMBOL_SIZE, 0);
+  for (uint32_t i = 0; i < count; i = next_index(i)) {
+    QVCOFF_SYMBOL *s = get_qvcoff_symbol(i);
+    if (!s)
+      continue;
+    QVCOFF_SYMBOL_RECORD rec = s->record_;
+    rec.n_name = {};
+    const std::string &name = s->get_name();
+    if (name.size() <= 8) {
+      std::copy(name.begin(), name.end(), rec.n_name.begin());
+    } else {
+      std::optional<uint32_t> offset = strings->add_string(name);
+      if (!offset)
+        return false;
+      write_u32(rec.n_name.data() + 4, *offset, order);
+    }
+    uint8_t *at = out.data() + uint64_t{i} * QVCOFF_SYMBOL_SIZE;
+    ::encode(rec, order, at);
+    for (uint32_t a = 0; a < s->aux_.size() && i + 1 + a < count; a++) {
+      auto bytes = encode_aux(s->aux_[a], order);
+      std::copy(bytes.begin(), bytes.end(), at + QVCOFF_SYMBOL_SIZE * (a + 1));
+    }
+  }
+  return true;
 }
 
 std::unique_ptr<OF_SYMBOL> QVCOFF_SYMBOL_TABLE::new_symbol(uint32_t index) {
@@ -285,6 +458,12 @@ std::unique_ptr<OF_SYMBOL> QVCOFF_SYMBOL_TABLE::new_symbol(uint32_t index) {
 }
 
 std::unique_ptr<OF_SYMBOL> QVCOFF_SYMBOL_TABLE::load_symbol(uint32_t index) {
+  if (in_memory_)
+    return nullptr;
+  if (!aux_found_)
+    find_aux_entries();
+  if (index < aux_entry_.size() && aux_entry_[index])
+    return nullptr;
   const uint8_t *bytes = raw_->slice(uint64_t{index} * QVCOFF_SYMBOL_SIZE, QVCOFF_SYMBOL_SIZE);
   if (!bytes)
     return nullptr;
@@ -292,7 +471,6 @@ std::unique_ptr<OF_SYMBOL> QVCOFF_SYMBOL_TABLE::load_symbol(uint32_t index) {
   auto symbol = std::make_unique<QVCOFF_SYMBOL>(this, index);
   QVCOFF_SYMBOL_RECORD &rec = symbol->record_;
   rec = decode<QVCOFF_SYMBOL_RECORD>(bytes, order);
-  symbol->entries_in_file_ = rec.n_numaux;
   if (name_is_inline(rec.n_name)) {
     symbol->name_ = inline_name(rec.n_name);
   } else {

@@ -46,6 +46,9 @@ class QVCOFF_SYMBOL : public OF_SYMBOL {
 public:
   QVCOFF_SYMBOL(QVCOFF_SYMBOL_TABLE *table, uint32_t index);
 
+  // Names of up to 8 characters stand in the entry, longer ones in the
+  // string table when the file is written.
+  int set_name(const std::string &name) override;
   uint32_t get_value() const override { return record_.n_value; }
   int set_value(uint32_t value) override;
   bool is_defined_in_section() const override;
@@ -84,7 +87,6 @@ private:
 
   QVCOFF_SYMBOL_RECORD record_{};  // the entry, name field as read
   std::vector<QVCOFF_AUX> aux_;
-  uint8_t entries_in_file_ = 0;  // auxiliary entries that follow in the file
 };
 
 class QVCOFF_SYMBOL_TABLE : public OF_SYMBOL_TABLE {
@@ -92,7 +94,13 @@ public:
   // `raw` holds count x 18 bytes and belongs to the file.
   QVCOFF_SYMBOL_TABLE(QVCOFF_FILE *file, DATA_MAP *raw, uint32_t count);
 
+  // index + 1 + the symbol's auxiliary count in memory (so index + 1 after
+  // an auxiliary entry of no known format).
   uint32_t next_index(uint32_t index) override;
+  // Selects the symbol's auxiliary entries with it.
+  int select_for_removal(uint32_t index) override;
+  // An index inside a symbol's auxiliary entries inserts behind them.
+  OF_SYMBOL *insert_symbol(uint32_t index) override;
   uint32_t get_entry_size() const { return QVCOFF_SYMBOL_SIZE; }
   QVCOFF_FILE *get_file() const { return file_; }
   // The symbol at `index` as a COFF symbol, or null.
@@ -100,13 +108,35 @@ public:
   // Whether the .bb/.eb and .bf/.ef symbols balance; reports when not.
   bool check_scopes();
 
+  // Writing: every symbol in memory, then renumbered so that each takes
+  // one entry plus one per auxiliary entry, in order; the old-to-new map
+  // over entries (auxiliary ones included) is published.
+  void load_for_writing();
+  void prepare_for_writing();
+  // The symbol indexes inside auxiliary entries (tag indexes, the index of
+  // the entry behind a function, scope or structure) follow a renumbering;
+  // one that pointed just past the table keeps pointing past it.
+  void apply_map_to_aux(const OF_INDEX_MAP &map, uint32_t old_count);
+  // The table's bytes, long names added to `strings`; false when the
+  // string table refuses.
+  [[nodiscard]] bool encode(class QVCOFF_STRING_TABLE *strings, std::vector<uint8_t> &out);
+
 protected:
   std::unique_ptr<OF_SYMBOL> new_symbol(uint32_t index) override;
+  // Null for an auxiliary entry, and for every entry once the table has
+  // been renumbered (its symbols are all in memory by then).
   std::unique_ptr<OF_SYMBOL> load_symbol(uint32_t index) override;
+  void before_renumbering() override;
 
 private:
+  // Marks the entries of the file that are auxiliary entries.
+  void find_aux_entries();
+
   QVCOFF_FILE *file_;
   DATA_MAP *raw_;
+  std::vector<bool> aux_entry_;
+  bool aux_found_ = false;
+  bool in_memory_ = false;  // every symbol loaded; the file's bytes no longer apply
 };
 
 }  // namespace OFE

@@ -11,10 +11,8 @@ namespace OFE {
 ELF_SYMBOL::ELF_SYMBOL(ELF_SYMBOL_TABLE *table, uint32_t index) : OF_SYMBOL(table, index) {}
 
 bool ELF_SYMBOL::begin_change() {
-  OBJECT_FILE *file = get_object();
-  if (file && file->get_state() > OF_STATE_LOCKED && file->set_state(OF_STATE_LOCKED) != 0)
+  if (!begin_edit())
     return false;
-  set_changed();
   if (auto *table = static_cast<ELF_SYMBOL_TABLE *>(get_table()))
     table->symbol_changed();
   return true;

@@ -7,7 +7,10 @@
 //   std::string bytes = c.build();
 //
 // Layout: file header, optional header, section headers, section data,
-// symbol table (auxiliary entries behind their symbol), string table. Names
+// relocation entries, line-number entries, symbol table (auxiliary entries
+// behind their symbol), string table. Relocation and line-number entries are
+// given as their encoded bytes (reloc(), reloc_words(), lnno()), so that
+// tests choose how bytes 4 to 7 of an entry read. Names
 // longer than 8 characters go to the string table (symbols always, sections
 // in version "2"; versions "0"/"1" cut section names to 8). The offsets of
 // each part are kept in the image after build(), and the `*_override`
@@ -30,6 +33,11 @@ struct COFF_SECTION_DEF {
   uint32_t scnptr = 0, relptr = 0, lnnoptr = 0;  // used when no data is given
   uint32_t nreloc = 0, nlnno = 0;
   uint32_t flags = 0;
+  std::vector<std::string> relocs{};  // encoded entries; set relptr and nreloc
+  std::vector<std::string> lnnos{};   // encoded entries; set lnnoptr and nlnno
+  uint32_t paddr = 0, vaddr = 0;
+  uint16_t page = 0;
+  uint8_t mwidth = 0;  // version "2" only
 };
 
 struct COFF_SYMBOL_DEF {
@@ -73,6 +81,39 @@ public:
   std::string aux_section(uint32_t length, uint16_t nreloc, uint16_t nlnno) const {
     return BYTES(order).u32(length).u16(nreloc).u16(nlnno).zeros(10);
   }
+  // The scope entry of a ".bf": the function's first line at offset 4.
+  std::string aux_scope(uint16_t line) const { return BYTES(order).u32(0).u16(line).u16(0).zeros(10); }
+  // A relocation entry whose bytes 4 to 7 are one word (symbol index or value).
+  std::string reloc(uint32_t vaddr, uint32_t word, uint16_t type, uint16_t disp = 0) const {
+    BYTES b(order);
+    b.u32(vaddr).u32(word);
+    if (version != 0)
+      b.u16(disp);
+    return b.u16(type);
+  }
+  // One whose bytes 4 to 7 are two 16-bit words (version "0" split types).
+  std::string reloc_words(uint32_t vaddr, uint16_t first, uint16_t second, uint16_t type) const {
+    return BYTES(order).u32(vaddr).u16(first).u16(second).u16(type);
+  }
+  // One whose bytes 4 to 7 are raw bytes in file order (field descriptions).
+  std::string reloc_field(uint32_t vaddr, const std::string &field, uint16_t type, uint16_t disp = 0) const {
+    BYTES b(order);
+    b.u32(vaddr).fixed(field, 4);
+    if (version != 0)
+      b.u16(disp);
+    return b.u16(type);
+  }
+  std::string lnno(uint32_t address_or_symbol, uint16_t line) const {
+    return BYTES(order).u32(address_or_symbol).u16(line);
+  }
+  // Group section contents: flag, signature, members.
+  std::string group(uint32_t flag, uint32_t signature, std::vector<uint32_t> members) const {
+    BYTES b(order);
+    b.u32(flag).u32(signature);
+    for (uint32_t m : members)
+      b.u32(m);
+    return b;
+  }
 
   std::string build() {
     header_size = version == 0 ? 20 : 22;
@@ -89,22 +130,39 @@ public:
       return offset;
     };
 
-    BYTES shdrs(order);
+    // Data first, then every section's relocations, then line numbers.
     std::string data;
-    for (COFF_SECTION_DEF s : sections) {
+    std::vector<COFF_SECTION_DEF> placed = sections;
+    for (COFF_SECTION_DEF &s : placed)
       if (!s.data.empty()) {
         s.scnptr = at + static_cast<uint32_t>(data.size());
         data += s.data;
       }
+    for (COFF_SECTION_DEF &s : placed)
+      if (!s.relocs.empty()) {
+        s.relptr = at + static_cast<uint32_t>(data.size());
+        s.nreloc = static_cast<uint32_t>(s.relocs.size());
+        for (const std::string &r : s.relocs)
+          data += r;
+      }
+    for (COFF_SECTION_DEF &s : placed)
+      if (!s.lnnos.empty()) {
+        s.lnnoptr = at + static_cast<uint32_t>(data.size());
+        s.nlnno = static_cast<uint32_t>(s.lnnos.size());
+        for (const std::string &l : s.lnnos)
+          data += l;
+      }
+    BYTES shdrs(order);
+    for (const COFF_SECTION_DEF &s : placed) {
       if (version == 2 && s.name.size() > 8)
         shdrs.u32(0).u32(add_string(s.name));
       else
         shdrs.fixed(s.name, 8);
-      shdrs.u32(0).u32(0).u32(s.size).u32(s.scnptr).u32(s.relptr).u32(s.lnnoptr);
+      shdrs.u32(s.paddr).u32(s.vaddr).u32(s.size).u32(s.scnptr).u32(s.relptr).u32(s.lnnoptr);
       if (version == 2)
-        shdrs.u32(s.nreloc).u32(s.nlnno).u32(s.flags).u8(0).u8(0).u16(0);
+        shdrs.u32(s.nreloc).u32(s.nlnno).u32(s.flags).u8(s.mwidth).u8(0).u16(s.page);
       else
-        shdrs.u16(s.nreloc).u16(s.nlnno).u16(s.flags).u8(0).u8(0);
+        shdrs.u16(s.nreloc).u16(s.nlnno).u16(s.flags).u8(0).u8(s.page);
     }
     at += static_cast<uint32_t>(data.size());
 

@@ -127,9 +127,12 @@ TEST_P(CoffSymbols, AnUnrecognisedAuxiliaryEntryIsReportedAndSkipped) {
   EXPECT_EQ(o.error_code(), OF_ERR_MALFORMED);
   EXPECT_EQ(lbl->get_aux_count(), 0);
   EXPECT_TRUE(lbl->get_aux().empty());
-  // The entry itself is still not taken for a symbol.
-  EXPECT_EQ(o.symbols()->next_index(0), 2u);
-  EXPECT_EQ(o.symbol(2)->get_name(), "after");
+  // With no auxiliary entries left in memory, the next entry is read as a
+  // symbol in its own right.
+  EXPECT_EQ(o.symbols()->next_index(0), 1u);
+  ASSERT_NE(o.symbol(1), nullptr);
+  EXPECT_EQ(o.symbol(1)->get_aux_count(), 0x7F) << "the 0x7F bytes read as a symbol with 127 entries";
+  EXPECT_EQ(o.symbol(2), nullptr) << "which claim the entry behind it";
 }
 
 TEST_P(CoffSymbols, AuxiliaryEntriesCutOffByTheTableEndAreNotMadeUp) {
@@ -195,6 +198,16 @@ TEST_P(CoffSymbols, SettersAndTheirRefusals) {
   EXPECT_EQ(t->get_size(), 0x1234u);
   EXPECT_EQ(std::get<QVCOFF_AUX_FUNCTION_RECORD>(t->get_aux()[0]).x_fsize, 0x1234u);
 
+  // A file that has been laid out refuses changes until it is reverted.
+  f->reset();
+  FILE *out = tmpfile();
+  ASSERT_EQ(f->write(out), 0) << o.error();
+  fclose(out);
+  EXPECT_EQ(t->set_value(1), -1);
+  EXPECT_NE(o.error().find("must be in at most the open state"), std::string::npos) << o.error();
+  EXPECT_EQ(t->get_value(), 0u);
+  ASSERT_EQ(f->set_state(OF_STATE_OPEN), 0);
+  EXPECT_EQ(t->set_value(1), 0);
 }
 
 TEST_P(CoffSymbols, ScopeSymbolsMustBalance) {

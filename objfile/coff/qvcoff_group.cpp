@@ -1,0 +1,114 @@
+#include "objfile/coff/qvcoff_group.h"
+
+#include "objfile/coff/qvcoff_file.h"
+#include "objfile/coff/qvcoff_section.h"
+#include "objfile/of_symbol.h"
+#include "support/xml_writer.h"
+
+namespace OFE {
+
+QVCOFF_GROUP_TABLE::QVCOFF_GROUP_TABLE(QVCOFF_SECTION *section) : section_(section) {
+  DATA_MAP *data = section->get_data();
+  if (!data || data->size() < 8)
+    return;
+  data->set_position(0);
+  flag_ = data->read_u32() != 0;
+  signature_ = data->read_u32();
+  QVCOFF_SECTION_TABLE *sections = section->get_file()->get_qvcoff_section_table();
+  for (uint64_t at = 8; at + 4 <= data->size(); at += 4) {
+    uint32_t member = data->read_u32();
+    members_.push_back(member);
+    if (QVCOFF_SECTION *s = sections->get_qvcoff_section(member))
+      s->set_owning_group(this);
+  }
+}
+
+std::string QVCOFF_GROUP_TABLE::get_name() const { return section_->get_name(); }
+
+OF_SECTION *QVCOFF_GROUP_TABLE::get_member(uint32_t index) {
+  return index < members_.size() ? section_->get_file()->get_section_table()->get_section(members_[index]) : nullptr;
+}
+
+int QVCOFF_GROUP_TABLE::add_member(uint32_t section_index) {
+  if (!section_->begin_change())
+    return -1;
+  members_.push_back(section_index);
+  if (QVCOFF_SECTION *s = section_->get_file()->get_qvcoff_section_table()->get_qvcoff_section(section_index))
+    s->set_owning_group(this);
+  return 0;
+}
+
+OF_SYMBOL *QVCOFF_GROUP_TABLE::get_signature() {
+  return signature_ ? section_->get_file()->get_symbol_table()->get_symbol(signature_) : nullptr;
+}
+
+int QVCOFF_GROUP_TABLE::set_signature(OF_SYMBOL *symbol) {
+  if (!section_->begin_change())
+    return -1;
+  signature_ = symbol ? symbol->get_index() : 0;
+  return 0;
+}
+
+int QVCOFF_GROUP_TABLE::set_comdat(bool comdat) {
+  if (!section_->begin_change())
+    return -1;
+  flag_ = comdat;
+  return 0;
+}
+
+void QVCOFF_GROUP_TABLE::apply_section_map(const OF_INDEX_MAP &map) {
+  std::vector<uint32_t> kept;
+  for (uint32_t member : members_)
+    if (uint32_t index = map(member); index != OF_INDEX_MAP::REMOVED)
+      kept.push_back(index);
+  members_ = std::move(kept);
+}
+
+void QVCOFF_GROUP_TABLE::apply_symbol_map(const OF_INDEX_MAP &map) {
+  if (signature_ != 0) {
+    uint32_t index = map(signature_);
+    signature_ = index == OF_INDEX_MAP::REMOVED ? 0 : index;
+  }
+}
+
+bool QVCOFF_GROUP_TABLE::encode() {
+  if (signature_ == 0) {
+    section_->get_file()->set_error(OF_ERR_MALFORMED, "a symbol has not been specified for the group section %s",
+                                    get_name().c_str());
+    return false;
+  }
+  DATA_MAP data;
+  data.set_byte_order(section_->get_file()->byte_order());
+  data.write_u32(flag_ ? 1 : 0);
+  data.write_u32(signature_);
+  for (uint32_t member : members_)
+    data.write_u32(member);
+  const uint8_t *bytes = data.slice(0, data.size());
+  return section_->set_data(bytes, static_cast<uint32_t>(data.size())) == 0;
+}
+
+void QVCOFF_GROUP_TABLE::dump(FILE *stream) {
+  OF_SYMBOL *signature = get_signature();
+  fprintf(stream, "\n Group \"%s\"\n\n", get_name().c_str());
+  fprintf(stream, "  %-26s%s\n", "Kind:", get_kind_name());
+  fprintf(stream, "  %-26s%u\n", "Flag:", flag_ ? 1 : 0);
+  fprintf(stream, "  %-26s%u \"%s\"\n", "Signature:", signature_, signature ? signature->get_name().c_str() : "");
+  for (uint32_t i = 0; i < members_.size(); i++) {
+    OF_SECTION *member = get_member(i);
+    fprintf(stream, "  %-26s%u \"%s\"\n", "Member:", members_[i], member ? member->get_name().c_str() : "");
+  }
+}
+
+void QVCOFF_GROUP_TABLE::dump_xml(XML_WRITER &xml) {
+  OF_SYMBOL *signature = get_signature();
+  xml.open("group", {{"name", get_name()}, {"kind", get_kind_name()}});
+  xml.element("flag", flag_ ? "1" : "0");
+  xml.element("signature", signature ? signature->get_name() : "", {{"index", std::to_string(signature_)}});
+  for (uint32_t i = 0; i < members_.size(); i++) {
+    OF_SECTION *member = get_member(i);
+    xml.element("member", member ? member->get_name() : "", {{"index", std::to_string(members_[i])}});
+  }
+  xml.close();
+}
+
+}  // namespace OFE

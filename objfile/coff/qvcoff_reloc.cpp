@@ -1,0 +1,257 @@
+#include "objfile/coff/qvcoff_reloc.h"
+
+#include "objfile/coff/qvcoff_file.h"
+#include "objfile/coff/qvcoff_section.h"
+#include "objfile/coff/qvcoff_symbol.h"
+#include "objfile/coff/qvcoff_xml.h"
+
+namespace OFE {
+
+namespace {
+
+// The types whose listing shows their operand value, and how.
+constexpr uint32_t R_OPERAND_DECIMAL = 0x114;
+constexpr uint32_t R_OPERAND_HEX = 0x115;
+constexpr uint32_t R_OPERAND_NONE = 0x116;
+
+}  // namespace
+
+const OF_RELOC_TYPE_INFO *QVCOFF_RELOC::get_type_info() const {
+  return table_->get_file()->get_machine_db()->get_reloc_type(type_);
+}
+
+uint32_t QVCOFF_RELOC::get_properties() const {
+  const OF_RELOC_TYPE_INFO *info = get_type_info();
+  return info ? info->properties : 0;
+}
+
+bool QVCOFF_RELOC::refers_to_symbol() const {
+  return (get_properties() & (OF_RELOC_FIELD | OF_RELOC_OPERAND_VALUE)) == 0;
+}
+
+bool QVCOFF_RELOC::begin_change() { return table_->get_section()->begin_change(); }
+
+int QVCOFF_RELOC::set_address(uint32_t address) {
+  if (!begin_change())
+    return -1;
+  vaddr_ = address;
+  return 0;
+}
+
+int QVCOFF_RELOC::set_type(uint32_t type) {
+  if (!begin_change())
+    return -1;
+  type_ = static_cast<uint16_t>(type);
+  return 0;
+}
+
+int QVCOFF_RELOC::set_displacement(uint16_t disp) {
+  if (!begin_change())
+    return -1;
+  disp_ = disp;
+  return 0;
+}
+
+OF_SYMBOL *QVCOFF_RELOC::get_symbol() {
+  if (!refers_to_symbol())
+    return nullptr;
+  return table_->get_file()->get_symbol_table()->get_symbol(symndx_);
+}
+
+int QVCOFF_RELOC::set_symbol_index(uint32_t index) {
+  if (!begin_change())
+    return -1;
+  symndx_ = index;
+  return 0;
+}
+
+int QVCOFF_RELOC::set_symbol(OF_SYMBOL *symbol) { return set_symbol_index(symbol ? symbol->get_index() : 0); }
+
+int QVCOFF_RELOC::make_internal() {
+  table_->get_file()->set_error(OF_ERR_INVALID_REQUEST, "QV-COFF relocation entries cannot be made internal");
+  return -1;
+}
+
+QVCOFF_FILE *QVCOFF_RELOC_TABLE::get_file() const { return section_->get_file(); }
+
+QVCOFF_RELOC QVCOFF_RELOC_TABLE::decode(const uint8_t *bytes, OF_FORMAT_VERSION version, BYTE_ORDERING order) {
+  bool v0 = version == OF_VERSION_COFF0;
+  QVCOFF_RELOC entry(this, read_u16(bytes + (v0 ? 8 : 10), order));
+  uint32_t properties = entry.get_properties();
+  if (v0 && (properties & OF_RELOC_SPLIT)) {
+    auto r = ::decode<QVCOFF_RELOC_V0_SPLIT_RECORD>(bytes, order);
+    entry.vaddr_ = r.r_vaddr;
+    entry.symndx_ = r.r_word0;
+    entry.word1_ = r.r_word1;
+  } else if (properties & OF_RELOC_FIELD) {
+    if (v0) {
+      auto r = ::decode<QVCOFF_RELOC_V0_FIELD_RECORD>(bytes, order);
+      entry.vaddr_ = r.r_vaddr;
+      entry.field_ = r.r_field;
+    } else {
+      auto r = ::decode<QVCOFF_RELOC_FIELD_RECORD>(bytes, order);
+      entry.vaddr_ = r.r_vaddr;
+      entry.field_ = r.r_field;
+      entry.disp_ = r.r_disp;
+    }
+  } else if (v0) {
+    auto r = ::decode<QVCOFF_RELOC_V0_RECORD>(bytes, order);
+    entry.vaddr_ = r.r_vaddr;
+    entry.symndx_ = r.r_symndx;
+  } else {
+    auto r = ::decode<QVCOFF_RELOC_RECORD>(bytes, order);
+    entry.vaddr_ = r.r_vaddr;
+    entry.symndx_ = r.r_symndx;
+    entry.disp_ = r.r_disp;
+  }
+  return entry;
+}
+
+void QVCOFF_RELOC_TABLE::load() {
+  if (loaded_)
+    return;
+  loaded_ = true;
+  QVCOFF_FILE *file = get_file();
+  const QVCOFF_SECTION_HEADER &h = section_->get_header();
+  if (!file->was_read_from_stream() || h.s_nreloc == 0 || section_->is_new())
+    return;
+  OF_FORMAT_VERSION version = file->get_format_version();
+  uint32_t size = qvcoff_reloc_size(version);
+  DATA_MAP map;
+  if (!file->map_file_region(h.s_relptr, uint64_t{h.s_nreloc} * size, map)) {
+    file->report_truncated("relocation entries", h.s_relptr);
+    return;
+  }
+  entries_.reserve(h.s_nreloc);
+  for (uint32_t i = 0; i < h.s_nreloc; i++)
+    if (const uint8_t *bytes = map.slice(uint64_t{i} * size, size))
+      entries_.push_back(decode(bytes, version, file->byte_order()));
+}
+
+uint32_t QVCOFF_RELOC_TABLE::get_count() {
+  load();
+  return static_cast<uint32_t>(entries_.size());
+}
+
+QVCOFF_RELOC *QVCOFF_RELOC_TABLE::get_qvcoff_reloc(uint32_t index) {
+  load();
+  return index < entries_.size() ? &entries_[index] : nullptr;
+}
+
+OF_RELOC *QVCOFF_RELOC_TABLE::get_reloc(uint32_t index) { return get_qvcoff_reloc(index); }
+
+QVCOFF_RELOC *QVCOFF_RELOC_TABLE::add_reloc(uint32_t address, uint32_t symbol_index, uint32_t type) {
+  load();
+  if (!section_->begin_change())
+    return nullptr;
+  QVCOFF_RELOC entry(this, type);
+  entry.vaddr_ = address;
+  entry.symndx_ = symbol_index;
+  entries_.push_back(entry);
+  return &entries_.back();
+}
+
+void QVCOFF_RELOC_TABLE::apply_symbol_map(const OF_INDEX_MAP &map) {
+  load();
+  for (QVCOFF_RELOC &entry : entries_) {
+    if (!entry.refers_to_symbol())
+      continue;
+    uint32_t index = map(entry.symndx_);
+    entry.symndx_ = index == OF_INDEX_MAP::REMOVED ? 0 : index;
+  }
+}
+
+std::vector<uint8_t> QVCOFF_RELOC_TABLE::encode(uint32_t count) {
+  load();
+  OF_FORMAT_VERSION version = get_file()->get_format_version();
+  BYTE_ORDERING order = get_file()->byte_order();
+  bool v0 = version == OF_VERSION_COFF0;
+  uint32_t size = qvcoff_reloc_size(version);
+  std::vector<uint8_t> out(uint64_t{size} * count);
+  for (uint32_t i = 0; i < count && i < entries_.size(); i++) {
+    const QVCOFF_RELOC &e = entries_[i];
+    uint8_t *at = out.data() + uint64_t{i} * size;
+    uint32_t properties = e.get_properties();
+    if (v0 && (properties & OF_RELOC_SPLIT))
+      ::encode(QVCOFF_RELOC_V0_SPLIT_RECORD{e.vaddr_, static_cast<uint16_t>(e.symndx_), e.word1_, e.type_}, order, at);
+    else if (properties & OF_RELOC_FIELD) {
+      if (v0)
+        ::encode(QVCOFF_RELOC_V0_FIELD_RECORD{e.vaddr_, e.field_, e.type_}, order, at);
+      else
+        ::encode(QVCOFF_RELOC_FIELD_RECORD{e.vaddr_, e.field_, e.disp_, e.type_}, order, at);
+    } else if (v0)
+      ::encode(QVCOFF_RELOC_V0_RECORD{e.vaddr_, e.symndx_, e.type_}, order, at);
+    else
+      ::encode(QVCOFF_RELOC_RECORD{e.vaddr_, e.symndx_, e.disp_, e.type_}, order, at);
+  }
+  return out;
+}
+
+void QVCOFF_RELOC_TABLE::dump(FILE *stream) {
+  load();
+  fprintf(stream, "\n Relocation Table for Section %u (\"%s\")\n\n", section_->get_index(),
+          section_->get_name().c_str());
+  for (uint32_t i = 0; i < entries_.size(); i++) {
+    QVCOFF_RELOC &e = entries_[i];
+    const OF_RELOC_TYPE_INFO *info = e.get_type_info();
+    uint32_t properties = e.get_properties();
+    fprintf(stream, "  [%u]\n", i);
+    fprintf(stream, "  %-26s0x%08x\n", "Virtual Address:", e.vaddr_);
+    if (info)
+      fprintf(stream, "  %-26s%s (%u)\n", "Type:", info->name, e.type_);
+    else
+      fprintf(stream, "  %-26s%u\n", "Type:", e.type_);
+    if (e.refers_to_symbol()) {
+      OF_SYMBOL *symbol = e.get_symbol();
+      fprintf(stream, "  %-26s%u \"%s\"\n", "Symbol:", e.symndx_, symbol ? symbol->get_name().c_str() : "");
+    }
+    if (properties & OF_RELOC_OPERAND_VALUE) {
+      if (e.type_ == R_OPERAND_DECIMAL)
+        fprintf(stream, "  %-26s%u\n", "Value:", e.symndx_);
+      else if (e.type_ == R_OPERAND_HEX)
+        fprintf(stream, "  %-26s0x%08x\n", "Value:", e.symndx_);
+      else if (e.type_ != R_OPERAND_NONE)
+        fprintf(stream, "  %-26s0x%08x\n", "PC Value:", e.symndx_);
+    }
+    if (properties & OF_RELOC_FIELD) {
+      fprintf(stream, "  %-26s%u\n", "Field Offset:", e.get_field_offset());
+      fprintf(stream, "  %-26s%u\n", "Field Size:", e.get_field_size());
+      fprintf(stream, "  %-26s%u\n", "Field Word Size:", e.get_field_word_size());
+    }
+    if (properties & OF_RELOC_SIZE) {
+      OF_SYMBOL *symbol = e.get_symbol();
+      fprintf(stream, "  %-26s%u\n", "Size:", symbol ? symbol->get_size() : 0);
+    }
+    if (properties & OF_RELOC_DISPLACEMENT)
+      fprintf(stream, "  %-26s0x%04x\n", "Displacement:", e.disp_);
+  }
+}
+
+void QVCOFF_RELOC_TABLE::dump_xml(XML_WRITER &xml) {
+  load();
+  xml.open("relocations", {{"description", "Relocation entries"}});
+  for (QVCOFF_RELOC &e : entries_) {
+    uint32_t properties = e.get_properties();
+    xml.open("reloc_entry", {{"description", "Relocation entry"}});
+    const OF_RELOC_TYPE_INFO *info = e.get_type_info();
+    described(xml, "type", info ? info->name : std::to_string(e.type_), "Type of relocation");
+    described(xml, "vaddr", XML_WRITER::hex(e.vaddr_), "Virtual address to be relocated");
+    described(xml, "disp", XML_WRITER::hex(e.disp_, 4), "Extra address encoding information");
+    described(xml, "internal", "false", "True if this relocation is internal");
+    if (e.refers_to_symbol()) {
+      OF_SYMBOL *symbol = e.get_symbol();
+      described(xml, "symbol_relative", symbol ? symbol->get_name() : std::to_string(e.symndx_),
+                "Relocation is relative to the specified symbol");
+    }
+    described(xml, "math_relative", (properties & OF_RELOC_OPERAND_VALUE) ? "true" : "false", "True if this relocation is math relative");
+    if (properties & OF_RELOC_FIELD) {
+      described(xml, "offset", std::to_string(e.get_field_offset()), "Offset of the field from relocatable address");
+      described(xml, "field_size", std::to_string(e.get_field_size()), "Size of the field to relocate");
+      described(xml, "word_size", std::to_string(e.get_field_word_size()), "Number of address-sized units containing the relocation field");
+    }
+    xml.close();
+  }
+  xml.close();
+}
+
+}  // namespace OFE

@@ -1,0 +1,223 @@
+// The QV-COFF steps of the write pipeline (OBJECT_FILE::promote_state):
+//
+//   load      every section header, name and contents, every relocation,
+//             line-number and group table, every symbol and the build
+//             attributes into memory, before the string table is rebuilt
+//             and symbols move
+//   sections  sections keep their numbers (nothing here removes one), so
+//             there is no map to apply
+//   symbols   renumbered entry by entry, auxiliary entries included; the
+//             map moves relocation symbol indexes, line-number function
+//             indexes, group signatures and Tag_Symbol lists
+//   tables    relocation and line-number entries encoded with their counts
+//             (cut, with a warning, in versions "0" and "1"), groups and
+//             build attributes into their sections
+//   strings   the string table rebuilt: long section names (version "2")
+//             in section order, then long symbol names in symbol order;
+//             the symbol table encoded
+//   lay out   file header, optional header (only a 28-byte one is kept),
+//             section headers, then every section's raw data, every
+//             section's relocations, every section's line numbers, each
+//             in section order without padding, the symbol table and the
+//             string table; the header refreshed from the tables
+//   write     the pieces in that order
+#include "objfile/coff/qvcoff_file.h"
+#include "objfile/coff/qvcoff_group.h"
+#include "objfile/coff/qvcoff_lnno.h"
+#include "objfile/coff/qvcoff_reloc.h"
+#include "objfile/coff/qvcoff_section.h"
+#include "objfile/coff/qvcoff_string.h"
+#include "objfile/coff/qvcoff_symbol.h"
+#include "objfile/of_build_attr.h"
+
+namespace OFE {
+
+bool QVCOFF_FILE::load_for_writing() {
+  if (was_read_from_stream() && !header_read_)
+    return false;
+  QVCOFF_SECTION_TABLE *sections = get_qvcoff_section_table();
+  QVCOFF_SYMBOL_TABLE *symbols = get_qvcoff_symbol_table();
+  (void)get_build_attributes(false);
+  for (uint32_t i = 1; i <= sections->get_count(); i++) {
+    QVCOFF_SECTION *s = sections->get_qvcoff_section(i);
+    (void)s->get_name();
+    if (DATA_MAP *data = s->get_data())
+      (void)data->slice(0, data->size());
+    (void)s->relocations()->get_count();
+    (void)s->line_numbers()->get_count();
+    (void)s->group();
+  }
+  symbols->load_for_writing();
+  uint32_t code = get_error_code();
+  return code == OF_ERR_NONE || code == OF_ERR_WARNING || code == OF_ERR_LIMITATION;
+}
+
+bool QVCOFF_FILE::prepare_sections() { return true; }
+
+bool QVCOFF_FILE::prepare_symbols() {
+  QVCOFF_SYMBOL_TABLE *symbols = get_qvcoff_symbol_table();
+  symbols->prepare_for_writing();
+  // Every renumbering since the file was read: edits and the one above.
+  OF_INDEX_MAP map = symbols->take_index_map();
+  if (map.is_identity())
+    return true;
+  symbols->apply_map_to_aux(map, static_cast<uint32_t>(map.size()));
+  QVCOFF_SECTION_TABLE *sections = get_qvcoff_section_table();
+  for (uint32_t i = 1; i <= sections->get_count(); i++) {
+    QVCOFF_SECTION *s = sections->get_qvcoff_section(i);
+    s->relocations()->apply_symbol_map(map);
+    s->line_numbers()->apply_symbol_map(map);
+    if (QVCOFF_GROUP_TABLE *group = s->group())
+      group->apply_symbol_map(map);
+  }
+  if (build_attributes_)
+    build_attributes_->apply_symbol_map(map.entries());
+  return true;
+}
+
+bool QVCOFF_FILE::prepare_dependents() {
+  QVCOFF_SECTION_TABLE *sections = get_qvcoff_section_table();
+  uint32_t count = sections->get_count();
+  reloc_bytes_.assign(count, {});
+  lnno_bytes_.assign(count, {});
+  for (uint32_t i = 1; i <= count; i++) {
+    QVCOFF_SECTION *s = sections->get_qvcoff_section(i);
+    if (QVCOFF_GROUP_TABLE *group = s->group())
+      if (!group->encode())
+        return false;
+    s->set_reloc_count(s->relocations()->get_count());
+    s->set_lnno_count(s->line_numbers()->get_count());
+    reloc_bytes_[i - 1] = s->relocations()->encode(s->get_header().s_nreloc);
+    lnno_bytes_[i - 1] = s->line_numbers()->encode(s->get_header().s_nlnno);
+  }
+  if (build_attributes_ && build_attributes_section_ != 0) {
+    std::vector<uint8_t> bytes = build_attributes_->encode(order_);
+    OF_SECTION *s = sections->get_section(build_attributes_section_ - 1);
+    if (!s || s->set_data(bytes.data(), static_cast<uint32_t>(bytes.size())) != 0)
+      return false;
+  }
+  return true;
+}
+
+bool QVCOFF_FILE::prepare_strings() {
+  QVCOFF_STRING_TABLE *strings = get_string_table();
+  QVCOFF_SECTION_TABLE *sections = get_qvcoff_section_table();
+  strings->clear();
+  bool long_names = get_format_version() == OF_VERSION_COFF2;
+  for (uint32_t i = 1; i <= sections->get_count(); i++) {
+    QVCOFF_SECTION *s = sections->get_qvcoff_section(i);
+    std::string name = s->get_name();
+    std::array<uint8_t, 8> field{};
+    if (long_names && name.size() > 8) {
+      std::optional<uint32_t> offset = strings->add_string(name);
+      if (!offset)
+        return false;
+      write_u32(field.data() + 4, *offset, order_);
+    } else {
+      std::copy_n(name.begin(), std::min<size_t>(name.size(), 8), field.begin());
+    }
+    s->header().s_name = field;
+  }
+  if (!get_qvcoff_symbol_table()->encode(strings, symbol_bytes_))
+    return false;
+  string_bytes_.clear();
+  DATA_MAP &data = strings->data();
+  if (data.size() > QVCOFF_STRING_TABLE_FIRST_OFFSET) {
+    data.set_byte_order(order_);
+    data.set_position(0);
+    data.write_u32(static_cast<uint32_t>(data.size()));
+    const uint8_t *bytes = data.slice(0, data.size());
+    string_bytes_.assign(bytes, bytes + data.size());
+  }
+  return true;
+}
+
+bool QVCOFF_FILE::lay_out() {
+  QVCOFF_SECTION_TABLE *sections = get_qvcoff_section_table();
+  OF_FORMAT_VERSION version = get_format_version();
+  uint32_t count = sections->get_count();
+  // Optional header bytes of another size were never interpreted; they go.
+  if (header_.f_opthdr != QVCOFF_OPT_HEADER_SIZE)
+    header_.f_opthdr = 0;
+  uint64_t position = qvcoff_file_header_size(version) + header_.f_opthdr +
+                      uint64_t{count} * qvcoff_section_header_size(version);
+  auto place = [&position](uint64_t size) {
+    uint32_t at = size ? static_cast<uint32_t>(position) : 0;
+    position += size;
+    return at;
+  };
+  for (uint32_t i = 1; i <= count; i++) {
+    QVCOFF_SECTION *s = sections->get_qvcoff_section(i);
+    DATA_MAP *data = s->get_data();
+    s->header().s_scnptr = place(data && data->size() ? s->get_raw_size() : 0);
+  }
+  for (uint32_t i = 1; i <= count; i++)
+    sections->get_qvcoff_section(i)->header().s_relptr = place(reloc_bytes_[i - 1].size());
+  for (uint32_t i = 1; i <= count; i++)
+    sections->get_qvcoff_section(i)->header().s_lnnoptr = place(lnno_bytes_[i - 1].size());
+  uint32_t nsyms = get_qvcoff_symbol_table()->get_count();
+  header_.f_symptr = place(symbol_bytes_.size());
+  header_.f_nsyms = nsyms;
+  position += string_bytes_.size();
+  if (position > 0xFFFFFFFFull) {
+    set_error(OF_ERR_LIMITATION, "%s: the file would be larger than 4 GB",
+              get_file_name().empty() ? "(unknown file)" : get_file_name().c_str());
+    return false;
+  }
+  header_.f_nscns = static_cast<uint16_t>(count);
+  if (has_optional_header()) {
+    opt_header_.magic = 0x0108;
+    opt_header_.text_size = section_size(".text");
+    opt_header_.data_size = section_size(".data");
+    opt_header_.bss_size = section_size(".bss");
+    opt_header_.text_start = section_address(".text");
+    opt_header_.data_start = section_address(".data");
+  }
+  if (sections->find_section(".icode"))
+    header_.f_flags |= F_ICODE;
+  icode_index_ = UINT32_MAX;
+  return true;
+}
+
+bool QVCOFF_FILE::write_out(FILE *stream) {
+  QVCOFF_SECTION_TABLE *sections = get_qvcoff_section_table();
+  OF_FORMAT_VERSION version = get_format_version();
+  bool ok = true;
+  auto put = [&](const void *bytes, size_t size) {
+    ok = ok && (size == 0 || fwrite(bytes, 1, size, stream) == size);
+  };
+  uint8_t header[QVCOFF_FILE_HEADER_SIZE];
+  if (!encode_file_header(header_, version, order_, header)) {
+    set_error(OF_ERR_MALFORMED, "Invalid QV-COFF version");
+    return false;
+  }
+  put(header, qvcoff_file_header_size(version));
+  if (has_optional_header()) {
+    auto opt = encode(opt_header_, order_);
+    put(opt.data(), opt.size());
+  }
+  uint8_t section_header[QVCOFF_SECTION_HEADER_SIZE_V2];
+  for (uint32_t i = 1; i <= sections->get_count(); i++) {
+    (void)encode_section_header(sections->get_qvcoff_section(i)->get_header(), version, order_, section_header);
+    put(section_header, qvcoff_section_header_size(version));
+  }
+  for (uint32_t i = 1; i <= sections->get_count(); i++) {
+    QVCOFF_SECTION *s = sections->get_qvcoff_section(i);
+    if (s->get_header().s_scnptr == 0)
+      continue;
+    DATA_MAP *data = s->get_data();
+    data->set_position(0);
+    ok = ok && (fflush(stream) == 0) && data->save(stream, s->get_raw_size()) == 0;
+  }
+  for (const std::vector<uint8_t> &bytes : reloc_bytes_)
+    put(bytes.data(), bytes.size());
+  for (const std::vector<uint8_t> &bytes : lnno_bytes_)
+    put(bytes.data(), bytes.size());
+  put(symbol_bytes_.data(), symbol_bytes_.size());
+  put(string_bytes_.data(), string_bytes_.size());
+  if (!ok)
+    set_error(OF_ERR_OPEN, "%s", "");
+  return ok;
+}
+
+}  // namespace OFE

@@ -1,0 +1,326 @@
+// Writing QV-COFF files through the write pipeline, by the library itself:
+// what is read is written back and decodes the same, in every layout version
+// and byte order; renumbered symbols keep every reference; the limits of the
+// older layouts cut values with their warnings.
+#include <gtest/gtest.h>
+
+#include <tuple>
+
+#include "common/coff_image.h"
+#include "objfile/coff/coff_describe.h"
+#include "objfile/coff/coff_rich.h"
+#include "objfile/coff/qvcoff_const.h"
+#include "objfile/of_build_attr.h"
+
+using namespace testing_support;
+using namespace OFE;
+
+namespace {
+
+class CoffWrite : public testing::TestWithParam<std::tuple<int, TEST_ORDER>> {
+protected:
+  int version() const { return std::get<0>(GetParam()); }
+  TEST_ORDER order() const { return std::get<1>(GetParam()); }
+};
+
+TEST_P(CoffWrite, WhatIsReadIsWrittenAndReadsTheSame) {
+  COFF_IMAGE c = rich_image(version(), order());
+  OPENED_COFF original(c.build(), "rich.obj");
+  ASSERT_NE(original.file(), nullptr);
+  ASSERT_EQ(original.error_code(), 0u) << original.error();
+  std::string copy = write_to_string(original.object.get());
+  // Described after writing, which refreshed the optional header.
+  std::string before = describe(original.file());
+  EXPECT_EQ(original.file()->get_state(), OF_STATE_SAVED);
+
+  OPENED_COFF reread(copy, "copy.obj");
+  ASSERT_NE(reread.file(), nullptr);
+  EXPECT_EQ(reread.error_code(), 0u) << reread.error();
+  EXPECT_EQ(describe(reread.file()), before);
+  EXPECT_EQ(write_to_string(reread.object.get()), copy) << "the copy of a copy is the same bytes";
+
+  // The header was refreshed from the tables.
+  const QVCOFF_OPT_HEADER_RECORD &opt = reread.file()->get_optional_header();
+  EXPECT_EQ(opt.magic, 0x0108);
+  EXPECT_EQ(opt.text_size, 4u);
+  EXPECT_EQ(opt.data_size, 2u);
+  EXPECT_EQ(opt.bss_size, 8u);
+  EXPECT_EQ(opt.text_start, 0x1000u);
+  EXPECT_EQ(opt.data_start, 0x200u);
+  EXPECT_EQ(opt.entry_point, 0x40u);
+  // Every relocation names the symbol it named before.
+  QVCOFF_RELOC_TABLE *relocs = reread.file()->get_qvcoff_section_table()->get_qvcoff_section(1)->relocations();
+  ASSERT_EQ(relocs->get_count(), 5u);
+  EXPECT_EQ(relocs->get_reloc(0)->get_symbol()->get_name(), "main");
+  EXPECT_EQ(relocs->get_reloc(4)->get_symbol()->get_name(), "ext");
+  EXPECT_EQ(relocs->get_reloc(2)->get_symbol(), nullptr) << "a field description names no symbol";
+  EXPECT_EQ(relocs->get_qvcoff_reloc(2)->get_field_offset(), 1);
+  EXPECT_EQ(relocs->get_qvcoff_reloc(2)->get_field_word_size(), 3);
+  if (version() == 0) {
+    EXPECT_EQ(relocs->get_qvcoff_reloc(1)->get_second_word(), 0x0304) << "split halves are swapped one by one";
+  } else {
+    EXPECT_EQ(relocs->get_qvcoff_reloc(1)->get_displacement(), 0x22);
+  }
+}
+
+TEST_P(CoffWrite, BothByteOrdersDecodeToTheSameValues) {
+  if (order() == BIG)
+    return;  // one comparison per version covers both
+  COFF_IMAGE little = rich_image(version(), LITTLE), big = rich_image(version(), BIG);
+  OPENED_COFF a(little.build()), b(big.build());
+  EXPECT_EQ(describe(a.file()), describe(b.file()));
+  OPENED_COFF a2(write_to_string(a.object.get())), b2(write_to_string(b.object.get()));
+  EXPECT_EQ(describe(a2.file()), describe(b2.file()));
+  EXPECT_EQ(b2.file()->get_data_endian(), OF_ENDIAN_BIG) << "a file is written in the byte order it was read in";
+}
+
+TEST_P(CoffWrite, RenumberedSymbolsKeepEveryReference) {
+  COFF_IMAGE c = rich_image(version(), order());
+  OPENED_COFF o(c.build());
+  QVCOFF_SYMBOL_TABLE *t = o.symbols();
+  ASSERT_EQ(t->get_symbol(RICH_MAIN + 1), nullptr) << "an auxiliary entry is no symbol";
+  // Drop the array symbol with its two auxiliary entries and put a new
+  // symbol in front of everything.
+  ASSERT_EQ(t->select_for_removal(RICH_ARRAY), 0);
+  ASSERT_EQ(t->remove_selected(), 3);
+  OF_SYMBOL *added = t->insert_symbol(0);
+  ASSERT_NE(added, nullptr);
+  ASSERT_EQ(added->set_name("first"), 0);
+  OF_SYMBOL *between = t->insert_symbol(RICH_MAIN + 2);  // main's auxiliary entry: goes behind it
+  ASSERT_NE(between, nullptr);
+  EXPECT_EQ(between->get_index(), RICH_MAIN + 3);
+  ASSERT_EQ(t->select_for_removal(between->get_index()), 0);
+  ASSERT_EQ(t->remove_selected(), 1);
+  std::vector<std::string> walked;
+  for (uint32_t i = 0; i < t->get_count(); i = t->next_index(i))
+    if (OF_SYMBOL *s = t->get_symbol(i))
+      walked.push_back(s->get_name());
+  EXPECT_EQ(walked.size(), version() == 2 ? 10u : 9u);
+  EXPECT_EQ(walked[0], "first");
+
+  OPENED_COFF r(write_to_string(o.object.get()));
+  ASSERT_EQ(r.error_code(), 0u) << r.error();
+  QVCOFF_SYMBOL_TABLE *rt = r.symbols();
+  ASSERT_NE(rt->find_symbol("main"), nullptr);
+  uint32_t main_index = rt->find_symbol("main")->get_index();
+  EXPECT_EQ(main_index, RICH_MAIN + 1);
+  EXPECT_EQ(rt->find_symbol("a_long_array_name"), nullptr);
+  EXPECT_EQ(rt->get_count(), version() == 2 ? 15u : 14u);
+  QVCOFF_SECTION *text = r.file()->get_qvcoff_section_table()->get_qvcoff_section(1);
+  EXPECT_EQ(text->relocations()->get_reloc(0)->get_symbol()->get_name(), "main");
+  EXPECT_EQ(text->relocations()->get_reloc(4)->get_symbol()->get_name(), "ext");
+  EXPECT_EQ(text->line_numbers()->get_entry(0)->l_addr, main_index) << "the function entry follows the symbol";
+  auto function = std::get<QVCOFF_AUX_FUNCTION_RECORD>(static_cast<QVCOFF_SYMBOL *>(rt->find_symbol("main"))->get_aux()[0]);
+  EXPECT_EQ(function.x_tagndx, 11u - 3 + 1) << "indexes inside auxiliary entries follow too";
+  if (version() == 2) {
+    QVCOFF_GROUP_TABLE *group = r.file()->get_qvcoff_section_table()->get_qvcoff_section(5)->group();
+    ASSERT_NE(group, nullptr);
+    EXPECT_EQ(group->get_signature()->get_name(), "group_signature");
+    std::vector<uint32_t> listed = r.object->get_build_attr_list_indexes("vela28abi", OFBA_SCOPE_SYMBOL, 0);
+    EXPECT_EQ(listed, std::vector<uint32_t>{main_index}) << "Tag_Symbol lists follow the symbols";
+  }
+}
+
+TEST_P(CoffWrite, SectionSettersKeepToTheLayoutsWidths) {
+  COFF_IMAGE c = rich_image(version(), order());
+  OPENED_COFF o(c.build());
+  QVCOFF_FILE *f = o.file();
+  QVCOFF_SECTION *data = f->get_qvcoff_section_table()->get_qvcoff_section(2);
+  bool narrow = version() != 2;
+  std::string v = std::to_string(version());
+
+  // Names.
+  ASSERT_EQ(data->set_name(".data.fifteen.."), 0);
+  if (narrow) {
+    EXPECT_EQ(o.error(), "QV-COFF Version " + v + " only supports section names of up to 8 characters");
+    EXPECT_EQ(o.error_code(), OF_ERR_LIMITATION);
+  } else {
+    EXPECT_EQ(o.error_code(), 0u);
+  }
+  f->reset();
+  // Flags.
+  ASSERT_EQ(data->set_flags(0x00020000 | STYP_DATA), 0);
+  if (narrow) {
+    EXPECT_EQ(o.error(), "QV-COFF Version " + v + " only supports up to 16 flags");
+  }
+  EXPECT_EQ(data->get_flags(), narrow ? STYP_DATA : 0x00020000u | STYP_DATA);
+  f->reset();
+  // Alignment: 0 and 1 store 0, 8 stores 3, 6 is refused, 65536 wraps.
+  for (auto [alignment, field] : {std::pair{0u, 0u}, {1u, 0u}, {8u, 3u}, {65536u, 0u}, {1u << 15, 15u}}) {
+    ASSERT_EQ(data->set_alignment(alignment), 0) << alignment;
+    EXPECT_EQ((data->get_flags() & STYP_ALIGN_MASK) >> 8, field) << alignment;
+  }
+  EXPECT_EQ(data->set_alignment(6), -1);
+  EXPECT_EQ(o.error(), "only powers of 2 are valid alignment values");
+  EXPECT_EQ(o.error_code(), OF_ERR_INVALID_REQUEST);
+  EXPECT_EQ((data->get_flags() & STYP_ALIGN_MASK) >> 8, 15u) << "a refusal changes nothing";
+  f->reset();
+  // Page.
+  ASSERT_EQ(data->set_page(300), 0);
+  if (narrow) {
+    EXPECT_EQ(o.error(), "QV-COFF Version " + v + " supports a maximum of 255 pages");
+  }
+  EXPECT_EQ(data->get_page(), narrow ? 44u : 300u);
+  f->reset();
+  // mwidth.
+  if (narrow) {
+    EXPECT_EQ(data->set_mwidth(4), -1);
+    EXPECT_EQ(o.error(), "QV-COFF Version " + v + " does not support the mwidth section header field");
+    EXPECT_EQ(o.error_code(), OF_ERR_INVALID_REQUEST);
+    f->reset();
+  } else {
+    EXPECT_EQ(data->set_mwidth(4), 0);
+  }
+
+  // What was set is what is written.
+  OPENED_COFF r(write_to_string(o.object.get()));
+  QVCOFF_SECTION *back = r.file()->get_qvcoff_section_table()->get_qvcoff_section(2);
+  EXPECT_EQ(back->get_name(), narrow ? ".data.fi" : ".data.fifteen..");
+  EXPECT_EQ(back->get_page(), narrow ? 44u : 300u);
+  EXPECT_EQ(back->get_flags(), (narrow ? STYP_DATA : 0x00020000u | STYP_DATA) | 0x0F00u);
+  EXPECT_EQ(back->get_mwidth(), narrow ? 0 : 4);
+}
+
+TEST_P(CoffWrite, CountsBeyond65535AreCutInTheOlderLayouts) {
+  COFF_IMAGE c(version(), order(), 0x97);  // ARM: 8-bit units
+  c.sections.push_back({.name = ".text", .size = 4, .data = "abcd"});
+  c.symbols.push_back({.name = "s", .scnum = 1});
+  OPENED_COFF o(c.build());
+  QVCOFF_SECTION *text = o.file()->get_qvcoff_section_table()->get_qvcoff_section(1);
+  for (uint32_t i = 0; i < 65537; i++) {
+    ASSERT_NE(text->relocations()->add_reloc(i, 0, 0x0011), nullptr);
+    ASSERT_EQ(text->line_numbers()->add_entry(i, static_cast<uint16_t>(i + 1)), 0);
+  }
+  std::vector<std::string> reports;
+  o.object->set_error_handler([&](OBJECT_FILE *obj, uint32_t, const char *text) {
+    reports.push_back(text);
+    obj->clear_error();
+  });
+  std::string bytes = write_to_string(o.object.get());
+  OPENED_COFF r(bytes);
+  QVCOFF_SECTION *back = r.file()->get_qvcoff_section_table()->get_qvcoff_section(1);
+  if (version() == 2) {
+    EXPECT_TRUE(reports.empty());
+    EXPECT_EQ(back->get_header().s_nreloc, 65537u);
+    EXPECT_EQ(back->line_numbers()->get_count(), 65537u);
+  } else {
+    std::string v = std::to_string(version());
+    EXPECT_EQ(reports, (std::vector<std::string>{"QV-COFF Version " + v + " only supports up to 65535 relocation entries",
+                                                 "QV-COFF Version " + v + " only supports up to 65535 line number entries"}));
+    EXPECT_EQ(back->get_header().s_nreloc, 1u) << "65537 cut to 16 bits";
+    EXPECT_EQ(back->relocations()->get_count(), 1u);
+    EXPECT_EQ(back->line_numbers()->get_count(), 1u);
+  }
+  EXPECT_EQ(back->line_numbers()->get_entry(0)->l_lnno, 1);
+  EXPECT_EQ(back->line_numbers()->get_entry(70000), nullptr);
+  EXPECT_EQ(r.error(), "request for line number entry 70000 which does not exist");
+  EXPECT_EQ(r.error_code(), OF_ERR_INVALID_REQUEST);
+}
+
+INSTANTIATE_TEST_SUITE_P(AllLayouts, CoffWrite, testing::Combine(testing::Values(0, 1, 2), testing::Values(LITTLE, BIG)),
+                         [](const auto &info) {
+                           return "v" + std::to_string(std::get<0>(info.param)) +
+                                  (std::get<1>(info.param) == BIG ? "Big" : "Little");
+                         });
+
+TEST(CoffWriteSections, The65534thSectionIsRefused) {
+  OF_DESCRIPTOR d;
+  d.format = OF_FORMAT_COFF;
+  d.version = OF_VERSION_COFF2;
+  d.machine = OF_MACHINE_ARM;
+  QVCOFF_FILE f(d);
+  OF_SECTION_TABLE *sections = f.get_section_table();
+  for (uint32_t i = 0; i < 65533; i++)
+    ASSERT_NE(sections->create_section("s"), nullptr) << i;
+  EXPECT_EQ(sections->create_section("one_too_many"), nullptr);
+  EXPECT_EQ(f.get_error_text(), "Attempt to create too many QV COFF sections");
+  EXPECT_EQ(f.get_error_code(), OF_ERR_INVALID_REQUEST);
+  EXPECT_EQ(sections->get_count(), 65533u);
+}
+
+TEST(CoffWriteNew, AFileMadeInMemoryIsWritten) {
+  OF_DESCRIPTOR d;
+  d.format = OF_FORMAT_COFF;
+  d.version = OF_VERSION_COFF1;
+  d.machine = OF_MACHINE_ARM;
+  QVCOFF_FILE f(d);
+  OF_SECTION *text = f.get_section_table()->create_section(".text");
+  ASSERT_NE(text, nullptr);
+  ASSERT_EQ(text->set_data("code", 4), 0);
+  OF_SYMBOL *s = f.get_symbol_table()->add_symbol();
+  ASSERT_NE(s, nullptr);
+  ASSERT_EQ(s->set_name("a_long_symbol_name"), 0);
+  ASSERT_EQ(static_cast<QVCOFF_SYMBOL *>(s)->set_section(1), 0);
+  ASSERT_EQ(s->set_binding(OF_BIND_GLOBAL), 0);
+  OPENED_COFF r(write_to_string(&f));
+  ASSERT_NE(r.file(), nullptr);
+  EXPECT_EQ(r.error_code(), 0u) << r.error();
+  EXPECT_EQ(r.file()->get_machine(), OF_MACHINE_ARM);
+  ASSERT_EQ(r.symbols()->get_count(), 1u);
+  EXPECT_EQ(r.symbol(0)->get_name(), "a_long_symbol_name");
+  EXPECT_EQ(r.symbol(0)->get_binding(), OF_BIND_GLOBAL);
+  DATA_MAP *data = r.file()->get_section_table()->get_section(1)->get_data();
+  ASSERT_NE(data, nullptr);
+  EXPECT_EQ(std::string(reinterpret_cast<const char *>(data->slice(0, 4)), 4), "code");
+}
+
+TEST(CoffWriteGroups, AGroupIsReadAsATruthValueAndNeedsItsSignature) {
+  COFF_IMAGE c = rich_image(2, BIG);
+  OPENED_COFF o(c.build());
+  QVCOFF_SECTION_TABLE *sections = o.file()->get_qvcoff_section_table();
+  QVCOFF_GROUP_TABLE *group = sections->get_qvcoff_section(5)->group();
+  ASSERT_NE(group, nullptr);
+  EXPECT_TRUE(group->get_flag()) << "word 0 is 5";
+  EXPECT_STREQ(group->get_kind_name(), "COMDAT");
+  EXPECT_EQ(group->get_count(), 1u);
+  EXPECT_EQ(sections->get_qvcoff_section(4)->get_owning_group(), group) << "members are told";
+  OPENED_COFF r(write_to_string(o.object.get()));
+  DATA_MAP *words = r.file()->get_qvcoff_section_table()->get_qvcoff_section(5)->get_data();
+  ASSERT_NE(words, nullptr);
+  words->set_position(0);
+  EXPECT_EQ(words->read_u32(), 1u) << "written back as 1";
+
+  // Without a signature the write fails and the contents stay as they were.
+  ASSERT_EQ(group->set_signature(nullptr), 0);
+  FILE *stream = tmpfile();
+  EXPECT_EQ(o.object->write(stream), -1);
+  fclose(stream);
+  EXPECT_EQ(o.error(), "a symbol has not been specified for the group section .grp");
+  EXPECT_EQ(o.error_code(), OF_ERR_MALFORMED);
+  DATA_MAP *kept = sections->get_qvcoff_section(5)->get_data();
+  kept->set_position(0);
+  EXPECT_EQ(kept->read_u32(), 1u);
+  EXPECT_EQ(kept->read_u32(), RICH_SIGNATURE);
+
+  // A group section shorter than 8 bytes holds nothing.
+  COFF_IMAGE small(2, LITTLE);
+  small.sections.push_back({.name = ".g", .size = 2, .data = "abcd", .flags = STYP_IS_GROUP});
+  OPENED_COFF s(small.build());
+  QVCOFF_GROUP_TABLE *empty = s.file()->get_qvcoff_section_table()->get_qvcoff_section(1)->group();
+  ASSERT_NE(empty, nullptr);
+  EXPECT_FALSE(empty->get_flag());
+  EXPECT_EQ(empty->get_signature(), nullptr);
+  EXPECT_EQ(empty->get_count(), 0u);
+}
+
+TEST(CoffWriteBuildAttributes, IndexesAreStoredPlusOne) {
+  COFF_IMAGE c = rich_image(2, LITTLE);
+  OPENED_COFF o(c.build());
+  EXPECT_TRUE(o.object->has_build_attributes());
+  EXPECT_EQ(o.object->get_build_attr_list_indexes("vela28abi", OFBA_SCOPE_SYMBOL, 0),
+            std::vector<uint32_t>{RICH_MAIN});
+  COFF_IMAGE plain(2, LITTLE);
+  OPENED_COFF p(plain.build());
+  EXPECT_FALSE(p.object->has_build_attributes());
+
+  // Attributes set on a file without any make the section, which reads back
+  // with them; the older layouts cannot name it.
+  ASSERT_EQ(p.object->set_build_attr("vela28abi", 6, 3), 0) << p.error();
+  OPENED_COFF r(write_to_string(p.object.get()));
+  EXPECT_NE(r.file()->get_section_table()->find_section("$build.attributes"), nullptr);
+  EXPECT_EQ(r.object->get_build_attr("vela28abi", 6), 3u);
+  OPENED_COFF v1(COFF_IMAGE(1, LITTLE).build());
+  EXPECT_EQ(v1.file()->get_build_attributes(true), nullptr);
+}
+
+}  // namespace

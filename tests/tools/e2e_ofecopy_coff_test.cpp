@@ -1,0 +1,153 @@
+// ofecopy on QV-COFF objects, run as a program: a plain copy decodes like the
+// library's own rewrite and copies to the same bytes again; the edits go
+// through the library's COFF setters with their messages and limits; and
+// the archiver indexes the copies as it indexed the originals.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <tuple>
+
+#include "common/coff_image.h"
+#include "common/process.h"
+#include "objfile/coff/coff_describe.h"
+#include "objfile/coff/coff_rich.h"
+
+using namespace testing_support;
+using namespace OFE;
+
+namespace {
+
+RUN_RESULT ofecopy(const TEMP_DIR &dir, std::vector<std::string> args) {
+  args.insert(args.begin(), ofecopy_path());
+  return run(args, dir.path());
+}
+
+class OfecopyCoff : public testing::TestWithParam<std::tuple<int, TEST_ORDER>> {
+protected:
+  int version() const { return std::get<0>(GetParam()); }
+  TEST_ORDER order() const { return std::get<1>(GetParam()); }
+  std::string v() const { return std::to_string(version()); }
+  TEMP_DIR dir;
+};
+
+TEST_P(OfecopyCoff, APlainCopyDecodesAsTheOriginalAndCopiesToTheSameBytes) {
+  std::string original = rich_image(version(), order()).build();
+  dir.write("in.obj", original);
+  RUN_RESULT r = ofecopy(dir, {"in.obj", "out.obj"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(r.out, "");
+  OPENED_COFF in(original), out(dir.read("out.obj"));
+  ASSERT_NE(out.file(), nullptr);
+  EXPECT_EQ(out.error_code(), 0u) << out.error();
+  (void)write_to_string(in.object.get());  // refreshes the optional header as a copy does
+  EXPECT_EQ(describe(out.file()), describe(in.file()));
+  ASSERT_EQ(ofecopy(dir, {"out.obj", "again.obj"}).status, 0);
+  EXPECT_EQ(dir.read("again.obj"), dir.read("out.obj"));
+}
+
+TEST_P(OfecopyCoff, WeakBindingIsRefusedByTheLibrary) {
+  dir.write("in.obj", rich_image(version(), order()).build());
+  RUN_RESULT r = ofecopy(dir, {"--weaken-symbol", "main", "in.obj", "out.obj"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, ">>   error: Weak symbol binding not supported for QV-COFF\n");
+  EXPECT_EQ(dir.list(), std::vector<std::string>{"in.obj"});
+}
+
+TEST_P(OfecopyCoff, SectionEditsKeepToTheLayoutsLimits) {
+  dir.write("in.obj", rich_image(version(), order()).build());
+  RUN_RESULT r = ofecopy(dir, {"--set-section-page", ".data=300", "--rename-section", ".data=.data_renamed",
+                               "--set-section-alignment", ".text=16", "in.obj", "out.obj"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  bool narrow = version() != 2;
+  // The warnings, wrapped at 79 columns; the edits still apply.
+  EXPECT_EQ(r.err, narrow ? ">> warning: QV-COFF Version " + v() + " supports a maximum of 255 pages\n" +
+                                ">> warning: QV-COFF Version " + v() + " only supports section names of up to 8\n" +
+                                "            characters\n"
+                          : "");
+  OPENED_COFF out(dir.read("out.obj"));
+  QVCOFF_SECTION *data = out.file()->get_qvcoff_section_table()->get_qvcoff_section(2);
+  EXPECT_EQ(data->get_name(), narrow ? ".data_re" : ".data_renamed");
+  EXPECT_EQ(data->get_page(), narrow ? 44u : 300u);
+  EXPECT_EQ(out.file()->get_section_table()->get_section(1)->get_alignment(), 16u);
+
+  RUN_RESULT bad = ofecopy(dir, {"--set-section-alignment", ".text=6", "in.obj", "bad.obj"});
+  EXPECT_EQ(bad.status, 1);
+  EXPECT_EQ(bad.err, ">>   error: only powers of 2 are valid alignment values\n");
+}
+
+TEST_P(OfecopyCoff, SymbolEditsKeepEveryRelocationOnItsSymbol) {
+  dir.write("in.obj", rich_image(version(), order()).build());
+  RUN_RESULT r = ofecopy(dir, {"--localize-symbol", "main", "--globalize-symbol", "lbl", "--rename-symbol",
+                               "ext=an_external_with_a_long_name", "in.obj", "out.obj"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  OPENED_COFF in(dir.read("in.obj")), out(dir.read("out.obj"));
+  QVCOFF_SYMBOL_TABLE *t = out.symbols();
+  EXPECT_EQ(t->find_symbol("main")->get_binding(), OF_BIND_LOCAL);
+  EXPECT_EQ(t->find_symbol("lbl")->get_binding(), OF_BIND_GLOBAL);
+  ASSERT_NE(t->find_symbol("an_external_with_a_long_name"), nullptr);
+  std::map<std::string, std::string> renamed = {{"ext", "an_external_with_a_long_name"}};
+  QVCOFF_RELOC_TABLE *before = in.file()->get_qvcoff_section_table()->get_qvcoff_section(1)->relocations();
+  QVCOFF_RELOC_TABLE *after = out.file()->get_qvcoff_section_table()->get_qvcoff_section(1)->relocations();
+  ASSERT_EQ(after->get_count(), before->get_count());
+  for (uint32_t i = 0; i < before->get_count(); i++) {
+    OF_SYMBOL *a = before->get_reloc(i)->get_symbol(), *b = after->get_reloc(i)->get_symbol();
+    ASSERT_EQ(a == nullptr, b == nullptr) << i;
+    if (a) {
+      EXPECT_EQ(renamed.count(a->get_name()) ? renamed[a->get_name()] : a->get_name(), b->get_name()) << i;
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllLayouts, OfecopyCoff, testing::Combine(testing::Values(0, 1, 2), testing::Values(LITTLE, BIG)),
+                         [](const auto &info) {
+                           return "v" + std::to_string(std::get<0>(info.param)) +
+                                  (std::get<1>(info.param) == BIG ? "Big" : "Little");
+                         });
+
+// The "/" member of an archive as (symbol, member ordinal) pairs: the
+// offsets differ when the members' sizes do, the assignment may not.
+std::vector<std::pair<std::string, int>> index_of(const std::string &archive) {
+  std::vector<std::pair<std::string, int>> out;
+  if (archive.size() < 8 + 60 || archive.compare(8, 2, "/ ") != 0)
+    return out;
+  const unsigned char *p = reinterpret_cast<const unsigned char *>(archive.data()) + 68;
+  auto u32 = [](const unsigned char *q) { return uint32_t(q[0]) << 24 | q[1] << 16 | q[2] << 8 | q[3]; };
+  uint32_t count = u32(p);
+  std::vector<uint32_t> offsets;
+  for (uint32_t i = 0; i < count; i++)
+    offsets.push_back(u32(p + 4 + 4 * i));
+  std::vector<uint32_t> distinct = offsets;
+  std::sort(distinct.begin(), distinct.end());
+  distinct.erase(std::unique(distinct.begin(), distinct.end()), distinct.end());
+  const char *name = reinterpret_cast<const char *>(p + 4 + 4 * count);
+  for (uint32_t i = 0; i < count; i++) {
+    out.emplace_back(name, static_cast<int>(std::lower_bound(distinct.begin(), distinct.end(), offsets[i]) - distinct.begin()));
+    name += strlen(name) + 1;
+  }
+  return out;
+}
+
+TEST(OfecopyCoffArchive, TheArchiverIndexesCopiesAsTheOriginals) {
+  TEMP_DIR dir;
+  std::vector<std::string> originals = {"lib.lib"}, copies = {"copies.lib"};
+  for (int version : {0, 1, 2})
+    for (TEST_ORDER order : {LITTLE, BIG}) {
+      std::string name = "v" + std::to_string(version) + (order == BIG ? "b" : "l") + ".obj";
+      dir.write(name, rich_image(version, order).build());
+      ASSERT_EQ(ofecopy(dir, {name, "c" + name}).status, 0);
+      originals.push_back(name);
+      copies.push_back("c" + name);
+    }
+  originals.insert(originals.begin(), {arvela_path(), "r"});
+  copies.insert(copies.begin(), {arvela_path(), "r"});
+  ASSERT_EQ(run(originals, dir.path()).status, 0);
+  ASSERT_EQ(run(copies, dir.path()).status, 0);
+  auto a = index_of(dir.read("lib.lib")), b = index_of(dir.read("copies.lib"));
+  EXPECT_EQ(a.size(), 6u * 2) << "main and absolute of every member";
+  EXPECT_EQ(a, b);
+}
+
+}  // namespace
