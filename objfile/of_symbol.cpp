@@ -14,8 +14,10 @@ int OF_SYMBOL::set_near_common(bool) {
 }
 
 bool OF_SYMBOL::begin_edit() {
+  // A change invalidates whatever was prepared, laid out or written: the
+  // file goes back to "open", so the next write prepares everything again.
   OBJECT_FILE *object = get_object();
-  if (object && object->require_state_at_most(OF_STATE_OPEN) != 0)
+  if (object && object->get_state() > OF_STATE_OPEN && object->set_state(OF_STATE_OPEN) != 0)
     return false;
   set_changed();
   return true;

@@ -72,10 +72,11 @@ public:
   OBJECT_FILE *get_object() const;
 
 protected:
-  // The one rule of every format's setters: a symbol changes only while its
-  // file is open (a file that has been prepared or laid out must be reverted
-  // first, or the change would miss the encoded table); the symbol is then
-  // marked changed. False with error 5 otherwise.
+  // The one rule of every format's setters: a change first invalidates the
+  // file's build state (a prepared, laid-out or written file goes back to
+  // "open", so the next write prepares the change too); the symbol is then
+  // marked changed. False, with the error pending, when the file refuses to
+  // revert.
   bool begin_edit();
 
   std::string name_;
