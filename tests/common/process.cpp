@@ -91,6 +91,7 @@ int spawn(const std::vector<std::string> &argv, const fs::path &cwd, const fs::p
 
 std::string arvela_path() { return ARVELA_EXE; }
 std::string ofecopy_path() { return OFECOPY_EXE; }
+std::string ofedump_path() { return OFEDUMP_EXE; }
 
 TEMP_DIR::TEMP_DIR() {
   std::string pattern = (fs::temp_directory_path() / "arvela-test-XXXXXX").string();

@@ -25,6 +25,7 @@ int spawn(const std::vector<std::string> &argv, const std::filesystem::path &cwd
 // Paths of the executables under test.
 std::string arvela_path();
 std::string ofecopy_path();
+std::string ofedump_path();
 
 // A fresh directory below the system's temporary directory, removed with its
 // contents when the object goes.
