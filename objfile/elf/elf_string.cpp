@@ -113,9 +113,12 @@ void ELF_SYMBOL_HASH::walk(const std::function<void(uint32_t bucket)> &row,
     data.set_position(4 * index);
     return data.read_u32();
   };
+  // Every symbol sits in one chain, so all chains together hold at most
+  // `count` entries: more means chains that share or loop, which would
+  // otherwise cost buckets times symbols steps.
+  uint64_t entries = 0;
   for (uint32_t b = 0; b < nbucket && 4ull * (2ull + b) < data.size(); b++) {
     row(b);
-    uint32_t steps = 0;
     for (uint32_t i = word(2ull + b); i != 0; i = word(2ull + nbucket + i)) {
       if (i >= count) {
         file_->set_error(OF_ERR_MALFORMED, "symbol index %ld in \"%s\" is beyond the end of symbol table \"%s\"",
@@ -123,8 +126,11 @@ void ELF_SYMBOL_HASH::walk(const std::function<void(uint32_t bucket)> &row,
                          symbols ? symbols->get_name().c_str() : "");
         break;
       }
-      if (++steps > count)
-        break;  // a looping chain
+      if (++entries > count) {
+        file_->set_error(OF_ERR_MALFORMED, "the chains of \"%s\" hold more entries than symbol table \"%s\"",
+                         section_->get_name().c_str(), symbols ? symbols->get_name().c_str() : "");
+        return;
+      }
       OF_SYMBOL *symbol = symbols->get_symbol(i);
       entry(i, symbol ? symbol->get_name() : "");
     }

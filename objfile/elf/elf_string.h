@@ -71,7 +71,8 @@ public:
 private:
   // Calls `row` with each bucket, then `entry` with each symbol of its
   // chain. A link beyond the symbol table is reported (error 3) and ends
-  // the chain; so does a chain that loops.
+  // the chain; chains that hold more entries than there are symbols (loops
+  // or shared tails) are reported and end the walk.
   void walk(const std::function<void(uint32_t bucket)> &row,
             const std::function<void(uint32_t index, const std::string &name)> &entry);
 
