@@ -218,6 +218,8 @@ private:
       return false;
     }
     // An object whose file header could not be read has nothing to list.
+    if (reports.errors != 0 && options_.xml)
+      xml_.empty("unreadable", {{"name", name}});
     if (reports.errors == 0) {
       object->select_dump("all", false);
       for (const std::string &keyword : options_.listings)

@@ -204,10 +204,13 @@ TEST(OfedumpDamagedInput, ReportsListsTheRestAndFails) {
   EXPECT_EQ(headings(cut.out),
             (std::vector<std::string>{"Archive: cut.lib", "File: cut.lib(damaged.o)", "File: good.o"}));
 
-  RUN_RESULT xml = ofedump({"--xml", "damaged.o", "missing.o", "good.o"}, dir);
+  RUN_RESULT xml = ofedump({"--xml", "damaged.o", "missing.o", "short.o", "good.o"}, dir);
   EXPECT_EQ(xml.status, 1);
   EXPECT_TRUE(xml_well_formed(dir, xml.out));
+  EXPECT_NE(xml.out.find("<object_file name=\"damaged.o\" format=\"ELF\">"), std::string::npos);
   EXPECT_NE(xml.out.find("<unreadable name=\"missing.o\"/>"), std::string::npos);
+  EXPECT_NE(xml.out.find("<unreadable name=\"short.o\"/>"), std::string::npos);
+  EXPECT_NE(xml.out.find("<object_file name=\"good.o\" format=\"ELF\">"), std::string::npos);
 }
 
 // The XML listing of whole real libraries is one well-formed document.
