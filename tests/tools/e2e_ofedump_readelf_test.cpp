@@ -4,7 +4,7 @@
 // section its name, type, flags, address, offset, size, entry size, link,
 // info and alignment; for every symbol its value, size, type, binding,
 // visibility, section index, the name of its section and its name; for every
-// relocation its offset, info word, type, symbol name and addend; for every
+// relocation its offset, info word, type, symbol name and value and addend; for every
 // group its section, signature, COMDAT flag and members.
 #include <gtest/gtest.h>
 
@@ -33,6 +33,7 @@ struct RELOC {
   uint32_t offset = 0, info = 0;
   std::string type_name;  // empty when the printer has no name for it
   std::string symbol;
+  uint32_t symbol_value = 0;
   bool has_addend = false;
   int64_t addend = 0;
 };
@@ -162,6 +163,7 @@ std::vector<OBJECT> parse_readelf(const std::string &text, const std::string &pa
       r.type_name = t[2];
       size_t next = 3;
       if ((r.info >> 8) != 0 && t.size() >= 5) {
+        r.symbol_value = number(t[3], 16);
         r.symbol = t[4];
         next = 5;
       }
@@ -293,6 +295,9 @@ std::vector<OBJECT> parse_ofedump(const std::string &text) {
         // A section symbol stands for its section.
         size_t section = v.find(" section \"");
         relocs.back().symbol = section == std::string::npos ? in_quotes(v) : in_quotes(v, section + 1);
+      } else if (row(line, "Symbol Value:", v)) {
+        // Symbol 0 has no value in readelf's listing.
+        relocs.back().symbol_value = (relocs.back().info >> 8) != 0 ? number(v, 16) : 0;
       } else if (row(line, "Addend:", v)) {
         relocs.back().has_addend = true;
         relocs.back().addend = static_cast<int32_t>(number(v, 16));
@@ -387,6 +392,7 @@ void compare(const OBJECT &ours, const OBJECT &theirs, TALLY &tally) {
       if (!a.type_name.empty())
         SAME(a.type_name, b.type_name, at + " type name");
       SAME(a.symbol, b.symbol, at + " symbol");
+      SAME(a.symbol_value, b.symbol_value, at + " symbol value");
       SAME(a.has_addend, b.has_addend, at + " has addend");
       SAME(a.addend, b.addend, at + " addend");
       tally.relocs++;
