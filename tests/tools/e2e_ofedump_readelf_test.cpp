@@ -3,9 +3,9 @@
 // are parsed into the same records and compared field by field: for every
 // section its name, type, flags, address, offset, size, entry size, link,
 // info and alignment; for every symbol its value, size, type, binding,
-// visibility, section index, the name of its section and its name; for every
-// relocation its offset, info word, type, symbol name and value and addend; for every
-// group its section, signature, COMDAT flag and members.
+// visibility, section index, the name of its section and its name; for
+// every relocation its offset, info word, type, symbol name and value and
+// addend; for every group its section, signature, COMDAT flag and members.
 #include <gtest/gtest.h>
 
 #include <map>
