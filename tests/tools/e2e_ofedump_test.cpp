@@ -216,6 +216,15 @@ TEST(OfedumpDamagedInput, ReportsListsTheRestAndFails) {
 // The XML listing of whole real libraries is one well-formed document.
 TEST(OfedumpXml, RealLibrariesGiveWellFormedDocuments) {
   TEMP_DIR dir;
+  // Groups and hostile-looking names first: they appear in no library here.
+  assemble(dir, "g.o", ".section .text.c,\"axG\",@progbits,sig<&>,comdat\n.globl \"sig<&>\"\n\"sig<&>\": ret\n");
+  RUN_RESULT groups = ofedump({"--xml", "-d", "all", "g.o"}, dir);
+  ASSERT_EQ(groups.status, 0) << groups.err;
+  EXPECT_TRUE(xml_well_formed(dir, groups.out));
+  EXPECT_NE(groups.out.find("<group name=\".group\" section=\"1\" flags=\"0x00000001\" signature_index="),
+            std::string::npos);
+  EXPECT_NE(groups.out.find("signature=\"sig&lt;&amp;&gt;\" comdat=\"1\">"), std::string::npos);
+  EXPECT_NE(groups.out.find("<member index=\"5\" name=\".text.c\"/>"), std::string::npos);
   for (const char *library : {"/usr/lib/picolibc/arm-none-eabi/lib/libc.a", "/usr/arm-linux-gnueabi/lib/libm.a",
                               "/usr/m68k-linux-gnu/lib/libm.a"}) {
     SCOPED_TRACE(library);
