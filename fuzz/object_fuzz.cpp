@@ -9,7 +9,7 @@
 
 #include "objfile/of_file.h"
 #include "objfile/of_symbol.h"
-#include "support/user_msg.h"
+#include "fuzz/fuzz_support.h"
 
 namespace {
 
@@ -50,17 +50,8 @@ void rewrite(OFE::OBJECT_FILE *object, FILE *sink) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  static FILE *sink = [] {
-    FILE *f = fopen("/dev/null", "w");
-    USER_MSG::instance().set_streams(f, f);
-    return f;
-  }();
-  // The library's own reports count towards the error limit, which ends the
-  // process; each input starts afresh.
-  USER_MSG::instance().clear_error_count();
-  if (size == 0)
-    return 0;
-  FILE *stream = fmemopen(const_cast<uint8_t *>(data), size, "rb");
+  FILE *sink = fuzz_sink();
+  FILE *stream = fuzz_stream(data, size);
   if (!stream)
     return 0;
   if (OFE::OBJECT_FILE *object = OFE::open_object(stream, static_cast<uint32_t>(size), nullptr, nullptr)) {

@@ -67,6 +67,13 @@ const char *dump_part_description(const char *keyword) {
   return k ? k->description : nullptr;
 }
 
+std::vector<const char *> dump_part_keywords() {
+  std::vector<const char *> keywords;
+  for (const DUMP_KEYWORD &k : DUMP_KEYWORDS)
+    keywords.push_back(k.keyword);
+  return keywords;
+}
+
 OBJECT_FILE::OBJECT_FILE(const OF_DESCRIPTOR &descriptor)
     : OF_STATE_MACHINE(this), descriptor_(descriptor),
       machine_db_(create_machine_db(this, descriptor.machine)) {}
@@ -218,6 +225,10 @@ int OBJECT_FILE::write_to_path(const char *path) {
 
 int OBJECT_FILE::dump_xml(FILE *stream) {
   XML_WRITER xml(stream);
+  return dump_xml(xml);
+}
+
+int OBJECT_FILE::dump_xml(XML_WRITER &xml) {
   xml.open("object_file", {{"name", get_file_name()}, {"format", format_name(get_format())}});
   dump_format_xml(xml);
   xml.close();

@@ -17,6 +17,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "objfile/data_map.h"
 #include "objfile/of_mach.h"
@@ -69,6 +70,8 @@ enum OF_DUMP_PART : uint32_t {
 uint32_t dump_part(const char *keyword);
 // Its description ("file header", ...), or null.
 const char *dump_part_description(const char *keyword);
+// Every keyword dump_part() knows, in the listing's order ("all" is not one).
+std::vector<const char *> dump_part_keywords();
 
 class OBJECT_FILE : public OF_STATE_MACHINE {
 public:
@@ -102,6 +105,8 @@ public:
   virtual int write_to_path(const char *path);
   // The XML listing, and its path form.
   virtual int dump_xml(FILE *stream);
+  // The XML listing as one element of a larger document.
+  int dump_xml(::XML_WRITER &xml);
   virtual int dump_xml_to_path(const char *path);
   // Reads the file from the descriptor's stream region.
   virtual int read(const OF_DESCRIPTOR &descriptor) = 0;

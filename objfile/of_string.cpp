@@ -1,6 +1,7 @@
 #include "objfile/of_string.h"
 
 #include "objfile/of_file.h"
+#include "support/xml_writer.h"
 
 namespace OFE {
 
@@ -68,6 +69,17 @@ void OF_STRING_TABLE_MANAGER::dump(FILE *stream) {
     fprintf(stream, "  %-10llu \"%s\"\n", static_cast<unsigned long long>(offset), text);
     offset = data_->get_position();
   }
+}
+
+void OF_STRING_TABLE_MANAGER::dump_xml(XML_WRITER &xml) {
+  xml.open("string_table", {{"name", get_name()}});
+  for (uint64_t offset = get_first_offset(); offset < data_->size();) {
+    data_->set_position(offset);
+    const char *text = data_->read_cstring();
+    xml.element("string", text, {{"offset", std::to_string(offset)}});
+    offset = data_->get_position();
+  }
+  xml.close();
 }
 
 void OF_STRING_TABLE::release() {

@@ -17,6 +17,8 @@
 #include "objfile/data_map.h"
 #include "objfile/of_state.h"
 
+class XML_WRITER;
+
 namespace OFE {
 
 class OF_STRING_TABLE_MANAGER {
@@ -42,6 +44,8 @@ public:
   virtual uint32_t get_first_offset() const { return 0; }
   // "\n String Table" listing.
   virtual void dump(FILE *stream);
+  // The same as a "string_table" element, one "string" per string.
+  void dump_xml(::XML_WRITER &xml);
 
   DATA_MAP &data() { return *data_; }
   uint64_t size() const { return data_->size(); }

@@ -58,21 +58,26 @@ OPENED_OBJECT::~OPENED_OBJECT() {
     fclose(stream);
 }
 
-bool open_object_file(const char *path, REPORTS &reports, OPENED_OBJECT &opened) {
+FILE *open_input_file(const char *path) {
   struct stat st;
   if (stat(path, &st) != 0) {
     USER_MSG::instance().error("cannot open '%s': %s", path, strerror(errno));
-    return false;
+    return nullptr;
   }
   if (!S_ISREG(st.st_mode)) {
     USER_MSG::instance().error("'%s' is not a regular file", path);
-    return false;
+    return nullptr;
   }
-  opened.stream = fopen(path, "rb");
-  if (!opened.stream) {
+  FILE *stream = fopen(path, "rb");
+  if (!stream)
     USER_MSG::instance().error("cannot open '%s': %s", path, strerror(errno));
+  return stream;
+}
+
+bool open_object_file(const char *path, REPORTS &reports, OPENED_OBJECT &opened) {
+  opened.stream = open_input_file(path);
+  if (!opened.stream)
     return false;
-  }
   opened.object.reset(OFE::open_object(opened.stream, 0, path, reporting_handler(reports)));
   if (!opened.object) {
     USER_MSG::instance().error("'%s' is not an ELF or QV-COFF object file", path);

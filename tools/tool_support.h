@@ -30,6 +30,10 @@ struct OPENED_OBJECT {
   ~OPENED_OBJECT();
 };
 
+// Opens `path` for reading ("rb"); null with a message when it is missing,
+// not a regular file or cannot be opened.
+FILE *open_input_file(const char *path);
+
 // Opens `path` as an object file; false with a message when it cannot be
 // read or is not an object.
 bool open_object_file(const char *path, REPORTS &reports, OPENED_OBJECT &opened);

@@ -112,7 +112,7 @@ bool ELF_GROUP_TABLE::write() {
 void ELF_GROUP_TABLE::dump(FILE *stream) {
   load();
   OF_SYMBOL *signature = get_signature();
-  fprintf(stream, "\n Group \"%s\"\n\n", get_name().c_str());
+  fprintf(stream, "\n Group \"%s\" in section %u\n\n", get_name().c_str(), section_->get_index());
   fprintf(stream, "  %-26s0x%08x\n", "Flags:", flags_);
   if (flags_ & GRP_COMDAT)
     fprintf(stream, "  %-26s%s\n", "Flag:", flag_name(GRP_COMDAT));

@@ -166,12 +166,21 @@ void ELF_RELOC_TABLE::dump(FILE *stream) {
     OF_SYMBOL *symbol = entry.get_symbol();
     fprintf(stream, "  [%u]\n", i);
     fprintf(stream, "  %-26s0x%08x\n", "Offset:", entry.record_.r_offset);
+    fprintf(stream, "  %-26s0x%08x\n", "Info:", entry.record_.r_info);
     if (info)
       fprintf(stream, "  %-26s%s (%u)\n", "Type:", info->name, entry.get_type());
     else
       fprintf(stream, "  %-26s%u\n", "Type:", entry.get_type());
-    fprintf(stream, "  %-26s%u \"%s\"\n", "Symbol:", entry.get_symbol_index(),
+    fprintf(stream, "  %-26s%u \"%s\"", "Symbol:", entry.get_symbol_index(),
             symbol ? symbol->get_name().c_str() : "");
+    // A section symbol has no name of its own: the section it stands for.
+    if (symbol && symbol->get_type() == OF_TYPE_SECTION && symbol->is_defined_in_section()) {
+      ELF_SECTION *section = get_file()->get_section_table()->get_section(symbol->get_section_index());
+      fprintf(stream, " section \"%s\"", section ? section->get_name().c_str() : "");
+    }
+    fputc('\n', stream);
+    if (symbol)
+      fprintf(stream, "  %-26s0x%08x\n", "Symbol Value:", symbol->get_value());
     int32_t addend;
     if (entry.get_addend(&addend))
       fprintf(stream, "  %-26s0x%08x\n", "Addend:", static_cast<uint32_t>(addend));

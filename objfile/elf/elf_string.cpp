@@ -4,6 +4,7 @@
 #include "objfile/elf/elf_section.h"
 #include "objfile/elf/elf_symbol.h"
 #include "objfile/elf/elf_types.h"
+#include "support/xml_writer.h"
 
 namespace OFE {
 
@@ -99,14 +100,11 @@ bool ELF_SYMBOL_HASH::build(OF_SYMBOL_TABLE *symbols) {
   return true;
 }
 
-void ELF_SYMBOL_HASH::dump(FILE *stream) {
+void ELF_SYMBOL_HASH::walk(const std::function<void(uint32_t bucket)> &row,
+                           const std::function<void(uint32_t index, const std::string &name)> &entry) {
   DATA_MAP &data = *section_->get_data();
   ELF_SYMBOL_TABLE *symbols = get_symbol_table();
-  std::string hash_name = section_->get_name();
-  std::string table_name = symbols ? symbols->get_name() : "";
   uint32_t count = symbols ? symbols->get_count() : 0;
-  fprintf(stream, " Symbol Hash Table in \"%s\"\n\n\n", hash_name.c_str());
-  fprintf(stream, "  %-8s %s\n  %-8s %s\n", "Row", "Symbol Name(s)", "---", "--------------");
   data.set_position(0);
   uint32_t nbucket = data.read_u32();
   // Words past the section's end read as 0 (an empty bucket or the end of a
@@ -115,24 +113,65 @@ void ELF_SYMBOL_HASH::dump(FILE *stream) {
     data.set_position(4 * index);
     return data.read_u32();
   };
+  // Every symbol sits in one chain, so all chains together hold at most
+  // `count` entries: more means chains that share or loop, which would
+  // otherwise cost buckets times symbols steps.
+  uint64_t entries = 0;
   for (uint32_t b = 0; b < nbucket && 4ull * (2ull + b) < data.size(); b++) {
-    fprintf(stream, "  %-8u ", b);
-    const char *separator = "";
-    uint32_t steps = 0;
+    row(b);
     for (uint32_t i = word(2ull + b); i != 0; i = word(2ull + nbucket + i)) {
       if (i >= count) {
         file_->set_error(OF_ERR_MALFORMED, "symbol index %ld in \"%s\" is beyond the end of symbol table \"%s\"",
-                         static_cast<long>(i), hash_name.c_str(), table_name.c_str());
+                         static_cast<long>(i), section_->get_name().c_str(),
+                         symbols ? symbols->get_name().c_str() : "");
         break;
       }
-      if (++steps > count)
-        break;  // a looping chain
+      if (++entries > count) {
+        file_->set_error(OF_ERR_MALFORMED, "the chains of \"%s\" hold more entries than symbol table \"%s\"",
+                         section_->get_name().c_str(), symbols ? symbols->get_name().c_str() : "");
+        return;
+      }
       OF_SYMBOL *symbol = symbols->get_symbol(i);
-      fprintf(stream, "%s\"%s\"", separator, symbol ? symbol->get_name().c_str() : "");
-      separator = ", ";
+      entry(i, symbol ? symbol->get_name() : "");
     }
-    fputc('\n', stream);
   }
+}
+
+void ELF_SYMBOL_HASH::dump(FILE *stream) {
+  fprintf(stream, " Symbol Hash Table in \"%s\"\n\n\n", section_->get_name().c_str());
+  fprintf(stream, "  %-8s %s\n  %-8s %s\n", "Row", "Symbol Name(s)", "---", "--------------");
+  bool open_row = false;
+  const char *separator = "";
+  walk(
+      [&](uint32_t bucket) {
+        fprintf(stream, "%s  %-8u ", open_row ? "\n" : "", bucket);
+        open_row = true;
+        separator = "";
+      },
+      [&](uint32_t, const std::string &name) {
+        fprintf(stream, "%s\"%s\"", separator, name.c_str());
+        separator = ", ";
+      });
+  if (open_row)
+    fputc('\n', stream);
+}
+
+void ELF_SYMBOL_HASH::dump_xml(XML_WRITER &xml) {
+  xml.open("symbol_hash", {{"name", section_->get_name()}});
+  bool open_row = false;
+  walk(
+      [&](uint32_t bucket) {
+        if (open_row)
+          xml.close();
+        xml.open("bucket", {{"id", std::to_string(bucket)}});
+        open_row = true;
+      },
+      [&](uint32_t index, const std::string &name) {
+        xml.empty("symbol", {{"index", std::to_string(index)}, {"name", name}});
+      });
+  if (open_row)
+    xml.close();
+  xml.close();
 }
 
 }  // namespace OFE

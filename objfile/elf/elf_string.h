@@ -13,11 +13,15 @@
 //   then nchain words        chain links (next symbol in the bucket, 0 = end)
 #pragma once
 
+#include <functional>
+
 #include <cstdint>
 #include <cstdio>
 #include <string>
 
 #include "objfile/of_string.h"
+
+class XML_WRITER;
 
 namespace OFE {
 
@@ -61,8 +65,17 @@ public:
   bool build(OF_SYMBOL_TABLE *symbols);
   // The bucket table with the names of each chain.
   void dump(FILE *stream);
+  // The same as a "symbol_hash" element, one "bucket" per bucket.
+  void dump_xml(::XML_WRITER &xml);
 
 private:
+  // Calls `row` with each bucket, then `entry` with each symbol of its
+  // chain. A link beyond the symbol table is reported (error 3) and ends
+  // the chain; chains that hold more entries than there are symbols (loops
+  // or shared tails) are reported and end the walk.
+  void walk(const std::function<void(uint32_t bucket)> &row,
+            const std::function<void(uint32_t index, const std::string &name)> &entry);
+
   ELF_FILE *file_;
   ELF_SECTION *section_;
 };

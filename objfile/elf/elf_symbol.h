@@ -107,6 +107,11 @@ public:
   // table). 0, or -1.
   int write();
 
+  // One row per symbol with every field of its record: index, value, size,
+  // type, binding, visibility, section index, the version index in a
+  // dynamic table, then the section's name and the symbol's name, quoted.
+  void dump(FILE *stream) override;
+
   // For copies made while renumbering.
   static void copy_record(ELF_SYMBOL &to, const ELF_SYMBOL &from, uint32_t extended, uint16_t version);
 

@@ -108,6 +108,7 @@ int wait_status(int pid) {
 
 std::string arvela_path() { return ARVELA_EXE; }
 std::string ofecopy_path() { return OFECOPY_EXE; }
+std::string ofedump_path() { return OFEDUMP_EXE; }
 
 TEMP_DIR::TEMP_DIR() {
   std::string pattern = (fs::temp_directory_path() / "arvela-test-XXXXXX").string();

@@ -30,6 +30,7 @@ int wait_status(int pid);
 // Paths of the executables under test.
 std::string arvela_path();
 std::string ofecopy_path();
+std::string ofedump_path();
 
 // A fresh directory below the system's temporary directory, removed with its
 // contents when the object goes.

@@ -18,14 +18,6 @@ std::vector<std::string> split_lines(const std::string &text) {
   return lines;
 }
 
-std::vector<std::string> tokens(const std::string &line) {
-  std::vector<std::string> out;
-  std::istringstream in(line);
-  for (std::string t; in >> t;)
-    out.push_back(t);
-  return out;
-}
-
 bool is_hex(const std::string &t, size_t digits) {
   return t.size() == digits && std::all_of(t.begin(), t.end(), [](char c) { return isxdigit(c); });
 }
@@ -54,6 +46,14 @@ bool parse_section(const std::string &line, SECTION_ROW &row) {
 }
 
 }  // namespace
+
+std::vector<std::string> tokens(const std::string &line) {
+  std::vector<std::string> out;
+  std::istringstream in(line);
+  for (std::string t; in >> t;)
+    out.push_back(t);
+  return out;
+}
 
 READELF_VIEW readelf_view(const std::string &readelf, const std::string &path) {
   RUN_RESULT r = run({readelf, "-W", "-h", "-S", "-s", "-r", "-g", "-A", path}, ".");

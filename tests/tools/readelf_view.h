@@ -19,6 +19,9 @@ struct READELF_VIEW {
   bool operator==(const READELF_VIEW &) const = default;
 };
 
+// The blank-separated words of a line of a listing.
+std::vector<std::string> tokens(const std::string &line);
+
 // `readelf -W -h -S -s -r -g -A` of `path`, normalised.
 READELF_VIEW readelf_view(const std::string &readelf, const std::string &path);
 // The section contents as `objdump -s` prints them, one block per section,

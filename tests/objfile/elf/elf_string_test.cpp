@@ -6,6 +6,7 @@
 #include "objfile/elf/elf_builder.h"
 #include "objfile/elf/elf_types.h"
 #include "objfile/test_object.h"
+#include "support/xml_writer.h"
 
 using namespace OFE;
 using namespace testing_support;
@@ -27,11 +28,16 @@ std::vector<uint32_t> words(DATA_MAP &d) {
   return out;
 }
 
-std::string dump_text(ELF_SYMBOL_HASH &hash) {
+std::string dump_text(ELF_SYMBOL_HASH &hash, bool xml = false) {
   char *buf = nullptr;
   size_t len = 0;
   FILE *f = open_memstream(&buf, &len);
-  hash.dump(f);
+  if (xml) {
+    XML_WRITER writer(f);
+    hash.dump_xml(writer);
+  } else {
+    hash.dump(f);
+  }
   fclose(f);
   std::string text(buf, len);
   free(buf);
@@ -112,6 +118,14 @@ TEST_P(ElfStrings, HashChainsListSymbolsInIndexOrder) {
                              "  2        \"a\", \"f\"\n"
                              "  3        \"b\"\n"
                              "  4        \n");
+  EXPECT_EQ(dump_text(hash, true), "<symbol_hash name=\".hash\">\n"
+                                   "  <bucket id=\"0\">\n    <symbol index=\"3\" name=\"x\"/>\n  </bucket>\n"
+                                   "  <bucket id=\"1\">\n  </bucket>\n"
+                                   "  <bucket id=\"2\">\n    <symbol index=\"1\" name=\"a\"/>\n"
+                                   "    <symbol index=\"4\" name=\"f\"/>\n  </bucket>\n"
+                                   "  <bucket id=\"3\">\n    <symbol index=\"2\" name=\"b\"/>\n  </bucket>\n"
+                                   "  <bucket id=\"4\">\n  </bucket>\n"
+                                   "</symbol_hash>\n");
 }
 
 TEST_P(ElfStrings, AnEmptyTableHashesToTwoZeroWords) {
@@ -124,21 +138,39 @@ TEST_P(ElfStrings, AnEmptyTableHashesToTwoZeroWords) {
   EXPECT_EQ(words(*section->get_data()), (std::vector<uint32_t>{0, 0}));
 }
 
-TEST_P(ElfStrings, DumpReportsChainLinksBeyondTheTable) {
+// The text listing of a hash section made of `hash_words` over a symbol
+// table holding "a", then the object's pending error code and text.
+static std::string dump_hash_over_a(ELF_BUILDER &builder, TEST_ORDER order, std::initializer_list<uint32_t> hash_words) {
   uint32_t sym = builder.add_symtab({{"a", 0, 0, 0x10, 0, 1}});
-  BYTES hash_words(GetParam());
-  hash_words.u32(2).u32(2).u32(1).u32(7).u32(0).u32(9);
-  builder.add({".hash", SHT_HASH, hash_words.bytes(), sym, 0, 4});
+  BYTES bytes(order);
+  for (uint32_t w : hash_words)
+    bytes.u32(w);
+  builder.add({".hash", SHT_HASH, bytes.bytes(), sym, 0, 4});
   OPENED o(builder.build());
   ELF_SYMBOL_HASH hash(o.elf(), o.elf()->get_section_table()->get_section(4));
-  EXPECT_EQ(dump_text(hash), " Symbol Hash Table in \".hash\"\n\n\n"
-                             "  Row      Symbol Name(s)\n"
-                             "  ---      --------------\n"
-                             "  0        \"a\"\n"
-                             "  1        \n");
-  EXPECT_EQ(o.object()->get_error_code(), OF_ERR_MALFORMED);
-  EXPECT_EQ(o.object()->get_error_text(),
-            "symbol index 9 in \".hash\" is beyond the end of symbol table \".symtab\"");
+  std::string text = dump_text(hash);
+  return text + "[" + std::to_string(o.object()->get_error_code()) + "] " + o.object()->get_error_text();
+}
+
+TEST_P(ElfStrings, DumpReportsChainLinksBeyondTheTable) {
+  EXPECT_EQ(dump_hash_over_a(builder, GetParam(), {2, 2, 1, 7, 0, 9}),
+            " Symbol Hash Table in \".hash\"\n\n\n"
+            "  Row      Symbol Name(s)\n"
+            "  ---      --------------\n"
+            "  0        \"a\"\n"
+            "  1        \n"
+            "[3] symbol index 9 in \".hash\" is beyond the end of symbol table \".symtab\"");
+}
+
+// A chain that loops back on itself ends the listing once the chains have
+// named more entries than there are symbols, instead of walking forever.
+TEST_P(ElfStrings, DumpStopsAtChainsThatLoop) {
+  EXPECT_EQ(dump_hash_over_a(builder, GetParam(), {1, 2, 1, 0, 1}),
+            " Symbol Hash Table in \".hash\"\n\n\n"
+            "  Row      Symbol Name(s)\n"
+            "  ---      --------------\n"
+            "  0        \"a\", \"a\"\n"
+            "[3] the chains of \".hash\" hold more entries than symbol table \".symtab\"");
 }
 
 TEST(ElfHash, RefusesASymbolTableOfAnotherFormat) {

@@ -1,0 +1,266 @@
+// ofedump: lists what the object-file library sees in object files and in
+// whole libraries, as text or as one XML document.
+//
+// Objects are opened with open_object and listed by OBJECT_FILE::dump or
+// dump_xml with the selected categories; a category that does not apply to a
+// format is simply not printed by that format. Libraries are read through the
+// archiver's own reader, so member names come out exactly as the archiver
+// resolves them. The library's messages go to standard error through
+// USER_MSG; a file that could not be read completely still lists what could
+// be read, the remaining files are still listed, and the exit status is 1.
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "archiver/ar_archive.h"
+#include "objfile/of_file.h"
+#include "support/user_msg.h"
+#include "support/xml_writer.h"
+#include "tools/tool_support.h"
+
+namespace {
+
+const char USAGE[] =
+    "usage: ofedump [-d LIST] [--xml] FILE...\n"
+    "\n"
+    "Lists the contents of ELF and QV-COFF object files. A FILE that is a\n"
+    "library lists every member in order.\n"
+    "\n"
+    "  -d LIST   comma-separated listings to print (default header,sections,symbols):\n"
+    "%s"
+    "            all         every listing\n"
+    "  --xml     one XML document for the whole run\n"
+    "  --help    print this text\n";
+
+const char DEFAULT_LISTINGS[] = "header,sections,symbols";
+
+USER_MSG &msg() { return USER_MSG::instance(); }
+
+std::string keyword_help() {
+  std::string text;
+  for (const char *keyword : OFE::dump_part_keywords()) {
+    char line[128];
+    snprintf(line, sizeof line, "            %-11s %s\n", keyword, OFE::dump_part_description(keyword));
+    text += line;
+  }
+  return text;
+}
+
+[[noreturn]] void usage_exit(int status) {
+  fprintf(status == 0 ? stdout : stderr, USAGE, keyword_help().c_str());
+  exit(status);
+}
+
+struct OPTIONS {
+  std::vector<std::string> listings;
+  bool xml = false;
+  std::vector<std::string> files;
+};
+
+// Splits LIST and checks every keyword; an unknown one ends the run with
+// the list of the valid ones.
+std::vector<std::string> parse_listings(const std::string &list) {
+  std::vector<std::string> keywords;
+  size_t start = 0;
+  for (;;) {
+    size_t comma = list.find(',', start);
+    std::string keyword = list.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
+    if (keyword != "all" && OFE::dump_part(keyword.c_str()) == 0) {
+      std::string valid;
+      for (const char *k : OFE::dump_part_keywords())
+        valid += std::string(k) + ", ";
+      msg().error("unknown listing '%s'; valid listings are %sall", keyword.c_str(), valid.c_str());
+      exit(1);
+    }
+    keywords.push_back(keyword);
+    if (comma == std::string::npos)
+      return keywords;
+    start = comma + 1;
+  }
+}
+
+OPTIONS parse(int argc, char **argv) {
+  OPTIONS options;
+  std::string list = DEFAULT_LISTINGS;
+  bool operands_only = false;
+  for (int i = 1; i < argc; i++) {
+    std::string arg = argv[i];
+    if (operands_only || arg.empty() || arg[0] != '-' || arg == "-") {
+      options.files.push_back(arg);
+    } else if (arg == "--") {
+      operands_only = true;
+    } else if (arg == "--help") {
+      usage_exit(0);
+    } else if (arg == "--xml") {
+      options.xml = true;
+    } else if (arg == "-d") {
+      if (++i == argc) {
+        msg().usage("-d needs a list of listings");
+        usage_exit(1);
+      }
+      list = argv[i];
+    } else if (arg.compare(0, 2, "-d") == 0) {
+      list = arg.substr(2);
+    } else {
+      msg().usage("unknown option '%s'", arg.c_str());
+      usage_exit(1);
+    }
+  }
+  if (options.files.empty())
+    usage_exit(1);
+  options.listings = parse_listings(list);
+  return options;
+}
+
+// The messages of the archive reader, for the file being listed.
+bool archive_failed = false;
+
+void archive_error(ARCHIVE *, int, const char *text) {
+  msg().error("%s", text);
+  archive_failed = true;
+}
+
+class LISTER {
+public:
+  explicit LISTER(const OPTIONS &options) : options_(options), xml_(stdout) {}
+
+  // Lists every file; true when all of them could be read.
+  bool run() {
+    if (options_.xml) {
+      xml_.declaration();
+      xml_.open("ofedump");
+    }
+    bool ok = true;
+    for (const std::string &file : options_.files)
+      ok = list_file(file) && ok;
+    if (options_.xml)
+      xml_.close();
+    fflush(stdout);
+    return ok;
+  }
+
+private:
+  bool list_file(const std::string &path) {
+    FILE *stream = tools::open_input_file(path.c_str());
+    if (!stream) {
+      if (options_.xml)
+        xml_.empty("unreadable", {{"name", path}});
+      return false;
+    }
+    char magic[AR_MAGIC_SIZE];
+    bool is_archive = fread(magic, 1, sizeof magic, stream) == sizeof magic &&
+                      memcmp(magic, AR_MAGIC, AR_MAGIC_SIZE) == 0;
+    if (is_archive) {
+      fclose(stream);
+      return list_archive(path);
+    }
+    rewind(stream);
+    if (!options_.xml)
+      printf("\nFile: %s\n", path.c_str());
+    bool ok = list_object(stream, 0, path, false);
+    fclose(stream);
+    return ok;
+  }
+
+  bool list_archive(const std::string &path) {
+    archive_failed = false;
+    ARCHIVE *ar = ar_create(path.c_str(), archive_error, AR_READ);
+    if (options_.xml)
+      xml_.open("archive", {{"name", path}});
+    else
+      printf("\nArchive: %s\n", path.c_str());
+    // A damaged member list still lists the members read before the damage.
+    if (ar_test_magic(ar) && ar_read_special_members(ar, false))
+      (void)ar_load_members(ar);
+    bool ok = !archive_failed;
+    for (AR_MEMBER *m = ar->head; m; m = m->next) {
+      std::string name = path + "(" + m->name + ")";
+      AR_MEMBER_DATA data;
+      FILE *stream = nullptr;
+      if (m->size != 0) {
+        // The member is read through a stream of its own over the library's
+        // descriptor, positioned at its first byte.
+        int fd = ar_open_member_data(ar, m, &data) ? dup(data.fd) : -1;
+        stream = fd >= 0 ? fdopen(fd, "rb") : nullptr;
+        if (!stream && fd >= 0)
+          close(fd);
+        if (stream && fseeko(stream, static_cast<off_t>(data.offset), SEEK_SET) != 0) {
+          fclose(stream);
+          stream = nullptr;
+        }
+        ar_close_member_data(&data);
+        if (!stream) {
+          ok = false;
+          break;
+        }
+      }
+      if (options_.xml)
+        xml_.open("member", {{"name", m->name}, {"offset", XML_WRITER::hex(static_cast<uint32_t>(m->data_offset))}});
+      else
+        printf("\nFile: %s\n", name.c_str());
+      ok = (stream ? list_object(stream, m->size, name, true) : list_not_object()) && ok;
+      if (stream)
+        fclose(stream);
+      if (options_.xml)
+        xml_.close();
+    }
+    if (options_.xml)
+      xml_.close();
+    ar_destroy(ar);
+    return ok;
+  }
+
+  // A member that holds no object is part of a valid library: one line, no
+  // error.
+  bool list_not_object() {
+    if (options_.xml)
+      xml_.empty("not_object_file");
+    else
+      printf("  not an object file\n");
+    return true;
+  }
+
+  bool list_object(FILE *stream, uint32_t size, const std::string &name, bool member) {
+    tools::REPORTS reports;
+    std::unique_ptr<OFE::OBJECT_FILE> object(
+        OFE::open_object(stream, size, name.c_str(), tools::reporting_handler(reports)));
+    if (!object) {
+      if (member)
+        return list_not_object();
+      msg().error("'%s' is not an ELF or QV-COFF object file", name.c_str());
+      if (options_.xml)
+        xml_.empty("unreadable", {{"name", name}});
+      return false;
+    }
+    // An object whose file header could not be read has nothing to list.
+    if (reports.errors != 0 && options_.xml)
+      xml_.empty("unreadable", {{"name", name}});
+    if (reports.errors == 0) {
+      object->select_dump("all", false);
+      for (const std::string &keyword : options_.listings)
+        object->select_dump(keyword.c_str());
+      if (options_.xml)
+        object->dump_xml(xml_);
+      else
+        object->dump(stdout);
+    }
+    if (reports.errors != 0)
+      msg().error("'%s' could not be read completely", name.c_str());
+    return reports.errors == 0;
+  }
+
+  const OPTIONS &options_;
+  XML_WRITER xml_;
+};
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  OPTIONS options = parse(argc, argv);
+  // A damaged library may report many errors; every file is still listed.
+  msg().set_error_limit(0x7FFFFFFF);
+  return LISTER(options).run() ? 0 : 1;
+}
