@@ -212,6 +212,7 @@ ELF_DYNAMIC_TABLE *ELF_FILE::get_dynamic_table() {
     return nullptr;
   }
   if (!dynamic_) {
+    get_section_table();
     if (!enter_builder())
       return nullptr;
     dynamic_ = std::make_unique<ELF_DYNAMIC_TABLE>(this);
@@ -223,10 +224,10 @@ ELF_DYNAMIC_TABLE *ELF_FILE::get_dynamic_table() {
 
 ELF_SEGMENT_TABLE *ELF_FILE::get_segment_table() {
   if (!segments_) {
+    get_section_table();  // contents are found among the sections
     if (!enter_builder())
       return nullptr;
     auto table = std::make_unique<ELF_SEGMENT_TABLE>(this);
-    get_section_table();  // contents are found among the sections
     bool loaded = table->load();
     building_ = false;
     if (!loaded)
