@@ -135,6 +135,10 @@ void ELF_DYNAMIC_TABLE::encode_entries() {
 }
 
 bool ELF_DYNAMIC_TABLE::prepare() {
+  // A file without a dynamic section (a static executable) has nothing to
+  // check.
+  if (!get_section(false) && entries_.empty())
+    return true;
   uint32_t count = 0;
   const int32_t *tags = ELF_DYNAMIC_DB::mandatory_tags(file_->header().e_type, count);
   ELF_SECTION *s = get_section(true);
@@ -161,6 +165,8 @@ ELF_SECTION *ELF_DYNAMIC_TABLE::section_at(uint32_t address, uint32_t type) {
 
 bool ELF_DYNAMIC_TABLE::format() {
   ELF_SECTION_TABLE *sections = file_->get_section_table();
+  if (!get_section(false))
+    return true;
   if (single_table_) {
     ELF_DYNAMIC *jmprel = find(DT_JMPREL);
     ELF_DYNAMIC *pltrel = find(DT_PLTREL);
