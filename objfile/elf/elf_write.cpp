@@ -16,7 +16,9 @@
 //             executable or shared object keeps its allocated sections and
 //             program headers where they are and places the rest after
 //             its highest allocated byte
-//   write     the file composed in memory and written in one piece
+//   write     the header, the program headers, the contents and the
+//             section headers in file order with zero padding, laid over
+//             a read image's own bytes
 #include <algorithm>
 #include <cstring>
 #include <set>
@@ -356,49 +358,87 @@ bool ELF_FILE::lay_out() {
 }
 
 bool ELF_FILE::write_out(FILE *stream) {
-  // The file is composed in memory: a read image's bytes first, then the
-  // header, the program headers, the contents and the section headers laid
-  // over them, zeros elsewhere.
+  // A read image's bytes are composed in memory with what lies over them
+  // (the header, the program headers, the allocated sections); everything
+  // after them is written in file order with zeros between, so that a
+  // large gap costs no memory.
   ELF_SECTION_TABLE *sections = get_section_table();
-  std::vector<uint8_t> image(file_size_);
-  auto place = [&image](uint64_t offset, const uint8_t *bytes, uint64_t size) {
-    if (offset > image.size() || size > image.size() - offset)
-      return false;
-    if (bytes && size)
-      memcpy(image.data() + offset, bytes, size);
-    return true;
+  struct PIECE {
+    uint64_t offset;
+    const uint8_t *bytes;  // null: zeros
+    uint64_t size;
   };
-  bool ok = true;
-  if (uint64_t kept = std::min<uint64_t>(image_bytes_.size(), image.size()))
-    ok = place(0, image_bytes_.slice(0, kept), kept);
+  std::vector<PIECE> pieces;
+  auto header = encode(header_, byte_order());
   if (!is_headerless())
-    ok = ok && place(0, encode(header_, byte_order()).data(), record_size<ELF32_HEADER_RECORD>());
+    pieces.push_back({0, header.data(), header.size()});
+  std::vector<uint8_t> table;
   if (segments_ && segments_->get_count() != 0) {
-    std::vector<uint8_t> table(static_cast<size_t>(segments_->get_count()) * record_size<ELF32_PROGRAM_HEADER_RECORD>());
+    table.resize(static_cast<size_t>(segments_->get_count()) * record_size<ELF32_PROGRAM_HEADER_RECORD>());
     segments_->encode_table(table.data());
-    ok = ok && place(header_.e_phoff, table.data(), table.size());
+    pieces.push_back({header_.e_phoff, table.data(), table.size()});
   }
   for (uint32_t i = 1; i < sections->get_count(); i++) {
     ELF_SECTION *s = sections->get_section(i);
     const ELF32_SECTION_HEADER_RECORD &h = s->header();
-    if (h.sh_type == SHT_NOBITS || h.sh_size == 0)
-      continue;
-    ok = ok && place(h.sh_offset, s->get_data()->slice(0, h.sh_size), h.sh_size);
+    if (h.sh_type != SHT_NOBITS && h.sh_size != 0)
+      pieces.push_back({h.sh_offset, s->get_data()->slice(0, h.sh_size), h.sh_size});
   }
-  for (uint32_t i = 0; i < sections->get_count(); i++)
-    ok = ok && place(header_.e_shoff + static_cast<uint64_t>(i) * record_size<ELF32_SECTION_HEADER_RECORD>(),
-                     encode(sections->get_section(i)->header(), byte_order()).data(),
-                     record_size<ELF32_SECTION_HEADER_RECORD>());
-  if (!ok) {
-    set_error(OF_ERR_INTERNAL, "%s: a part of the file lies outside the laid-out file",
+  std::vector<uint8_t> headers;
+  for (uint32_t i = 0; i < sections->get_count(); i++) {
+    auto bytes = encode(sections->get_section(i)->header(), byte_order());
+    headers.insert(headers.end(), bytes.begin(), bytes.end());
+  }
+  if (!headers.empty())
+    pieces.push_back({header_.e_shoff, headers.data(), headers.size()});
+
+  std::vector<uint8_t> image(std::min<uint64_t>(image_bytes_.size(), file_size_));
+  if (!image.empty())
+    memcpy(image.data(), image_bytes_.slice(0, image.size()), image.size());
+  std::vector<PIECE> after;
+  bool ok = true;
+  for (const PIECE &p : pieces) {
+    if (p.offset >= image.size()) {
+      after.push_back(p);
+    } else if (p.size > image.size() - p.offset) {
+      ok = false;
+    } else if (p.bytes) {
+      memcpy(image.data() + p.offset, p.bytes, p.size);
+    } else {
+      memset(image.data() + p.offset, 0, p.size);
+    }
+  }
+  std::stable_sort(after.begin(), after.end(), [](const PIECE &a, const PIECE &b) { return a.offset < b.offset; });
+  static const uint8_t zeros[65536] = {};
+  uint64_t position = 0;
+  auto put = [&](const uint8_t *bytes, uint64_t size) {
+    while (ok && size != 0) {
+      size_t n = static_cast<size_t>(std::min<uint64_t>(size, bytes ? size : sizeof zeros));
+      if (fwrite(bytes ? bytes : zeros, 1, n, stream) != n) {
+        set_error(OF_ERR_OPEN, "%s", "");
+        return false;
+      }
+      position += n;
+      size -= n;
+      if (bytes)
+        bytes += n;
+    }
+    return ok;
+  };
+  if (!ok)
+    set_error(OF_ERR_INTERNAL, "%s: a part of the file overlaps the loaded image",
               get_file_name().empty() ? "(unknown file)" : get_file_name().c_str());
-    return false;
+  ok = ok && put(image.data(), image.size());
+  for (const PIECE &p : after) {
+    if (p.offset < position) {
+      set_error(OF_ERR_INTERNAL, "%s: two parts of the file overlap at offset 0x%llx",
+                get_file_name().empty() ? "(unknown file)" : get_file_name().c_str(),
+                static_cast<unsigned long long>(p.offset));
+      return false;
+    }
+    ok = ok && put(nullptr, p.offset - position) && put(p.bytes, p.size);
   }
-  if (!image.empty() && fwrite(image.data(), 1, image.size(), stream) != image.size()) {
-    set_error(OF_ERR_OPEN, "%s", "");
-    return false;
-  }
-  return true;
+  return ok && put(nullptr, file_size_ > position ? file_size_ - position : 0);
 }
 
 }  // namespace OFE
