@@ -1,5 +1,5 @@
 // Helpers the two version sections share: their string table and the
-// section made for a table that has none yet.
+// section made for a table that has none yet (defined in elf_verneed.cpp).
 #pragma once
 
 #include <cstdint>
