@@ -26,6 +26,8 @@ const char USAGE[] =
     "\n"
     "Copies the ELF or QV-COFF object INPUT to OUTPUT, applying the edits in the\n"
     "order given. Options may repeat; INPUT may be the same file as OUTPUT.\n"
+    "ELF executables and shared objects are copied too: their loaded image\n"
+    "(allocated sections, program headers, dynamic section) is kept as it is.\n"
     "\n"
     "  --rename-symbol OLD=NEW        rename every symbol named OLD\n"
     "  --localize-symbol NAME         make NAME local\n"
@@ -36,7 +38,8 @@ const char USAGE[] =
     "  --set-section-page NAME=N      set the memory page of section NAME to N\n"
     "  --help                         print this text\n"
     "\n"
-    "Symbol edits apply to the file's symbol table (.symtab in ELF files).\n"
+    "Symbol edits apply to the file's symbol table (.symtab in ELF files) only;\n"
+    "the dynamic symbols (.dynsym) of executables and shared objects never change.\n"
     "A name that matches nothing is an error. On any error nothing is written.\n";
 
 enum EDIT_KIND { RENAME_SYMBOL, LOCALIZE, GLOBALIZE, WEAKEN, RENAME_SECTION, SECTION_ALIGNMENT, SECTION_PAGE };

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "objfile/elf/elf_dynamic.h"
 #include "objfile/elf/elf_file.h"
 #include "objfile/elf/elf_group.h"
 #include "objfile/elf/elf_reloc.h"
@@ -12,8 +13,12 @@
 #include "objfile/elf/elf_section.h"
 #include "objfile/elf/elf_string.h"
 #include "objfile/elf/elf_symbol.h"
+#include "objfile/elf/elf_segattr.h"
+#include "objfile/elf/elf_segment.h"
 #include "objfile/elf/elf_types.h"
 #include "objfile/of_build_attr.h"
+#include "objfile/elf/elf_verdef.h"
+#include "objfile/elf/elf_verneed.h"
 
 namespace OFE {
 
@@ -138,6 +143,7 @@ void ELF_FILE::dump_format(FILE *stream) {
   if (is_dump_selected(OF_DUMP_BATTRS))
     if (OF_BUILD_ATTR_TABLE *attributes = get_build_attributes(false))
       attributes->dump(stream, get_file_name());
+  dump_image(stream);
 }
 
 namespace {
@@ -333,6 +339,106 @@ void ELF_FILE::dump_format_xml(XML_WRITER &xml) {
   if (is_dump_selected(OF_DUMP_BATTRS))
     if (OF_BUILD_ATTR_TABLE *attributes = get_build_attributes(false))
       attributes->dump_xml(xml);
+  dump_image_xml(xml);
+}
+
+// The listings of executables and shared objects: "segments", "dynamic"
+// and "symver".
+
+namespace {
+
+// The version index of each dynamic symbol, with the version it names.
+struct VERSYM_ROW {
+  uint32_t index;
+  std::string symbol;
+  uint16_t version;
+  std::string defined, needed;  // the version's name, and the file for a need
+};
+
+std::vector<VERSYM_ROW> versym_rows(ELF_FILE *file, ELF_SECTION *&versym) {
+  std::vector<VERSYM_ROW> rows;
+  ELF_SECTION_TABLE *sections = file->get_section_table();
+  versym = sections ? sections->find_section_by_type(SHT_GNU_versym) : nullptr;
+  if (!versym)
+    return rows;
+  ELF_SYMBOL_TABLE *symbols = file->get_symbol_table_of(versym->header().sh_link);
+  ELF_VERDEF_TABLE *definitions = file->get_verdef_table();
+  ELF_VERNEED_TABLE *needs = file->get_verneed_table();
+  DATA_MAP *words = versym->get_data();
+  for (uint32_t i = 0; 2ull * i + 2 <= words->size(); i++) {
+    const uint8_t *p = words->slice(2ull * i, 2);
+    VERSYM_ROW row{i, "", p ? read_u16(p, words->byte_order()) : uint16_t{0}, "", ""};
+    if (OF_SYMBOL *symbol = symbols && i < symbols->get_count() ? symbols->get_symbol(i) : nullptr)
+      row.symbol = symbol->get_name();
+    if (row.version > VER_NDX_GLOBAL && row.version < 0xFF00) {
+      const ELF_VERNEED *file_needed = nullptr;
+      if (const ELF_VERDEF *d = definitions->find_index(row.version); d && !d->names.empty())
+        row.defined = d->names[0].text;
+      else if (const ELF_VNDEP *n = needs->find_index(row.version, &file_needed))
+        row.needed = n->name.text + " (" + file_needed->file.text + ")";
+    }
+    rows.push_back(std::move(row));
+  }
+  return rows;
+}
+
+}  // namespace
+
+void ELF_FILE::dump_image(FILE *stream) {
+  if (is_dump_selected(OF_DUMP_SEGMENTS)) {
+    if (ELF_SEGMENT_TABLE *segments = get_segment_table())
+      segments->dump(stream);
+    get_seg_attr_db()->dump(stream);
+  }
+  if (header_.e_type != ET_EXEC && header_.e_type != ET_DYN)
+    return;
+  if (is_dump_selected(OF_DUMP_DYNAMIC))
+    if (ELF_DYNAMIC_TABLE *dynamic = get_dynamic_table())
+      dynamic->dump(stream);
+  if (!is_dump_selected(OF_DUMP_SYMVER))
+    return;
+  ELF_SECTION *versym = nullptr;
+  std::vector<VERSYM_ROW> rows = versym_rows(this, versym);
+  if (versym) {
+    fprintf(stream, "\n Version Symbols in \"%s\"\n\n", versym->get_name().c_str());
+    for (const VERSYM_ROW &r : rows) {
+      fprintf(stream, "  [%u] %s\n", r.index, r.symbol.c_str());
+      row(stream, "Version Index:", elf_version_index_name(r.version).c_str());
+      if (!r.defined.empty())
+        row(stream, "Version Defined:", r.defined.c_str());
+      if (!r.needed.empty())
+        row(stream, "Version Needed:", r.needed.c_str());
+    }
+  }
+  get_verdef_table()->dump(stream);
+  get_verneed_table()->dump(stream);
+}
+
+void ELF_FILE::dump_image_xml(XML_WRITER &xml) {
+  if (is_dump_selected(OF_DUMP_SEGMENTS))
+    if (ELF_SEGMENT_TABLE *segments = get_segment_table())
+      segments->dump_xml(xml);
+  if (header_.e_type != ET_EXEC && header_.e_type != ET_DYN)
+    return;
+  if (is_dump_selected(OF_DUMP_DYNAMIC))
+    if (ELF_DYNAMIC_TABLE *dynamic = get_dynamic_table())
+      dynamic->dump_xml(xml);
+  if (!is_dump_selected(OF_DUMP_SYMVER))
+    return;
+  ELF_SECTION *versym = nullptr;
+  std::vector<VERSYM_ROW> rows = versym_rows(this, versym);
+  if (versym) {
+    xml.open("version_symbols", {{"section", versym->get_name()}});
+    for (const VERSYM_ROW &r : rows)
+      xml.empty("symbol", {{"index", std::to_string(r.index)},
+                           {"name", r.symbol},
+                           {"version", elf_version_index_name(r.version)},
+                           {"defined", r.defined},
+                           {"needed", r.needed}});
+    xml.close();
+  }
+  get_verdef_table()->dump_xml(xml);
+  get_verneed_table()->dump_xml(xml);
 }
 
 }  // namespace OFE

@@ -2,7 +2,12 @@
 
 #include <cstdarg>
 
+#include "objfile/elf/elf_dynamic.h"
 #include "objfile/elf/elf_scnattr.h"
+#include "objfile/elf/elf_segattr.h"
+#include "objfile/elf/elf_segment.h"
+#include "objfile/elf/elf_verdef.h"
+#include "objfile/elf/elf_verneed.h"
 #include "objfile/elf/elf_section.h"
 #include "objfile/elf/elf_string.h"
 #include "objfile/elf/elf_symbol.h"
@@ -206,7 +211,58 @@ ELF_DYNAMIC_TABLE *ELF_FILE::get_dynamic_table() {
                                       "executable or a shared object");
     return nullptr;
   }
-  return nullptr;  // dynamic sections are not modelled yet
+  if (!dynamic_) {
+    get_section_table();
+    if (!enter_builder())
+      return nullptr;
+    dynamic_ = std::make_unique<ELF_DYNAMIC_TABLE>(this);
+    dynamic_->load();
+    building_ = false;
+  }
+  return dynamic_.get();
+}
+
+ELF_SEGMENT_TABLE *ELF_FILE::get_segment_table() {
+  if (!segments_) {
+    get_section_table();  // contents are found among the sections
+    if (!enter_builder())
+      return nullptr;
+    auto table = std::make_unique<ELF_SEGMENT_TABLE>(this);
+    bool loaded = table->load();
+    building_ = false;
+    if (!loaded)
+      return nullptr;
+    segments_ = std::move(table);
+  }
+  return segments_.get();
+}
+
+ELF_SEG_ATTR_DB *ELF_FILE::get_seg_attr_db() {
+  if (!seg_attrs_) {
+    seg_attrs_ = std::make_unique<ELF_SEG_ATTR_DB>(this);
+    seg_attrs_->load();
+  }
+  return seg_attrs_.get();
+}
+
+ELF_VERDEF_TABLE *ELF_FILE::get_verdef_table() {
+  if (!verdefs_) {
+    verdefs_ = std::make_unique<ELF_VERDEF_TABLE>(this);
+    verdefs_->load();
+  }
+  return verdefs_.get();
+}
+
+ELF_VERNEED_TABLE *ELF_FILE::get_verneed_table() {
+  if (!verneeds_) {
+    verneeds_ = std::make_unique<ELF_VERNEED_TABLE>(this);
+    verneeds_->load();
+  }
+  return verneeds_.get();
+}
+
+bool ELF_FILE::keeps_image() const {
+  return was_read_from_stream() && (header_.e_type == ET_EXEC || header_.e_type == ET_DYN);
 }
 
 OF_FILE_TYPE ELF_FILE::get_file_type() const {
@@ -255,12 +311,22 @@ int ELF_FILE::reset() {
   program_headers_ready_ = false;
   build_attributes_.reset();
   build_attribute_section_ = nullptr;
+  segments_.reset();
+  seg_attrs_.reset();
+  dynamic_.reset();
+  verdefs_.reset();
+  verneeds_.reset();
+  image_bytes_.clear();
   force_state(OF_STATE_OPEN);
   clear_error();
   return 0;
 }
 
-bool ELF_FILE::is_pinned_by_dynamic(const ELF_SECTION &) { return false; }
+bool ELF_FILE::is_pinned_by_dynamic(const ELF_SECTION &section) {
+  // The dynamic section and its string table: what a loader reads first to
+  // find everything else.
+  return dynamic_ && dynamic_->pins(section);
+}
 
 ELF_SECTION *ELF_FILE::find_special_section(uint32_t kind, bool create) {
   if (kind >= OF_SPECIAL_KIND_COUNT)

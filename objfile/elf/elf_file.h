@@ -34,6 +34,10 @@
 namespace OFE {
 
 class ELF_DYNAMIC_TABLE;
+class ELF_SEG_ATTR_DB;
+class ELF_SEGMENT_TABLE;
+class ELF_VERDEF_TABLE;
+class ELF_VERNEED_TABLE;
 
 class ELF_FILE : public OBJECT_FILE {
 public:
@@ -87,6 +91,19 @@ public:
   [[nodiscard]] bool get_program_header(uint32_t index, ELF32_PROGRAM_HEADER_RECORD &record);
   // Only executables and shared objects have one; others get error 5.
   ELF_DYNAMIC_TABLE *get_dynamic_table();
+  // The program segments, read on first request (null when the program
+  // headers cannot be read).
+  ELF_SEGMENT_TABLE *get_segment_table();
+  // The segment attributes (".QV.phattrs"), read on first request.
+  ELF_SEG_ATTR_DB *get_seg_attr_db();
+  // The version definitions and needs, read on first request; empty
+  // tables when the file has none.
+  ELF_VERDEF_TABLE *get_verdef_table();
+  ELF_VERNEED_TABLE *get_verneed_table();
+  // A file read as an executable or shared object: a loader's image, whose
+  // allocated sections keep their addresses, file offsets and contents when
+  // it is written, and whose program headers stay as they are.
+  bool keeps_image() const;
 
   // The build-attribute table: the SHT_ATTRIBUTES section, else the one
   // named "__QV_build_attributes" (made with `create`); null when the
@@ -138,6 +155,12 @@ protected:
 
 private:
   void reset_header();
+  // The segment, dynamic and version listings (elf_dump.cpp).
+  void dump_image(FILE *stream);
+  void dump_image_xml(XML_WRITER &xml);
+  // Write steps for the image tables (elf_write.cpp).
+  bool load_image_for_writing();
+  uint64_t lay_out_image(uint64_t position);
   bool load_sections();
   // False, with error 7, when the guarded builder is already running.
   bool enter_builder();
@@ -159,6 +182,14 @@ private:
   bool section_attributes_loaded_ = false;
   std::unique_ptr<ELF_SYMALIAS_TABLE> aliases_;
   bool aliases_loaded_ = false;
+  std::unique_ptr<ELF_SEGMENT_TABLE> segments_;
+  std::unique_ptr<ELF_SEG_ATTR_DB> seg_attrs_;
+  std::unique_ptr<ELF_DYNAMIC_TABLE> dynamic_;
+  std::unique_ptr<ELF_VERDEF_TABLE> verdefs_;
+  std::unique_ptr<ELF_VERNEED_TABLE> verneeds_;
+  // The bytes of a read image up to its highest allocated byte, under
+  // everything the writer places (gaps between sections keep their bytes).
+  DATA_MAP image_bytes_;
 };
 
 // The ELF view of `object`; null, with error 3, when it is not ELF.

@@ -329,6 +329,10 @@ int ELF_SECTION_TABLE::prepare() {
   }
   // The class of each section, in the order the classes are written.
   auto section_class = [this](ELF_SECTION &s) {
+    // A loaded image keeps its order: its dynamic symbols, version sections
+    // and segments name sections by index.
+    if (file_->keeps_image())
+      return 0;
     uint32_t type = s.get_type();
     if (type == SHT_GROUP)
       return 0;

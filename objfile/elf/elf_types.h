@@ -52,6 +52,8 @@ inline constexpr uint32_t SHT_REL = 9;
 inline constexpr uint32_t SHT_DYNSYM = 11;
 inline constexpr uint32_t SHT_GROUP = 17;
 inline constexpr uint32_t SHT_SYMTAB_SHNDX = 18;
+inline constexpr uint32_t SHT_GNU_verdef = 0x6FFFFFFD;
+inline constexpr uint32_t SHT_GNU_verneed = 0x6FFFFFFE;
 inline constexpr uint32_t SHT_GNU_versym = 0x6FFFFFFF;
 inline constexpr uint32_t SHT_ATTRIBUTES = 0x70000003;
 
@@ -79,5 +81,18 @@ inline constexpr uint8_t elf_st_info(uint8_t bind, uint8_t type) {
 inline constexpr uint16_t VER_NDX_LOCAL = 0;
 inline constexpr uint16_t VER_NDX_GLOBAL = 1;
 inline constexpr uint16_t VER_NDX_ELIMINATE = 0xFF01;
+
+// p_type and p_flags.
+inline constexpr uint32_t PT_NULL = 0;
+inline constexpr uint32_t PT_LOAD = 1;
+inline constexpr uint32_t PT_DYNAMIC = 2;
+inline constexpr uint32_t PT_INTERP = 3;
+inline constexpr uint32_t PT_NOTE = 4;
+inline constexpr uint32_t PT_SHLIB = 5;
+inline constexpr uint32_t PT_PHDR = 6;
+inline constexpr uint32_t PT_TLS = 7;
+inline constexpr uint32_t PF_X = 0x1;
+inline constexpr uint32_t PF_W = 0x2;
+inline constexpr uint32_t PF_R = 0x4;
 
 }  // namespace OFE

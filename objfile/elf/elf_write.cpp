@@ -10,20 +10,32 @@
 //   tables    relocations and groups encoded into their sections
 //   strings   section and symbol names put into rebuilt string tables,
 //             symbols encoded with their st_name
-//   lay out   contents after the file header in section order, each at its
-//             alignment, then the section header table (4-aligned)
-//   write     the header, the contents with zero padding, the headers
+//   lay out   the program header table after the file header, contents in
+//             section order, each at its alignment, the segments over
+//             them, then the section header table (4-aligned); a read
+//             executable or shared object keeps its allocated sections and
+//             program headers where they are and places the rest after
+//             its highest allocated byte
+//   write     the header, the program headers, the contents and the
+//             section headers in file order with zero padding, laid over
+//             a read image's own bytes
 #include <algorithm>
+#include <cstring>
 #include <set>
 
+#include "objfile/elf/elf_dynamic.h"
 #include "objfile/elf/elf_file.h"
 #include "objfile/elf/elf_group.h"
 #include "objfile/elf/elf_reloc.h"
 #include "objfile/elf/elf_scnattr.h"
 #include "objfile/elf/elf_section.h"
+#include "objfile/elf/elf_segattr.h"
+#include "objfile/elf/elf_segment.h"
 #include "objfile/elf/elf_string.h"
 #include "objfile/elf/elf_symbol.h"
 #include "objfile/elf/elf_types.h"
+#include "objfile/elf/elf_verdef.h"
+#include "objfile/elf/elf_verneed.h"
 
 namespace OFE {
 
@@ -34,32 +46,6 @@ uint64_t align_up(uint64_t position, uint32_t alignment) {
     return position;
   return (position + alignment - 1) / alignment * alignment;
 }
-
-// Writes bytes and zero padding, counting the position.
-class OUTPUT {
-public:
-  explicit OUTPUT(FILE *stream) : stream_(stream) {}
-  bool bytes(const void *data, size_t size) {
-    if (size != 0 && fwrite(data, 1, size, stream_) != size)
-      return false;
-    position_ += size;
-    return true;
-  }
-  bool pad_to(uint64_t position) {
-    static const uint8_t zeros[256] = {};
-    while (position_ < position) {
-      size_t n = static_cast<size_t>(std::min<uint64_t>(sizeof zeros, position - position_));
-      if (!bytes(zeros, n))
-        return false;
-    }
-    return position_ == position;
-  }
-  uint64_t position() const { return position_; }
-
-private:
-  FILE *stream_;
-  uint64_t position_ = 0;
-};
 
 }  // namespace
 
@@ -96,8 +82,41 @@ bool ELF_FILE::load_for_writing() {
   }
   (void)get_build_attributes(false);
   (void)get_alias_table();
+  if (!load_image_for_writing())
+    return false;
   return get_error_code() == OF_ERR_NONE || get_error_code() == OF_ERR_WARNING ||
          get_error_code() == OF_ERR_LIMITATION;
+}
+
+bool ELF_FILE::load_image_for_writing() {
+  ELF_SEGMENT_TABLE *segments = get_segment_table();
+  if (!segments)
+    return false;
+  get_seg_attr_db();
+  if (header_.e_type != ET_EXEC && header_.e_type != ET_DYN)
+    return true;
+  get_dynamic_table();
+  get_verdef_table();
+  get_verneed_table();
+  if (!keeps_image())
+    return true;
+  // Everything up to the highest allocated byte is the loader's image; the
+  // writer lays what it places over these bytes, so gaps keep theirs.
+  ELF_SECTION_TABLE *sections = get_section_table();
+  uint64_t high = header_.e_ehsize;
+  if (header_.e_phnum != 0)
+    high = std::max<uint64_t>(high, header_.e_phoff + static_cast<uint64_t>(header_.e_phnum) * header_.e_phentsize);
+  for (uint32_t i = 0; i < segments->get_count(); i++) {
+    const ELF32_PROGRAM_HEADER_RECORD &p = segments->get_segment(i)->header();
+    high = std::max<uint64_t>(high, static_cast<uint64_t>(p.p_offset) + p.p_filesz);
+  }
+  for (uint32_t i = 1; i < sections->get_count(); i++) {
+    const ELF32_SECTION_HEADER_RECORD &h = sections->get_section(i)->header();
+    if ((h.sh_flags & SHF_ALLOC) && h.sh_type != SHT_NOBITS)
+      high = std::max<uint64_t>(high, static_cast<uint64_t>(h.sh_offset) + h.sh_size);
+  }
+  image_bytes_.set_byte_order(file_byte_order());
+  return file_region(0, high, image_bytes_, "loaded image");
 }
 
 bool ELF_FILE::prepare_sections() {
@@ -125,6 +144,8 @@ bool ELF_FILE::prepare_sections() {
   }
   follow(names);
   set_shstrndx(names);
+  if (segments_)
+    segments_->apply_section_map(map);
   if (build_attributes_)
     build_attributes_->apply_section_map(map.entries());
   return true;
@@ -164,9 +185,21 @@ bool ELF_FILE::prepare_symbols() {
 
 bool ELF_FILE::prepare_dependents() {
   ELF_SECTION_TABLE *sections = get_section_table();
+  // The image tables first: they may add sections, which the extended
+  // attributes below must count.
+  if (dynamic_ && !dynamic_->prepare())
+    return false;
+  if (verdefs_)
+    verdefs_->prepare();
+  if (verneeds_)
+    verneeds_->prepare();
+  if (seg_attrs_)
+    seg_attrs_->write();
   for (uint32_t i = 1; i < sections->get_count(); i++) {
     ELF_SECTION *s = sections->get_section(i);
-    if (ELF_RELOC_TABLE *relocs = s->relocations())
+    // An image's dynamic relocations are part of what the loader reads.
+    bool image = keeps_image() && (s->get_flags() & SHF_ALLOC);
+    if (ELF_RELOC_TABLE *relocs = s->relocations(); relocs && !image)
       relocs->write();
     if (ELF_GROUP_TABLE *group = s->group())
       if (!group->write())
@@ -250,17 +283,55 @@ bool ELF_FILE::prepare_strings() {
   return true;
 }
 
+uint64_t ELF_FILE::lay_out_image(uint64_t position) {
+  // Allocated sections stay where the image has them; the program header
+  // table stays unless it grew; the rest follows the highest image byte.
+  ELF_SECTION_TABLE *sections = get_section_table();
+  uint64_t high = std::max<uint64_t>(position, image_bytes_.size());
+  uint32_t count = segments_->get_count();
+  uint64_t table = static_cast<uint64_t>(count) * record_size<ELF32_PROGRAM_HEADER_RECORD>();
+  if (count == 0) {
+    header_.e_phoff = 0;
+  } else if (header_.e_phoff == 0 || count > header_.e_phnum) {
+    header_.e_phoff = static_cast<uint32_t>(align_up(high, 4));
+    high = header_.e_phoff + table;
+  }
+  for (uint32_t i = 1; i < sections->get_count(); i++) {
+    ELF32_SECTION_HEADER_RECORD &h = sections->get_section(i)->header();
+    if (h.sh_flags & SHF_ALLOC)
+      continue;
+    high = align_up(high, h.sh_addralign);
+    h.sh_offset = static_cast<uint32_t>(high);
+    if (h.sh_type != SHT_NOBITS)
+      high += h.sh_size;
+  }
+  return high;
+}
+
 bool ELF_FILE::lay_out() {
   ELF_SECTION_TABLE *sections = get_section_table();
   uint32_t count = sections->get_count();
   uint64_t position = is_headerless() ? 0 : record_size<ELF32_HEADER_RECORD>();
-  for (uint32_t i = 1; i < count; i++) {
-    ELF32_SECTION_HEADER_RECORD &h = sections->get_section(i)->header();
-    position = align_up(position, h.sh_addralign);
-    h.sh_offset = static_cast<uint32_t>(position);
-    if (h.sh_type != SHT_NOBITS)
-      position += h.sh_size;
+  uint32_t segment_count = segments_ ? segments_->get_count() : 0;
+  if (keeps_image()) {
+    position = lay_out_image(position);
+  } else {
+    // The program header table first, then the contents in section order.
+    header_.e_phoff = segment_count ? static_cast<uint32_t>(align_up(position, 4)) : 0;
+    if (segments_)
+      position = segments_->lay_out_table(position);
+    for (uint32_t i = 1; i < count; i++) {
+      ELF32_SECTION_HEADER_RECORD &h = sections->get_section(i)->header();
+      position = align_up(position, h.sh_addralign);
+      h.sh_offset = static_cast<uint32_t>(position);
+      if (h.sh_type != SHT_NOBITS)
+        position += h.sh_size;
+    }
+    if (segments_)
+      segments_->complete_layout();
   }
+  if (segments_)
+    segments_->check_layout();
   position = align_up(position, 4);
   header_.e_shoff = count ? static_cast<uint32_t>(position) : 0;
   position += static_cast<uint64_t>(count) * record_size<ELF32_SECTION_HEADER_RECORD>();
@@ -274,9 +345,8 @@ bool ELF_FILE::lay_out() {
   header_.e_shnum = count > ELF_MAX_DIRECT_SECTIONS ? 0 : static_cast<uint16_t>(count);
   header_.e_shentsize = record_size<ELF32_SECTION_HEADER_RECORD>();
   header_.e_ehsize = record_size<ELF32_HEADER_RECORD>();
-  header_.e_phoff = 0;
-  header_.e_phnum = 0;
-  header_.e_phentsize = 0;
+  header_.e_phnum = static_cast<uint16_t>(segment_count);
+  header_.e_phentsize = segment_count ? record_size<ELF32_PROGRAM_HEADER_RECORD>() : 0;
   header_.e_ident[EI_CLASS] = ELFCLASS32;
   header_.e_ident[EI_DATA] = byte_order() == BYTE_ORDERING::BIG ? ELFDATA2MSB : ELFDATA2LSB;
   if (header_.e_ident[EI_VERSION] == 0)
@@ -284,41 +354,91 @@ bool ELF_FILE::lay_out() {
   if (header_.e_version == 0)
     header_.e_version = 1;
   file_size_ = position;
-  return true;
+  return !dynamic_ || dynamic_->format();
 }
 
 bool ELF_FILE::write_out(FILE *stream) {
+  // A read image's bytes are composed in memory with what lies over them
+  // (the header, the program headers, the allocated sections); everything
+  // after them is written in file order with zeros between, so that a
+  // large gap costs no memory.
   ELF_SECTION_TABLE *sections = get_section_table();
-  OUTPUT out(stream);
-  bool ok = true;
-  if (!is_headerless()) {
-    auto bytes = encode(header_, byte_order());
-    ok = out.bytes(bytes.data(), bytes.size());
+  struct PIECE {
+    uint64_t offset;
+    const uint8_t *bytes;  // null: zeros
+    uint64_t size;
+  };
+  std::vector<PIECE> pieces;
+  auto header = encode(header_, byte_order());
+  if (!is_headerless())
+    pieces.push_back({0, header.data(), header.size()});
+  std::vector<uint8_t> table;
+  if (segments_ && segments_->get_count() != 0) {
+    table.resize(static_cast<size_t>(segments_->get_count()) * record_size<ELF32_PROGRAM_HEADER_RECORD>());
+    segments_->encode_table(table.data());
+    pieces.push_back({header_.e_phoff, table.data(), table.size()});
   }
-  std::vector<ELF_SECTION *> placed;
   for (uint32_t i = 1; i < sections->get_count(); i++) {
     ELF_SECTION *s = sections->get_section(i);
-    if (s->get_type() != SHT_NOBITS && s->header().sh_size != 0)
-      placed.push_back(s);
+    const ELF32_SECTION_HEADER_RECORD &h = s->header();
+    if (h.sh_type != SHT_NOBITS && h.sh_size != 0)
+      pieces.push_back({h.sh_offset, s->get_data()->slice(0, h.sh_size), h.sh_size});
   }
-  std::stable_sort(placed.begin(), placed.end(),
-                   [](ELF_SECTION *a, ELF_SECTION *b) { return a->header().sh_offset < b->header().sh_offset; });
-  for (ELF_SECTION *s : placed) {
-    DATA_MAP *data = s->get_data();
-    ok = ok && out.pad_to(s->header().sh_offset);
-    const uint8_t *bytes = data->slice(0, s->header().sh_size);
-    ok = ok && (bytes ? out.bytes(bytes, s->header().sh_size) : out.pad_to(out.position() + s->header().sh_size));
+  std::vector<uint8_t> headers;
+  for (uint32_t i = 0; i < sections->get_count(); i++) {
+    auto bytes = encode(sections->get_section(i)->header(), byte_order());
+    headers.insert(headers.end(), bytes.begin(), bytes.end());
   }
-  if (sections->get_count() != 0) {
-    ok = ok && out.pad_to(header_.e_shoff);
-    for (uint32_t i = 0; i < sections->get_count(); i++) {
-      auto bytes = encode(sections->get_section(i)->header(), byte_order());
-      ok = ok && out.bytes(bytes.data(), bytes.size());
+  if (!headers.empty())
+    pieces.push_back({header_.e_shoff, headers.data(), headers.size()});
+
+  std::vector<uint8_t> image(std::min<uint64_t>(image_bytes_.size(), file_size_));
+  if (!image.empty())
+    memcpy(image.data(), image_bytes_.slice(0, image.size()), image.size());
+  std::vector<PIECE> after;
+  bool ok = true;
+  for (const PIECE &p : pieces) {
+    if (p.offset >= image.size()) {
+      after.push_back(p);
+    } else if (p.size > image.size() - p.offset) {
+      ok = false;
+    } else if (p.bytes) {
+      memcpy(image.data() + p.offset, p.bytes, p.size);
+    } else {
+      memset(image.data() + p.offset, 0, p.size);
     }
   }
+  std::stable_sort(after.begin(), after.end(), [](const PIECE &a, const PIECE &b) { return a.offset < b.offset; });
+  static const uint8_t zeros[65536] = {};
+  uint64_t position = 0;
+  auto put = [&](const uint8_t *bytes, uint64_t size) {
+    while (ok && size != 0) {
+      size_t n = static_cast<size_t>(std::min<uint64_t>(size, bytes ? size : sizeof zeros));
+      if (fwrite(bytes ? bytes : zeros, 1, n, stream) != n) {
+        set_error(OF_ERR_OPEN, "%s", "");
+        return false;
+      }
+      position += n;
+      size -= n;
+      if (bytes)
+        bytes += n;
+    }
+    return ok;
+  };
   if (!ok)
-    set_error(OF_ERR_OPEN, "%s", "");
-  return ok;
+    set_error(OF_ERR_INTERNAL, "%s: a part of the file overlaps the loaded image",
+              get_file_name().empty() ? "(unknown file)" : get_file_name().c_str());
+  ok = ok && put(image.data(), image.size());
+  for (const PIECE &p : after) {
+    if (p.offset < position) {
+      set_error(OF_ERR_INTERNAL, "%s: two parts of the file overlap at offset 0x%llx",
+                get_file_name().empty() ? "(unknown file)" : get_file_name().c_str(),
+                static_cast<unsigned long long>(p.offset));
+      return false;
+    }
+    ok = ok && put(nullptr, p.offset - position) && put(p.bytes, p.size);
+  }
+  return ok && put(nullptr, file_size_ > position ? file_size_ - position : 0);
 }
 
 }  // namespace OFE

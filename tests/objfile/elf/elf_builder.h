@@ -34,6 +34,7 @@ struct ELF_TEST_SECTION {
   std::string data;
   uint32_t link = 0, info = 0, entsize = 0;
   uint32_t flags = 0, align = 1;
+  uint32_t addr = 0;
 };
 
 class ELF_BUILDER {
@@ -123,7 +124,7 @@ public:
         .u32(extended_shstrndx ? shstrndx : 0).u32(0).u32(0).u32(0);
     for (size_t i = 0; i < all.size(); i++) {
       const ELF_TEST_SECTION &s = all[i];
-      body.u32(names[i]).u32(s.type).u32(s.flags).u32(0).u32(offsets[i]).u32(static_cast<uint32_t>(s.data.size()))
+      body.u32(names[i]).u32(s.type).u32(s.flags).u32(s.addr).u32(offsets[i]).u32(static_cast<uint32_t>(s.data.size()))
           .u32(s.link).u32(s.info).u32(s.align).u32(s.entsize);
     }
     section_offsets = offsets;

@@ -1,0 +1,262 @@
+// ofecopy over executables and shared objects that real tool chains made:
+// i386 programs and libraries built here with gcc -m32, an ARM Linux program
+// linked by the cross linker and run under qemu-arm, a bare ARM program
+// linked against picolibc, and every shared object of the i386 and armel C
+// libraries (and the big-endian m68k ones). A copy must run as the original does, GNU readelf must see the
+// same program headers, dynamic section, versions, dynamic symbols and
+// allocated sections, every loaded byte must be the same (the ELF header
+// less the fields that place the section headers), and copying the copy
+// must give the same bytes.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+
+#include "common/process.h"
+
+using namespace testing_support;
+
+namespace {
+
+const char ARMEL_ROOT[] = "/usr/arm-linux-gnueabi";
+
+// A field of an ELF32 file in its own byte order (EI_DATA 2: big-endian).
+uint32_t field_at(const std::string &bytes, size_t at, int width) {
+  bool big = bytes.at(5) == 2;
+  uint32_t v = 0;
+  for (int i = 0; i < width; i++)
+    v = v << 8 | static_cast<uint8_t>(bytes.at(at + (big ? i : width - 1 - i)));
+  return v;
+}
+uint32_t u32_at(const std::string &bytes, size_t at) { return field_at(bytes, at, 4); }
+
+// The bytes of every PT_LOAD file range of an ELF32 file, in program header
+// order, with e_shoff, e_shnum and e_shstrndx blanked.
+std::string loaded_bytes(const std::filesystem::path &path) {
+  std::string file = read_file(path);
+  if (file.size() < 52)
+    return "";
+  file.replace(32, 4, 4, '\0');
+  file.replace(48, 4, 4, '\0');
+  uint32_t phoff = u32_at(file, 28);
+  uint32_t phnum = field_at(file, 44, 2);
+  std::string loaded;
+  for (uint32_t i = 0; i < phnum; i++) {
+    size_t at = phoff + 32ull * i;
+    if (u32_at(file, at) != 1)
+      continue;
+    loaded += file.substr(u32_at(file, at + 4), u32_at(file, at + 16));
+  }
+  return loaded;
+}
+
+std::string stdout_of(const std::vector<std::string> &argv, const std::filesystem::path &cwd) {
+  RUN_RESULT r = run(argv, cwd);
+  EXPECT_EQ(r.status, 0) << argv[0] << ": " << r.err;
+  return r.out;
+}
+
+// The lines of `readelf -S -W` for allocated sections.
+std::vector<std::string> allocated_sections(const std::string &path) {
+  std::vector<std::string> lines;
+  std::istringstream in(stdout_of({"readelf", "-S", "-W", path}, "/"));
+  for (std::string line; std::getline(in, line);) {
+    size_t bracket = line.find(']');
+    if (line.find('[') == std::string::npos || bracket == std::string::npos)
+      continue;
+    std::istringstream fields(line.substr(bracket + 1));
+    std::vector<std::string> f;
+    for (std::string w; fields >> w;)
+      f.push_back(w);
+    // name type addr off size es flg lk inf al
+    if (f.size() == 10 && f[6].find('A') != std::string::npos)
+      lines.push_back(line);
+  }
+  return lines;
+}
+
+// What readelf says of the header, less the offset of the section headers.
+std::string header_view(const std::string &path) {
+  std::istringstream in(stdout_of({"readelf", "-h", "-W", path}, "/"));
+  std::string kept;
+  for (std::string line; std::getline(in, line);)
+    if (line.find("Start of section headers") == std::string::npos)
+      kept += line + "\n";
+  return kept;
+}
+
+// Copies `input` to `output`, checks every rule above but running, and
+// copies the copy again. False (with failures recorded) on a difference.
+bool copy_and_compare(const std::filesystem::path &input, const std::filesystem::path &output) {
+  RUN_RESULT once = run({ofecopy_path(), input.string(), output.string()}, output.parent_path());
+  EXPECT_EQ(once.status, 0) << input << ": " << once.err;
+  EXPECT_EQ(once.err, "") << input;
+  if (once.status != 0)
+    return false;
+  std::string in = input.string(), out = output.string();
+  std::vector<std::string> view = {"readelf", "-W", "-l", "-d", "-V", "--dyn-syms"};
+  std::string before = stdout_of([&] { auto v = view; v.push_back(in); return v; }(), "/");
+  std::string after = stdout_of([&] { auto v = view; v.push_back(out); return v; }(), "/");
+  bool same = true;
+  if (before != after || before.empty()) {
+    ADD_FAILURE() << input << ": readelf -l -d -V --dyn-syms differs";
+    same = false;
+  }
+  if (header_view(in) != header_view(out) || allocated_sections(in) != allocated_sections(out)) {
+    ADD_FAILURE() << input << ": the header or an allocated section differs";
+    same = false;
+  }
+  std::string loaded = loaded_bytes(input);
+  if (loaded.empty() || loaded != loaded_bytes(output)) {
+    ADD_FAILURE() << input << ": the loaded bytes differ";
+    same = false;
+  }
+  std::filesystem::path again = output.string() + ".again";
+  RUN_RESULT twice = run({ofecopy_path(), out, again.string()}, output.parent_path());
+  if (twice.status != 0 || read_file(again) != read_file(output)) {
+    ADD_FAILURE() << input << ": copying the copy changed its bytes " << twice.err;
+    same = false;
+  }
+  std::filesystem::remove(again);
+  return same;
+}
+
+void make_executable(const std::filesystem::path &path) {
+  std::filesystem::permissions(path, std::filesystem::perms::owner_exec, std::filesystem::perm_options::add);
+}
+
+const char PROGRAM[] = R"(#include <stdio.h>
+#include <string.h>
+extern int twice(int);
+int main(int argc, char **argv) {
+  printf("twice %d, %zu\n", twice(argc + 20), strlen(argv[0]) > 0 ? (size_t)1 : (size_t)0);
+  return 7;
+}
+)";
+
+const char LIBRARY[] = "int twice(int x) { return 2 * x; }\n";
+
+}  // namespace
+
+TEST(OfecopyImage, AnI386ProgramItsLibraryAndTheCLibraryRunAfterCopying) {
+  TEMP_DIR dir;
+  dir.write("main.c", PROGRAM);
+  dir.write("twice.c", LIBRARY);
+  ASSERT_EQ(run({"gcc", "-m32", "-shared", "-fPIC", "-o", "libtwice.so", "twice.c"}, dir.path()).status, 0);
+  RUN_RESULT built = run({"gcc", "-m32", "-o", "main", "main.c", "-L.", "-ltwice", "-Wl,-rpath,$ORIGIN"}, dir.path());
+  ASSERT_EQ(built.status, 0) << built.err;
+  RUN_RESULT original = run({"./main"}, dir.path());
+  ASSERT_EQ(original.status, 7) << original.err;
+  ASSERT_EQ(original.out, "twice 42, 1\n");
+
+  // The copies go into a directory of their own, with a copy of the C
+  // library, which the program's run path ($ORIGIN) makes the loader take.
+  std::filesystem::create_directory(dir / "copy");
+  ASSERT_TRUE(copy_and_compare(dir / "main", dir / "copy" / "main"));
+  ASSERT_TRUE(copy_and_compare(dir / "libtwice.so", dir / "copy" / "libtwice.so"));
+  ASSERT_TRUE(copy_and_compare("/usr/lib32/libc.so.6", dir / "copy" / "libc.so.6"));
+  make_executable(dir / "copy" / "main");
+  RUN_RESULT copied = run({"./copy/main"}, dir.path());
+  EXPECT_EQ(copied.status, original.status);
+  EXPECT_EQ(copied.out, original.out);
+  EXPECT_EQ(copied.err, original.err);
+  std::string loaded = stdout_of({"env", "LD_TRACE_LOADED_OBJECTS=1", "./copy/main"}, dir.path());
+  EXPECT_NE(loaded.find((dir / "copy" / "libc.so.6").string()), std::string::npos) << loaded;
+  EXPECT_NE(loaded.find((dir / "copy" / "libtwice.so").string()), std::string::npos) << loaded;
+
+  // A symbol edit changes .symtab alone; the program still runs.
+  RUN_RESULT edited = run({ofecopy_path(), "--weaken-symbol", "main", "main", "weak"}, dir.path());
+  ASSERT_EQ(edited.status, 0) << edited.err;
+  make_executable(dir / "weak");
+  RUN_RESULT weak = run({"./weak"}, dir.path());
+  EXPECT_EQ(weak.status, 7);
+  EXPECT_EQ(weak.out, original.out);
+  std::string symbols = stdout_of({"readelf", "-W", "-s", "weak"}, dir.path());
+  EXPECT_NE(symbols.find("FUNC    WEAK   DEFAULT"), std::string::npos) << symbols;
+  EXPECT_EQ(symbols.find("FUNC    GLOBAL DEFAULT   14 main"), std::string::npos) << symbols;
+  EXPECT_EQ(stdout_of({"readelf", "-W", "--dyn-syms", "weak"}, dir.path()),
+            stdout_of({"readelf", "-W", "--dyn-syms", "main"}, dir.path()));
+  EXPECT_EQ(loaded_bytes(dir / "weak"), loaded_bytes(dir / "main"));
+}
+
+TEST(OfecopyImage, AnArmLinuxProgramAndItsCLibraryRunUnderQemuAfterCopying) {
+  ASSERT_TRUE(have_program("qemu-arm") && have_program("arm-linux-gnueabi-ld")) << "see .ci/run";
+  TEMP_DIR dir;
+  dir.write("main.s", "\t.text\n\t.global main\n\t.type main, %function\nmain:\n\tpush {r4, lr}\n\tldr r0, =msg\n"
+                      "\tbl puts\n\tmov r0, #5\n\tpop {r4, pc}\n\t.section .rodata\nmsg:\t.asciz \"hello from arm\"\n"
+                      "\t.section .note.GNU-stack,\"\",%progbits\n");
+  ASSERT_EQ(run({"arm-linux-gnueabi-as", "-o", "main.o", "main.s"}, dir.path()).status, 0);
+  std::string lib = std::string(ARMEL_ROOT) + "/lib/";
+  RUN_RESULT linked = run({"arm-linux-gnueabi-ld", "-o", "main", "--dynamic-linker", "/lib/ld-linux.so.3",
+                           lib + "crt1.o", lib + "crti.o", "main.o", "-L" + lib, "-lc", lib + "crtn.o"},
+                          dir.path());
+  ASSERT_EQ(linked.status, 0) << linked.err;
+  RUN_RESULT original = run({"qemu-arm", "-L", ARMEL_ROOT, "./main"}, dir.path());
+  ASSERT_EQ(original.status, 5) << original.err;
+  ASSERT_EQ(original.out, "hello from arm\n");
+
+  // A root of copies: the program's loader and C library copied too.
+  std::filesystem::create_directories(dir / "root" / "lib");
+  ASSERT_TRUE(copy_and_compare(dir / "main", dir / "root" / "main"));
+  ASSERT_TRUE(copy_and_compare(lib + "libc.so.6", dir / "root" / "lib" / "libc.so.6"));
+  ASSERT_TRUE(copy_and_compare(lib + "ld-linux.so.3", dir / "root" / "lib" / "ld-linux.so.3"));
+  make_executable(dir / "root" / "main");
+  make_executable(dir / "root" / "lib" / "ld-linux.so.3");
+  RUN_RESULT copied = run({"qemu-arm", "-L", (dir / "root").string(), "./root/main"}, dir.path());
+  EXPECT_EQ(copied.status, original.status) << copied.err;
+  EXPECT_EQ(copied.out, original.out);
+}
+
+TEST(OfecopyImage, ABareArmProgramLinkedAgainstPicolibcCopiesItsImage) {
+  TEMP_DIR dir;
+  dir.write("start.s", "\t.syntax unified\n\t.thumb\n\t.text\n\t.global _start\n\t.thumb_func\n_start:\n"
+                       "\tldr r0, =text\n\tbl strlen\n\tb .\n\t.data\ntext:\t.asciz \"picolibc\"\n"
+                       "\t.bss\nbuffer:\t.space 64\n");
+  ASSERT_EQ(run({"arm-none-eabi-as", "-mcpu=cortex-m3", "-o", "start.o", "start.s"}, dir.path()).status, 0);
+  std::string libc = "/usr/lib/picolibc/arm-none-eabi/lib/release/thumb/v7-m/nofp/libc.a";
+  ASSERT_TRUE(std::filesystem::exists(libc));
+  RUN_RESULT linked = run({"arm-none-eabi-ld", "-Ttext=0x8000", "-o", "bare", "start.o", libc}, dir.path());
+  ASSERT_EQ(linked.status, 0) << linked.err;
+  EXPECT_TRUE(copy_and_compare(dir / "bare", dir / "bare.copy"));
+  auto code = [&dir](const char *name) {
+    std::string text = stdout_of({"arm-none-eabi-objdump", "-d", name}, dir.path());
+    return text.substr(std::min(text.size(), text.find("Disassembly")));
+  };
+  EXPECT_EQ(code("bare"), code("bare.copy"));
+  EXPECT_NE(code("bare").find("<strlen>:"), std::string::npos);
+}
+
+TEST(OfecopyImage, EverySharedObjectOfTheI386ArmelAndM68kCLibrariesCopiesItsImage) {
+  TEMP_DIR dir;
+  size_t copied = 0, failures = 0;
+  // The m68k libraries are big-endian.
+  for (const char *root : {"/usr/lib32", "/usr/arm-linux-gnueabi/lib", "/usr/m68k-linux-gnu/lib"}) {
+    ASSERT_TRUE(std::filesystem::is_directory(root)) << root << " (see .ci/run)";
+    std::vector<std::filesystem::path> objects;
+    for (const auto &entry : std::filesystem::directory_iterator(root)) {
+      std::string name = entry.path().filename().string();
+      if (entry.is_symlink() || !entry.is_regular_file() || name.find(".so") == std::string::npos)
+        continue;
+      if (read_file(entry.path()).substr(0, 4) == "\x7F" "ELF")
+        objects.push_back(entry.path());
+    }
+    std::sort(objects.begin(), objects.end());
+    for (const std::filesystem::path &object : objects) {
+      if (!copy_and_compare(object, dir / object.filename()))
+        failures++;
+      std::filesystem::remove(dir / object.filename());
+      copied++;
+      ASSERT_LT(failures, 5u) << "stopping after five faults";
+    }
+  }
+  EXPECT_GT(copied, 50u);
+}
+
+TEST(OfecopyImage, HelpSaysWhatSymbolEditsReach) {
+  RUN_RESULT help = run({ofecopy_path(), "--help"}, "/");
+  EXPECT_EQ(help.status, 0);
+  EXPECT_NE(help.out.find("Symbol edits apply to the file's symbol table (.symtab in ELF files) only;\n"
+                          "the dynamic symbols (.dynsym) of executables and shared objects never change.\n"),
+            std::string::npos)
+      << help.out;
+}
