@@ -1,6 +1,7 @@
 #include "archiver/ar_edit.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -136,29 +137,39 @@ void ar_table(ARCHIVE *ar, OPTIONS &options) {
   }
 }
 
-// Extraction writes a new file beside the output path and renames it over
-// the name: whatever stood there (a symbolic link planted to lead elsewhere,
-// say) is replaced, never written through, and a failed or interrupted
-// extraction leaves no partial file.
-static void extract_member(ARCHIVE *ar, AR_MEMBER *m, const char *path, bool verbose) {
-  // Renaming over the archive (or a link to it) would replace the library.
-  if (ar_is_archive_file(ar, path))
-    error("cannot extract over the archive itself: '%s'", path);
-  struct stat st;
-  if (lstat(path, &st) == 0 && S_ISDIR(st.st_mode))
-    error("cannot create '%s'", path);
-  static REPLACEMENT_FILE output;
-  if (!replacement_create(&output, path))
-    error("cannot create '%s'", path);
-  ar->extracting = &output;
-  int fd = dup(output.fd);
-  FILE *out = fd >= 0 ? fdopen(fd, "wb") : nullptr;
-  if (!out)
-    error("cannot create '%s'", path);
+static bool write_all(int fd, const char *p, uint64_t n) {
+  while (n > 0) {
+    ssize_t w = write(fd, p, n);
+    if (w < 0 && errno == EINTR)
+      continue;
+    if (w <= 0)
+      return false;
+    p += w;
+    n -= static_cast<uint64_t>(w);
+  }
+  return true;
+}
+
+// The member's bytes into the new file: straight from memory when they are
+// there, else through a stream (and the kernel's copy, for large members).
+static void write_extracted(ARCHIVE *ar, AR_MEMBER *m, int fd, const char *path, bool verbose) {
   AR_MEMBER_DATA data;
   check_reported(ar_open_member_data(ar, m, &data));
+  FILE *out = nullptr;
+  if (!data.memory) {
+    int dup_fd = dup(fd);
+    out = dup_fd >= 0 ? fdopen(dup_fd, "wb") : nullptr;
+    if (!out)
+      error("cannot create '%s'", path);
+  }
   if (verbose)
     status("extract", path);
+  if (!out) {
+    if (!write_all(fd, data.memory, m->size))
+      error("write error");
+    ar_close_member_data(&data);
+    return;
+  }
   int result = ar_copy_data(data, out, m->size, false);
   if (result == AR_ERR_WRITE)
     error("write error");
@@ -167,10 +178,27 @@ static void extract_member(ARCHIVE *ar, AR_MEMBER *m, const char *path, bool ver
   ar_close_member_data(&data);
   if (fclose(out) != 0)
     error("write error");
-  // The mode a newly created file gets, as if it had been opened by name.
-  mode_t mask = umask(0);
-  umask(mask);
-  if (fchmod(output.fd, 0666 & ~mask) != 0 || !replacement_commit(&output, path))
+}
+
+// Extraction writes a new file beside the output path and renames it over
+// the name: whatever stood there (a symbolic link planted to lead elsewhere,
+// say) is replaced, never written through, and a failed or interrupted
+// extraction leaves no partial file.
+static void extract_member(ARCHIVE *ar, AR_MEMBER *m, const char *path, bool verbose) {
+  // Renaming over the archive (or a link to it) would replace the library.
+  struct stat st;
+  if (ar_is_archive_file(ar, path, &st))
+    error("cannot extract over the archive itself: '%s'", path);
+  if (S_ISDIR(st.st_mode))
+    error("cannot create '%s'", path);
+  static REPLACEMENT_FILE output;
+  if (!replacement_create(&output, path))
+    error("cannot create '%s'", path);
+  ar->extracting = &output;
+  write_extracted(ar, m, output.fd, path, verbose);
+  // The new file already has the mode a file opened by name gets (the mask
+  // or the directory's default access list applied to 0666).
+  if (!replacement_commit(&output, path))
     error("cannot create '%s'", path);
   replacement_close(&output);
   ar->extracting = nullptr;
