@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -180,10 +181,28 @@ static void write_extracted(ARCHIVE *ar, AR_MEMBER *m, int fd, const char *path,
     error("write error");
 }
 
-// Extraction writes a new file beside the output path and renames it over
-// the name: whatever stood there (a symbolic link planted to lead elsewhere,
-// say) is replaced, never written through, and a failed or interrupted
-// extraction leaves no partial file.
+// Where nothing stands at the output path yet (the common case), the file is
+// created there directly: O_EXCL never follows a link, and a link or file
+// that appears meanwhile sends the extraction the other way. Until it is
+// complete the file is recorded as the one to remove (in the shape of a
+// replacement's temporary name), so a failure or a signal removes it.
+static bool create_in_place(REPLACEMENT_FILE *output, const char *path) {
+  size_t length = strlen(path);
+  if (length >= sizeof output->temp_path)
+    return false;
+  int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY, 0666);
+  if (fd < 0)
+    return false;
+  memcpy(output->temp_path, path, length + 1);
+  output->fd = fd;
+  output->replaced = false;
+  return true;
+}
+
+// Otherwise the extraction writes a new file beside the output path and
+// renames it over the name: whatever stood there (a symbolic link planted to
+// lead elsewhere, say) is replaced, never written through, and a failed or
+// interrupted extraction leaves no partial file.
 static void extract_member(ARCHIVE *ar, AR_MEMBER *m, const char *path, bool verbose) {
   // Renaming over the archive (or a link to it) would replace the library.
   struct stat st;
@@ -192,16 +211,19 @@ static void extract_member(ARCHIVE *ar, AR_MEMBER *m, const char *path, bool ver
   if (S_ISDIR(st.st_mode))
     error("cannot create '%s'", path);
   static REPLACEMENT_FILE output;
-  if (!replacement_create(&output, path))
+  bool in_place = st.st_mode == 0 && create_in_place(&output, path);
+  if (!in_place && !replacement_create(&output, path))
     error("cannot create '%s'", path);
   ar->extracting = &output;
   write_extracted(ar, m, output.fd, path, verbose);
   // The new file already has the mode a file opened by name gets (the mask
   // or the directory's default access list applied to 0666).
-  if (!replacement_commit(&output, path))
+  if (in_place)
+    output.temp_path[0] = '\0';  // complete: it stays
+  else if (!replacement_commit(&output, path))
     error("cannot create '%s'", path);
-  replacement_close(&output);
   ar->extracting = nullptr;
+  replacement_close(&output);
 }
 
 void ar_extract(ARCHIVE *ar, OPTIONS &options) {

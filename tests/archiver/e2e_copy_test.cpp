@@ -193,3 +193,19 @@ TEST(MemberCopy, SmallMembersBeyondTheMemoryBudget) {
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(dir.read("lib.lib"), expected);
 }
+
+// Extraction to a name where nothing stood creates the file there directly;
+// a member that cannot be read whole leaves no file behind all the same.
+TEST(MemberCopy, FailedExtractionToANewNameLeavesNothing) {
+  TEMP_DIR dir;
+  std::string large = filler(200001, 4);
+  dir.write("lib.lib", std::string(MAGIC) + member("a.obj/", T1, "AAA") + member("big.obj/", T1, large) +
+                           header("b.obj/", T1, 0, 100) + "only ten b");
+  fs::create_directory(dir / "out");
+  RUN_RESULT r = arvela({"x", "../lib.lib"}, dir / "out");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, error_line("read error"));
+  EXPECT_EQ(read_file(dir / "out" / "a.obj"), "AAA");
+  EXPECT_EQ(read_file(dir / "out" / "big.obj"), large);
+  EXPECT_EQ(entries(dir / "out"), (std::vector<std::string>{"a.obj", "big.obj"}));
+}
