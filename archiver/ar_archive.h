@@ -24,6 +24,7 @@
 
 #include "archiver/ar_rewrite.h"
 #include "archiver/ar_source.h"
+#include "support/regular_file.h"
 #include "support/zalloc.h"
 
 inline constexpr char AR_MAGIC[] = "!<arch>\n";
@@ -153,6 +154,10 @@ struct AR_FILE_FACTS {
   uint32_t size = 0;   // likewise; a size too large for a member reads as UINT32_MAX
   int fd = -1;         // the file, open, for the member to keep (or -1)
 };
+
+// Opens a member's file for reading, as open_regular_file does, with the
+// file system's kind asked only for the first file of each device.
+[[nodiscard]] REGULAR_OPEN ar_open_member_file(const char *path, REGULAR_FILE *file);
 
 // Looks at the file a member operand names (a trailing "/" or "\" is not
 // part of the test). A FIFO, device, directory or pseudo-file, or the

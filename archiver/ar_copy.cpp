@@ -21,7 +21,7 @@ bool ar_open_member_data(ARCHIVE *ar, AR_MEMBER *m, AR_MEMBER_DATA *data) {
       return true;
     }
     REGULAR_FILE file;
-    if (open_regular_file(m->source_file, &file) != REGULAR_OK)
+    if (ar_open_member_file(m->source_file, &file) != REGULAR_OK)
       return ar_fail(ar, AR_ERR_OPEN, "Cannot open file: '%s'", m->source_file);
     data->fd = file.fd;
     data->owned = true;

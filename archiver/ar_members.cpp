@@ -98,7 +98,7 @@ static char *keep_alloc(size_t n) {
 // The file system's kind (a pseudo-file system's files say nothing true of
 // their size) is asked once per device: after the first file of a device has
 // passed the full test, the next ones need only their open and status.
-static REGULAR_OPEN open_member_file(const char *path, REGULAR_FILE *file) {
+REGULAR_OPEN ar_open_member_file(const char *path, REGULAR_FILE *file) {
   static dev_t checked[16];
   static int n_checked = 0;
   int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
@@ -141,7 +141,7 @@ bool ar_member_file_facts(ARCHIVE *ar, const char *operand, AR_FILE_FACTS *facts
     path.pop_back();
   *facts = {};
   REGULAR_FILE file;
-  switch (open_member_file(path.c_str(), &file)) {
+  switch (ar_open_member_file(path.c_str(), &file)) {
   case REGULAR_MISSING:
     // A dangling link still "exists", as the test for a file always had it.
     facts->exists = access(path.c_str(), F_OK) == 0;
