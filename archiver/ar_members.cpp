@@ -61,22 +61,33 @@ bool ar_is_archive_file(const ARCHIVE *ar, const char *path, struct stat *named)
 }
 
 // Member files are opened once, when they are looked at. A small one is read
-// then, whole, and kept in memory until the writer has written it (within
-// KEEP_BUDGET bytes in all); the descriptor of any other is kept for the
-// writer to read through, up to a share of the process's descriptors, beyond
-// which it is let go and the writer opens the file again. The budget keeps
-// the run's peak memory small: a kept member saves one pread(2), which costs
-// far less than the open it replaced.
+// then, whole, and kept in memory until the writer has written it, within
+// KEEP_BUDGET bytes in all; the descriptor of any other is kept for the
+// writer to read through, up to nearly as many as the process may hold. Past
+// that, small files are still kept, up to KEEP_LIMIT bytes, and only beyond
+// both is a file let go and opened again by the writer. The budget keeps the
+// run's peak memory small while descriptors last: a kept member saves one
+// pread(2), where a file opened again costs an open and its path lookup.
 static constexpr uint64_t KEEP_BUDGET = 8 << 20;
+static constexpr uint64_t KEEP_LIMIT = 64 << 20;
 static uint64_t g_kept_bytes = 0;
 static int g_held_files = 0;
 
+// Descriptors cost the kernel little: the soft limit is raised to the hard
+// one, and all but a few for the archive and its output may hold members.
 static int held_files_limit() {
   static const int limit = [] {
     struct rlimit r;
-    if (getrlimit(RLIMIT_NOFILE, &r) != 0 || r.rlim_cur == RLIM_INFINITY)
+    if (getrlimit(RLIMIT_NOFILE, &r) != 0)
       return 256;
-    return std::max(256, static_cast<int>(std::min<rlim_t>(r.rlim_cur / 2, 1 << 20)));
+    rlim_t wanted = std::min<rlim_t>(r.rlim_max, 1 << 20);
+    if (r.rlim_cur < wanted) {
+      rlim_t was = r.rlim_cur;
+      r.rlim_cur = wanted;
+      if (setrlimit(RLIMIT_NOFILE, &r) != 0)
+        r.rlim_cur = was;
+    }
+    return std::max(256, static_cast<int>(std::min<rlim_t>(r.rlim_cur, 1 << 20)) - 64);
   }();
   return limit;
 }
@@ -118,7 +129,8 @@ REGULAR_OPEN ar_open_member_file(const char *path, REGULAR_FILE *file) {
 // Reads a small member file whole; null (and nothing kept) when it gives
 // other than `size` bytes, which the writer then finds and reports.
 static const char *read_whole(int fd, uint32_t size) {
-  if (size > AR_SMALL_MEMBER || g_kept_bytes + size > KEEP_BUDGET)
+  uint64_t budget = g_held_files > held_files_limit() ? KEEP_LIMIT : KEEP_BUDGET;
+  if (size > AR_SMALL_MEMBER || g_kept_bytes + size > budget)
     return nullptr;
   char *p = keep_alloc(size);
   for (uint32_t done = 0; done < size;) {
@@ -167,12 +179,10 @@ bool ar_member_file_facts(ARCHIVE *ar, const char *operand, AR_FILE_FACTS *facts
   facts->date = static_cast<uint32_t>(file.st.st_mtime);
   facts->size = file.st.st_size > static_cast<off_t>(UINT32_MAX) ? UINT32_MAX
                                                                  : static_cast<uint32_t>(file.st.st_size);
-  if (file.fd >= 0 && g_held_files < held_files_limit()) {
-    facts->fd = file.fd;
+  // Held for now; ar_set_member_file decides whether the member keeps it.
+  facts->fd = file.fd;
+  if (file.fd >= 0)
     g_held_files++;
-  } else if (file.fd >= 0) {
-    close(file.fd);
-  }
   return true;
 }
 
@@ -199,11 +209,8 @@ void ar_set_member_file(AR_MEMBER *m, const char *operand, const AR_FILE_FACTS &
   if (m->source_fd < 0)
     return;
   m->kept = read_whole(m->source_fd, m->size);
-  if (m->kept) {
-    release_held(m->source_fd);
-    m->source_fd = -1;
-  } else if (fcntl(m->source_fd, F_SETFL, 0) != 0) {
-    // Reads through it later must wait for their data.
+  // Reads through a held descriptor later must wait for their data.
+  if (m->kept || g_held_files > held_files_limit() || fcntl(m->source_fd, F_SETFL, 0) != 0) {
     release_held(m->source_fd);
     m->source_fd = -1;
   }
