@@ -20,13 +20,19 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <sys/stat.h>
 
 #include "archiver/ar_rewrite.h"
 #include "archiver/ar_source.h"
+#include "support/regular_file.h"
 #include "support/zalloc.h"
 
 inline constexpr char AR_MAGIC[] = "!<arch>\n";
 inline constexpr int AR_MAGIC_SIZE = 8;
+
+// Members up to this size are read whole, with one read, and worked on in
+// memory; larger ones are read piecemeal and copied inside the kernel.
+inline constexpr uint32_t AR_SMALL_MEMBER = 64 * 1024;
 
 // Ways of storing member names; the numbers are the internal codes.
 enum AR_FORMAT : uint32_t {
@@ -57,6 +63,7 @@ struct AR_MEMBER {
   AR_MEMBER *prev;
   const char *source_file;  // file that supplies the data; null for a member copied from the archive
   int source_fd = -1;       // that file, kept open since it was looked at; -1 when not held
+  const char *kept = nullptr;  // that file's bytes, read once when it was looked at; null when not kept
   uint64_t header_offset;   // offset of its header in the new file
 };
 
@@ -148,6 +155,10 @@ struct AR_FILE_FACTS {
   int fd = -1;         // the file, open, for the member to keep (or -1)
 };
 
+// Opens a member's file for reading, as open_regular_file does, with the
+// file system's kind asked only for the first file of each device.
+[[nodiscard]] REGULAR_OPEN ar_open_member_file(const char *path, REGULAR_FILE *file);
+
 // Looks at the file a member operand names (a trailing "/" or "\" is not
 // part of the test). A FIFO, device, directory or pseudo-file, or the
 // archive itself, is refused through the error callback (false).
@@ -161,8 +172,10 @@ void ar_set_member_file(AR_MEMBER *member, const char *operand, const AR_FILE_FA
 
 inline bool ar_member_from_file(const AR_MEMBER *m) { return m->source_file != nullptr; }
 
-// Whether `path` names the archive's own file (through any link).
-[[nodiscard]] bool ar_is_archive_file(const ARCHIVE *ar, const char *path);
+// Whether `path` names the archive's own file (through any link). With
+// `named`, the status of the name itself is left there (a zero mode when
+// there is nothing at the path).
+[[nodiscard]] bool ar_is_archive_file(const ARCHIVE *ar, const char *path, struct stat *named = nullptr);
 
 // --- ar_copy.cpp
 
@@ -170,7 +183,8 @@ inline bool ar_member_from_file(const AR_MEMBER *m) { return m->source_file != n
 struct AR_MEMBER_DATA {
   int fd = -1;
   uint64_t offset = 0;
-  bool owned = false;  // opened for this use: closed by ar_close_member_data
+  bool owned = false;            // opened for this use: closed by ar_close_member_data
+  const char *memory = nullptr;  // the bytes themselves, when they are in memory
 };
 
 // The member's own file, or the archive itself.
@@ -180,6 +194,10 @@ void ar_close_member_data(AR_MEMBER_DATA *data);
 // Copies `length` bytes; with `pad` an odd length is followed by "\n".
 // Returns 0, AR_ERR_READ on a short read or AR_ERR_WRITE on a short write.
 [[nodiscard]] int ar_copy_data(const AR_MEMBER_DATA &from, FILE *to, uint64_t length, bool pad);
+
+// Copies `length` bytes at `offset` of `from` to the end of the stream `to`,
+// large stretches inside the kernel. Returns as ar_copy_data does.
+[[nodiscard]] int ar_copy_range(int from, uint64_t offset, FILE *to, uint64_t length);
 
 // --- ar_index.cpp
 

@@ -1,7 +1,8 @@
 // Member data, wherever it lives, and the one copy routine the writer and
-// extraction share. Data is read with pread(2) from the descriptor that was
-// checked when the member was looked at (or the archive's own locked one),
-// so no path is opened again between looking and copying.
+// extraction share. Data is read from the bytes kept when the member's file
+// was looked at, or with pread(2) from the descriptor that was checked then
+// (or the archive's own locked one), so no path is opened again between
+// looking and copying. Large stretches are copied inside the kernel.
 #include <cerrno>
 #include <unistd.h>
 
@@ -11,12 +12,16 @@
 bool ar_open_member_data(ARCHIVE *ar, AR_MEMBER *m, AR_MEMBER_DATA *data) {
   *data = {};
   if (m->source_file) {
+    if (m->kept) {
+      data->memory = m->kept;
+      return true;
+    }
     if (m->source_fd >= 0) {
       data->fd = m->source_fd;
       return true;
     }
     REGULAR_FILE file;
-    if (open_regular_file(m->source_file, &file) != REGULAR_OK)
+    if (ar_open_member_file(m->source_file, &file) != REGULAR_OK)
       return ar_fail(ar, AR_ERR_OPEN, "Cannot open file: '%s'", m->source_file);
     data->fd = file.fd;
     data->owned = true;
@@ -27,6 +32,8 @@ bool ar_open_member_data(ARCHIVE *ar, AR_MEMBER *m, AR_MEMBER_DATA *data) {
     return ar_fail(ar, AR_ERR_READ, "Cannot read file: '%s'", ar->name);
   data->fd = fileno(s);
   data->offset = m->data_offset;
+  if (m->size <= AR_SMALL_MEMBER)
+    data->memory = ar_source_view(ar, m->data_offset, m->size);
   return true;
 }
 
@@ -36,15 +43,48 @@ void ar_close_member_data(AR_MEMBER_DATA *data) {
   *data = {};
 }
 
-int ar_copy_data(const AR_MEMBER_DATA &from, FILE *to, uint64_t length, bool pad) {
+// Below this a copy goes through the stream's buffer: flushing it for the
+// kernel's copy would cost more than the copy saves.
+static constexpr uint64_t KERNEL_COPY_MIN = 128 * 1024;
+
+// Copies inside the kernel, from `*offset` of `from` to the current end of
+// `to`, as far as the kernel will; the rest is left to the caller. The
+// stream is flushed first, and its idea of the file offset is set right
+// after, since the copy moves the descriptor's offset behind its back.
+static uint64_t kernel_copy(int from, uint64_t *offset, FILE *to, uint64_t length) {
+  if (fflush(to) != 0)
+    return 0;
+  off_t start = ftello(to);
+  if (start < 0)
+    return 0;
+  uint64_t done = 0;
+  while (done < length) {
+    loff_t in = static_cast<loff_t>(*offset + done);
+    size_t chunk = length - done < (1u << 30) ? static_cast<size_t>(length - done) : 1u << 30;
+    ssize_t n = copy_file_range(from, &in, fileno(to), nullptr, chunk, 0);
+    if (n < 0 && errno == EINTR)
+      continue;
+    if (n <= 0)
+      break;  // refused (another file system, not a plain file) or short: read/write takes over
+    done += static_cast<uint64_t>(n);
+  }
+  if (done > 0 && fseeko(to, start + static_cast<off_t>(done), SEEK_SET) != 0)
+    return 0;
+  *offset += done;
+  return done;
+}
+
+int ar_copy_range(int from, uint64_t offset, FILE *to, uint64_t length) {
+  if (length >= KERNEL_COPY_MIN) {
+    uint64_t done = kernel_copy(from, &offset, to, length);
+    length -= done;
+  }
   // As large as the streams' own buffers: stdio then moves whole blocks
   // from this buffer to the file without copying them through its own.
   static char buffer[MANAGED_BUFFER_SIZE];
-  uint64_t at = from.offset;
-  uint64_t left = length;
-  while (left > 0) {
-    size_t chunk = left < sizeof buffer ? static_cast<size_t>(left) : sizeof buffer;
-    ssize_t got = pread(from.fd, buffer, chunk, static_cast<off_t>(at));
+  while (length > 0) {
+    size_t chunk = length < sizeof buffer ? static_cast<size_t>(length) : sizeof buffer;
+    ssize_t got = pread(from, buffer, chunk, static_cast<off_t>(offset));
     if (got < 0 && errno == EINTR)
       continue;
     if (got <= 0)
@@ -52,8 +92,18 @@ int ar_copy_data(const AR_MEMBER_DATA &from, FILE *to, uint64_t length, bool pad
     size_t n = static_cast<size_t>(got);
     if (fwrite(buffer, 1, n, to) != n)
       return AR_ERR_WRITE;
-    at += n;
-    left -= n;
+    offset += n;
+    length -= n;
+  }
+  return 0;
+}
+
+int ar_copy_data(const AR_MEMBER_DATA &from, FILE *to, uint64_t length, bool pad) {
+  if (from.memory) {
+    if (fwrite(from.memory, 1, length, to) != length)
+      return AR_ERR_WRITE;
+  } else if (int result = ar_copy_range(from.fd, from.offset, to, length); result != 0) {
+    return result;
   }
   if (pad && (length & 1) && fputc('\n', to) == EOF)
     return AR_ERR_WRITE;

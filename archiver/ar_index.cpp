@@ -30,10 +30,10 @@ static void append_entry(ARCHIVE *ar, const std::string &name, AR_MEMBER *member
   ar->symbol_index_length += static_cast<uint32_t>(name.size()) + 5;  // offset, name, zero byte
 }
 
-// Members up to this size are read whole, with one read, and parsed from
-// memory: the library's several small reads of a member would each cost a
-// system call. Larger members are read lazily, headers and tables only.
-static constexpr uint32_t READ_WHOLE_LIMIT = 64 * 1024;
+// Small members are parsed from memory (the bytes kept when their file was
+// looked at, the archive's mapped window, or one read): the library's several
+// small reads of a member would each cost a system call. Larger members are
+// read lazily, headers and tables only.
 
 // A stream over the member's data, positioned at its first byte, for the
 // object-file library's reads of a large member; null when there is none.
@@ -57,11 +57,14 @@ static FILE *member_stream(ARCHIVE *ar, const AR_MEMBER *member, const AR_MEMBER
 }
 
 static void collect_member_symbols(ARCHIVE *ar, AR_MEMBER *member, const AR_MEMBER_DATA &data) {
-  static char whole[READ_WHOLE_LIMIT];
+  static char whole[AR_SMALL_MEMBER];
   FILE *stream = nullptr;
   bool owned = true;
   uint32_t size = member->size;
-  if (size <= READ_WHOLE_LIMIT) {
+  if (data.memory) {
+    // Opened for reading only: the bytes are never written through it.
+    stream = fmemopen(const_cast<char *>(data.memory), size, "rb");
+  } else if (size <= AR_SMALL_MEMBER) {
     ssize_t got = pread(data.fd, whole, size, static_cast<off_t>(data.offset));
     size = got > 0 ? static_cast<uint32_t>(got) : 0;
     stream = size > 0 ? fmemopen(whole, size, "rb") : nullptr;

@@ -1,7 +1,13 @@
 // Editing the member list, and looking at the files that supply new members.
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <fcntl.h>
+#include <memory>
 #include <string>
+#include <sys/resource.h>
 #include <unistd.h>
+#include <vector>
 
 #include "archiver/ar_archive.h"
 #include "support/regular_file.h"
@@ -36,24 +42,110 @@ void ar_unlink_member(ARCHIVE *ar, AR_MEMBER *m) {
   ar->member_count--;
 }
 
-bool ar_is_archive_file(const ARCHIVE *ar, const char *path) {
+bool ar_is_archive_file(const ARCHIVE *ar, const char *path, struct stat *named) {
+  struct stat st;
+  if (!named)
+    named = &st;
+  // The name itself (a hard link) or what it leads to (a symbolic link).
+  if (lstat(path, named) != 0) {
+    named->st_mode = 0;
+    return false;
+  }
   if (!ar->source.file)
     return false;
   const struct stat &archive = ar->source.identity;
-  struct stat st;
-  // The name itself (a hard link) or what it leads to (a symbolic link).
-  for (int follow = 0; follow < 2; follow++)
-    if ((follow ? stat(path, &st) : lstat(path, &st)) == 0 && st.st_dev == archive.st_dev &&
-        st.st_ino == archive.st_ino)
-      return true;
-  return false;
+  if (named->st_dev == archive.st_dev && named->st_ino == archive.st_ino)
+    return true;
+  return S_ISLNK(named->st_mode) && stat(path, &st) == 0 && st.st_dev == archive.st_dev &&
+         st.st_ino == archive.st_ino;
 }
 
-// Member files are opened once, when they are looked at, and the writer
-// reads them through that same descriptor; beyond this many the descriptors
-// are let go and the writer opens the file again.
-static constexpr int HELD_FILES_LIMIT = 256;
+// Member files are opened once, when they are looked at. A small one is read
+// then, whole, and kept in memory until the writer has written it, within
+// KEEP_BUDGET bytes in all; the descriptor of any other is kept for the
+// writer to read through, up to nearly as many as the process may hold. Past
+// that, small files are still kept, up to KEEP_LIMIT bytes, and only beyond
+// both is a file let go and opened again by the writer. The budget keeps the
+// run's peak memory small while descriptors last: a kept member saves one
+// pread(2), where a file opened again costs an open and its path lookup.
+static constexpr uint64_t KEEP_BUDGET = 8 << 20;
+static constexpr uint64_t KEEP_LIMIT = 64 << 20;
+static uint64_t g_kept_bytes = 0;
 static int g_held_files = 0;
+
+// Descriptors cost the kernel little: the soft limit is raised to the hard
+// one, and all but a few for the archive and its output may hold members.
+static int held_files_limit() {
+  static const int limit = [] {
+    struct rlimit r;
+    if (getrlimit(RLIMIT_NOFILE, &r) != 0)
+      return 256;
+    rlim_t wanted = std::min<rlim_t>(r.rlim_max, 1 << 20);
+    if (r.rlim_cur < wanted) {
+      rlim_t was = r.rlim_cur;
+      r.rlim_cur = wanted;
+      if (setrlimit(RLIMIT_NOFILE, &r) != 0)
+        r.rlim_cur = was;
+    }
+    return std::max(256, static_cast<int>(std::min<rlim_t>(r.rlim_cur, 1 << 20)) - 64);
+  }();
+  return limit;
+}
+
+// Kept bytes come from large blocks that live until the process ends.
+static char *keep_alloc(size_t n) {
+  static constexpr size_t BLOCK = 1 << 20;
+  static std::vector<std::unique_ptr<char[]>> blocks;
+  static size_t used = BLOCK;
+  if (blocks.empty() || used + n > BLOCK) {
+    blocks.push_back(std::make_unique_for_overwrite<char[]>(BLOCK));
+    used = 0;
+  }
+  char *p = blocks.back().get() + used;
+  used += n;
+  return p;
+}
+
+// The file system's kind (a pseudo-file system's files say nothing true of
+// their size) is asked once per device: after the first file of a device has
+// passed the full test, the next ones need only their open and status.
+REGULAR_OPEN ar_open_member_file(const char *path, REGULAR_FILE *file) {
+  static dev_t checked[16];
+  static int n_checked = 0;
+  int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+  if (fd >= 0 && fstat(fd, &file->st) == 0 && S_ISREG(file->st.st_mode) &&
+      std::find(checked, checked + n_checked, file->st.st_dev) != checked + n_checked) {
+    file->fd = fd;
+    return REGULAR_OK;
+  }
+  if (fd >= 0)
+    close(fd);
+  REGULAR_OPEN result = open_regular_file(path, file);
+  if (result == REGULAR_OK && n_checked < 16)
+    checked[n_checked++] = file->st.st_dev;
+  return result;
+}
+
+// Reads a small member file whole; null (and nothing kept) when it gives
+// other than `size` bytes, which the writer then finds and reports.
+static const char *read_whole(int fd, uint32_t size) {
+  uint64_t budget = g_held_files > held_files_limit() ? KEEP_LIMIT : KEEP_BUDGET;
+  if (size > AR_SMALL_MEMBER || g_kept_bytes + size > budget)
+    return nullptr;
+  char *p = keep_alloc(size);
+  for (uint32_t done = 0; done < size;) {
+    ssize_t n = read(fd, p + done, size - done);
+    if (n < 0 && errno == EAGAIN && fcntl(fd, F_SETFL, 0) == 0)
+      continue;  // a file system that honours the open's no-wait flag
+    if (n < 0 && errno == EINTR)
+      continue;
+    if (n <= 0)
+      return nullptr;
+    done += static_cast<uint32_t>(n);
+  }
+  g_kept_bytes += size;
+  return p;
+}
 
 bool ar_member_file_facts(ARCHIVE *ar, const char *operand, AR_FILE_FACTS *facts) {
   std::string path = operand;
@@ -61,7 +153,7 @@ bool ar_member_file_facts(ARCHIVE *ar, const char *operand, AR_FILE_FACTS *facts
     path.pop_back();
   *facts = {};
   REGULAR_FILE file;
-  switch (open_regular_file(path.c_str(), &file)) {
+  switch (ar_open_member_file(path.c_str(), &file)) {
   case REGULAR_MISSING:
     // A dangling link still "exists", as the test for a file always had it.
     facts->exists = access(path.c_str(), F_OK) == 0;
@@ -87,12 +179,10 @@ bool ar_member_file_facts(ARCHIVE *ar, const char *operand, AR_FILE_FACTS *facts
   facts->date = static_cast<uint32_t>(file.st.st_mtime);
   facts->size = file.st.st_size > static_cast<off_t>(UINT32_MAX) ? UINT32_MAX
                                                                  : static_cast<uint32_t>(file.st.st_size);
-  if (file.fd >= 0 && g_held_files < HELD_FILES_LIMIT) {
-    facts->fd = file.fd;
+  // Held for now; ar_set_member_file decides whether the member keeps it.
+  facts->fd = file.fd;
+  if (file.fd >= 0)
     g_held_files++;
-  } else if (file.fd >= 0) {
-    close(file.fd);
-  }
   return true;
 }
 
@@ -115,4 +205,13 @@ void ar_set_member_file(AR_MEMBER *m, const char *operand, const AR_FILE_FACTS &
   m->date = facts.date;
   m->size = facts.size;
   m->data_offset = 0;
+  m->kept = nullptr;
+  if (m->source_fd < 0)
+    return;
+  m->kept = read_whole(m->source_fd, m->size);
+  // Reads through a held descriptor later must wait for their data.
+  if (m->kept || g_held_files > held_files_limit() || fcntl(m->source_fd, F_SETFL, 0) != 0) {
+    release_held(m->source_fd);
+    m->source_fd = -1;
+  }
 }

@@ -158,11 +158,25 @@ static bool map_window(ARCHIVE *ar, uint64_t offset) {
   return true;
 }
 
+static bool in_window(const AR_READ_CACHE &c, uint64_t offset, size_t n) {
+  return c.window && offset >= c.window_offset && offset + n <= c.window_offset + c.window_length;
+}
+
+const char *ar_source_view(ARCHIVE *ar, uint64_t offset, size_t n) {
+  AR_READ_CACHE &c = ar->source.cache;
+  if (!ar->source.file || n > WINDOW_SIZE / 2)
+    return nullptr;
+  if (!in_window(c, offset, n) && (!map_window(ar, offset) || !in_window(c, offset, n)))
+    return nullptr;
+  c.last_read_offset = offset;
+  return c.window + (offset - c.window_offset);
+}
+
 long ar_read_source(ARCHIVE *ar, uint64_t offset, char *out, size_t n) {
   if (!ar->source.file)
     return -1;
   AR_READ_CACHE &c = ar->source.cache;
-  bool inside = c.window && offset >= c.window_offset && offset + n <= c.window_offset + c.window_length;
+  bool inside = in_window(c, offset, n);
   // Past a large member the next header would be alone in a new window:
   // read just the header instead of mapping one for it.
   bool long_jump = offset > c.last_read_offset + WINDOW_SIZE;

@@ -53,6 +53,11 @@ FILE *ar_source_at(ARCHIVE *ar, uint64_t offset);
 // count read, 0 at the end of the file, -1 when the source cannot be read.
 long ar_read_source(ARCHIVE *ar, uint64_t offset, char *out, size_t n);
 
+// The `n` bytes at `offset` where they lie in the mapped window (which moves
+// to hold them), valid until the next read of the source; null when they are
+// not all in the file or cannot be mapped.
+const char *ar_source_view(ARCHIVE *ar, uint64_t offset, size_t n);
+
 // The source's size (it is always a plain file).
 uint64_t ar_source_size(const ARCHIVE *ar);
 

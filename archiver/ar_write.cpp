@@ -97,11 +97,11 @@ static bool write_name_table(ARCHIVE *ar, FILE *out) {
   return true;
 }
 
-static bool write_member(ARCHIVE *ar, FILE *out, AR_MEMBER *m) {
-  if (m->size >= MAX_MEMBER_SIZE)
-    return ar_fail(ar, AR_ERR_TOO_LARGE, "Member file too large: '%s'", m->name);
-  if (ar->format == AR_FORMAT_QV && m->name_offset >= MAX_NAME_OFFSET)
-    return ar_fail(ar, AR_ERR_NAME_TABLE, "Archive file name table too large");
+// The header the writer gives a member, in out[60]; false when the member
+// cannot be stored, after which report_header_failure says why.
+static bool format_member_header(ARCHIVE *ar, const AR_MEMBER *m, char *out) {
+  if (m->size >= MAX_MEMBER_SIZE || (ar->format == AR_FORMAT_QV && m->name_offset >= MAX_NAME_OFFSET))
+    return false;
 
   char stored[32];
   size_t length = strlen(m->name);
@@ -115,8 +115,20 @@ static bool write_member(ARCHIVE *ar, FILE *out, AR_MEMBER *m) {
                           .date = m->date,
                           .owner = ar->format == AR_FORMAT_QV ? m->name_offset : 0u,
                           .size = m->size};
-  if (!write_header(ar, out, header))
-    return false;
+  return ar_format_header(header, out);
+}
+
+static bool report_header_failure(ARCHIVE *ar, const AR_MEMBER *m) {
+  if (m->size >= MAX_MEMBER_SIZE)
+    return ar_fail(ar, AR_ERR_TOO_LARGE, "Member file too large: '%s'", m->name);
+  if (ar->format == AR_FORMAT_QV && m->name_offset >= MAX_NAME_OFFSET)
+    return ar_fail(ar, AR_ERR_NAME_TABLE, "Archive file name table too large");
+  return ar_fail(ar, AR_ERR_WRITE, "Cannot write archive: '%s'", ar->name);
+}
+
+static bool write_member(ARCHIVE *ar, FILE *out, AR_MEMBER *m, const char *header) {
+  if (fwrite(header, 1, AR_HEADER_SIZE, out) != AR_HEADER_SIZE)
+    return ar_fail(ar, AR_ERR_WRITE, "Cannot write archive: '%s'", ar->name);
   if (m->size == 0)
     return true;
 
@@ -128,6 +140,67 @@ static bool write_member(ARCHIVE *ar, FILE *out, AR_MEMBER *m) {
   if (result != 0)
     return ar_fail(ar, result, "Error writing archive");
   return true;
+}
+
+// Whether a member of the old archive stands there exactly as it would be
+// written now: the same header bytes and, after odd data, the same padding.
+static bool stands_as_written(ARCHIVE *ar, const AR_MEMBER *m, const char *header) {
+  if (ar_member_from_file(m) || m->data_offset < AR_HEADER_SIZE)
+    return false;
+  bool padded = m->size & 1;
+  const char *old = ar_source_view(ar, m->data_offset - AR_HEADER_SIZE, AR_HEADER_SIZE);
+  if (!old || memcmp(old, header, AR_HEADER_SIZE) != 0)
+    return false;
+  if (!padded)
+    return true;
+  const char *pad = ar_source_view(ar, m->data_offset + m->size, 1);
+  return pad && *pad == '\n';
+}
+
+// A stretch of the old archive that goes to the new one unchanged: members
+// that stand as they would be written, one after the other in both files.
+struct UNCHANGED_RUN {
+  uint64_t start = 0;
+  uint64_t end = 0;
+};
+
+static bool flush_run(ARCHIVE *ar, FILE *out, UNCHANGED_RUN *run) {
+  if (run->end == run->start)
+    return true;
+  FILE *s = managed_stream(ar->source.file);
+  if (!s)
+    return ar_fail(ar, AR_ERR_READ, "Cannot read file: '%s'", ar->name);
+  int result = ar_copy_range(fileno(s), run->start, out, run->end - run->start);
+  *run = {};
+  if (result != 0)
+    return ar_fail(ar, result, "Error writing archive");
+  return true;
+}
+
+// Every member in list order. Members of the old archive that keep their
+// bytes are gathered into runs, each copied in one piece (inside the kernel
+// when it is large), so that changing one member of a large library copies
+// the rest in a few calls.
+static bool write_members(ARCHIVE *ar, FILE *out) {
+  UNCHANGED_RUN run;
+  char header[AR_HEADER_SIZE];
+  for (AR_MEMBER *m = ar->head; m; m = m->next) {
+    // What went before is written first, so that failures keep their order.
+    if (!format_member_header(ar, m, header))
+      return flush_run(ar, out, &run) && report_header_failure(ar, m);
+    if (stands_as_written(ar, m, header)) {
+      uint64_t start = m->data_offset - AR_HEADER_SIZE;
+      if (run.end != start && !flush_run(ar, out, &run))
+        return false;
+      if (run.end == run.start)
+        run.start = start;
+      run.end = m->data_offset + round_even(m->size);
+      continue;
+    }
+    if (!flush_run(ar, out, &run) || !write_member(ar, out, m, header))
+      return false;
+  }
+  return flush_run(ar, out, &run);
 }
 
 bool ar_write(ARCHIVE *ar, uint32_t requested_format) {
@@ -147,8 +220,7 @@ bool ar_write(ARCHIVE *ar, uint32_t requested_format) {
     return false;
   if (ar->long_name_table_length > 0 && !write_name_table(ar, out))
     return false;
-  for (AR_MEMBER *m = ar->head; m; m = m->next)
-    if (!write_member(ar, out, m))
-      return false;
+  if (!write_members(ar, out))
+    return false;
   return ar_commit_rewrite(ar);
 }
