@@ -2,8 +2,12 @@
 // and listings, and the input as a stream.
 #pragma once
 
+#include <sys/types.h>
+
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <string>
 
 #include "support/user_msg.h"
 
@@ -23,4 +27,27 @@ inline FILE *fuzz_sink() {
 // The input as a read-only stream, or null (an empty input included).
 inline FILE *fuzz_stream(const uint8_t *data, size_t size) {
   return size == 0 ? nullptr : fmemopen(const_cast<uint8_t *>(data), size, "rb");
+}
+
+// Where a target writes an object: the bytes are kept, and a write that would
+// pass `cap` fails (EFBIG), so that a hostile object whose layout reaches
+// gigabytes (a huge alignment, an offset far out) costs a write error, not
+// the fuzzer's memory or time.
+struct CAPPED_OUTPUT {
+  std::string bytes;
+  size_t cap = 16u << 20;
+};
+
+inline FILE *capped_stream(CAPPED_OUTPUT &output) {
+  cookie_io_functions_t io = {};
+  io.write = [](void *cookie, const char *data, size_t size) -> ssize_t {
+    auto *o = static_cast<CAPPED_OUTPUT *>(cookie);
+    if (size > o->cap - o->bytes.size()) {
+      errno = EFBIG;
+      return -1;
+    }
+    o->bytes.append(data, size);
+    return static_cast<ssize_t>(size);
+  };
+  return fopencookie(&output, "wb", io);
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "fuzz/fuzz_support.h"
 #include "objfile/of_file.h"
 #include "support/user_msg.h"
 
@@ -25,7 +26,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     object->set_error_handler([](OFE::OBJECT_FILE *o, uint32_t, const char *) { o->clear_error(); });
     (void)object->dump(sink);
     (void)object->dump_xml(sink);
-    (void)object->write(sink);
+    CAPPED_OUTPUT output;
+    if (FILE *out = capped_stream(output)) {
+      (void)object->write(out);
+      fclose(out);
+    }
     delete object;
   }
   fclose(stream);

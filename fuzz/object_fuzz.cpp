@@ -29,13 +29,15 @@ void walk(OFE::OBJECT_FILE *object, FILE *sink) {
 
 // Writes the object into memory and reads the result back.
 void rewrite(OFE::OBJECT_FILE *object, FILE *sink) {
-  char *buffer = nullptr;
-  size_t length = 0;
-  FILE *out = open_memstream(&buffer, &length);
+  CAPPED_OUTPUT output;
+  FILE *out = capped_stream(output);
   if (!out)
     return;
   int result = object->write(out);
-  fclose(out);
+  if (fclose(out) != 0)
+    result = -1;
+  size_t length = output.bytes.size();
+  char *buffer = output.bytes.data();
   if (result == 0 && length != 0)
     if (FILE *in = fmemopen(buffer, length, "rb")) {
       if (OFE::OBJECT_FILE *again = OFE::open_object(in, static_cast<uint32_t>(length), nullptr, nullptr)) {
@@ -44,7 +46,6 @@ void rewrite(OFE::OBJECT_FILE *object, FILE *sink) {
       }
       fclose(in);
     }
-  free(buffer);
 }
 
 }  // namespace
