@@ -189,6 +189,21 @@ inline std::vector<std::string> OPENED::indexed_names() const {
   return names;
 }
 
+// Writes the object through the write pipeline and returns the bytes.
+inline std::string written(OFE::OBJECT_FILE *object, int *result = nullptr) {
+  FILE *stream = tmpfile();
+  int r = object->write(stream);
+  if (result)
+    *result = r;
+  std::string bytes;
+  rewind(stream);
+  char buffer[65536];
+  for (size_t n; (n = fread(buffer, 1, sizeof buffer, stream)) > 0;)
+    bytes.append(buffer, n);
+  fclose(stream);
+  return bytes;
+}
+
 inline std::string order_name(const ::testing::TestParamInfo<TEST_ORDER> &info) {
   return info.param == LITTLE ? "Little" : "Big";
 }

@@ -26,19 +26,6 @@ namespace {
 
 constexpr uint32_t BASE = 0x10000;  // the image's load address (file offset 0)
 
-std::string written(OBJECT_FILE *object, int *result = nullptr) {
-  FILE *stream = tmpfile();
-  int r = object->write(stream);
-  if (result)
-    *result = r;
-  std::string bytes;
-  rewind(stream);
-  char buffer[65536];
-  for (size_t n; (n = fread(buffer, 1, sizeof buffer, stream)) > 0;)
-    bytes.append(buffer, n);
-  fclose(stream);
-  return bytes;
-}
 
 template <class F> std::string listing(F &&print) {
   char *text = nullptr;

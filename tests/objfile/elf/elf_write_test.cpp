@@ -23,20 +23,6 @@ namespace {
 
 constexpr uint8_t GLOBAL_FUNC = 0x12, LOCAL_NOTYPE = 0x00, LOCAL_SECTION = 0x03;
 
-// Writes the object and returns the bytes.
-std::string written(OBJECT_FILE *object, int *result = nullptr) {
-  FILE *stream = tmpfile();
-  int r = object->write(stream);
-  if (result)
-    *result = r;
-  std::string bytes;
-  rewind(stream);
-  char buffer[65536];
-  for (size_t n; (n = fread(buffer, 1, sizeof buffer, stream)) > 0;)
-    bytes.append(buffer, n);
-  fclose(stream);
-  return bytes;
-}
 
 ELF_SECTION *section_named(OPENED &o, const std::string &name) {
   return o.elf()->get_section_table()->find_elf_section(name);
