@@ -7,6 +7,7 @@
 //   ar_source.cpp   opening and locking the library, the read window
 //   ar_read.cpp     loading the special members and the member list
 //   ar_members.cpp  editing the member list, looking at member files
+//   ar_stage.cpp    the staging file for member files beyond the memory budget
 //   ar_copy.cpp     member data and the copy the writer and extraction share
 //   ar_index.cpp    building the symbol index
 //   ar_write.cpp    laying out and writing the new archive
@@ -24,6 +25,7 @@
 
 #include "archiver/ar_rewrite.h"
 #include "archiver/ar_source.h"
+#include "archiver/ar_stage.h"
 #include "support/regular_file.h"
 #include "support/zalloc.h"
 
@@ -33,6 +35,8 @@ inline constexpr int AR_MAGIC_SIZE = 8;
 // Members up to this size are read whole, with one read, and worked on in
 // memory; larger ones are read piecemeal and copied inside the kernel.
 inline constexpr uint32_t AR_SMALL_MEMBER = 64 * 1024;
+
+inline constexpr uint64_t AR_NOT_STAGED = UINT64_MAX;
 
 // Ways of storing member names; the numbers are the internal codes.
 enum AR_FORMAT : uint32_t {
@@ -64,6 +68,7 @@ struct AR_MEMBER {
   const char *source_file;  // file that supplies the data; null for a member copied from the archive
   int source_fd = -1;       // that file, kept open since it was looked at; -1 when not held
   const char *kept = nullptr;  // that file's bytes, read once when it was looked at; null when not kept
+  uint64_t staged_offset = AR_NOT_STAGED;  // or where those bytes are in the staging file
   uint64_t header_offset;   // offset of its header in the new file
 };
 
@@ -104,6 +109,7 @@ struct ARCHIVE {
 
   uint32_t long_name_table_length = 0;  // computed by the writer; 0 = no name table
 
+  AR_STAGE stage;                       // member files read ahead of the write
   AR_REWRITE rewrite;                   // the write in progress
   REPLACEMENT_FILE *extracting = nullptr;  // the file an extraction is writing
   AR_ERROR_CALLBACK error_callback = nullptr;
@@ -168,7 +174,7 @@ struct AR_FILE_FACTS {
 void ar_release_file_facts(AR_FILE_FACTS *facts);
 
 // Makes the member take its data from the file the facts describe.
-void ar_set_member_file(AR_MEMBER *member, const char *operand, const AR_FILE_FACTS &facts);
+void ar_set_member_file(ARCHIVE *ar, AR_MEMBER *member, const char *operand, const AR_FILE_FACTS &facts);
 
 inline bool ar_member_from_file(const AR_MEMBER *m) { return m->source_file != nullptr; }
 

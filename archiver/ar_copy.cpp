@@ -1,8 +1,8 @@
 // Member data, wherever it lives, and the one copy routine the writer and
-// extraction share. Data is read from the bytes kept when the member's file
-// was looked at, or with pread(2) from the descriptor that was checked then
-// (or the archive's own locked one), so no path is opened again between
-// looking and copying. Large stretches are copied inside the kernel.
+// extraction share. Data is read from the bytes kept or staged when the
+// member's file was looked at, or with pread(2) from the descriptor that was
+// checked then (or the archive's own locked one), so no path is opened again
+// between looking and copying. Large stretches are copied inside the kernel.
 #include <cerrno>
 #include <unistd.h>
 
@@ -16,6 +16,8 @@ bool ar_open_member_data(ARCHIVE *ar, AR_MEMBER *m, AR_MEMBER_DATA *data) {
       data->memory = m->kept;
       return true;
     }
+    if (m->staged_offset != AR_NOT_STAGED && (data->memory = ar_staged_data(ar, m)))
+      return true;
     if (m->source_fd >= 0) {
       data->fd = m->source_fd;
       return true;

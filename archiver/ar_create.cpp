@@ -26,6 +26,7 @@ ARCHIVE *ar_create(const char *path, AR_ERROR_CALLBACK callback, AR_ACCESS acces
 
 void ar_destroy(ARCHIVE *ar) {
   ar_release_window(ar);
+  ar_stage_close(ar);
   ar_emergency_cleanup(ar);
   if (ar->source.file)
     managed_close(ar->source.file);

@@ -1,6 +1,5 @@
 // Editing the member list, and looking at the files that supply new members.
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
@@ -60,16 +59,14 @@ bool ar_is_archive_file(const ARCHIVE *ar, const char *path, struct stat *named)
          st.st_ino == archive.st_ino;
 }
 
-// Member files are opened once, when they are looked at. A small one is read
-// then, whole, and kept in memory until the writer has written it, within
-// KEEP_BUDGET bytes in all; the descriptor of any other is kept for the
-// writer to read through, up to nearly as many as the process may hold. Past
-// that, small files are still kept, up to KEEP_LIMIT bytes, and only beyond
-// both is a file let go and opened again by the writer. The budget keeps the
-// run's peak memory small while descriptors last: a kept member saves one
-// pread(2), where a file opened again costs an open and its path lookup.
+// Member files are opened once, when they are looked at, and read then. A
+// small one is kept in memory until the writer has written it, within
+// KEEP_BUDGET bytes in all; past that, small ones go to the staging file
+// (ar_stage.cpp). The descriptor of any other (a large one, or any one when
+// there is no staging file to be had) is kept for the writer to read
+// through, up to nearly as many as the process may hold; only beyond that is
+// a file let go and opened again by the writer. Memory stays small and flat.
 static constexpr uint64_t KEEP_BUDGET = 8 << 20;
-static constexpr uint64_t KEEP_LIMIT = 64 << 20;
 static uint64_t g_kept_bytes = 0;
 static int g_held_files = 0;
 
@@ -126,23 +123,15 @@ REGULAR_OPEN ar_open_member_file(const char *path, REGULAR_FILE *file) {
   return result;
 }
 
-// Reads a small member file whole; null (and nothing kept) when it gives
-// other than `size` bytes, which the writer then finds and reports.
+// Reads a small member file whole into memory; null (and nothing kept) when
+// the budget is spent or the file gives other than `size` bytes, which the
+// writer then finds and reports.
 static const char *read_whole(int fd, uint32_t size) {
-  uint64_t budget = g_held_files > held_files_limit() ? KEEP_LIMIT : KEEP_BUDGET;
-  if (size > AR_SMALL_MEMBER || g_kept_bytes + size > budget)
+  if (size > AR_SMALL_MEMBER || g_kept_bytes + size > KEEP_BUDGET)
     return nullptr;
   char *p = keep_alloc(size);
-  for (uint32_t done = 0; done < size;) {
-    ssize_t n = read(fd, p + done, size - done);
-    if (n < 0 && errno == EAGAIN && fcntl(fd, F_SETFL, 0) == 0)
-      continue;  // a file system that honours the open's no-wait flag
-    if (n < 0 && errno == EINTR)
-      continue;
-    if (n <= 0)
-      return nullptr;
-    done += static_cast<uint32_t>(n);
-  }
+  if (!read_exactly(fd, p, size))
+    return nullptr;
   g_kept_bytes += size;
   return p;
 }
@@ -198,7 +187,7 @@ void ar_release_file_facts(AR_FILE_FACTS *facts) {
   facts->fd = -1;
 }
 
-void ar_set_member_file(AR_MEMBER *m, const char *operand, const AR_FILE_FACTS &facts) {
+void ar_set_member_file(ARCHIVE *ar, AR_MEMBER *m, const char *operand, const AR_FILE_FACTS &facts) {
   release_held(m->source_fd);
   m->source_file = operand;
   m->source_fd = facts.fd;
@@ -206,11 +195,13 @@ void ar_set_member_file(AR_MEMBER *m, const char *operand, const AR_FILE_FACTS &
   m->size = facts.size;
   m->data_offset = 0;
   m->kept = nullptr;
+  m->staged_offset = AR_NOT_STAGED;
   if (m->source_fd < 0)
     return;
   m->kept = read_whole(m->source_fd, m->size);
+  bool staged = !m->kept && m->size <= AR_SMALL_MEMBER && ar_stage_member(ar, m, m->source_fd);
   // Reads through a held descriptor later must wait for their data.
-  if (m->kept || g_held_files > held_files_limit() || fcntl(m->source_fd, F_SETFL, 0) != 0) {
+  if (m->kept || staged || g_held_files > held_files_limit() || fcntl(m->source_fd, F_SETFL, 0) != 0) {
     release_held(m->source_fd);
     m->source_fd = -1;
   }

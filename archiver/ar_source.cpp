@@ -6,7 +6,6 @@
 #include <fcntl.h>
 #include <string>
 #include <sys/file.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include "archiver/ar_archive.h"
@@ -128,58 +127,31 @@ FILE *ar_source_at(ARCHIVE *ar, uint64_t offset) {
   return s;
 }
 
-static constexpr uint64_t WINDOW_SIZE = 1 << 20;
+void ar_release_window(ARCHIVE *ar) { window_release(&ar->source.cache.window); }
 
-void ar_release_window(ARCHIVE *ar) {
-  AR_READ_CACHE &c = ar->source.cache;
-  if (c.window)
-    munmap(const_cast<char *>(c.window), c.window_length);
-  c.window = nullptr;
-  c.window_offset = c.window_length = 0;
-}
-
-// Maps the window so that it starts at or before `offset`; false when the
-// source cannot be mapped, or `offset` is past its end.
-static bool map_window(ARCHIVE *ar, uint64_t offset) {
-  ar_release_window(ar);
-  uint64_t size = ar_source_size(ar);
-  uint64_t start = offset & ~static_cast<uint64_t>(sysconf(_SC_PAGESIZE) - 1);
-  if (start >= size)
-    return false;
-  uint64_t length = size - start < WINDOW_SIZE ? size - start : WINDOW_SIZE;
-  void *p = mmap(nullptr, length, PROT_READ, MAP_PRIVATE, fileno(managed_stream(ar->source.file)),
-                 static_cast<off_t>(start));
-  if (p == MAP_FAILED)
-    return false;
-  AR_READ_CACHE &c = ar->source.cache;
-  c.window = static_cast<const char *>(p);
-  c.window_offset = start;
-  c.window_length = length;
-  return true;
-}
-
-static bool in_window(const AR_READ_CACHE &c, uint64_t offset, size_t n) {
-  return c.window && offset >= c.window_offset && offset + n <= c.window_offset + c.window_length;
+static int source_fd(ARCHIVE *ar) {
+  FILE *s = ar->source.file ? managed_stream(ar->source.file) : nullptr;
+  return s ? fileno(s) : -1;
 }
 
 const char *ar_source_view(ARCHIVE *ar, uint64_t offset, size_t n) {
   AR_READ_CACHE &c = ar->source.cache;
-  if (!ar->source.file || n > WINDOW_SIZE / 2)
-    return nullptr;
-  if (!in_window(c, offset, n) && (!map_window(ar, offset) || !in_window(c, offset, n)))
-    return nullptr;
-  c.last_read_offset = offset;
-  return c.window + (offset - c.window_offset);
+  const char *p = window_holds(c.window, offset, n)
+                      ? c.window.base + (offset - c.window.offset)
+                      : window_view(&c.window, source_fd(ar), ar_source_size(ar), offset, n);
+  if (p)
+    c.last_read_offset = offset;
+  return p;
 }
 
 long ar_read_source(ARCHIVE *ar, uint64_t offset, char *out, size_t n) {
   if (!ar->source.file)
     return -1;
   AR_READ_CACHE &c = ar->source.cache;
-  bool inside = in_window(c, offset, n);
+  bool inside = window_holds(c.window, offset, n);
   // Past a large member the next header would be alone in a new window:
   // read just the header instead of mapping one for it.
-  bool long_jump = offset > c.last_read_offset + WINDOW_SIZE;
+  bool long_jump = offset > c.last_read_offset + FILE_WINDOW_SIZE;
   c.last_read_offset = offset;
   if (!inside && long_jump) {
     FILE *s = managed_stream(ar->source.file);
@@ -187,13 +159,13 @@ long ar_read_source(ARCHIVE *ar, uint64_t offset, char *out, size_t n) {
     if (got >= 0)
       return static_cast<long>(got);
   }
-  if (inside || map_window(ar, offset)) {
-    uint64_t end = c.window_offset + c.window_length;
+  if (inside || window_map(&c.window, source_fd(ar), ar_source_size(ar), offset)) {
+    uint64_t end = c.window.offset + c.window.length;
     if (offset >= end)
       return 0;  // past the end of the file
     uint64_t available = end - offset;
     size_t count = n < available ? n : static_cast<size_t>(available);
-    memcpy(out, c.window + (offset - c.window_offset), count);
+    memcpy(out, c.window.base + (offset - c.window.offset), count);
     return static_cast<long>(count);
   }
   FILE *s = ar_source_at(ar, offset);

@@ -9,15 +9,12 @@
 #include <cstdio>
 #include <sys/stat.h>
 
+#include "archiver/file_window.h"
 #include "support/fh_manager.h"
 
-// The headers are read through a window of the source mapped into memory,
-// so that walking them costs neither a seek per member nor a copy of the
-// members' data; only the window's pages are ever resident.
+// The headers are read through a window of the source mapped into memory.
 struct AR_READ_CACHE {
-  const char *window = nullptr;
-  uint64_t window_offset = 0;
-  uint64_t window_length = 0;
+  FILE_WINDOW window;
   uint64_t last_read_offset = 0;  // where the previous header was read
 };
 

@@ -222,5 +222,6 @@ bool ar_write(ARCHIVE *ar, uint32_t requested_format) {
     return false;
   if (!write_members(ar, out))
     return false;
+  ar_stage_close(ar);  // its space, before the new library takes more
   return ar_commit_rewrite(ar);
 }

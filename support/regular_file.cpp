@@ -54,3 +54,17 @@ REGULAR_OPEN open_regular_file(const char *path, REGULAR_FILE *out) {
   out->fd = fd;
   return REGULAR_OK;
 }
+
+bool read_exactly(int fd, char *out, size_t n) {
+  for (size_t done = 0; done < n;) {
+    ssize_t got = read(fd, out + done, n - done);
+    if (got < 0 && errno == EAGAIN && fcntl(fd, F_SETFL, 0) == 0)
+      continue;  // a file system that honours the open's no-wait flag
+    if (got < 0 && errno == EINTR)
+      continue;
+    if (got <= 0)
+      return false;
+    done += static_cast<size_t>(got);
+  }
+  return true;
+}

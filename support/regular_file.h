@@ -4,6 +4,7 @@
 // refused before a byte is read.
 #pragma once
 
+#include <cstddef>
 #include <sys/stat.h>
 
 enum REGULAR_OPEN {
@@ -19,3 +20,8 @@ struct REGULAR_FILE {
 };
 
 [[nodiscard]] REGULAR_OPEN open_regular_file(const char *path, REGULAR_FILE *out);
+
+// Reads `n` bytes from the file's offset, as many calls as it takes; a file
+// still open without waiting that asks to wait is made to block. False when
+// the file gives fewer bytes or cannot be read.
+[[nodiscard]] bool read_exactly(int fd, char *out, size_t n);

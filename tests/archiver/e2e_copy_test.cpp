@@ -1,5 +1,5 @@
 // How member data reaches a new archive: small member files read once and
-// written from memory, unchanged stretches of the old archive copied as they
+// written from memory or a scratch file, unchanged stretches of the old archive copied as they
 // stand, large members copied inside the kernel (or by read and write where
 // the kernel refuses). Whatever the way, the bytes are those of the archive
 // written afresh from the same members.
@@ -171,29 +171,48 @@ TEST(MemberCopy, LargeMemberFromAnotherFileSystem) {
   EXPECT_EQ(read_file(dir / "out" / "big.o"), big);
 }
 
-// More small member files than memory and descriptors may hold (the run is
-// allowed 300 descriptors): some are kept in memory, some held open, and the
-// rest opened again when written; the library is the same.
-TEST(MemberCopy, SmallMembersBeyondTheMemoryBudget) {
+// More member files than memory and descriptors may hold (the run is
+// allowed 300 descriptors): small ones are kept in memory up to a budget and
+// staged in a scratch file past it, large ones held open up to the limit and
+// opened again when written past it. A replacement of every third member
+// mixes all of these with runs of the old library. The bytes are the same.
+TEST(MemberCopy, MembersBeyondTheMemoryAndDescriptorBudgets) {
   TEMP_DIR dir;
   std::vector<std::string> names;
-  std::string expected = MAGIC;
-  for (int i = 0; i < 1400; i++) {
-    std::string name = "s" + std::to_string(i) + ".o";
-    std::string bytes = filler(65000 + i % 2, i);
-    write_dated(dir, name, bytes, T1);
-    names.push_back(name);
-    expected += member(name + "/", T1, bytes);
+  std::vector<std::string> contents;
+  auto library = [&] {
+    std::string image = MAGIC;
+    for (size_t i = 0; i < names.size(); i++)
+      image += member(names[i] + "/", i % 3 == 0 ? T2 : T1, contents[i]);
+    return image;
+  };
+  auto run_commands = [&](const std::string &command, const std::vector<std::string> &operands) {
+    std::string text = command;
+    for (const std::string &n : operands)
+      text += "\n" + n;
+    dir.write("cmd", text + "\n");
+    return testing_support::run(
+        {"sh", "-c", "ulimit -n 300 && exec \"$0\" @cmd", testing_support::arvela_path()}, dir.path());
+  };
+  for (int i = 0; i < 600; i++) {
+    names.push_back("s" + std::to_string(i) + ".o");
+    contents.push_back(filler(i % 2 ? 66000 + i : 40000 + i % 4, i));
+    write_dated(dir, names.back(), contents.back(), i % 3 == 0 ? T2 : T1);
   }
-  // Through a command file: 1,400 operands.
-  std::string command = "aq lib.lib";
-  for (const std::string &n : names)
-    command += "\n" + n;
-  dir.write("cmd", command + "\n");
-  RUN_RESULT r = testing_support::run(
-      {"sh", "-c", "ulimit -n 300 && exec \"$0\" @cmd", testing_support::arvela_path()}, dir.path());
+  RUN_RESULT r = run_commands("aq lib.lib", names);
   ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(dir.read("lib.lib"), expected);
+  ASSERT_EQ(dir.read("lib.lib"), library());
+
+  std::vector<std::string> replaced;
+  for (size_t i = 0; i < names.size(); i += 3) {
+    contents[i] = filler(i % 2 ? 40001 : 66001, 1000 + static_cast<int>(i));
+    write_dated(dir, names[i], contents[i], T2);
+    replaced.push_back(names[i]);
+  }
+  r = run_commands("rq lib.lib", replaced);
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(dir.read("lib.lib"), library());
+  EXPECT_EQ(dir.list().size(), names.size() + 2) << "no scratch file left";
 }
 
 // Extraction to a name where nothing stood creates the file there directly;
