@@ -75,7 +75,7 @@ void ar_add(ARCHIVE *ar, OPTIONS &options) {
       continue;  // reported as not found at the end
     if (options.verbose)
       status("add", operand);
-    ar_set_member_file(ar_append_member(ar, file_name_part(operand), operand, 0, 0), operand, facts);
+    ar_set_member_file(ar, ar_append_member(ar, file_name_part(operand), operand, 0, 0), operand, facts);
     operand = nullptr;
   }
   rewrite(ar, options);
@@ -112,7 +112,7 @@ void ar_replace(ARCHIVE *ar, OPTIONS &options) {
       }
       if (options.verbose)
         status("replace", m->name);
-      ar_set_member_file(m, operand, facts);
+      ar_set_member_file(ar, m, operand, facts);
     }
   }
   ar_add(ar, options);
@@ -182,8 +182,8 @@ static void write_extracted(ARCHIVE *ar, AR_MEMBER *m, int fd, const char *path,
 }
 
 // Where nothing stands at the output path yet (the common case), the file is
-// created there directly: O_EXCL never follows a link, and a link or file
-// that appears meanwhile sends the extraction the other way. Until it is
+// created there directly: O_EXCL never follows a link, and it fails where
+// anything at all stands, so nothing needs looking at first. Until it is
 // complete the file is recorded as the one to remove (in the shape of a
 // replacement's temporary name), so a failure or a signal removes it.
 static bool create_in_place(REPLACEMENT_FILE *output, const char *path) {
@@ -204,16 +204,16 @@ static bool create_in_place(REPLACEMENT_FILE *output, const char *path) {
 // lead elsewhere, say) is replaced, never written through, and a failed or
 // interrupted extraction leaves no partial file.
 static void extract_member(ARCHIVE *ar, AR_MEMBER *m, const char *path, bool verbose) {
-  // Renaming over the archive (or a link to it) would replace the library.
-  struct stat st;
-  if (ar_is_archive_file(ar, path, &st))
-    error("cannot extract over the archive itself: '%s'", path);
-  if (S_ISDIR(st.st_mode))
-    error("cannot create '%s'", path);
   static REPLACEMENT_FILE output;
-  bool in_place = st.st_mode == 0 && create_in_place(&output, path);
-  if (!in_place && !replacement_create(&output, path))
-    error("cannot create '%s'", path);
+  bool in_place = create_in_place(&output, path);
+  if (!in_place) {
+    // Renaming over the archive (or a link to it) would replace the library.
+    struct stat st;
+    if (ar_is_archive_file(ar, path, &st))
+      error("cannot extract over the archive itself: '%s'", path);
+    if (S_ISDIR(st.st_mode) || !replacement_create(&output, path))
+      error("cannot create '%s'", path);
+  }
   ar->extracting = &output;
   write_extracted(ar, m, output.fd, path, verbose);
   // The new file already has the mode a file opened by name gets (the mask
