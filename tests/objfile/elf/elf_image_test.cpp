@@ -364,7 +364,8 @@ TEST_P(ElfImage, SegmentAttributesAreWrittenToTheirSectionAndReadBack) {
 
 TEST_P(ElfImage, ABuiltSharedObjectPinsItsDynamicSectionsAndLaysOutItsSegments) {
   OF_ENDIAN endian = GetParam() == LITTLE ? OF_ENDIAN_LITTLE : OF_ENDIAN_BIG;
-  OF_DESCRIPTOR d{.name = {}, .format = OF_FORMAT_ELF, .version = OF_VERSION_ELF1, .endian = endian, .machine = OF_MACHINE_ARM};
+  OF_DESCRIPTOR d{
+      .name = {}, .format = OF_FORMAT_ELF, .version = OF_VERSION_ELF1, .endian = endian, .machine = OF_MACHINE_ARM};
   std::unique_ptr<OBJECT_FILE> object(create_object(d, nullptr));
   ELF_FILE *f = get_elf_interface(object.get());
   ASSERT_EQ(f->set_file_type(OF_FILE_TYPE_SHARED), 0);
