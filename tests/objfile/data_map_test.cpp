@@ -39,18 +39,6 @@ struct TEMP_STREAM {
   }
 };
 
-TEST(DataMap, ByteOrderOfMultiByteReads) {
-  std::string b = BYTES().u8(0x12).u8(0x34).u8(0x56).u8(0x78);
-  DATA_MAP little = map_of(b), big = map_of(b, true);
-  EXPECT_EQ(little.read_u32(), 0x78563412u);
-  EXPECT_EQ(big.read_u32(), 0x12345678u);
-  big.set_position(1);
-  EXPECT_EQ(big.read_u16(), 0x3456u);
-  EXPECT_EQ(big.read_uint(1), 0x78u);
-  big.set_position(0);
-  EXPECT_EQ(big.read_uint(3), 0x123456u);
-}
-
 TEST(DataMap, ReadsPastTheEndYieldZeroAndMoveTheCursor) {
   DATA_MAP m = map_of(BYTES().u8(1).u8(2).u8(3));
   m.set_position(2);
@@ -117,24 +105,6 @@ TEST(DataMap, Uleb128) {
   EXPECT_EQ(m.read_uleb128(), 128u);
   EXPECT_EQ(m.read_uleb128(), 0u);
   EXPECT_EQ(m.read_uleb128(), 0xFFFFFFFFu);
-}
-
-struct TEST_RECORD {
-  uint16_t a;
-  uint32_t b;
-  template <class R, class F> static constexpr void visit_fields(R &r, F &&f) { f(r.a); f(r.b); }
-};
-
-TEST(DataMap, RecordsFollowTheMapsOrder) {
-  DATA_MAP m = map_of(BYTES(BIG).u16(0x1122).u32(0x33445566), true);
-  TEST_RECORD r = m.read_record<TEST_RECORD>();
-  EXPECT_EQ(r.a, 0x1122);
-  EXPECT_EQ(r.b, 0x33445566u);
-  DATA_MAP out;
-  out.write_record(r);
-  out.set_position(0);
-  EXPECT_EQ(out.read_u16(), 0x1122);  // little-endian map
-  EXPECT_EQ(out.get_byte(0), 0x66);
 }
 
 TEST(DataMap, LoadsLazilyFromTheStreamRegion) {

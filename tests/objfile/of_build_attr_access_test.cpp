@@ -18,7 +18,7 @@ namespace {
 class ATTR_FILE : public TEST_FILE {
 public:
   explicit ATTR_FILE(OF_MACHINE machine, OF_FORMAT format = OF_FORMAT_ELF, bool carries = true)
-      : TEST_FILE(descriptor(machine, format)), carries_(carries) {}
+      : TEST_FILE({.name = "x.o", .format = format, .machine = machine}), carries_(carries) {}
 
   OF_BUILD_ATTR_TABLE *get_build_attributes(bool create) override {
     if (carries_ && !table && create)
@@ -28,13 +28,6 @@ public:
   std::unique_ptr<OF_BUILD_ATTR_TABLE> table;
 
 private:
-  static OF_DESCRIPTOR descriptor(OF_MACHINE machine, OF_FORMAT format) {
-    OF_DESCRIPTOR d;
-    d.name = "x.o";
-    d.machine = machine;
-    d.format = format;
-    return d;
-  }
   bool carries_;
 };
 

@@ -6,19 +6,15 @@
 
 #include <set>
 
-#include "common/bytes.h"
 #include "common/msg_capture.h"
-#include "objfile/data_map.h"
-#include "objfile/elf/elf_builder.h"
 #include "objfile/of_build_attr.h"
+#include "objfile/test_object.h"
 #include "support/xml_writer.h"
 
 using namespace OFE;
 using namespace testing_support;
 
 namespace {
-
-BYTE_ORDERING ordering(TEST_ORDER o) { return o == LITTLE ? BYTE_ORDERING::LITTLE : BYTE_ORDERING::BIG; }
 
 // A sub-subsection: one-byte tag, u32 size counting tag and size, body.
 std::string subsub(TEST_ORDER o, uint8_t tag, const std::string &body) {
@@ -60,8 +56,7 @@ protected:
     DATA_MAP out;
     out.set_byte_order(ordering(order));
     table.write(out);
-    const uint8_t *p = out.slice(0, out.size());
-    return p ? std::string(reinterpret_cast<const char *>(p), out.size()) : "";
+    return contents(out);
   }
 };
 

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/bytes.h"
+#include "common/msg_capture.h"
 #include "common/process.h"
 #include "objfile/test_object.h"
 
@@ -102,14 +102,7 @@ TEST(StateMachine, FailingStepsStopWhereTheyAre) {
 }
 
 std::string listing(OBJECT_FILE &f) {
-  char *buf = nullptr;
-  size_t len = 0;
-  FILE *out = open_memstream(&buf, &len);
-  f.dump(out);
-  fclose(out);
-  std::string s(buf, len);
-  free(buf);
-  return s;
+  return printed([&](FILE *out) { f.dump(out); });
 }
 
 // The value printed on the row that `label` heads, blanks trimmed.
@@ -122,14 +115,8 @@ std::string row_value(const std::string &text, const std::string &label) {
 }
 
 TEST(ObjectFileListing, InformationRows) {
-  OF_DESCRIPTOR d;
-  d.name = "a.obj";
-  d.format = OF_FORMAT_COFF;
-  d.version = OF_VERSION_COFF2;
-  d.endian = OF_ENDIAN_BIG;
-  d.machine = OF_MACHINE_VELA;
-  d.offset = 0x44;
-  d.size = 300;
+  OF_DESCRIPTOR d{.name = "a.obj", .format = OF_FORMAT_COFF, .version = OF_VERSION_COFF2, .endian = OF_ENDIAN_BIG,
+                  .machine = OF_MACHINE_VELA, .offset = 0x44, .size = 300};
   TEST_FILE f(d);
   std::string text = listing(f);
   EXPECT_EQ(text.rfind("\n Object File Information\n\n", 0), 0u);
@@ -172,9 +159,7 @@ TEST(ObjectFileData, FileDataNeedsAStream) {
   FILE *s = tmpfile();
   std::string image = BYTES(BIG).raw("junk").u32(0x11223344).u32(0x55667788);
   fwrite(image.data(), 1, image.size(), s);
-  OF_DESCRIPTOR d;
-  d.stream = s;
-  d.offset = 4;
+  OF_DESCRIPTOR d{.stream = s, .name = {}, .offset = 4};
   TEST_FILE h(d);
   ASSERT_EQ(h.get_file_data(4, 4, map), 0);
   map.set_big_endian();
@@ -185,23 +170,15 @@ TEST(ObjectFileData, FileDataNeedsAStream) {
   fclose(s);
 }
 
-TEST(OfTypes, PrintedNames) {
-  EXPECT_STREQ(format_name(OF_FORMAT_COFF), "QV-COFF");
+// Only the fallbacks: the known names are tables the code holds.
+TEST(OfTypes, UnknownValuesPrintAsTheirFallbacks) {
   EXPECT_STREQ(format_name(9), "UNKNOWN");
-  EXPECT_STREQ(format_version_name(OF_VERSION_ELF1), "1");
-  EXPECT_STREQ(format_version_name(OF_VERSION_COFF0), "0");
   EXPECT_STREQ(format_version_name(0), "unknown format version");
   EXPECT_STREQ(endian_name(0), "unknown endianness");
-  EXPECT_STREQ(machine_name(OF_MACHINE_ARM), "Advanced RISC Machines ARM");
-  EXPECT_STREQ(machine_name(OF_MACHINE_INDUS), "Indus Target");
   EXPECT_STREQ(machine_name(12), "unknown machine");
-  EXPECT_STREQ(file_type_name(3), "shared object file");
   EXPECT_STREQ(file_type_name(0), "unknown file type");
-  EXPECT_STREQ(symbol_kind_name(OF_KIND_DEBUG), "debug");
   EXPECT_STREQ(symbol_binding_name(4), "unknown");
-  EXPECT_STREQ(symbol_type_name(OF_TYPE_TLS), "tls");
   EXPECT_STREQ(symbol_type_name(7), "unknown");
-  EXPECT_STREQ(dump_part_description("symver"), "Symbol version information");
 }
 
 }  // namespace

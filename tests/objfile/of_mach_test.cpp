@@ -13,10 +13,7 @@ using namespace OFE;
 namespace {
 
 std::unique_ptr<TEST_FILE> file_for(OF_FORMAT format, OF_MACHINE machine) {
-  OF_DESCRIPTOR d;
-  d.format = format;
-  d.machine = machine;
-  return std::make_unique<TEST_FILE>(d);
+  return std::make_unique<TEST_FILE>(OF_DESCRIPTOR{.name = {}, .format = format, .machine = machine});
 }
 
 TEST(MachineDb, EachMachineGetsItsFamily) {
@@ -43,34 +40,23 @@ TEST(MachineDb, RelocationTypesFollowTheObjectsFormat) {
   EXPECT_EQ(elf->get_machine_db()->get_reloc_type(0x115), nullptr);
 }
 
+// What the other tests do not reach through a file: the refusals and the
+// list of flag names.
 TEST(MachineDb, TargetQuestions) {
-  auto vela = create_machine_db(nullptr, OF_MACHINE_VELA);
   auto arm = create_machine_db(nullptr, OF_MACHINE_ARM);
-  EXPECT_STREQ(vela->get_build_attribute_vendor(), "vela28abi");
-  EXPECT_STREQ(arm->get_build_attribute_vendor(), "aeabi");
   EXPECT_FALSE(create_machine_db(nullptr, OF_MACHINE_LYRA)->supports_build_attributes());
-  ASSERT_NE(vela->get_special_section(OF_SPECIAL_SECTION_PAGE), nullptr);
-  EXPECT_EQ(vela->get_special_section(OF_SPECIAL_SECTION_PAGE)->type, 0x7F000007u);
   EXPECT_EQ(arm->get_special_section(OF_SPECIAL_SECTION_FLAGS), nullptr);
-  EXPECT_EQ(vela->get_special_section(OF_SPECIAL_KIND_COUNT), nullptr);
-  OF_SYMBOL_KIND kind = OF_KIND_UNKNOWN;
-  EXPECT_TRUE(vela->get_symbol_kind(0xFF00, &kind));
-  EXPECT_EQ(kind, OF_KIND_COMMON);
-  EXPECT_FALSE(arm->get_symbol_kind(0xFF00, &kind));
+  EXPECT_EQ(create_machine_db(nullptr, OF_MACHINE_VELA)->get_special_section(OF_SPECIAL_KIND_COUNT), nullptr);
   std::vector<std::string> flags;
   for (const char *name : arm->get_elf_flag_names(0x00800400))
     flags.push_back(name);
   EXPECT_EQ(flags, (std::vector<std::string>{"EF_ARM_ABI_FLOAT_HARD", "EF_ARM_BE8"}));
-  EXPECT_STREQ(arm->get_section_type_name(0x70000001), "SHT_ARM_EXIDX");
   EXPECT_EQ(arm->get_section_type_name(1), nullptr);
-  EXPECT_EQ(vela->get_address_unit_bits(), 16u);
-  EXPECT_EQ(arm->get_address_unit_bits(), 8u);
 }
 
 // A real assembler's objects are recognised with the right identity.
 TEST(MachineDb, ObjectsFromARealAssemblerAreRecognised) {
-  if (!have_program("arm-none-eabi-as"))
-    GTEST_SKIP() << "arm-none-eabi-as not installed";
+  ASSERT_TRUE(have_program("arm-none-eabi-as")) << "binutils-arm-none-eabi is needed (see .ci/run)";
   TEMP_DIR dir;
   dir.write("a.s", ".global f\nf: bx lr\n");
   for (const char *order : {"-mlittle-endian", "-mbig-endian"}) {

@@ -150,9 +150,7 @@ TEST(Recognition, TheArchiversWalkOverAPlaceholderFindsNothing) {
 }
 
 TEST(Recognition, CreatingWithoutAStreamUsesTheGivenFormat) {
-  OF_DESCRIPTOR d;
-  d.format = OF_FORMAT_COFF;
-  d.machine = OF_MACHINE_INDUS;
+  OF_DESCRIPTOR d{.name = {}, .format = OF_FORMAT_COFF, .machine = OF_MACHINE_INDUS};
   std::unique_ptr<OBJECT_FILE> o(create_object(d, nullptr));
   ASSERT_NE(o, nullptr);
   EXPECT_NE(dynamic_cast<QVCOFF_FILE *>(o.get()), nullptr);

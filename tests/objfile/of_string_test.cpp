@@ -70,8 +70,7 @@ TEST(StringTable, ReleasedFileBytesAreReadAgain) {
   FILE *s = tmpfile();
   std::string bytes = BYTES().str("").str("sym");
   fwrite(bytes.data(), 1, bytes.size(), s);
-  OF_DESCRIPTOR d;
-  d.stream = s;
+  OF_DESCRIPTOR d{.stream = s, .name = {}};
   TEST_FILE f(d);
   OF_STRING_TABLE t(&f);
   ASSERT_EQ(f.get_file_data(0, static_cast<uint32_t>(bytes.size()), t.data()), 0);

@@ -1,12 +1,19 @@
-// Minimal concrete object file and symbol classes for testing the core
-// without a real format behind it.
+// What the objfile tests of every format share: minimal concrete object file
+// and symbol classes for testing the core without a real format behind it,
+// bytes in and out of a DATA_MAP, writing an object into bytes, and the
+// messages an object reports.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <cstdio>
 #include <string>
 #include <vector>
 
+#include "common/bytes.h"
+#include "objfile/data_map.h"
 #include "objfile/of_file.h"
+#include "objfile/of_section.h"
 #include "objfile/of_symbol.h"
 
 namespace testing_support {
@@ -107,5 +114,88 @@ protected:
 private:
   std::vector<TEST_SYMBOL_DEF> defs_;
 };
+
+inline BYTE_ORDERING ordering(TEST_ORDER o) {
+  return o == LITTLE ? BYTE_ORDERING::LITTLE : BYTE_ORDERING::BIG;
+}
+
+// A map holding `bytes`, read in `order`.
+inline OFE::DATA_MAP map_of(TEST_ORDER order, const std::string &bytes) {
+  OFE::DATA_MAP map;
+  map.set_byte_order(ordering(order));
+  map.assign(bytes.data(), bytes.size());
+  return map;
+}
+
+// Everything the map holds.
+inline std::string contents(OFE::DATA_MAP &map) {
+  const uint8_t *p = map.slice(0, map.size());
+  return p ? std::string(reinterpret_cast<const char *>(p), map.size()) : "";
+}
+
+// Writes the object through the write pipeline and returns the bytes. With
+// no `result` to hand the status to, a failed write fails the test.
+inline std::string written(OFE::OBJECT_FILE *object, int *result = nullptr) {
+  FILE *stream = tmpfile();
+  int r = object->write(stream);
+  if (result)
+    *result = r;
+  else
+    EXPECT_EQ(r, 0) << object->get_error_text();
+  std::string bytes;
+  rewind(stream);
+  char buffer[65536];
+  for (size_t n; (n = fread(buffer, 1, sizeof buffer, stream)) > 0;)
+    bytes.append(buffer, n);
+  fclose(stream);
+  return bytes;
+}
+
+// Walks the object as the archiver and the listings do, touching every
+// field of every symbol, and returns all the names it read (symbols', then
+// sections'), one after another.
+inline std::string walk(OFE::OBJECT_FILE *o) {
+  std::string names;
+  OFE::OF_SYMBOL_TABLE *t = o ? o->get_symbol_table() : nullptr;
+  for (uint32_t i = 0; t && i < t->get_count(); i = t->next_index(i))
+    if (OFE::OF_SYMBOL *s = t->get_symbol(i)) {
+      names += s->get_name();
+      (void)s->get_kind(), (void)s->get_binding(), (void)s->get_type(), (void)s->get_size();
+      (void)s->get_section_index();
+    }
+  OFE::OF_SECTION_TABLE *sections = o ? o->get_section_table() : nullptr;
+  for (uint32_t i = 0; sections && i <= sections->get_count(); i++)
+    if (OFE::OF_SECTION *s = sections->get_section(i))
+      names += s->get_name();
+  return names;
+}
+
+// Every message an object reports, in order; each is cleared once seen so
+// that the next one gets through.
+struct MESSAGES {
+  std::vector<std::pair<uint32_t, std::string>> seen;
+  void attach(OFE::OBJECT_FILE *object) {
+    object->set_error_handler([this](OFE::OBJECT_FILE *o, uint32_t code, const char *text) {
+      seen.emplace_back(code, text);
+      o->clear_error();
+    });
+  }
+  bool has(uint32_t code, const std::string &text) const {
+    for (const auto &[c, t] : seen)
+      if (c == code && t == text)
+        return true;
+    return false;
+  }
+  std::vector<std::string> texts() const {
+    std::vector<std::string> out;
+    for (const auto &seen_one : seen)
+      out.push_back(seen_one.second);
+    return out;
+  }
+};
+
+inline std::string order_name(const ::testing::TestParamInfo<TEST_ORDER> &info) {
+  return info.param == LITTLE ? "Little" : "Big";
+}
 
 }  // namespace testing_support

@@ -7,12 +7,9 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
-#include <tuple>
 
-#include "common/coff_image.h"
 #include "common/process.h"
-#include "objfile/coff/coff_describe.h"
-#include "objfile/coff/coff_rich.h"
+#include "objfile/coff/coff_test.h"
 
 using namespace testing_support;
 using namespace OFE;
@@ -24,10 +21,8 @@ RUN_RESULT ofecopy(const TEMP_DIR &dir, std::vector<std::string> args) {
   return run(args, dir.path());
 }
 
-class OfecopyCoff : public testing::TestWithParam<std::tuple<int, TEST_ORDER>> {
+class OfecopyCoff : public COFF_LAYOUT {
 protected:
-  int version() const { return std::get<0>(GetParam()); }
-  TEST_ORDER order() const { return std::get<1>(GetParam()); }
   std::string v() const { return std::to_string(version()); }
   TEMP_DIR dir;
 };
@@ -42,7 +37,7 @@ TEST_P(OfecopyCoff, APlainCopyDecodesAsTheOriginalAndCopiesToTheSameBytes) {
   OPENED_COFF in(original), out(dir.read("out.obj"));
   ASSERT_NE(out.file(), nullptr);
   EXPECT_EQ(out.error_code(), 0u) << out.error();
-  (void)write_to_string(in.object.get());  // refreshes the optional header as a copy does
+  (void)written(in.object.get());  // refreshes the optional header as a copy does
   EXPECT_EQ(describe(out.file()), describe(in.file()));
   ASSERT_EQ(ofecopy(dir, {"out.obj", "again.obj"}).status, 0);
   EXPECT_EQ(dir.read("again.obj"), dir.read("out.obj"));
@@ -101,11 +96,7 @@ TEST_P(OfecopyCoff, SymbolEditsKeepEveryRelocationOnItsSymbol) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(AllLayouts, OfecopyCoff, testing::Combine(testing::Values(0, 1, 2), testing::Values(LITTLE, BIG)),
-                         [](const auto &info) {
-                           return "v" + std::to_string(std::get<0>(info.param)) +
-                                  (std::get<1>(info.param) == BIG ? "Big" : "Little");
-                         });
+INSTANTIATE_FOR_ALL_LAYOUTS(OfecopyCoff);
 
 // The "/" member of an archive as (symbol, member ordinal) pairs: the
 // offsets differ when the members' sizes do, the assignment may not.

@@ -150,6 +150,10 @@ TEST_F(Ofecopy, FailuresSayWhyAndLeaveTheOutputAlone) {
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out.rfind("usage: ofecopy [options] INPUT OUTPUT\n", 0), 0u);
   EXPECT_NE(r.out.find("--set-section-page NAME=N"), std::string::npos);
+  EXPECT_NE(r.out.find("Symbol edits apply to the file's symbol table (.symtab in ELF files) only;\n"
+                       "the dynamic symbols (.dynsym) of executables and shared objects never change.\n"),
+            std::string::npos)
+      << r.out;
 }
 
 TEST_F(Ofecopy, TheInputMayBeTheOutputAndKeepsItsMode) {

@@ -10,6 +10,7 @@
 
 #include <map>
 #include <sstream>
+#include <tuple>
 
 #include "common/process.h"
 #include "tools/readelf_view.h"
@@ -18,24 +19,38 @@ using namespace testing_support;
 
 namespace {
 
+template <class... T> std::string words(const T &...fields) {
+  std::ostringstream out;
+  ((out << fields << ' '), ...);
+  return out.str();
+}
+
+// What both listings say of an object. The fields hold what GNU readelf
+// prints, ofedump's words put into the same terms as they are read, so that
+// two records are equal when their texts are.
 struct SECTION {
-  uint32_t index = 0;
-  std::string name, type;
-  uint32_t address = 0, offset = 0, size = 0, entsize = 0, flags = 0, link = 0, info = 0, align = 0;
+  uint32_t index = 0, type = 0, address = 0, offset = 0, size = 0, entsize = 0, flags = 0, link = 0, info = 0,
+           align = 0;
+  std::string name;
+  std::string text() const {
+    return words(index, name, type, address, offset, size, entsize, flags, link, info, align);
+  }
 };
 
 struct SYMBOL {
   uint32_t index = 0, value = 0, size = 0;
   std::string type, binding, visibility, shndx, section, name;
+  std::string text() const { return words(index, value, size, type, binding, visibility, shndx, section, name); }
 };
 
 struct RELOC {
   uint32_t offset = 0, info = 0;
-  std::string type_name;  // empty when the printer has no name for it
+  std::string type_name;  // empty when ofedump has no name for it
   std::string symbol;
   uint32_t symbol_value = 0;
   bool has_addend = false;
   int64_t addend = 0;
+  std::string text() const { return words(offset, info, type_name, symbol, symbol_value, has_addend, addend); }
 };
 
 struct GROUP {
@@ -43,6 +58,12 @@ struct GROUP {
   std::string name, signature;
   bool comdat = false;
   std::vector<std::pair<uint32_t, std::string>> members;
+  std::string text() const {
+    std::string all = words(section, name, signature, comdat);
+    for (const auto &[index, member] : members)
+      all += words(index, member);
+    return all;
+  }
 };
 
 struct OBJECT {
@@ -68,6 +89,20 @@ std::string between(const std::string &line, char open, char close, size_t from 
   size_t a = line.find(open, from);
   size_t b = a == std::string::npos ? a : line.find(close, a + 1);
   return b == std::string::npos ? "" : line.substr(a + 1, b - a - 1);
+}
+
+// A section type by either tool's name for it (ofedump's less "SHT_").
+uint32_t section_type(const std::string &name) {
+  static const std::map<std::string, uint32_t> types = {
+      {"NULL", 0},      {"PROGBITS", 1},   {"SYMTAB", 2},      {"STRTAB", 3},      {"RELA", 4},
+      {"HASH", 5},      {"DYNAMIC", 6},    {"NOTE", 7},        {"NOBITS", 8},      {"REL", 9},
+      {"INIT_ARRAY", 14}, {"FINI_ARRAY", 15}, {"GROUP", 17},   {"ATTRIBUTES", 0x70000003},
+      {"ARM_ATTRIBUTES", 0x70000003}, {"LOPROC+0x3", 0x70000003}, {"ARM_EXIDX", 0x70000001}};
+  if (starts(name, "SHT_0x"))
+    return number(name.substr(6), 16);
+  auto it = types.find(starts(name, "SHT_") ? name.substr(4) : name);
+  EXPECT_NE(it, types.end()) << "section type " << name;
+  return it == types.end() ? 0xFFFFFFFF : it->second;
 }
 
 // ---- GNU readelf -W -S -s -r -g ---------------------------------------------
@@ -120,27 +155,13 @@ std::vector<OBJECT> parse_readelf(const std::string &text, const std::string &pa
       g.signature = between(line, '[', ']', line.find('\''));
       current().groups.push_back(g);
     } else if (mode == SECTIONS && starts(line, "  [") && line.find("[Nr]") == std::string::npos) {
-      SECTION s;
-      s.index = number(between(line, '[', ']'), 10);
-      std::vector<std::string> t = tokens(line.substr(line.find(']') + 1));
-      if (t.size() == 8 || (t.size() == 9 && t[1].size() == 8 && isxdigit(t[1][0]) && t[0] == "NULL"))
-        t.insert(t.begin(), "");  // no name
-      if (t.size() == 9)
-        t.insert(t.begin() + 6, "");  // no flags
-      EXPECT_EQ(t.size(), 10u) << line;
-      if (t.size() != 10)
+      std::vector<std::string> t;
+      EXPECT_TRUE(section_row(line, t)) << line;
+      if (t.empty())
         continue;
-      s.name = t[0];
-      s.type = t[1];
-      s.address = number(t[2], 16);
-      s.offset = number(t[3], 16);
-      s.size = number(t[4], 16);
-      s.entsize = number(t[5], 16);
-      s.flags = readelf_flags(t[6]);
-      s.link = number(t[7], 10);
-      s.info = number(t[8], 10);
-      s.align = number(t[9], 10);
-      current().sections.push_back(s);
+      current().sections.push_back({number(between(line, '[', ']'), 10), section_type(t[1]), number(t[2], 16),
+                                    number(t[3], 16), number(t[4], 16), number(t[5], 16), readelf_flags(t[6]),
+                                    number(t[7], 10), number(t[8], 10), number(t[9], 10), t[0]});
     } else if (mode == SYMBOLS && line.find(':') != std::string::npos && !starts(line, "   Num:")) {
       std::vector<std::string> t = tokens(line);
       if (t.size() < 7)
@@ -149,10 +170,14 @@ std::vector<OBJECT> parse_readelf(const std::string &text, const std::string &pa
       s.index = number(t[0], 10);
       s.value = number(t[1], 16);
       s.size = number(t[2], 0);
-      s.type = t[3];
-      s.binding = t[4];
-      s.visibility = t[5];
-      s.shndx = t[6];
+      s.type = "STT_" + t[3];
+      s.binding = "STB_" + t[4];
+      s.visibility = "STV_" + t[5];
+      s.shndx = t[6] == "UND" ? "SHN_UNDEF" : t[6] == "ABS" ? "SHN_ABS" : t[6] == "COM" ? "SHN_COMMON" : t[6];
+      // The section of each symbol, by name, through readelf's section list.
+      const std::vector<SECTION> &sections = current().sections;
+      if (isdigit(t[6][0]) && number(t[6], 10) < sections.size())
+        s.section = sections[number(t[6], 10)].name;
       s.name = t.size() > 7 ? t[7] : "";
       current().symbols[table].push_back(s);
     } else if (mode == RELOCS && line.size() > 18 && isxdigit(line[0]) && line[8] == ' ') {
@@ -196,25 +221,6 @@ bool row(const std::string &line, const char *label, std::string &value) {
 // `N "name"`, with an optional ` section "name"` after it.
 std::string in_quotes(const std::string &value, size_t from = 0) { return between(value, '"', '"', from); }
 
-uint32_t section_type(const std::string &name) {
-  static const std::map<std::string, uint32_t> types = {
-      {"SHT_NULL", 0},        {"SHT_PROGBITS", 1},    {"SHT_SYMTAB", 2},       {"SHT_STRTAB", 3},
-      {"SHT_RELA", 4},        {"SHT_HASH", 5},        {"SHT_DYNAMIC", 6},      {"SHT_NOTE", 7},
-      {"SHT_NOBITS", 8},      {"SHT_REL", 9},         {"SHT_INIT_ARRAY", 14},  {"SHT_FINI_ARRAY", 15},
-      {"SHT_GROUP", 17},      {"SHT_ATTRIBUTES", 0x70000003},
-      // GNU readelf's names for the same numbers
-      {"NULL", 0},            {"PROGBITS", 1},        {"SYMTAB", 2},           {"STRTAB", 3},
-      {"RELA", 4},            {"HASH", 5},            {"DYNAMIC", 6},          {"NOTE", 7},
-      {"NOBITS", 8},          {"REL", 9},             {"INIT_ARRAY", 14},      {"FINI_ARRAY", 15},
-      {"GROUP", 17},          {"ARM_ATTRIBUTES", 0x70000003},                  {"ARM_EXIDX", 0x70000001},
-      {"LOPROC+0x3", 0x70000003}};
-  if (starts(name, "SHT_0x"))
-    return number(name.substr(6), 16);
-  auto it = types.find(name);
-  EXPECT_NE(it, types.end()) << "section type " << name;
-  return it == types.end() ? 0xFFFFFFFF : it->second;
-}
-
 std::vector<OBJECT> parse_ofedump(const std::string &text) {
   std::vector<OBJECT> objects;
   enum { NONE, SECTION_ROWS, SYMBOLS, RELOCS, GROUP_ROWS } mode = NONE;
@@ -245,42 +251,24 @@ std::vector<OBJECT> parse_ofedump(const std::string &text) {
       g.section = number(line.substr(line.rfind(' ') + 1), 10);
       objects.back().groups.push_back(g);
     } else if (mode == SECTION_ROWS) {
+      static const std::tuple<const char *, uint32_t SECTION::*, int> fields[] = {
+          {"Address:", &SECTION::address, 16}, {"Offset:", &SECTION::offset, 16},   {"Size:", &SECTION::size, 10},
+          {"Alignment:", &SECTION::align, 10}, {"Entry Size:", &SECTION::entsize, 10}, {"Link:", &SECTION::link, 10},
+          {"Info:", &SECTION::info, 10},       {"ELF sh_flags:", &SECTION::flags, 16}};
       SECTION &s = objects.back().sections.back();
       if (row(line, "Section Type:", v))
-        s.type = v;
-      else if (row(line, "Address:", v))
-        s.address = number(v, 16);
-      else if (row(line, "Offset:", v))
-        s.offset = number(v, 16);
-      else if (row(line, "Size:", v))
-        s.size = number(v, 10);
-      else if (row(line, "Alignment:", v))
-        s.align = number(v, 10);
-      else if (row(line, "Entry Size:", v))
-        s.entsize = number(v, 10);
-      else if (row(line, "Link:", v))
-        s.link = number(v, 10);
-      else if (row(line, "Info:", v))
-        s.info = number(v, 10);
-      else if (row(line, "ELF sh_flags:", v))
-        s.flags = number(v, 16);
+        s.type = section_type(v);
+      for (const auto &[label, field, base] : fields)
+        if (row(line, label, v))
+          s.*field = number(v, base);
     } else if (mode == SYMBOLS && line.find('"') != std::string::npos) {
       // Index Value Size Type Binding Visibility Shndx "section" "name"
       std::vector<std::string> t = tokens(line.substr(0, line.find('"')));
       if (t.size() != 7)
         continue;
-      SYMBOL s;
-      s.index = number(t[0], 10);
-      s.value = number(t[1], 16);
-      s.size = number(t[2], 10);
-      s.type = t[3];
-      s.binding = t[4];
-      s.visibility = t[5];
-      s.shndx = t[6];
       size_t split = line.find("\" \"");
-      s.section = in_quotes(line);
-      s.name = line.substr(split + 3, line.size() - split - 4);
-      objects.back().symbols[table].push_back(s);
+      objects.back().symbols[table].push_back({number(t[0], 10), number(t[1], 16), number(t[2], 10), t[3], t[4], t[5],
+                                               t[6], in_quotes(line), line.substr(split + 3, line.size() - split - 4)});
     } else if (mode == RELOCS) {
       std::vector<RELOC> &relocs = objects.back().relocs[table];
       if (starts(line, "  [")) {
@@ -326,95 +314,54 @@ struct TALLY {
 #define SAME(ours, theirs, where)                                                                 \
   do {                                                                                            \
     if (!((ours) == (theirs)) && tally.mismatches++ < 20)                                         \
-      ADD_FAILURE() << (where) << ": ofedump " << (ours) << ", readelf " << (theirs);              \
+      ADD_FAILURE() << (where) << ":\n  ofedump " << (ours) << "\n  readelf " << (theirs);       \
   } while (0)
 
+template <class T>
+void same_records(const std::vector<T> &ours, const std::vector<T> &theirs, const std::string &where, TALLY &tally,
+                  size_t &count) {
+  SAME(ours.size(), theirs.size(), where + " count");
+  for (size_t i = 0; i < std::min(ours.size(), theirs.size()); i++, count++)
+    SAME(ours[i].text(), theirs[i].text(), where + " " + std::to_string(i));
+}
 
-void compare(const OBJECT &ours, const OBJECT &theirs, TALLY &tally) {
+// Each of readelf's tables against ofedump's table of that name.
+template <class T>
+void same_tables(std::map<std::string, std::vector<T>> &ours, const std::map<std::string, std::vector<T>> &theirs,
+                 const std::string &where, TALLY &tally, size_t &count) {
+  SAME(ours.size(), theirs.size(), where + " tables");
+  for (const auto &[table, records] : theirs)
+    same_records(ours[table], records, where + " " + table, tally, count);
+}
+
+// Calls `f` on the records at the same place in tables of the same name.
+template <class T, class F>
+void pair_up(std::map<std::string, std::vector<T>> &ours, std::map<std::string, std::vector<T>> &theirs, F f) {
+  for (auto &[table, records] : ours)
+    if (auto it = theirs.find(table); it != theirs.end())
+      for (size_t i = 0; i < std::min(records.size(), it->second.size()); i++)
+        f(records[i], it->second[i]);
+}
+
+void compare(OBJECT ours, OBJECT theirs, TALLY &tally) {
   const std::string &w = ours.heading;
   SAME(ours.heading, theirs.heading, "heading");
-  SAME(ours.sections.size(), theirs.sections.size(), w + " section count");
-  for (size_t i = 0; i < std::min(ours.sections.size(), theirs.sections.size()); i++) {
-    const SECTION &a = ours.sections[i], &b = theirs.sections[i];
-    std::string at = w + " section " + std::to_string(i) + " " + b.name;
-    SAME(a.index, b.index, at + " index");
-    SAME(a.name, b.name, at + " name");
-    SAME(section_type(a.type), section_type(b.type), at + " type " + a.type + "/" + b.type);
-    SAME(a.address, b.address, at + " address");
-    SAME(a.offset, b.offset, at + " offset");
-    SAME(a.size, b.size, at + " size");
-    SAME(a.entsize, b.entsize, at + " entsize");
-    SAME(a.flags, b.flags, at + " flags");
-    SAME(a.link, b.link, at + " link");
-    SAME(a.info, b.info, at + " info");
-    SAME(a.align, b.align, at + " align");
-    tally.sections++;
-  }
-  SAME(ours.symbols.size(), theirs.symbols.size(), w + " symbol tables");
-  for (const auto &[table, theirs_symbols] : theirs.symbols) {
-    auto it = ours.symbols.find(table);
-    const std::vector<SYMBOL> none;
-    const std::vector<SYMBOL> &our_symbols = it == ours.symbols.end() ? none : it->second;
-    SAME(our_symbols.size(), theirs_symbols.size(), w + " " + table + " symbol count");
-    for (size_t i = 0; i < std::min(our_symbols.size(), theirs_symbols.size()); i++) {
-      const SYMBOL &a = our_symbols[i], &b = theirs_symbols[i];
-      std::string at = w + " " + table + " symbol " + std::to_string(i) + " " + b.name;
-      SAME(a.index, b.index, at + " index");
-      SAME(a.value, b.value, at + " value");
-      SAME(a.size, b.size, at + " size");
-      SAME(a.type, "STT_" + b.type, at + " type");
-      SAME(a.binding, "STB_" + b.binding, at + " binding");
-      SAME(a.visibility, "STV_" + b.visibility, at + " visibility");
-      std::string shndx = b.shndx == "UND" ? "SHN_UNDEF" : b.shndx == "ABS" ? "SHN_ABS" : b.shndx == "COM" ? "SHN_COMMON" : b.shndx;
-      SAME(a.shndx, shndx, at + " section index");
-      // The section of each symbol, by name, through readelf's section list.
-      std::string section;
-      if (!b.shndx.empty() && isdigit(b.shndx[0]) && number(b.shndx, 10) < theirs.sections.size())
-        section = theirs.sections[number(b.shndx, 10)].name;
-      SAME(a.section, section, at + " section");
-      // GNU readelf names a section symbol after its section; its own name is empty.
-      bool section_symbol = a.type == "STT_SECTION" && a.name.empty() && b.name == a.section;
-      SAME(section_symbol ? b.name : a.name, b.name, at + " name");
-      tally.symbols++;
-    }
-  }
-  SAME(ours.relocs.size(), theirs.relocs.size(), w + " relocation tables");
-  for (const auto &[table, theirs_relocs] : theirs.relocs) {
-    auto it = ours.relocs.find(table);
-    const std::vector<RELOC> none;
-    const std::vector<RELOC> &our_relocs = it == ours.relocs.end() ? none : it->second;
-    SAME(our_relocs.size(), theirs_relocs.size(), w + " " + table + " relocation count");
-    for (size_t i = 0; i < std::min(our_relocs.size(), theirs_relocs.size()); i++) {
-      const RELOC &a = our_relocs[i], &b = theirs_relocs[i];
-      std::string at = w + " " + table + " relocation " + std::to_string(i);
-      SAME(a.offset, b.offset, at + " offset");
-      SAME(a.info, b.info, at + " info (type and symbol index)");
-      if (!a.type_name.empty()) {
-        SAME(a.type_name, b.type_name, at + " type name");
-        tally.named_relocs++;
-      }
-      SAME(a.symbol, b.symbol, at + " symbol");
-      SAME(a.symbol_value, b.symbol_value, at + " symbol value");
-      SAME(a.has_addend, b.has_addend, at + " has addend");
-      SAME(a.addend, b.addend, at + " addend");
-      tally.relocs++;
-    }
-  }
-  SAME(ours.groups.size(), theirs.groups.size(), w + " group count");
-  for (size_t i = 0; i < std::min(ours.groups.size(), theirs.groups.size()); i++) {
-    const GROUP &a = ours.groups[i], &b = theirs.groups[i];
-    std::string at = w + " group " + b.name;
-    SAME(a.section, b.section, at + " section");
-    SAME(a.name, b.name, at + " name");
-    SAME(a.signature, b.signature, at + " signature");
-    SAME(a.comdat, b.comdat, at + " COMDAT");
-    SAME(a.members.size(), b.members.size(), at + " member count");
-    for (size_t j = 0; j < std::min(a.members.size(), b.members.size()); j++) {
-      SAME(a.members[j].first, b.members[j].first, at + " member index");
-      SAME(a.members[j].second, b.members[j].second, at + " member name");
-    }
-    tally.groups++;
-  }
+  // GNU readelf names a section symbol after its section; its own name is empty.
+  pair_up(ours.symbols, theirs.symbols, [](SYMBOL &a, const SYMBOL &b) {
+    if (a.type == "STT_SECTION" && a.name.empty() && b.name == a.section)
+      a.name = b.name;
+  });
+  // Type names are compared where ofedump has one.
+  pair_up(ours.relocs, theirs.relocs, [&tally](const RELOC &a, RELOC &b) {
+    if (a.type_name.empty())
+      b.type_name = "";
+    else
+      tally.named_relocs++;
+  });
+  same_records(ours.sections, theirs.sections, w + " section", tally, tally.sections);
+  same_tables(ours.symbols, theirs.symbols, w + " symbol", tally, tally.symbols);
+  same_tables(ours.relocs, theirs.relocs, w + " relocation", tally, tally.relocs);
+  same_records(ours.groups, theirs.groups, w + " group", tally, tally.groups);
   tally.objects++;
 }
 

@@ -26,26 +26,32 @@ struct SECTION_ROW {
   std::string name, type, address, size, entsize, flags, link, info, align;
 };
 
-// A section header row after "[Nr]": the name and the flags may be empty.
 bool parse_section(const std::string &line, SECTION_ROW &row) {
-  size_t close = line.find(']');
-  if (line.compare(0, 3, "  [") != 0 || close == std::string::npos)
-    return false;
-  std::vector<std::string> t = tokens(line.substr(close + 1));
-  if (t.size() < 8 || t.size() > 10)
-    return false;
-  bool has_name = !is_hex(t[1], 8);
-  if (!has_name)
-    t.insert(t.begin(), "");
-  if (t.size() == 9)
-    t.insert(t.begin() + 6, "");
-  if (t.size() != 10 || !is_hex(t[2], 8))
+  std::vector<std::string> t;
+  if (!section_row(line, t))
     return false;
   row = {t[0], t[1], t[2], t[4], t[5], t[6], t[7], t[8], t[9]};
   return true;
 }
 
 }  // namespace
+
+bool section_row(const std::string &line, std::vector<std::string> &fields) {
+  size_t close = line.find(']');
+  if (line.compare(0, 3, "  [") != 0 || close == std::string::npos)
+    return false;
+  std::vector<std::string> t = tokens(line.substr(close + 1));
+  if (t.size() < 8 || t.size() > 10)
+    return false;
+  if (is_hex(t[1], 8))
+    t.insert(t.begin(), "");  // no name
+  if (t.size() == 9)
+    t.insert(t.begin() + 6, "");  // no flags
+  if (t.size() != 10 || !is_hex(t[2], 8))
+    return false;
+  fields = t;
+  return true;
+}
 
 std::vector<std::string> tokens(const std::string &line) {
   std::vector<std::string> out;

@@ -21,6 +21,11 @@ struct READELF_VIEW {
 
 // The blank-separated words of a line of a listing.
 std::vector<std::string> tokens(const std::string &line);
+// The words of a section row of `readelf -S -W` (after "[Nr]"): name, type,
+// address, offset, size, entry size, flags, link, info and alignment, with
+// an empty name or empty flags where the row has none. False for any other
+// line.
+bool section_row(const std::string &line, std::vector<std::string> &fields);
 
 // `readelf -W -h -S -s -r -g -A` of `path`, normalised.
 READELF_VIEW readelf_view(const std::string &readelf, const std::string &path);

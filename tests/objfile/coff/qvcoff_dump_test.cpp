@@ -4,9 +4,8 @@
 
 #include <string>
 
-#include "common/coff_image.h"
-#include "objfile/coff/coff_describe.h"
-#include "objfile/coff/coff_rich.h"
+#include "common/msg_capture.h"
+#include "objfile/coff/coff_test.h"
 
 using namespace testing_support;
 using namespace OFE;
@@ -14,16 +13,7 @@ using namespace OFE;
 namespace {
 
 std::string listing(OBJECT_FILE *object, bool xml = false) {
-  FILE *stream = tmpfile();
-  EXPECT_EQ(xml ? object->dump_xml(stream) : object->dump(stream), 0);
-  std::string text;
-  rewind(stream);
-  char buf[4096];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof buf, stream)) > 0)
-    text.append(buf, n);
-  fclose(stream);
-  return text;
+  return printed([&](FILE *f) { EXPECT_EQ(xml ? object->dump_xml(f) : object->dump(f), 0); });
 }
 
 bool has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
@@ -87,18 +77,7 @@ TEST(CoffDump, XmlElementsAndDescriptions) {
 
 TEST(CoffDump, SymbolInformationShowsTheAuxiliaryFields) {
   OPENED_COFF o(rich_image(1, BIG).build());
-  auto info = [&](uint32_t index) {
-    FILE *stream = tmpfile();
-    o.symbol(index)->print_info(stream);
-    std::string text;
-    rewind(stream);
-    char buf[1024];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, stream)) > 0)
-      text.append(buf, n);
-    fclose(stream);
-    return text;
-  };
+  auto info = [&](uint32_t index) { return printed([&](FILE *f) { o.symbol(index)->print_info(f); }); };
   std::string array = info(RICH_ARRAY);
   EXPECT_TRUE(has(array, "  Storage Class:            C_STAT\n")) << array;
   EXPECT_TRUE(has(array, "  Derived Type 1:           array\n")) << array;

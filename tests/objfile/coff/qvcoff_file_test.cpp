@@ -1,16 +1,12 @@
+// QVCOFF_FILE: the headers of every layout version in both byte orders, the
+// string table, the file-level setters and their messages, damaged and cut
+// files, and files made in memory.
 #include "objfile/coff/qvcoff_file.h"
 
 #include <gtest/gtest.h>
 
-#include <tuple>
-
-#include "common/bytes.h"
-#include "common/coff_image.h"
+#include "objfile/coff/coff_test.h"
 #include "objfile/coff/qvcoff_const.h"
-#include "objfile/coff/qvcoff_section.h"
-#include "objfile/coff/qvcoff_string.h"
-#include "objfile/coff/qvcoff_symbol.h"
-#include "objfile/coff/coff_open.h"
 
 using namespace testing_support;
 using namespace OFE;
@@ -19,13 +15,7 @@ namespace {
 
 OF_FORMAT_VERSION generic_version(int version) { return static_cast<OF_FORMAT_VERSION>(version + 1); }
 
-// Every layout version in both byte orders.
-class CoffFile : public testing::TestWithParam<std::tuple<int, TEST_ORDER>> {
-protected:
-  int version() const { return std::get<0>(GetParam()); }
-  TEST_ORDER order() const { return std::get<1>(GetParam()); }
-  COFF_IMAGE image(uint16_t target = 0x9D) const { return COFF_IMAGE(version(), order(), target); }
-};
+using CoffFile = COFF_LAYOUT;
 
 TEST_P(CoffFile, ReadsTheFileAndOptionalHeaders) {
   COFF_IMAGE c = image(0x9D);
@@ -117,41 +107,36 @@ TEST_P(CoffFile, FindsTheStringTableOfAFileWithoutSymbolsBehindTheFurthestData) 
   EXPECT_EQ(o.error_code(), 0u) << o.error();
 }
 
-TEST_P(CoffFile, AStringTableThatRunsPastTheEndIsReported) {
-  COFF_IMAGE c = image();
-  c.symbols.push_back({.name = "long_symbol_name", .scnum = 1});
-  c.strsize_override = 4000;
-  OPENED_COFF o(c.build());
-  ASSERT_NE(o.file(), nullptr);
-  EXPECT_EQ(o.error(), "invalid string table size 4000") << "reported when the file is opened";
-  ASSERT_EQ(o.symbols()->get_count(), 1u);
-  EXPECT_EQ(o.error_code(), OF_ERR_MALFORMED);
-  EXPECT_EQ(o.symbol(0)->get_name(), "");
-}
-
-TEST_P(CoffFile, ASymbolTableOffsetPastTheEndIsReported) {
-  COFF_IMAGE c = image();
-  c.symbols.push_back({.name = "main", .scnum = 1});
-  c.symptr_override = 0x7FFF0000;
-  OPENED_COFF o(c.build());
-  ASSERT_NE(o.file(), nullptr);
-  EXPECT_EQ(o.error(), "invalid symbol table offset 0x7fff0000") << "reported when the file is opened";
-  EXPECT_EQ(o.symbols()->get_count(), 0u);
-  EXPECT_EQ(o.error_code(), OF_ERR_MALFORMED);
-}
-
-TEST_P(CoffFile, AHugeSymbolCountNeitherAllocatesNorReadsPastTheMember) {
-  COFF_IMAGE c = image();
-  c.symbols.push_back({.name = "main", .scnum = 1});
-  c.nsyms_override = 0xFFFFFFFF;
-  std::string bytes = c.build();
-  OPENED_COFF o(bytes, "big.obj");
-  ASSERT_NE(o.file(), nullptr);
-  EXPECT_EQ(o.symbols()->get_count(), 0u);
-  char expected[128];
-  snprintf(expected, sizeof expected, "symbol table at offset 0x%x runs past the end of file \"big.obj\" (%zu bytes)",
-           c.symptr, bytes.size());
-  EXPECT_EQ(o.error(), expected);
+// Each damaged table is reported when the file is opened; what lies outside
+// the member is never read or allocated for.
+TEST_P(CoffFile, SymbolAndStringTablesPastTheEndAreReported) {
+  struct CASE {
+    void (*damage)(COFF_IMAGE &);
+    const char *name;
+    uint32_t symbols;
+    const char *error;  // %x: the symbol table's offset, %zu: the file's size
+  } cases[] = {
+      {[](COFF_IMAGE &c) { c.strsize_override = 4000; }, "long_symbol_name", 1, "invalid string table size 4000"},
+      {[](COFF_IMAGE &c) { c.symptr_override = 0x7FFF0000; }, "main", 0, "invalid symbol table offset 0x7fff0000"},
+      {[](COFF_IMAGE &c) { c.nsyms_override = 0xFFFFFFFF; }, "main", 0,
+       "symbol table at offset 0x%x runs past the end of file \"big.obj\" (%zu bytes)"},
+  };
+  for (const CASE &k : cases) {
+    COFF_IMAGE c = image();
+    c.symbols.push_back({.name = k.name, .scnum = 1});
+    k.damage(c);
+    std::string bytes = c.build();
+    OPENED_COFF o(bytes, "big.obj");
+    ASSERT_NE(o.file(), nullptr);
+    char expected[128];
+    snprintf(expected, sizeof expected, k.error, c.symptr, bytes.size());
+    EXPECT_EQ(o.error(), expected);
+    EXPECT_EQ(o.error_code(), OF_ERR_MALFORMED) << expected;
+    ASSERT_EQ(o.symbols()->get_count(), k.symbols) << expected;
+    if (k.symbols) {
+      EXPECT_EQ(o.symbol(0)->get_name(), "");
+    }
+  }
 }
 
 TEST_P(CoffFile, ChangingTheFileTypeAndByteOrder) {
@@ -168,17 +153,16 @@ TEST_P(CoffFile, ChangingTheFileTypeAndByteOrder) {
   EXPECT_EQ(f->get_flags(), F_RELFLG);
   EXPECT_TRUE(f->is_modified());
 
-  EXPECT_EQ(f->set_file_type(OF_FILE_TYPE_SHARED), -1);
-  EXPECT_EQ(o.error(), "file type \"shared object file\" is not valid for QV-COFF");
-  EXPECT_EQ(o.error_code(), OF_ERR_INVALID_REQUEST);
-  EXPECT_EQ(f->get_flags(), F_RELFLG) << "the flag word is unchanged";
-  f->reset();
-  EXPECT_EQ(f->set_file_type(OF_FILE_TYPE_CORE), -1);
-  EXPECT_EQ(o.error(), "file type \"core file\" is not valid for QV-COFF");
-  f->reset();
-  EXPECT_EQ(f->set_file_type(9), -1);
-  EXPECT_EQ(o.error(), "invalid file type (0x9)");
-  f->reset();
+  const std::pair<uint32_t, const char *> refused[] = {
+      {OF_FILE_TYPE_SHARED, "file type \"shared object file\" is not valid for QV-COFF"},
+      {OF_FILE_TYPE_CORE, "file type \"core file\" is not valid for QV-COFF"}, {9, "invalid file type (0x9)"}};
+  for (auto [type, text] : refused) {
+    EXPECT_EQ(f->set_file_type(type), -1);
+    EXPECT_EQ(o.error(), text);
+    EXPECT_EQ(o.error_code(), OF_ERR_INVALID_REQUEST);
+    EXPECT_EQ(f->get_flags(), F_RELFLG) << "the flag word is unchanged";
+    f->reset();
+  }
 
   EXPECT_EQ(f->set_endian(OF_ENDIAN_BIG), 0);
   EXPECT_EQ(f->get_endian(), OF_ENDIAN_BIG);
@@ -224,18 +208,13 @@ TEST_P(CoffFile, TruncatedAtEachHeaderFieldNeverReadsBeyondTheMember) {
     cuts.push_back(at);
   for (size_t cut : cuts) {
     OPENED_COFF o(full.substr(0, cut), "cut.obj");
-    if (!o.file()) {
-      continue;
-    }  // too short even to be recognised
+    if (!o.file())
+      continue;  // too short even to be recognised
     OF_SECTION_TABLE *s = o.file()->get_section_table();
     OF_SYMBOL_TABLE *t = o.file()->get_symbol_table();
     ASSERT_NE(t, nullptr);
     ASSERT_NE(s, nullptr);
-    for (uint32_t i = 0; i < t->get_count(); i = t->next_index(i)) {
-      if (OF_SYMBOL *sym = t->get_symbol(i)) {
-        EXPECT_EQ(sym->get_name().find('\xEE'), std::string::npos) << cut;
-      }
-    }
+    EXPECT_EQ(walk(o.object.get()).find('\xEE'), std::string::npos) << cut;
     if (cut < c.header_size) {
       EXPECT_EQ(o.error(), "file header at offset 0x0 runs past the end of file \"cut.obj\" (" +
                                std::to_string(cut) + " bytes)");
@@ -259,38 +238,13 @@ TEST_P(CoffFile, TruncatedAtEachHeaderFieldNeverReadsBeyondTheMember) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(AllLayouts, CoffFile, testing::Combine(testing::Values(0, 1, 2), testing::Values(LITTLE, BIG)),
-                         [](const auto &info) {
-                           return "v" + std::to_string(std::get<0>(info.param)) +
-                                  (std::get<1>(info.param) == BIG ? "Big" : "Little");
-                         });
-
-TEST(CoffFileMachine, TargetIdsBothWays) {
-  // Version "0": the first word is the target id itself.
-  OPENED_COFF v0(COFF_IMAGE(0, BIG, 0x9D).build());
-  ASSERT_NE(v0.file(), nullptr);
-  EXPECT_EQ(v0.file()->get_machine(), OF_MACHINE_VELA);
-  // Version "1": 0x00C1, target id at offset 20.
-  OPENED_COFF v1(COFF_IMAGE(1, LITTLE, 0xA1).build());
-  EXPECT_EQ(v1.file()->get_machine(), OF_MACHINE_NORMA);
-  // 0x00A2 is shared and reads as Lupus; an id not in the table as none.
-  OPENED_COFF shared(COFF_IMAGE(2, LITTLE, 0xA2).build());
-  EXPECT_EQ(shared.file()->get_machine(), OF_MACHINE_LUPUS);
-  OPENED_COFF unknown(COFF_IMAGE(2, LITTLE, 0x1234).build());
-  EXPECT_EQ(unknown.file()->get_machine(), OF_MACHINE_UNKNOWN);
-
-  // The id table itself is checked with the machine databases.
-  EXPECT_EQ(qvcoff_machine(qvcoff_target_id(OF_MACHINE_INDUS)), OF_MACHINE_LUPUS);
-}
+INSTANTIATE_FOR_ALL_LAYOUTS(CoffFile);
 
 TEST(CoffFileNew, StartsLittleEndianWithTheMachinesTargetId) {
   const std::pair<OF_FORMAT_VERSION, uint16_t> cases[] = {
       {OF_VERSION_COFF0, 0}, {OF_VERSION_COFF1, 0xC1}, {OF_VERSION_COFF2, 0xC2}};
   for (auto [version, word] : cases) {
-    OF_DESCRIPTOR d;
-    d.format = OF_FORMAT_COFF;
-    d.version = version;
-    d.machine = OF_MACHINE_INDUS;
+    OF_DESCRIPTOR d{.name = {}, .format = OF_FORMAT_COFF, .version = version, .machine = OF_MACHINE_INDUS};
     QVCOFF_FILE f(d);
     EXPECT_EQ(f.get_file_header().f_version, word);
     EXPECT_EQ(f.get_file_header().f_target_id, 0xA2);
@@ -300,10 +254,7 @@ TEST(CoffFileNew, StartsLittleEndianWithTheMachinesTargetId) {
     EXPECT_EQ(f.get_symbol_table()->get_count(), 0u);
     EXPECT_EQ(f.get_section_table()->get_count(), 0u);
   }
-  OF_DESCRIPTOR grus;
-  grus.format = OF_FORMAT_COFF;
-  grus.version = OF_VERSION_COFF2;
-  grus.machine = OF_MACHINE_GRUS;
+  OF_DESCRIPTOR grus{.name = {}, .format = OF_FORMAT_COFF, .version = OF_VERSION_COFF2, .machine = OF_MACHINE_GRUS};
   EXPECT_EQ(QVCOFF_FILE(grus).get_file_header().f_target_id, 0);
 }
 
@@ -311,11 +262,7 @@ TEST(CoffFileNew, ReadingAnUnknownVersionIsRefused) {
   FILE *stream = tmpfile();
   fwrite("\x9D\x00", 1, 2, stream);
   rewind(stream);
-  OF_DESCRIPTOR d;
-  d.stream = stream;
-  d.format = OF_FORMAT_COFF;
-  d.version = OF_VERSION_ELF1;
-  d.size = 2;
+  OF_DESCRIPTOR d{.stream = stream, .name = {}, .format = OF_FORMAT_COFF, .version = OF_VERSION_ELF1, .size = 2};
   QVCOFF_FILE f(d);
   EXPECT_EQ(f.read(d), -1);
   EXPECT_EQ(f.get_error_text(), "invalid file format version \"unknown format version\"");
@@ -331,8 +278,7 @@ TEST(CoffFileNames, UnknownFlagsAndVersions) {
 }
 
 TEST(CoffFileInterface, NonCoffFilesAreRefused) {
-  OF_DESCRIPTOR d;
-  d.format = OF_FORMAT_ELF;
+  OF_DESCRIPTOR d{.name = {}, .format = OF_FORMAT_ELF};
   std::unique_ptr<OBJECT_FILE> elf(create_object(d, nullptr));
   ASSERT_NE(elf, nullptr);
   EXPECT_EQ(get_qvcoff_interface(elf.get()), nullptr);
@@ -371,10 +317,6 @@ TEST(CoffFileSections, LongNamesInVersion2OnlyAndRawDataStaysInTheFile) {
   }
 }
 
-}  // namespace
-
-namespace {
-
 // Every byte of a good image set to values that make offsets and counts
 // huge or negative: whatever the damage, opening and walking the file ends,
 // and names never include bytes from outside the member.
@@ -393,20 +335,8 @@ TEST(CoffFileDamage, EveryByteFlippedStillOpensAndWalks) {
           OPENED_COFF o(bad);
           if (!o.file())
             continue;
-          OF_SECTION_TABLE *s = o.file()->get_section_table();
-          for (uint32_t i = 1; i <= s->get_count(); i++) {
-            std::string name = s->get_section(i)->get_name();
-            EXPECT_EQ(name.find('\xEE'), std::string::npos);
-          }
-          QVCOFF_SYMBOL_TABLE *t = o.symbols();
-          for (uint32_t i = 0; i < t->get_count(); i = t->next_index(i)) {
-            if (QVCOFF_SYMBOL *sym = t->get_qvcoff_symbol(i)) {
-              EXPECT_EQ(sym->get_name().find('\xEE'), std::string::npos);
-              (void)sym->get_size();
-              (void)sym->get_type();
-            }
-          }
-          (void)t->check_scopes();
+          EXPECT_EQ(walk(o.object.get()).find('\xEE'), std::string::npos);
+          (void)o.symbols()->check_scopes();
         }
       }
     }

@@ -4,31 +4,22 @@
 // older layouts cut values with their warnings.
 #include <gtest/gtest.h>
 
-#include <tuple>
-
-#include "common/coff_image.h"
-#include "objfile/coff/coff_describe.h"
-#include "objfile/coff/coff_rich.h"
+#include "objfile/coff/coff_test.h"
 #include "objfile/coff/qvcoff_const.h"
-#include "objfile/of_build_attr.h"
 
 using namespace testing_support;
 using namespace OFE;
 
 namespace {
 
-class CoffWrite : public testing::TestWithParam<std::tuple<int, TEST_ORDER>> {
-protected:
-  int version() const { return std::get<0>(GetParam()); }
-  TEST_ORDER order() const { return std::get<1>(GetParam()); }
-};
+using CoffWrite = COFF_LAYOUT;
 
 TEST_P(CoffWrite, WhatIsReadIsWrittenAndReadsTheSame) {
   COFF_IMAGE c = rich_image(version(), order());
   OPENED_COFF original(c.build(), "rich.obj");
   ASSERT_NE(original.file(), nullptr);
   ASSERT_EQ(original.error_code(), 0u) << original.error();
-  std::string copy = write_to_string(original.object.get());
+  std::string copy = written(original.object.get());
   // Described after writing, which refreshed the optional header.
   std::string before = describe(original.file());
   EXPECT_EQ(original.file()->get_state(), OF_STATE_SAVED);
@@ -37,7 +28,7 @@ TEST_P(CoffWrite, WhatIsReadIsWrittenAndReadsTheSame) {
   ASSERT_NE(reread.file(), nullptr);
   EXPECT_EQ(reread.error_code(), 0u) << reread.error();
   EXPECT_EQ(describe(reread.file()), before);
-  EXPECT_EQ(write_to_string(reread.object.get()), copy) << "the copy of a copy is the same bytes";
+  EXPECT_EQ(written(reread.object.get()), copy) << "the copy of a copy is the same bytes";
 
   // The header was refreshed from the tables.
   const QVCOFF_OPT_HEADER_RECORD &opt = reread.file()->get_optional_header();
@@ -69,7 +60,7 @@ TEST_P(CoffWrite, BothByteOrdersDecodeToTheSameValues) {
   COFF_IMAGE little = rich_image(version(), LITTLE), big = rich_image(version(), BIG);
   OPENED_COFF a(little.build()), b(big.build());
   EXPECT_EQ(describe(a.file()), describe(b.file()));
-  OPENED_COFF a2(write_to_string(a.object.get())), b2(write_to_string(b.object.get()));
+  OPENED_COFF a2(written(a.object.get())), b2(written(b.object.get()));
   EXPECT_EQ(describe(a2.file()), describe(b2.file()));
   EXPECT_EQ(b2.file()->get_data_endian(), OF_ENDIAN_BIG) << "a file is written in the byte order it was read in";
 }
@@ -98,7 +89,7 @@ TEST_P(CoffWrite, RenumberedSymbolsKeepEveryReference) {
   EXPECT_EQ(walked.size(), version() == 2 ? 10u : 9u);
   EXPECT_EQ(walked[0], "first");
 
-  OPENED_COFF r(write_to_string(o.object.get()));
+  OPENED_COFF r(written(o.object.get()));
   ASSERT_EQ(r.error_code(), 0u) << r.error();
   QVCOFF_SYMBOL_TABLE *rt = r.symbols();
   ASSERT_NE(rt->find_symbol("main"), nullptr);
@@ -173,7 +164,7 @@ TEST_P(CoffWrite, SectionSettersKeepToTheLayoutsWidths) {
   }
 
   // What was set is what is written.
-  OPENED_COFF r(write_to_string(o.object.get()));
+  OPENED_COFF r(written(o.object.get()));
   QVCOFF_SECTION *back = r.file()->get_qvcoff_section_table()->get_qvcoff_section(2);
   EXPECT_EQ(back->get_name(), narrow ? ".data.fi" : ".data.fifteen..");
   EXPECT_EQ(back->get_page(), narrow ? 44u : 300u);
@@ -191,21 +182,18 @@ TEST_P(CoffWrite, CountsBeyond65535AreCutInTheOlderLayouts) {
     ASSERT_NE(text->relocations()->add_reloc(i, 0, 0x0011), nullptr);
     ASSERT_EQ(text->line_numbers()->add_entry(i, static_cast<uint16_t>(i + 1)), 0);
   }
-  std::vector<std::string> reports;
-  o.object->set_error_handler([&](OBJECT_FILE *obj, uint32_t, const char *text) {
-    reports.push_back(text);
-    obj->clear_error();
-  });
-  std::string bytes = write_to_string(o.object.get());
+  MESSAGES reports;
+  reports.attach(o.object.get());
+  std::string bytes = written(o.object.get());
   OPENED_COFF r(bytes);
   QVCOFF_SECTION *back = r.file()->get_qvcoff_section_table()->get_qvcoff_section(1);
   if (version() == 2) {
-    EXPECT_TRUE(reports.empty());
+    EXPECT_TRUE(reports.seen.empty());
     EXPECT_EQ(back->get_header().s_nreloc, 65537u);
     EXPECT_EQ(back->line_numbers()->get_count(), 65537u);
   } else {
     std::string v = std::to_string(version());
-    EXPECT_EQ(reports, (std::vector<std::string>{"QV-COFF Version " + v + " only supports up to 65535 relocation entries",
+    EXPECT_EQ(reports.texts(), (std::vector<std::string>{"QV-COFF Version " + v + " only supports up to 65535 relocation entries",
                                                  "QV-COFF Version " + v + " only supports up to 65535 line number entries"}));
     EXPECT_EQ(back->get_header().s_nreloc, 1u) << "65537 cut to 16 bits";
     EXPECT_EQ(back->relocations()->get_count(), 1u);
@@ -217,17 +205,10 @@ TEST_P(CoffWrite, CountsBeyond65535AreCutInTheOlderLayouts) {
   EXPECT_EQ(r.error_code(), OF_ERR_INVALID_REQUEST);
 }
 
-INSTANTIATE_TEST_SUITE_P(AllLayouts, CoffWrite, testing::Combine(testing::Values(0, 1, 2), testing::Values(LITTLE, BIG)),
-                         [](const auto &info) {
-                           return "v" + std::to_string(std::get<0>(info.param)) +
-                                  (std::get<1>(info.param) == BIG ? "Big" : "Little");
-                         });
+INSTANTIATE_FOR_ALL_LAYOUTS(CoffWrite);
 
 TEST(CoffWriteSections, The65534thSectionIsRefused) {
-  OF_DESCRIPTOR d;
-  d.format = OF_FORMAT_COFF;
-  d.version = OF_VERSION_COFF2;
-  d.machine = OF_MACHINE_ARM;
+  OF_DESCRIPTOR d{.name = {}, .format = OF_FORMAT_COFF, .version = OF_VERSION_COFF2, .machine = OF_MACHINE_ARM};
   QVCOFF_FILE f(d);
   OF_SECTION_TABLE *sections = f.get_section_table();
   for (uint32_t i = 0; i < 65533; i++)
@@ -239,10 +220,7 @@ TEST(CoffWriteSections, The65534thSectionIsRefused) {
 }
 
 TEST(CoffWriteNew, AFileMadeInMemoryIsWritten) {
-  OF_DESCRIPTOR d;
-  d.format = OF_FORMAT_COFF;
-  d.version = OF_VERSION_COFF1;
-  d.machine = OF_MACHINE_ARM;
+  OF_DESCRIPTOR d{.name = {}, .format = OF_FORMAT_COFF, .version = OF_VERSION_COFF1, .machine = OF_MACHINE_ARM};
   QVCOFF_FILE f(d);
   OF_SECTION *text = f.get_section_table()->create_section(".text");
   ASSERT_NE(text, nullptr);
@@ -252,7 +230,7 @@ TEST(CoffWriteNew, AFileMadeInMemoryIsWritten) {
   ASSERT_EQ(s->set_name("a_long_symbol_name"), 0);
   ASSERT_EQ(static_cast<QVCOFF_SYMBOL *>(s)->set_section(1), 0);
   ASSERT_EQ(s->set_binding(OF_BIND_GLOBAL), 0);
-  OPENED_COFF r(write_to_string(&f));
+  OPENED_COFF r(written(&f));
   ASSERT_NE(r.file(), nullptr);
   EXPECT_EQ(r.error_code(), 0u) << r.error();
   EXPECT_EQ(r.file()->get_machine(), OF_MACHINE_ARM);
@@ -274,7 +252,7 @@ TEST(CoffWriteGroups, AGroupIsReadAsATruthValueAndNeedsItsSignature) {
   EXPECT_STREQ(group->get_kind_name(), "COMDAT");
   EXPECT_EQ(group->get_count(), 1u);
   EXPECT_EQ(sections->get_qvcoff_section(4)->get_owning_group(), group) << "members are told";
-  OPENED_COFF r(write_to_string(o.object.get()));
+  OPENED_COFF r(written(o.object.get()));
   DATA_MAP *words = r.file()->get_qvcoff_section_table()->get_qvcoff_section(5)->get_data();
   ASSERT_NE(words, nullptr);
   words->set_position(0);
@@ -316,7 +294,7 @@ TEST(CoffWriteBuildAttributes, IndexesAreStoredPlusOne) {
   // Attributes set on a file without any make the section, which reads back
   // with them; the older layouts cannot name it.
   ASSERT_EQ(p.object->set_build_attr("vela28abi", 6, 3), 0) << p.error();
-  OPENED_COFF r(write_to_string(p.object.get()));
+  OPENED_COFF r(written(p.object.get()));
   EXPECT_NE(r.file()->get_section_table()->find_section("$build.attributes"), nullptr);
   EXPECT_EQ(r.object->get_build_attr("vela28abi", 6), 3u);
   OPENED_COFF v1(COFF_IMAGE(1, LITTLE).build());

@@ -11,11 +11,8 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
-
-#include "common/bytes.h"
 #include "objfile/elf/elf_file.h"
-#include "objfile/of_file.h"
+#include "objfile/test_object.h"
 
 namespace testing_support {
 
@@ -166,6 +163,13 @@ public:
 
   OFE::OBJECT_FILE *object() const { return object_.get(); }
   OFE::ELF_FILE *elf() const { return dynamic_cast<OFE::ELF_FILE *>(object_.get()); }
+  OFE::ELF_SECTION *section(const std::string &name) const {
+    return elf()->get_section_table()->find_elf_section(name);
+  }
+  OFE::ELF_SYMBOL *symbol(uint32_t i) const {
+    return static_cast<OFE::ELF_SYMBOL *>(object_->get_symbol_table()->get_symbol(i));
+  }
+  std::string symbol_name(uint32_t i) const { return symbol(i) ? symbol(i)->get_name() : "(none)"; }
   // The names of what the archive index takes from the object, in order.
   std::vector<std::string> indexed_names() const;
 
@@ -187,25 +191,6 @@ inline std::vector<std::string> OPENED::indexed_names() const {
       names.push_back(s->get_name());
   }
   return names;
-}
-
-// Writes the object through the write pipeline and returns the bytes.
-inline std::string written(OFE::OBJECT_FILE *object, int *result = nullptr) {
-  FILE *stream = tmpfile();
-  int r = object->write(stream);
-  if (result)
-    *result = r;
-  std::string bytes;
-  rewind(stream);
-  char buffer[65536];
-  for (size_t n; (n = fread(buffer, 1, sizeof buffer, stream)) > 0;)
-    bytes.append(buffer, n);
-  fclose(stream);
-  return bytes;
-}
-
-inline std::string order_name(const ::testing::TestParamInfo<TEST_ORDER> &info) {
-  return info.param == LITTLE ? "Little" : "Big";
 }
 
 }  // namespace testing_support

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <map>
 
+#include "common/msg_capture.h"
 #include "objfile/elf/elf_builder.h"
 #include "objfile/elf/elf_dynamic.h"
 #include "objfile/elf/elf_file.h"
@@ -25,35 +26,6 @@ using namespace testing_support;
 namespace {
 
 constexpr uint32_t BASE = 0x10000;  // the image's load address (file offset 0)
-
-
-template <class F> std::string listing(F &&print) {
-  char *text = nullptr;
-  size_t size = 0;
-  FILE *stream = open_memstream(&text, &size);
-  print(stream);
-  fclose(stream);
-  std::string out(text, size);
-  free(text);
-  return out;
-}
-
-// Every message an object reports, in order.
-struct MESSAGES {
-  std::vector<std::pair<uint32_t, std::string>> seen;
-  void attach(OBJECT_FILE *object) {
-    object->set_error_handler([this](OBJECT_FILE *o, uint32_t code, const char *text) {
-      seen.emplace_back(code, text);
-      o->clear_error();
-    });
-  }
-  bool has(uint32_t code, const std::string &text) const {
-    for (const auto &[c, t] : seen)
-      if (c == code && t == text)
-        return true;
-    return false;
-  }
-};
 
 struct IMAGE_OPTIONS {
   bool syment = true;          // DT_SYMENT present
@@ -106,13 +78,11 @@ private:
     add({".gnu.version", SHT_GNU_versym, BYTES(order_).u16(0).u16(2).bytes(), dynsym, 0, 2, SHF_ALLOC, 2,
          addr(".gnu.version")});
     DATA_MAP d;
-    d.set_byte_order(order_ == LITTLE ? BYTE_ORDERING::LITTLE : BYTE_ORDERING::BIG);
+    d.set_byte_order(ordering(order_));
     ELF_VERDEF_TABLE::encode_records(d, {{1, VER_FLG_BASE, 1, 0x1234, {{1, ""}}}, {1, 0, 2, 0x5678, {{9, ""}}}});
-    add({".gnu.version_d", SHT_GNU_verdef, std::string(reinterpret_cast<const char *>(d.slice(0, d.size())), d.size()),
-         str, 2, 0, SHF_ALLOC, 4, addr(".gnu.version_d")});
+    add({".gnu.version_d", SHT_GNU_verdef, contents(d), str, 2, 0, SHF_ALLOC, 4, addr(".gnu.version_d")});
     ELF_VERNEED_TABLE::encode_records(d, {{1, {12, ""}, {{0x0d696910, 0, 3, {22, ""}}}}});
-    add({".gnu.version_r", SHT_GNU_verneed, std::string(reinterpret_cast<const char *>(d.slice(0, d.size())), d.size()),
-         str, 1, 0, SHF_ALLOC, 4, addr(".gnu.version_r")});
+    add({".gnu.version_r", SHT_GNU_verneed, contents(d), str, 1, 0, SHF_ALLOC, 4, addr(".gnu.version_r")});
     if (options_.relocs) {
       add({".rel.dyn", SHT_REL, BYTES(order_).u32(BASE).u32(8).bytes(), dynsym, 0, 8, SHF_ALLOC, 4, addr(".rel.dyn")});
       if (options_.text_between)
@@ -200,40 +170,8 @@ TEST_P(ElfImage, APlacedPtPhdrFreezesTheTable) {
   EXPECT_EQ(segments->get_count(), 3u);
 }
 
-TEST_P(ElfImage, ACopyKeepsTheLoadedImageAndMovesOnlyWhatIsNotLoaded) {
-  IMAGE image(GetParam());
-  std::string original = image.build();
-  OPENED o(original);
-  int result = -1;
-  std::string copy = written(o.object(), &result);
-  ASSERT_EQ(result, 0) << o.object()->get_error_text();
-  // The image bytes stay, less the three header fields that place the
-  // section headers.
-  ASSERT_GE(copy.size(), image.load_end);
-  EXPECT_EQ(copy.substr(52, image.load_end - 52), original.substr(52, image.load_end - 52));
-  EXPECT_EQ(copy.substr(0, 32), original.substr(0, 32));
-  OPENED c(copy);
-  ELF_SECTION_TABLE *before = o.elf()->get_section_table(), *after = c.elf()->get_section_table();
-  ASSERT_EQ(after->get_count(), before->get_count());
-  for (uint32_t i = 1; i < after->get_count(); i++) {
-    const ELF32_SECTION_HEADER_RECORD &a = after->get_section(i)->header();
-    EXPECT_EQ(after->get_section(i)->get_name(), before->get_section(i)->get_name());
-    if (a.sh_flags & SHF_ALLOC) {
-      EXPECT_EQ(a.sh_offset, image.offset_of(after->get_section(i)->get_name()));
-      EXPECT_EQ(a.sh_addr, BASE + a.sh_offset);
-    } else {
-      EXPECT_GE(a.sh_offset, image.load_end);
-    }
-  }
-  EXPECT_EQ(c.elf()->header().e_phoff, 52u);
-  EXPECT_EQ(c.elf()->header().e_phnum, 3u);
-  EXPECT_EQ(written(c.object()), copy);  // a fixed point
-}
-
 TEST_P(ElfImage, APtPhdrOutsideEveryPtLoadIsReportedWithItsTrailingBlank) {
-  IMAGE_OPTIONS options;
-  options.phdr_in_load = false;
-  OPENED o(IMAGE(GetParam(), options).build());
+  OPENED o(IMAGE(GetParam(), {.phdr_in_load = false}).build());
   MESSAGES messages;
   messages.attach(o.object());
   EXPECT_FALSE(o.elf()->get_segment_table()->is_frozen());
@@ -301,14 +239,10 @@ TEST_P(ElfImage, DynamicEntriesRefuseTheFieldTheirTagDoesNotCarry) {
   ASSERT_EQ(unknown->get_val(value), 0);  // unknown tags carry a value
   EXPECT_EQ(value, 7u);
   ASSERT_EQ(dynamic->find(DT_STRTAB)->get_ptr(value), 0);
-  EXPECT_EQ(ELF_DYNAMIC_DB::name(DT_VERNEEDNUM), "DT_VERNEEDNUM");
-  EXPECT_EQ(ELF_DYNAMIC_DB::kind(DT_SYMBOLIC), ELF_DYN_NEITHER);
 }
 
 TEST_P(ElfImage, AMissingMandatoryTagIsReportedForTheFileType) {
-  IMAGE_OPTIONS options;
-  options.syment = false;
-  OPENED o(IMAGE(GetParam(), options).build());
+  OPENED o(IMAGE(GetParam(), {.syment = false}).build());
   MESSAGES messages;
   messages.attach(o.object());
   int result = -1;
@@ -320,10 +254,7 @@ TEST_P(ElfImage, AMissingMandatoryTagIsReportedForTheFileType) {
 }
 
 TEST_P(ElfImage, ASingleRelocationTableNeedsThePltRelocationsRightAfterTheOthers) {
-  IMAGE_OPTIONS options;
-  options.relocs = true;
-  IMAGE image(GetParam(), options);
-  OPENED o(image.build());
+  OPENED o(IMAGE(GetParam(), {.relocs = true}).build());
   o.elf()->get_dynamic_table()->set_single_relocation_table(true);
   int result = -1;
   std::string copy = written(o.object(), &result);
@@ -333,8 +264,7 @@ TEST_P(ElfImage, ASingleRelocationTableNeedsThePltRelocationsRightAfterTheOthers
   ASSERT_EQ(c.elf()->get_dynamic_table()->find(DT_RELSZ)->get_val(size), 0);
   EXPECT_EQ(size, 16u);  // both tables
 
-  options.text_between = true;
-  OPENED apart(IMAGE(GetParam(), options).build());
+  OPENED apart(IMAGE(GetParam(), {.relocs = true, .text_between = true}).build());
   apart.elf()->get_dynamic_table()->set_single_relocation_table(true);
   (void)written(apart.object(), &result);
   EXPECT_EQ(result, -1);
@@ -354,7 +284,7 @@ TEST_P(ElfImage, VersionSectionsAreReadAndListed) {
   ASSERT_EQ(needs->get_count(), 1u);
   EXPECT_EQ(needs->get_need(0)->file.text, "libc.so.6");
   EXPECT_EQ(needs->find_index(3)->name.text, "GLIBC_2.0");
-  std::string text = listing([&](FILE *f) { o.object()->dump(f); });
+  std::string text = printed([&](FILE *f) { o.object()->dump(f); });
   for (const char *expected : {"\n Program Segment Table\n\n", "<0>\n", "<2>\n", "Elf File Header", "Segment <2>",
                                "PT_PHDR", "\n Dynamic Information in \".dynamic\"\n\n", "DT_NEEDED", "\"libc.so.6\"",
                                "DT_0x70000001", "\n Version Symbols in \".gnu.version\"\n\n", "Version Index:",
@@ -363,23 +293,22 @@ TEST_P(ElfImage, VersionSectionsAreReadAndListed) {
                                "\n Version Needed Records in \".gnu.version_r\"\n\n", "Dependency #0\n",
                                "Other (Index):", "File:", "Hash Value:"})
     EXPECT_NE(text.find(expected), std::string::npos) << expected;
-  std::string xml = listing([&](FILE *f) { o.object()->dump_xml(f); });
+  std::string xml = printed([&](FILE *f) { o.object()->dump_xml(f); });
   for (const char *expected : {"<segments>", "<dynamic", "<version_definitions", "<version_needs", "<version_symbols"})
     EXPECT_NE(xml.find(expected), std::string::npos) << expected;
 }
 
 TEST_P(ElfImage, VersionRecordsUseThePublishedLayout) {
-  BYTE_ORDERING order = GetParam() == LITTLE ? BYTE_ORDERING::LITTLE : BYTE_ORDERING::BIG;
   std::vector<ELF_VERDEF> definitions = {{1, VER_FLG_BASE, 1, 0xAABBCCDD, {{1, ""}}},
                                          {1, VER_FLG_WEAK, 2, 0x11223344, {{9, ""}, {1, ""}}}};
   DATA_MAP data;
-  data.set_byte_order(order);
+  data.set_byte_order(ordering(GetParam()));
   ELF_VERDEF_TABLE::encode_records(data, definitions);
   ASSERT_EQ(data.size(), 20u + 8 + 20 + 16);
   BYTES expected(GetParam());
   expected.u16(1).u16(1).u16(1).u16(1).u32(0xAABBCCDD).u32(20).u32(28).u32(1).u32(0);
   expected.u16(1).u16(2).u16(2).u16(2).u32(0x11223344).u32(20).u32(0).u32(9).u32(8).u32(1).u32(0);
-  EXPECT_EQ(std::string(reinterpret_cast<const char *>(data.slice(0, data.size())), data.size()), expected.bytes());
+  EXPECT_EQ(contents(data), expected.bytes());
   std::vector<ELF_VERDEF> back;
   ASSERT_TRUE(ELF_VERDEF_TABLE::decode_records(data, 2, back));
   ASSERT_EQ(back.size(), 2u);
@@ -391,7 +320,7 @@ TEST_P(ElfImage, VersionRecordsUseThePublishedLayout) {
   BYTES need(GetParam());
   need.u16(1).u16(2).u32(5).u32(16).u32(0);
   need.u32(0x1111).u16(0).u16(2).u32(7).u32(16).u32(0x2222).u16(2).u16(3).u32(8).u32(0);
-  EXPECT_EQ(std::string(reinterpret_cast<const char *>(data.slice(0, data.size())), data.size()), need.bytes());
+  EXPECT_EQ(contents(data), need.bytes());
   std::vector<ELF_VERNEED> needs;
   ASSERT_TRUE(ELF_VERNEED_TABLE::decode_records(data, 1, needs));
   EXPECT_EQ(needs[0].dependencies[1].other, 3u);
@@ -428,17 +357,15 @@ TEST_P(ElfImage, SegmentAttributesAreWrittenToTheirSectionAndReadBack) {
   EXPECT_EQ(read->get(1, 0x99), 7u);
   EXPECT_EQ(read->all().front(), (ELF_SEG_ATTR{0, PHA_PAGE, 2}));
   EXPECT_EQ(elf_seg_attr_name(0x99), "PHA_0x99");
-  std::string text = listing([&](FILE *f) { c.object()->dump(f); });
+  std::string text = printed([&](FILE *f) { c.object()->dump(f); });
   EXPECT_NE(text.find("PHA_0x99 (7)"), std::string::npos);
   EXPECT_NE(text.find("\n Segment Attributes in \".QV.phattrs\"\n\n"), std::string::npos);
 }
 
 TEST_P(ElfImage, ABuiltSharedObjectPinsItsDynamicSectionsAndLaysOutItsSegments) {
-  OF_DESCRIPTOR d;
-  d.format = OF_FORMAT_ELF;
-  d.version = OF_VERSION_ELF1;
-  d.machine = OF_MACHINE_ARM;
-  d.endian = GetParam() == LITTLE ? OF_ENDIAN_LITTLE : OF_ENDIAN_BIG;
+  OF_ENDIAN endian = GetParam() == LITTLE ? OF_ENDIAN_LITTLE : OF_ENDIAN_BIG;
+  OF_DESCRIPTOR d{
+      .name = {}, .format = OF_FORMAT_ELF, .version = OF_VERSION_ELF1, .endian = endian, .machine = OF_MACHINE_ARM};
   std::unique_ptr<OBJECT_FILE> object(create_object(d, nullptr));
   ELF_FILE *f = get_elf_interface(object.get());
   ASSERT_EQ(f->set_file_type(OF_FILE_TYPE_SHARED), 0);
@@ -492,18 +419,15 @@ TEST_P(ElfImage, ABuiltSharedObjectPinsItsDynamicSectionsAndLaysOutItsSegments) 
   EXPECT_EQ(p.p_filesz, load->header().p_filesz);
 }
 
+// The rules and the fallbacks; the known names are tables the code holds.
 TEST(ElfImageNames, VersionIndexesSegmentsAndFlags) {
-  EXPECT_EQ(elf_version_index_name(0), "VER_NDX_LOCAL");
-  EXPECT_EQ(elf_version_index_name(1), "VER_NDX_GLOBAL");
-  EXPECT_EQ(elf_version_index_name(0xFF01), "VER_NDX_ELIMINATE");
-  EXPECT_EQ(elf_version_index_name(0xFF05), "VER_NDX_0xff05");
-  EXPECT_EQ(elf_version_index_name(0x8003), "3 (deprecated)");
-  EXPECT_EQ(elf_version_index_name(7), "7");
-  EXPECT_EQ(elf_verdef_version_name(0), "VER_DEF_NONE");
-  EXPECT_EQ(elf_verdef_version_name(1), "VER_DEF_CURRENT");
+  const std::pair<uint16_t, const char *> indexes[] = {
+      {0, "VER_NDX_LOCAL"},   {1, "VER_NDX_GLOBAL"}, {0xFF01, "VER_NDX_ELIMINATE"}, {0xFF00, "VER_NDX_0xff00"},
+      {0xFF02, "VER_NDX_0xff02"}, {0x8003, "3 (deprecated)"}, {7, "7"}};
+  for (auto [index, name] : indexes)
+    EXPECT_EQ(elf_version_index_name(index), name);
   EXPECT_EQ(elf_verdef_version_name(2), "VER_DEF_0x0002");
   EXPECT_EQ(elf_version_flag_names(0x0007), (std::vector<std::string>{"VER_FLG_BASE", "VER_FLG_WEAK", "VER_FLG_0x0004"}));
-  EXPECT_EQ(elf_segment_type_name(PT_TLS), "PT_TLS");
   EXPECT_EQ(elf_segment_type_name(0x6474E551), "PT_UNKNOWN (0x6474e551)");
   EXPECT_EQ(elf_segment_flag_names(PF_R | PF_X | 0x10), (std::vector<std::string>{"PF_X", "PF_R", "PF_0x10"}));
 }

@@ -3,9 +3,6 @@
 // orders; the extended-flag names, the machine database's first.
 #include <gtest/gtest.h>
 
-#include "common/bytes.h"
-#include "objfile/data_map.h"
-#include "objfile/elf/elf_builder.h"
 #include "objfile/elf/elf_scnattr.h"
 #include "objfile/of_mach.h"
 #include "objfile/test_object.h"
@@ -25,8 +22,6 @@ const char OBSOLETE[] = "Obsolete QV extended section attributes format. All ext
 const char UPDATED[] = "Updated extended section attributes format. Some extended section attributes may be "
                        "ignored. arvela update recommended.";
 
-BYTE_ORDERING ordering(TEST_ORDER o) { return o == LITTLE ? BYTE_ORDERING::LITTLE : BYTE_ORDERING::BIG; }
-
 class ScnAttr : public ::testing::TestWithParam<TEST_ORDER> {
 protected:
   TEST_ORDER order = GetParam();
@@ -39,17 +34,13 @@ protected:
   }
   bool read(const std::string &bytes) {
     file.clear_error();
-    DATA_MAP map;
-    map.set_byte_order(ordering(order));
-    map.assign(bytes.data(), bytes.size());
+    DATA_MAP map = map_of(order, bytes);
     return ELF_SCN_ATTR_TABLE::read(&file, map, values);
   }
   std::string written(const std::vector<uint32_t> &v) {
-    DATA_MAP out;
-    out.set_byte_order(ordering(order));
-    out.write_u32(0xDEADBEEF);  // replaced, not appended to
+    DATA_MAP out = map_of(order, "junk");  // replaced, not appended to
     ELF_SCN_ATTR_TABLE::write(out, v);
-    return std::string(reinterpret_cast<const char *>(out.slice(0, out.size())), out.size());
+    return contents(out);
   }
   void expect_warning(const char *text) {
     EXPECT_EQ(file.get_error_code(), OF_ERR_WARNING);

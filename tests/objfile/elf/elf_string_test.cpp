@@ -29,19 +29,14 @@ std::vector<uint32_t> words(DATA_MAP &d) {
 }
 
 std::string dump_text(ELF_SYMBOL_HASH &hash, bool xml = false) {
-  char *buf = nullptr;
-  size_t len = 0;
-  FILE *f = open_memstream(&buf, &len);
-  if (xml) {
-    XML_WRITER writer(f);
-    hash.dump_xml(writer);
-  } else {
-    hash.dump(f);
-  }
-  fclose(f);
-  std::string text(buf, len);
-  free(buf);
-  return text;
+  return printed([&](FILE *f) {
+    if (xml) {
+      XML_WRITER writer(f);
+      hash.dump_xml(writer);
+    } else {
+      hash.dump(f);
+    }
+  });
 }
 
 }  // namespace
@@ -152,25 +147,20 @@ static std::string dump_hash_over_a(ELF_BUILDER &builder, TEST_ORDER order, std:
   return text + "[" + std::to_string(o.object()->get_error_code()) + "] " + o.object()->get_error_text();
 }
 
-TEST_P(ElfStrings, DumpReportsChainLinksBeyondTheTable) {
+// Chain links beyond the table are reported; a chain that loops back on
+// itself ends the listing once the chains have named more entries than there
+// are symbols, instead of walking forever.
+TEST_P(ElfStrings, DumpReportsDamagedChains) {
+  const std::string heading = " Symbol Hash Table in \".hash\"\n\n\n"
+                              "  Row      Symbol Name(s)\n"
+                              "  ---      --------------\n";
   EXPECT_EQ(dump_hash_over_a(builder, GetParam(), {2, 2, 1, 7, 0, 9}),
-            " Symbol Hash Table in \".hash\"\n\n\n"
-            "  Row      Symbol Name(s)\n"
-            "  ---      --------------\n"
-            "  0        \"a\"\n"
-            "  1        \n"
-            "[3] symbol index 9 in \".hash\" is beyond the end of symbol table \".symtab\"");
-}
-
-// A chain that loops back on itself ends the listing once the chains have
-// named more entries than there are symbols, instead of walking forever.
-TEST_P(ElfStrings, DumpStopsAtChainsThatLoop) {
-  EXPECT_EQ(dump_hash_over_a(builder, GetParam(), {1, 2, 1, 0, 1}),
-            " Symbol Hash Table in \".hash\"\n\n\n"
-            "  Row      Symbol Name(s)\n"
-            "  ---      --------------\n"
-            "  0        \"a\", \"a\"\n"
-            "[3] the chains of \".hash\" hold more entries than symbol table \".symtab\"");
+            heading + "  0        \"a\"\n  1        \n"
+                      "[3] symbol index 9 in \".hash\" is beyond the end of symbol table \".symtab\"");
+  ELF_BUILDER again(GetParam());
+  EXPECT_EQ(dump_hash_over_a(again, GetParam(), {1, 2, 1, 0, 1}),
+            heading + "  0        \"a\", \"a\"\n"
+                      "[3] the chains of \".hash\" hold more entries than symbol table \".symtab\"");
 }
 
 TEST(ElfHash, RefusesASymbolTableOfAnotherFormat) {
@@ -178,8 +168,7 @@ TEST(ElfHash, RefusesASymbolTableOfAnotherFormat) {
   ELF_BUILDER b;
   b.add({".hash", SHT_HASH, ""});
   OPENED o(b.build());
-  OF_DESCRIPTOR d;
-  d.format = OF_FORMAT_COFF;
+  OF_DESCRIPTOR d{.name = {}, .format = OF_FORMAT_COFF};
   std::unique_ptr<OBJECT_FILE> coff(create_object(d, nullptr));
   testing_support::TEST_SYMBOL_TABLE foreign(coff.get(), {});
   ELF_SYMBOL_HASH hash(o.elf(), o.elf()->get_section_table()->get_section(1));

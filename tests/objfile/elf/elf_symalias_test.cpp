@@ -7,8 +7,6 @@
 
 #include "common/bytes.h"
 #include "common/msg_capture.h"
-#include "objfile/data_map.h"
-#include "objfile/elf/elf_builder.h"
 #include "objfile/elf/elf_symalias.h"
 #include "objfile/test_object.h"
 #include "support/xml_writer.h"
@@ -55,15 +53,10 @@ using PAIRS = std::vector<ELF_SYMALIAS_TABLE::PAIR>;
 class SymAlias : public ::testing::TestWithParam<TEST_ORDER> {
 protected:
   TEST_ORDER order = GetParam();
-  TEST_FILE file{named("lib.o")};
+  TEST_FILE file{OF_DESCRIPTOR{.name = "lib.o"}};
   ELF_SYMALIAS_TABLE table;
   bool ok = false;
 
-  static OF_DESCRIPTOR named(const char *name) {
-    OF_DESCRIPTOR d;
-    d.name = name;
-    return d;
-  }
   BYTES image(uint8_t major, uint8_t zero, uint8_t optional, const PAIRS &pairs, const std::string &vendor = "QV") {
     BYTES b(order);
     b.u8(major).u8(zero).u8(optional).u8(0).u16(static_cast<uint32_t>(pairs.size())).str(vendor);
@@ -71,83 +64,64 @@ protected:
       b.u32(p.alias).u32(p.target);
     return b;
   }
-  DATA_MAP map_of(const std::string &bytes) {
-    DATA_MAP map;
-    map.set_byte_order(order == LITTLE ? BYTE_ORDERING::LITTLE : BYTE_ORDERING::BIG);
-    map.assign(bytes.data(), bytes.size());
-    return map;
-  }
   // Loads `bytes`; what was printed.
   std::string load(const std::string &bytes, const std::string &producer = "QV", OBJECT_FILE *f = nullptr) {
-    DATA_MAP map = map_of(bytes);
+    DATA_MAP map = map_of(order, bytes);
     return warnings([&] { ok = table.load(f ? f : &file, map, producer); });
   }
   std::string written() {
-    DATA_MAP out = map_of("junk");
+    DATA_MAP out = map_of(order, "junk");  // replaced, not appended to
     table.write(out);
-    return std::string(reinterpret_cast<const char *>(out.slice(0, out.size())), out.size());
+    return contents(out);
   }
 };
 
 }  // namespace
 
-TEST_P(SymAlias, CurrentFormatIsReadInFileOrderWithoutSelfAliases) {
-  EXPECT_EQ(load(image(1, 0, 0, {{3, 1}, {5, 5}, {2, 1}})), "");
-  EXPECT_TRUE(ok);
-  EXPECT_EQ(table.get_pairs(), (PAIRS{{3, 1}, {2, 1}}));
-  // A table that holds pairs is not loaded again.
+// Each table is loaded into a table of its own.
+TEST_P(SymAlias, EachLoadingStepWithItsMessage) {
+  struct CASE {
+    std::string bytes;
+    const char *producer;
+    const char *warning;  // nullptr: none
+    bool ok;
+    PAIRS pairs;
+  };
+  std::string cut = image(1, 0, 0, {{4, 2}, {6, 2}});
+  const CASE cases[] = {
+      // In file order, without self aliases.
+      {image(1, 0, 0, {{3, 1}, {5, 5}, {2, 1}}), "QV", nullptr, true, {{3, 1}, {2, 1}}},
+      {"", "QV", nullptr, true, {}},
+      {std::string("\x01\x00\x00", 3), "QV", NOT_EXTENDED, false, {}},
+      {std::string("\x01\x00\x00\x00", 4), "QV", NOT_VALID, false, {}},
+      {std::string("\x01\x00\x00\x00\x01", 5), "QV", NOT_VALID, false, {}},
+      {image(2, 0, 0, {{3, 1}}), "QV", TOO_NEW, true, {}},
+      {image(1, 1, 0, {{3, 1}}), "QV", TOO_NEW, true, {}},
+      {image(0, 0, 0, {{3, 1}}), "QV", TOO_OLD, true, {}},
+      {image(1, 0, 3, {{4, 2}}), "QV", OPTIONAL_DATA, true, {{4, 2}}},  // noted and read past
+      // Pairs past the end and a vendor without its NUL fail silently.
+      {cut.substr(0, cut.size() - 1), "QV", nullptr, false, {}},
+      {std::string("\x01\x00\x00\x00\x00\x00QV", 8), "QV", nullptr, false, {}},
+      // Another vendor's table is believed only when it produced the file.
+      {image(1, 0, 0, {{3, 1}}), "", FOREIGN, true, {}},
+      {image(1, 0, 0, {{3, 1}}, "XY"), "QV", FOREIGN, true, {}},
+      {image(1, 0, 0, {{3, 1}}, "XY"), "XY", nullptr, true, {{3, 1}}},
+  };
+  for (size_t i = 0; i < std::size(cases); i++) {
+    const CASE &c = cases[i];
+    ELF_SYMALIAS_TABLE fresh;
+    DATA_MAP map = map_of(order, c.bytes);
+    std::string expected = c.warning ? warning_of(c.warning, "lib.o") : "";
+    EXPECT_EQ(warnings([&] { ok = fresh.load(&file, map, c.producer); }), expected) << i;
+    EXPECT_EQ(ok, c.ok) << i;
+    EXPECT_EQ(fresh.get_pairs(), c.pairs) << i;
+  }
+}
+
+TEST_P(SymAlias, ATableThatHoldsPairsIsNotLoadedAgain) {
+  EXPECT_EQ(load(image(1, 0, 0, {{3, 1}})), "");
   EXPECT_EQ(load(image(2, 0, 0, {})), "");
   EXPECT_TRUE(ok);
-  EXPECT_EQ(table.get_pairs().size(), 2u);
-}
-
-TEST_P(SymAlias, EmptySectionLoadsNothing) {
-  EXPECT_EQ(load(""), "");
-  EXPECT_TRUE(ok);
-  EXPECT_TRUE(table.get_pairs().empty());
-}
-
-TEST_P(SymAlias, ShortTablesFail) {
-  EXPECT_EQ(load(std::string("\x01\x00\x00", 3)), warning_of(NOT_EXTENDED, "lib.o"));
-  EXPECT_FALSE(ok);
-  EXPECT_EQ(load(std::string("\x01\x00\x00\x00", 4)), warning_of(NOT_VALID, "lib.o"));
-  EXPECT_FALSE(ok);
-  EXPECT_EQ(load(std::string("\x01\x00\x00\x00\x01", 5)), warning_of(NOT_VALID, "lib.o"));
-  EXPECT_FALSE(ok);
-  EXPECT_TRUE(table.get_pairs().empty());
-}
-
-TEST_P(SymAlias, OtherVersionsAreRefused) {
-  EXPECT_EQ(load(image(2, 0, 0, {{3, 1}})), warning_of(TOO_NEW, "lib.o"));
-  EXPECT_TRUE(ok);
-  EXPECT_EQ(load(image(1, 1, 0, {{3, 1}})), warning_of(TOO_NEW, "lib.o"));
-  EXPECT_TRUE(ok);
-  EXPECT_EQ(load(image(0, 0, 0, {{3, 1}})), warning_of(TOO_OLD, "lib.o"));
-  EXPECT_TRUE(ok);
-  EXPECT_TRUE(table.get_pairs().empty());
-}
-
-TEST_P(SymAlias, OptionalDataIsNotedAndReadPast) {
-  EXPECT_EQ(load(image(1, 0, 3, {{4, 2}})), warning_of(OPTIONAL_DATA, "lib.o"));
-  EXPECT_TRUE(ok);
-  EXPECT_EQ(table.get_pairs(), (PAIRS{{4, 2}}));
-}
-
-TEST_P(SymAlias, PairsPastTheEndFailSilently) {
-  std::string cut = image(1, 0, 0, {{4, 2}, {6, 2}});
-  EXPECT_EQ(load(cut.substr(0, cut.size() - 1)), "");
-  EXPECT_FALSE(ok);
-  EXPECT_EQ(load(std::string("\x01\x00\x00\x00\x00\x00QV", 8)), "");  // vendor not terminated
-  EXPECT_FALSE(ok);
-  EXPECT_TRUE(table.get_pairs().empty());
-}
-
-TEST_P(SymAlias, AnotherVendorsTableIsIgnored) {
-  EXPECT_EQ(load(image(1, 0, 0, {{3, 1}}), ""), warning_of(FOREIGN, "lib.o"));
-  EXPECT_TRUE(ok);
-  EXPECT_EQ(load(image(1, 0, 0, {{3, 1}}, "XY"), "QV"), warning_of(FOREIGN, "lib.o"));
-  EXPECT_TRUE(table.get_pairs().empty());
-  EXPECT_EQ(load(image(1, 0, 0, {{3, 1}}, "XY"), "XY"), "");
   EXPECT_EQ(table.get_pairs(), (PAIRS{{3, 1}}));
 }
 
@@ -187,7 +161,7 @@ TEST_P(SymAlias, WrittenTableLoadsBack) {
   table.add_pair(8, 2);
   std::string out = written();
   ELF_SYMALIAS_TABLE again;
-  DATA_MAP map = map_of(out);
+  DATA_MAP map = map_of(order, out);
   EXPECT_EQ(warnings([&] { ok = again.load(&file, map, ELF_SYMALIAS_TABLE::VENDOR); }), "");
   EXPECT_TRUE(ok);
   EXPECT_EQ(again.get_pairs(), table.get_pairs());

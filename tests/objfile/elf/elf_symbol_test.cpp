@@ -18,10 +18,6 @@ protected:
   ELF_BUILDER builder{GetParam()};
 };
 
-ELF_SYMBOL *symbol(const OPENED &o, uint32_t i) {
-  return static_cast<ELF_SYMBOL *>(o.object()->get_symbol_table()->get_symbol(i));
-}
-
 std::vector<std::string> names(OF_SYMBOL_TABLE *t) {
   std::vector<std::string> out;
   for (uint32_t i = 0; i < t->get_count(); i++)
@@ -44,8 +40,8 @@ TEST_P(ElfSymbol, KindFollowsTheSectionIndex) {
   builder.add_symtab(syms);
   OPENED o(builder.build());
   for (size_t i = 0; i < std::size(cases); i++) {
-    EXPECT_EQ(symbol(o, static_cast<uint32_t>(i + 1))->get_kind(), cases[i].kind) << std::hex << cases[i].shndx;
-    EXPECT_EQ(symbol(o, static_cast<uint32_t>(i + 1))->is_defined_in_section(), cases[i].kind == OF_KIND_DEFINED);
+    EXPECT_EQ(o.symbol(static_cast<uint32_t>(i + 1))->get_kind(), cases[i].kind) << std::hex << cases[i].shndx;
+    EXPECT_EQ(o.symbol(static_cast<uint32_t>(i + 1))->is_defined_in_section(), cases[i].kind == OF_KIND_DEFINED);
   }
 }
 
@@ -53,8 +49,8 @@ TEST_P(ElfSymbol, TheMachineDatabaseGivesReservedIndexesTheirKind) {
   builder.machine = 141;  // its 0xFF00 symbols are near-common
   builder.add_symtab({{"near", 0, 4, 0x11, 0, 0xFF00}, {"other", 0, 4, 0x11, 0, 0xFF05}});
   OPENED o(builder.build());
-  EXPECT_EQ(symbol(o, 1)->get_kind(), OF_KIND_COMMON);
-  EXPECT_EQ(symbol(o, 2)->get_kind(), OF_KIND_UNKNOWN);
+  EXPECT_EQ(o.symbol(1)->get_kind(), OF_KIND_COMMON);
+  EXPECT_EQ(o.symbol(2)->get_kind(), OF_KIND_UNKNOWN);
 }
 
 TEST_P(ElfSymbol, BindingAndTypeNibbles) {
@@ -68,55 +64,36 @@ TEST_P(ElfSymbol, BindingAndTypeNibbles) {
   const OF_SYMBOL_BINDING bindings[] = {OF_BIND_LOCAL, OF_BIND_GLOBAL, OF_BIND_WEAK, OF_BIND_UNKNOWN,
                                         OF_BIND_UNKNOWN, OF_BIND_UNKNOWN, OF_BIND_UNKNOWN};
   for (uint32_t i = 0; i < 7; i++)
-    EXPECT_EQ(symbol(o, 1 + i)->get_binding(), bindings[i]) << i;
+    EXPECT_EQ(o.symbol(1 + i)->get_binding(), bindings[i]) << i;
   const OF_SYMBOL_TYPE types[] = {OF_TYPE_NONE,   OF_TYPE_OBJECT, OF_TYPE_FUNCTION, OF_TYPE_SECTION,
                                   OF_TYPE_FILE,   OF_TYPE_COMMON, OF_TYPE_TLS,      OF_TYPE_NONE,
                                   OF_TYPE_NONE,   OF_TYPE_NONE,   OF_TYPE_NONE};
   for (uint32_t i = 0; i < 11; i++)
-    EXPECT_EQ(symbol(o, 8 + i)->get_type(), types[i]) << i;
-}
-
-TEST_P(ElfSymbol, RecordFieldsNamesAndLazyLoading) {
-  builder.add_symtab({{"alpha", 0x1234'5678, 0x20, 0x12, 2, 1}, {"", 0, 0, 0x03, 0, 1}});
-  OPENED o(builder.build());
-  OF_SYMBOL_TABLE *t = o.object()->get_symbol_table();
-  EXPECT_EQ(t->get_count(), 3u);
-  EXPECT_EQ(t->get_name(), ".symtab");
-  ELF_SYMBOL *s = symbol(o, 1);
-  EXPECT_EQ(s->get_name(), "alpha");
-  EXPECT_EQ(s->get_value(), 0x1234'5678u);
-  EXPECT_EQ(s->get_size(), 0x20u);
-  EXPECT_EQ(s->get_visibility(), 2);
-  EXPECT_EQ(s->get_section_index(), 1u);
-  EXPECT_EQ(symbol(o, 2)->get_name(), "");
-  EXPECT_EQ(t->get_symbol(1), s);  // the stored symbol, not a second load
-  EXPECT_EQ(t->get_symbol(3), nullptr);
+    EXPECT_EQ(o.symbol(8 + i)->get_type(), types[i]) << i;
 }
 
 TEST_P(ElfSymbol, ExtendedSectionIndexComesFromTheShndxSectionOnlyBeyond65279Sections) {
   builder.add_symtab({{"far", 0, 0, 0x11, 0, SHN_XINDEX}, {"near", 0, 0, 0x11, 0, 1}});
+  {
+    OPENED without(builder.build());
+    EXPECT_EQ(without.symbol(1)->get_kind(), OF_KIND_DEFINED);
+    EXPECT_EQ(without.symbol(1)->get_section_index(), 0u) << "no extended-index section: 0";
+  }
   BYTES words(GetParam());
   words.u32(0).u32(70000).u32(0);
   builder.add({".symtab_shndx", SHT_SYMTAB_SHNDX, words.bytes(), 3, 0, 4});
   {
     OPENED few(builder.build());
-    EXPECT_EQ(symbol(few, 1)->get_kind(), OF_KIND_DEFINED);
-    EXPECT_EQ(symbol(few, 1)->get_section_index(), 0u) << "with few sections the word is not consulted";
+    EXPECT_EQ(few.symbol(1)->get_kind(), OF_KIND_DEFINED);
+    EXPECT_EQ(few.symbol(1)->get_section_index(), 0u) << "with few sections the word is not consulted";
   }
   builder.extended_numbering = true;
   while (builder.section_count() < ELF_MAX_DIRECT_SECTIONS + 1)
     builder.add({"", SHT_PROGBITS, "", 0, 0, 0});
   OPENED many(builder.build());
-  EXPECT_EQ(symbol(many, 1)->get_kind(), OF_KIND_DEFINED);
-  EXPECT_EQ(symbol(many, 1)->get_section_index(), 70000u);
-  EXPECT_EQ(symbol(many, 2)->get_section_index(), 1u);
-}
-
-TEST_P(ElfSymbol, ExtendedSectionIndexWithoutItsSectionIsZero) {
-  builder.add_symtab({{"far", 0, 0, 0x11, 0, SHN_XINDEX}});
-  OPENED o(builder.build());
-  EXPECT_EQ(symbol(o, 1)->get_kind(), OF_KIND_DEFINED);
-  EXPECT_EQ(symbol(o, 1)->get_section_index(), 0u);
+  EXPECT_EQ(many.symbol(1)->get_kind(), OF_KIND_DEFINED);
+  EXPECT_EQ(many.symbol(1)->get_section_index(), 70000u);
+  EXPECT_EQ(many.symbol(2)->get_section_index(), 1u);
 }
 
 TEST_P(ElfSymbol, DynamicSymbolsReadTheirVersionIndexWhenTheTargetVersions) {
@@ -146,7 +123,7 @@ TEST_P(ElfSymbol, StringTableIsFoundByNameWhenNotLinked) {
   builder.add({".strtab", 3, strtab});
   uint32_t sym = builder.add({".symtab", 2, records, 0, 1, 16});
   OPENED o(builder.build());
-  EXPECT_EQ(symbol(o, 1)->get_name(), "named");
+  EXPECT_EQ(o.symbol(1)->get_name(), "named");
   EXPECT_EQ(o.elf()->get_section_table()->get_section(sym)->header().sh_link, 1u);
 }
 
@@ -156,7 +133,7 @@ TEST_P(ElfSymbol, AMissingStringTableIsMadeAndAnUnreachableOneReported) {
   uint32_t sym = builder.add({".symtab", 2, records, 0, 1, 16});
   {
     OPENED o(builder.build());
-    EXPECT_EQ(symbol(o, 1)->get_name(), "");
+    EXPECT_EQ(o.symbol(1)->get_name(), "");
     ELF_SECTION *made = o.elf()->get_section_table()->get_section(
         o.elf()->get_section_table()->get_section(sym)->header().sh_link);
     ASSERT_NE(made, nullptr);
@@ -166,7 +143,7 @@ TEST_P(ElfSymbol, AMissingStringTableIsMadeAndAnUnreachableOneReported) {
   ELF_BUILDER bad(GetParam());
   bad.add({".symtab", 2, records, 99, 1, 16});
   OPENED o(bad.build());
-  EXPECT_EQ(symbol(o, 1)->get_name(), "");
+  EXPECT_EQ(o.symbol(1)->get_name(), "");
   EXPECT_EQ(o.object()->get_error_code(), OF_ERR_INTERNAL);
   EXPECT_EQ(o.object()->get_error_text(), "string table for symbol table \".symtab\" not found");
 }
@@ -174,7 +151,7 @@ TEST_P(ElfSymbol, AMissingStringTableIsMadeAndAnUnreachableOneReported) {
 TEST_P(ElfSymbol, SettersMapToTheRecordAndRefuseOtherValues) {
   builder.add_symtab({{"s", 8, 4, 0x21, 0, 1}});
   OPENED o(builder.build());
-  ELF_SYMBOL *s = symbol(o, 1);
+  ELF_SYMBOL *s = o.symbol(1);
   EXPECT_EQ(s->set_kind(OF_KIND_ABSOLUTE), 0);
   EXPECT_EQ(s->record().st_shndx, SHN_ABS);
   EXPECT_EQ(s->set_kind(OF_KIND_COMMON), 0);
@@ -229,17 +206,6 @@ TEST_P(ElfSymbol, PreparingPutsNullThenLocalsThenTheRestAndDropsNullRecords) {
   EXPECT_EQ(o.object()->get_error_code(), 0u);
 }
 
-TEST_P(ElfSymbol, PreparingReplacesANamedSymbolZero) {
-  builder.add_symtab({{"first", 0, 0, 0x12, 0, 1}, {"loc", 0, 0, 0x00, 0, 1}}, false);
-  OPENED o(builder.build());
-  ELF_SYMBOL_TABLE *t = o.elf()->get_elf_symbol_table();
-  ASSERT_EQ(t->prepare_for_writing(), 0);
-  EXPECT_EQ(names(t), (std::vector<std::string>{"", "loc", "first"}));
-  EXPECT_TRUE(static_cast<ELF_SYMBOL *>(t->get_symbol(0))->is_null());
-  EXPECT_EQ(o.object()->get_error_code(), OF_ERR_INTERNAL);
-  EXPECT_EQ(o.object()->get_error_text(), "symbol 0 is not a NULL symbol");
-}
-
 TEST_P(ElfSymbol, PreparingOnlyLocalsOrNothing) {
   builder.add_symtab({{"a", 0, 0, 0x00, 0, 1}, {"b", 0, 0, 0x03, 0, 1}});
   OPENED o(builder.build());
@@ -255,21 +221,6 @@ TEST_P(ElfSymbol, PreparingOnlyLocalsOrNothing) {
   ASSERT_EQ(et->prepare_for_writing(), 0);
   EXPECT_EQ(et->get_count(), 1u);
   EXPECT_EQ(e.object()->get_error_code(), 0u);
-}
-
-TEST_P(ElfSymbol, WritingEncodesTheRecordsAgain) {
-  builder.add_symtab({{"g", 0x10, 4, 0x12, 0, 1}, {"l", 0x20, 0, 0x02, 0, 1}});
-  OPENED o(builder.build());
-  ELF_SYMBOL_TABLE *t = o.elf()->get_elf_symbol_table();
-  ASSERT_EQ(t->prepare_for_writing(), 0);
-  ASSERT_EQ(t->write(), 0);
-  DATA_MAP *d = t->get_section()->get_data();
-  ASSERT_EQ(d->size(), 48u);
-  ELF32_SYMBOL_RECORD r{};
-  ASSERT_TRUE(elf32_read(*d, 16, r));
-  EXPECT_EQ(r.st_value, 0x20u);  // the local now comes first
-  EXPECT_EQ(r.st_info, 0x02);
-  EXPECT_STREQ(t->get_string_table()->get_string(r.st_name), "l");
 }
 
 INSTANTIATE_TEST_SUITE_P(BothOrders, ElfSymbol, ::testing::Values(LITTLE, BIG), order_name);
