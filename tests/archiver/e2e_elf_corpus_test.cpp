@@ -81,9 +81,9 @@ class ElfCorpus : public ::testing::TestWithParam<CORPUS_LIBRARY> {};
 TEST_P(ElfCorpus, RebuiltIndexEqualsGnuArs) {
   const std::filesystem::path library = GetParam().path;
   if (!std::filesystem::exists(library))
-    GTEST_SKIP() << library << " is not installed";
+    GTEST_FAIL() << library << " is not installed";
   if (!have_program("ar") || !have_program("nm"))
-    GTEST_SKIP() << "no GNU binutils";
+    GTEST_FAIL() << "no GNU binutils";
   testing_support::MSG_CAPTURE capture;
   TEMP_DIR dir;
   RUN_RESULT r = run({"ar", "x", library.string()}, dir.path());

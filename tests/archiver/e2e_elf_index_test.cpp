@@ -70,7 +70,7 @@ protected:
   void SetUp() override {
     for (const std::string &tool : {GetParam().as, GetParam().nm, std::string("ar")})
       if (!have_program(tool))
-        GTEST_SKIP() << "no " << tool;
+        GTEST_FAIL() << "no " << tool;
   }
 
   // Assembles `source` into `name`.o.
@@ -146,7 +146,7 @@ TEST_P(ElfIndex, UndefinedWeakAndLocalSymbolsStayOutOfBoth) {
 
 TEST_P(ElfIndex, LinkerPullsExactlyTheNeededMembersThroughOurIndex) {
   if (!have_program(GetParam().ld))
-    GTEST_SKIP() << "no " << GetParam().ld;
+    GTEST_FAIL() << "no " << GetParam().ld;
   const std::string call = GetParam().call;
   assemble("main", ".text\n.globl _start\n_start: " + call + " alpha\n");
   assemble("m1", ".text\n.globl alpha\nalpha: " + call + " gamma\n");
@@ -176,7 +176,7 @@ INSTANTIATE_TEST_SUITE_P(Toolchains, ElfIndex, ::testing::ValuesIn(TOOLCHAINS),
 // and weak, so it enters no index of ours. Only the x86 assembler makes them.
 TEST(ElfIndexDifferences, UniqueSymbolsAreLeftOutDeliberately) {
   if (!have_program("as") || !have_program("ar") || !have_program("nm"))
-    GTEST_SKIP() << "no GNU binutils";
+    GTEST_FAIL() << "no GNU binutils";
   TEMP_DIR dir;
   dir.write("u.s", ".text\n.globl uniq\n.type uniq, @gnu_unique_object\nuniq: nop\n.globl plain\nplain: nop\n");
   RUN_RESULT r = run({"as", "--32", "-o", "u.o", "u.s"}, dir.path());

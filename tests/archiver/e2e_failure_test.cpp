@@ -110,7 +110,7 @@ TEST(DamagedArchive, HugeNameTableSizeAllocatesNothing) {
   GTEST_SKIP() << "the sanitizers' shadow memory needs more address space than the limit allows";
 #endif
   if (!testing_support::have_program("prlimit"))
-    GTEST_SKIP() << "no prlimit";
+    GTEST_FAIL() << "no prlimit";
   TEMP_DIR dir;
   dir.write("lib.lib", std::string(MAGIC) + header("<filenames>/", 0, 1, 4294967294u) + "`\n`");
   RUN_RESULT r = testing_support::run(

@@ -63,10 +63,10 @@ void expect_arvela_reads(const INPUTS &in, const std::string &library) {
 
 TEST(Interop, ReadsGnuArArchives) {
   if (!have_program("ar"))
-    GTEST_SKIP() << "no ar";
+    GTEST_FAIL() << "no ar";
   INPUTS in;
   if (!in.ok)
-    GTEST_SKIP() << "no C compiler to make an object";
+    GTEST_FAIL() << "no C compiler to make an object";
   std::vector<std::string> argv{"ar", "rcD", "gnu.a"};
   for (const std::string &n : in.names())
     argv.push_back(n);
@@ -82,10 +82,10 @@ TEST(Interop, ReadsGnuArArchives) {
 
 TEST(Interop, ReadsLlvmArArchives) {
   if (!have_program("llvm-ar"))
-    GTEST_SKIP() << "no llvm-ar";
+    GTEST_FAIL() << "no llvm-ar";
   INPUTS in;
   if (!in.ok)
-    GTEST_SKIP() << "no C compiler to make an object";
+    GTEST_FAIL() << "no C compiler to make an object";
   for (std::vector<std::string> flags :
        {std::vector<std::string>{"rcD"}, {"rcD", "--format=gnu"}}) {
     SCOPED_TRACE(flags.size());
@@ -137,7 +137,7 @@ TEST(Interop, OthersReadWhatArvelaWrites) {
     }
   }
   if (tools == 0)
-    GTEST_SKIP() << "neither ar nor llvm-ar";
+    GTEST_FAIL() << "neither ar nor llvm-ar";
 
   if (in.ok && have_program("nm")) {
     r = run({"nm", "lib.lib"}, in.dir.path());
