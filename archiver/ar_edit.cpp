@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <charconv>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
@@ -118,6 +119,23 @@ void ar_replace(ARCHIVE *ar, OPTIONS &options) {
   ar_add(ar, options);
 }
 
+// "  %8lu   %s    " put together by hand: the listing of a large library is
+// mostly this, once per member.
+static size_t table_row_start(char (&out)[96], uint32_t size, const char date[64]) {
+  char digits[16];
+  size_t n_digits = static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, size).ptr - digits);
+  char *p = out;
+  memcpy(p, "          ", 2 + (n_digits < 8 ? 8 - n_digits : 0));
+  p += 2 + (n_digits < 8 ? 8 - n_digits : 0);
+  memcpy(p, digits, n_digits);
+  p += n_digits;
+  size_t date_length = strnlen(date, 63);
+  memcpy(p, "   ", 3);
+  memcpy(p + 3, date, date_length);
+  memcpy(p + 3 + date_length, "    ", 4);
+  return static_cast<size_t>(p + 3 + date_length + 4 - out);
+}
+
 void ar_table(ARCHIVE *ar, OPTIONS &options) {
   out_printf("\n      SIZE   DATE                        FILE NAME"
              "\n  --------   ------------------------    -----------------\n");
@@ -134,7 +152,10 @@ void ar_table(ARCHIVE *ar, OPTIONS &options) {
       strftime(date, sizeof date, "%a %b %e %H:%M:%S %Y", &local);
       shown = when;
     }
-    out_printf("  %8lu   %s    %s\n", static_cast<unsigned long>(m->size), date, printable(m->name).c_str());
+    char row[96];
+    out_write(row, table_row_start(row, m->size, date));
+    out_write_printable(m->name);
+    out_write("\n", 1);
   }
 }
 

@@ -59,9 +59,11 @@ void out_printf(const char *format, ...) {
     va_end(args);
     text = long_line.data();
   }
-  if (n <= 0)
-    return;
-  size_t length = static_cast<size_t>(n);
+  if (n > 0)
+    out_write(text, static_cast<size_t>(n));
+}
+
+void out_write(const char *text, size_t length) {
   if (static_cast<size_t>(g_end) + length > BUFFER_SIZE)
     out_flush();
   if (length > BUFFER_SIZE) {
@@ -76,10 +78,24 @@ void out_printf(const char *format, ...) {
     out_flush();
 }
 
+static bool is_control(unsigned char c) { return c < 0x20 || c == 0x7F; }
+
+void out_write_printable(const char *text) {
+  const char *p = text;
+  while (*p && !is_control(static_cast<unsigned char>(*p)))
+    p++;
+  if (!*p) {
+    out_write(text, static_cast<size_t>(p - text));
+    return;
+  }
+  std::string escaped = printable(text);
+  out_write(escaped.data(), escaped.size());
+}
+
 std::string printable(const char *text) {
   std::string out;
   for (const unsigned char *p = reinterpret_cast<const unsigned char *>(text); *p; p++) {
-    if (*p < 0x20 || *p == 0x7F) {
+    if (is_control(*p)) {
       char escaped[8];
       snprintf(escaped, sizeof escaped, "\\%03o", *p);
       out += escaped;

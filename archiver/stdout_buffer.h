@@ -3,11 +3,18 @@
 // call, where fflush is not safe to call from a handler.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 // Appends formatted text; flushed when the buffer fills, at exit, or at once
 // when standard output is a terminal.
 void out_printf(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+// Appends text as it stands.
+void out_write(const char *text, size_t length);
+
+// Appends the text as printable() gives it.
+void out_write_printable(const char *text);
 
 // Writes out what the buffer holds.
 void out_flush();
