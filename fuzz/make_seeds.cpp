@@ -6,7 +6,7 @@
 #include <string>
 
 #include "common/coff_image.h"
-#include "objfile/coff/coff_rich.h"
+#include "objfile/coff/coff_test.h"
 
 using namespace testing_support;
 
