@@ -2,13 +2,7 @@
 // object (".gnu.version_d", SHT_GNU_verdef), in the published GNU layout:
 // a chain of Verdef records, each followed by its chain of Verdaux records
 // (the version's name first, then the names of the versions it inherits
-// from). Names are offsets into the section's sh_link string table
-// (".dynstr"); sh_info is the number of definitions.
-//
-// Written in the usual layout: each Verdef followed at once by its Verdaux
-// entries (vd_aux 20, vda_next 8), vd_next pointing at the next
-// definition, 0 in the last of each chain. A table read from an image keeps
-// its bytes unless it is changed.
+// from), written with vd_aux 20 and vda_next 8.
 #pragma once
 
 #include <cstdint>
@@ -17,6 +11,8 @@
 #include <vector>
 
 #include "objfile/data_map.h"
+#include "objfile/elf/elf_types.h"
+#include "objfile/elf/elf_version_chain.h"
 #include "support/record_codec.h"
 
 class XML_WRITER;
@@ -58,12 +54,6 @@ std::string elf_verdef_version_name(uint16_t version);
 // "VER_FLG_0x%04hx".
 std::vector<std::string> elf_version_flag_names(uint16_t flags);
 
-// A name of a version record: its string table offset and its text.
-struct ELF_VERSION_NAME {
-  uint32_t offset;
-  std::string text;
-};
-
 struct ELF_VERDEF {
   uint16_t version = 1;
   uint16_t flags = 0;
@@ -72,36 +62,44 @@ struct ELF_VERDEF {
   std::vector<ELF_VERSION_NAME> names;  // the version's own name first
 };
 
-class ELF_VERDEF_TABLE {
-public:
-  explicit ELF_VERDEF_TABLE(ELF_FILE *file) : file_(file) {}
+struct ELF_VERDEF_CODEC {
+  using ENTRY = ELF_VERDEF;
+  using HEAD = ELF32_VERDEF_RECORD;
+  using AUX = ELF32_VERDAUX_RECORD;
+  static constexpr uint32_t SECTION_TYPE = SHT_GNU_verdef;
+  static constexpr const char *SECTION_NAME = ".gnu.version_d";
+  static constexpr const char *WHAT = "version definitions";
 
-  // Reads the file's SHT_GNU_verdef section, if any; a damaged chain is
-  // reported (error 3) and read as far as it goes.
-  void load();
-  ELF_SECTION *get_section() const { return section_; }
-  uint32_t get_count() const { return static_cast<uint32_t>(definitions_.size()); }
-  ELF_VERDEF *get_definition(uint32_t i) { return i < definitions_.size() ? &definitions_[i] : nullptr; }
+  static ENTRY entry(const HEAD &r) { return {r.vd_version, r.vd_flags, r.vd_ndx, r.vd_hash, {}}; }
+  static uint32_t aux_count(const HEAD &r) { return r.vd_cnt; }
+  static uint32_t first_aux(const HEAD &r) { return r.vd_aux; }
+  static uint32_t head_next(const HEAD &r) { return r.vd_next; }
+  static uint32_t aux_next(const AUX &a) { return a.vda_next; }
+  static void add_aux(ENTRY &e, const AUX &a) { e.names.push_back({a.vda_name, ""}); }
+
+  static uint32_t aux_count(const ENTRY &e) { return static_cast<uint32_t>(e.names.size()); }
+  static HEAD head(const ENTRY &e, uint16_t cnt, uint32_t aux, uint32_t next) {
+    return {e.version, e.flags, e.index, cnt, e.hash, aux, next};
+  }
+  static AUX aux(const ENTRY &e, uint32_t j, uint32_t next) { return {e.names[j].offset, next}; }
+  template <class F> static void for_each_name(ENTRY &e, F &&f) {
+    for (ELF_VERSION_NAME &n : e.names)
+      f(n);
+  }
+};
+
+extern template class ELF_VERSION_CHAIN<ELF_VERDEF_CODEC>;
+
+class ELF_VERDEF_TABLE : public ELF_VERSION_CHAIN<ELF_VERDEF_CODEC> {
+public:
+  using ELF_VERSION_CHAIN::ELF_VERSION_CHAIN;
+
+  ELF_VERDEF *get_definition(uint32_t i) { return i < entries_.size() ? &entries_[i] : nullptr; }
   // The definition whose index is `index` (bit 15 ignored), or null.
   const ELF_VERDEF *find_index(uint16_t index) const;
-  void add(const ELF_VERDEF &definition);
-  void mark_modified() { modified_ = true; }
-
-  // Decodes `data` (names from `strings` when given).
-  [[nodiscard]] static bool decode_records(DATA_MAP &data, uint32_t count, std::vector<ELF_VERDEF> &out);
-  static void encode_records(DATA_MAP &data, const std::vector<ELF_VERDEF> &definitions);
-  // Write step: encodes the records when they changed, the file is not a
-  // read image, or the byte order changes.
-  void prepare();
 
   void dump(FILE *stream);
   void dump_xml(XML_WRITER &xml);
-
-private:
-  ELF_FILE *file_;
-  ELF_SECTION *section_ = nullptr;
-  std::vector<ELF_VERDEF> definitions_;
-  bool modified_ = false;
 };
 
 }  // namespace OFE

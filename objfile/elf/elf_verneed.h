@@ -3,11 +3,8 @@
 // published GNU layout: a chain of Verneed records (one per file needed),
 // each followed by its chain of Vernaux records (one per version needed,
 // with the version index that symbols use for it). Names are offsets into
-// the section's sh_link string table; sh_info is the number of files.
-//
-// Written in the usual layout: each Verneed followed at once by its Vernaux
-// entries (vn_aux 16, vna_next 16), 0 ending each chain. A table read from
-// an image keeps its bytes unless it is changed.
+// the section's sh_link string table; written with vn_aux 16 and
+// vna_next 16.
 #pragma once
 
 #include <cstdint>
@@ -67,34 +64,50 @@ struct ELF_VERNEED {
   std::vector<ELF_VNDEP> dependencies;
 };
 
-class ELF_VERNEED_TABLE {
-public:
-  explicit ELF_VERNEED_TABLE(ELF_FILE *file) : file_(file) {}
+struct ELF_VERNEED_CODEC {
+  using ENTRY = ELF_VERNEED;
+  using HEAD = ELF32_VERNEED_RECORD;
+  using AUX = ELF32_VERNAUX_RECORD;
+  static constexpr uint32_t SECTION_TYPE = SHT_GNU_verneed;
+  static constexpr const char *SECTION_NAME = ".gnu.version_r";
+  static constexpr const char *WHAT = "version needs";
 
-  // Reads the file's SHT_GNU_verneed section, if any; a damaged chain is
-  // reported (error 3) and read as far as it goes.
-  void load();
-  ELF_SECTION *get_section() const { return section_; }
-  uint32_t get_count() const { return static_cast<uint32_t>(needs_.size()); }
-  ELF_VERNEED *get_need(uint32_t i) { return i < needs_.size() ? &needs_[i] : nullptr; }
+  static ENTRY entry(const HEAD &r) { return {r.vn_version, {r.vn_file, ""}, {}}; }
+  static uint32_t aux_count(const HEAD &r) { return r.vn_cnt; }
+  static uint32_t first_aux(const HEAD &r) { return r.vn_aux; }
+  static uint32_t head_next(const HEAD &r) { return r.vn_next; }
+  static uint32_t aux_next(const AUX &a) { return a.vna_next; }
+  static void add_aux(ENTRY &e, const AUX &a) {
+    e.dependencies.push_back({a.vna_hash, a.vna_flags, a.vna_other, {a.vna_name, ""}});
+  }
+
+  static uint32_t aux_count(const ENTRY &e) { return static_cast<uint32_t>(e.dependencies.size()); }
+  static HEAD head(const ENTRY &e, uint16_t cnt, uint32_t aux, uint32_t next) {
+    return {e.version, cnt, e.file.offset, aux, next};
+  }
+  static AUX aux(const ENTRY &e, uint32_t j, uint32_t next) {
+    const ELF_VNDEP &d = e.dependencies[j];
+    return {d.hash, d.flags, d.other, d.name.offset, next};
+  }
+  template <class F> static void for_each_name(ENTRY &e, F &&f) {
+    f(e.file);
+    for (ELF_VNDEP &d : e.dependencies)
+      f(d.name);
+  }
+};
+
+extern template class ELF_VERSION_CHAIN<ELF_VERNEED_CODEC>;
+
+class ELF_VERNEED_TABLE : public ELF_VERSION_CHAIN<ELF_VERNEED_CODEC> {
+public:
+  using ELF_VERSION_CHAIN::ELF_VERSION_CHAIN;
+
+  ELF_VERNEED *get_need(uint32_t i) { return i < entries_.size() ? &entries_[i] : nullptr; }
   // The dependency whose version index is `index` (bit 15 ignored), or null.
   const ELF_VNDEP *find_index(uint16_t index, const ELF_VERNEED **file = nullptr) const;
-  void add(const ELF_VERNEED &need);
-  void mark_modified() { modified_ = true; }
-
-  [[nodiscard]] static bool decode_records(DATA_MAP &data, uint32_t count, std::vector<ELF_VERNEED> &out);
-  static void encode_records(DATA_MAP &data, const std::vector<ELF_VERNEED> &needs);
-  // Write step, as for version definitions.
-  void prepare();
 
   void dump(FILE *stream);
   void dump_xml(XML_WRITER &xml);
-
-private:
-  ELF_FILE *file_;
-  ELF_SECTION *section_ = nullptr;
-  std::vector<ELF_VERNEED> needs_;
-  bool modified_ = false;
 };
 
 }  // namespace OFE
