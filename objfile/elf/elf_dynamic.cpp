@@ -28,32 +28,17 @@ bool ELF_DYNAMIC::allowed(ELF_DYNAMIC_KIND kind, const char *field, const char *
   return false;
 }
 
-int ELF_DYNAMIC::get_val(uint32_t &value) const {
-  if (!allowed(ELF_DYN_VALUE, "val", "access"))
+int ELF_DYNAMIC::get_field(ELF_DYNAMIC_KIND kind, const char *field, uint32_t &value) const {
+  if (!allowed(kind, field, "access"))
     return -1;
   value = record_.d_un;
   return 0;
 }
 
-int ELF_DYNAMIC::set_val(uint32_t value) {
-  if (!allowed(ELF_DYN_VALUE, "val", "set"))
+int ELF_DYNAMIC::set_field(ELF_DYNAMIC_KIND kind, const char *field, uint32_t value) {
+  if (!allowed(kind, field, "set"))
     return -1;
   record_.d_un = value;
-  table_->mark_modified();
-  return 0;
-}
-
-int ELF_DYNAMIC::get_ptr(uint32_t &address) const {
-  if (!allowed(ELF_DYN_POINTER, "ptr", "access"))
-    return -1;
-  address = record_.d_un;
-  return 0;
-}
-
-int ELF_DYNAMIC::set_ptr(uint32_t address) {
-  if (!allowed(ELF_DYN_POINTER, "ptr", "set"))
-    return -1;
-  record_.d_un = address;
   table_->mark_modified();
   return 0;
 }

@@ -41,15 +41,18 @@ public:
   std::string get_name() const { return ELF_DYNAMIC_DB::name(record_.d_tag); }
   // 0 and the field in `value`, or -1 (error 5) when the tag has no such
   // field.
-  int get_val(uint32_t &value) const;
-  int set_val(uint32_t value);
-  int get_ptr(uint32_t &address) const;
-  int set_ptr(uint32_t address);
+  int get_val(uint32_t &value) const { return get_field(ELF_DYN_VALUE, "val", value); }
+  int set_val(uint32_t value) { return set_field(ELF_DYN_VALUE, "val", value); }
+  int get_ptr(uint32_t &address) const { return get_field(ELF_DYN_POINTER, "ptr", address); }
+  int set_ptr(uint32_t address) { return set_field(ELF_DYN_POINTER, "ptr", address); }
   const ELF32_DYN_RECORD &record() const { return record_; }
 
 private:
   friend class ELF_DYNAMIC_TABLE;
   bool allowed(ELF_DYNAMIC_KIND kind, const char *field, const char *verb) const;
+  // d_un read or written as `field`, when the tag's kind has that field.
+  int get_field(ELF_DYNAMIC_KIND kind, const char *field, uint32_t &value) const;
+  int set_field(ELF_DYNAMIC_KIND kind, const char *field, uint32_t value);
 
   ELF_DYNAMIC_TABLE *table_;
   ELF32_DYN_RECORD record_;
