@@ -237,29 +237,22 @@ ELF_SEGMENT_TABLE *ELF_FILE::get_segment_table() {
   return segments_.get();
 }
 
-ELF_SEG_ATTR_DB *ELF_FILE::get_seg_attr_db() {
-  if (!seg_attrs_) {
-    seg_attrs_ = std::make_unique<ELF_SEG_ATTR_DB>(this);
-    seg_attrs_->load();
+namespace {
+
+// Made and loaded the first time it is asked for.
+template <class TABLE> TABLE *loaded_once(std::unique_ptr<TABLE> &slot, ELF_FILE *file) {
+  if (!slot) {
+    slot = std::make_unique<TABLE>(file);
+    slot->load();
   }
-  return seg_attrs_.get();
+  return slot.get();
 }
 
-ELF_VERDEF_TABLE *ELF_FILE::get_verdef_table() {
-  if (!verdefs_) {
-    verdefs_ = std::make_unique<ELF_VERDEF_TABLE>(this);
-    verdefs_->load();
-  }
-  return verdefs_.get();
-}
+}  // namespace
 
-ELF_VERNEED_TABLE *ELF_FILE::get_verneed_table() {
-  if (!verneeds_) {
-    verneeds_ = std::make_unique<ELF_VERNEED_TABLE>(this);
-    verneeds_->load();
-  }
-  return verneeds_.get();
-}
+ELF_SEG_ATTR_DB *ELF_FILE::get_seg_attr_db() { return loaded_once(seg_attrs_, this); }
+ELF_VERDEF_TABLE *ELF_FILE::get_verdef_table() { return loaded_once(verdefs_, this); }
+ELF_VERNEED_TABLE *ELF_FILE::get_verneed_table() { return loaded_once(verneeds_, this); }
 
 bool ELF_FILE::keeps_image() const {
   return was_read_from_stream() && (header_.e_type == ET_EXEC || header_.e_type == ET_DYN);
