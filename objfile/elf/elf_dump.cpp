@@ -143,7 +143,7 @@ void ELF_FILE::dump_format(FILE *stream) {
   if (is_dump_selected(OF_DUMP_BATTRS))
     if (OF_BUILD_ATTR_TABLE *attributes = get_build_attributes(false))
       attributes->dump(stream, get_file_name());
-  dump_image(stream);
+  dump_image(stream, nullptr);
 }
 
 namespace {
@@ -339,7 +339,7 @@ void ELF_FILE::dump_format_xml(XML_WRITER &xml) {
   if (is_dump_selected(OF_DUMP_BATTRS))
     if (OF_BUILD_ATTR_TABLE *attributes = get_build_attributes(false))
       attributes->dump_xml(xml);
-  dump_image_xml(xml);
+  dump_image(nullptr, &xml);
 }
 
 // The listings of executables and shared objects: "segments", "dynamic"
@@ -384,22 +384,38 @@ std::vector<VERSYM_ROW> versym_rows(ELF_FILE *file, ELF_SECTION *&versym) {
 
 }  // namespace
 
-void ELF_FILE::dump_image(FILE *stream) {
+void ELF_FILE::dump_image(FILE *stream, XML_WRITER *xml) {
+  auto put = [&](auto *table) {
+    if (xml)
+      table->dump_xml(*xml);
+    else
+      table->dump(stream);
+  };
   if (is_dump_selected(OF_DUMP_SEGMENTS)) {
     if (ELF_SEGMENT_TABLE *segments = get_segment_table())
-      segments->dump(stream);
-    get_seg_attr_db()->dump(stream);
+      put(segments);
+    if (!xml)
+      get_seg_attr_db()->dump(stream);
   }
   if (header_.e_type != ET_EXEC && header_.e_type != ET_DYN)
     return;
   if (is_dump_selected(OF_DUMP_DYNAMIC))
     if (ELF_DYNAMIC_TABLE *dynamic = get_dynamic_table())
-      dynamic->dump(stream);
+      put(dynamic);
   if (!is_dump_selected(OF_DUMP_SYMVER))
     return;
   ELF_SECTION *versym = nullptr;
   std::vector<VERSYM_ROW> rows = versym_rows(this, versym);
-  if (versym) {
+  if (versym && xml) {
+    xml->open("version_symbols", {{"section", versym->get_name()}});
+    for (const VERSYM_ROW &r : rows)
+      xml->empty("symbol", {{"index", std::to_string(r.index)},
+                            {"name", r.symbol},
+                            {"version", elf_version_index_name(r.version)},
+                            {"defined", r.defined},
+                            {"needed", r.needed}});
+    xml->close();
+  } else if (versym) {
     fprintf(stream, "\n Version Symbols in \"%s\"\n\n", versym->get_name().c_str());
     for (const VERSYM_ROW &r : rows) {
       fprintf(stream, "  [%u] %s\n", r.index, r.symbol.c_str());
@@ -410,35 +426,8 @@ void ELF_FILE::dump_image(FILE *stream) {
         row(stream, "Version Needed:", r.needed.c_str());
     }
   }
-  get_verdef_table()->dump(stream);
-  get_verneed_table()->dump(stream);
-}
-
-void ELF_FILE::dump_image_xml(XML_WRITER &xml) {
-  if (is_dump_selected(OF_DUMP_SEGMENTS))
-    if (ELF_SEGMENT_TABLE *segments = get_segment_table())
-      segments->dump_xml(xml);
-  if (header_.e_type != ET_EXEC && header_.e_type != ET_DYN)
-    return;
-  if (is_dump_selected(OF_DUMP_DYNAMIC))
-    if (ELF_DYNAMIC_TABLE *dynamic = get_dynamic_table())
-      dynamic->dump_xml(xml);
-  if (!is_dump_selected(OF_DUMP_SYMVER))
-    return;
-  ELF_SECTION *versym = nullptr;
-  std::vector<VERSYM_ROW> rows = versym_rows(this, versym);
-  if (versym) {
-    xml.open("version_symbols", {{"section", versym->get_name()}});
-    for (const VERSYM_ROW &r : rows)
-      xml.empty("symbol", {{"index", std::to_string(r.index)},
-                           {"name", r.symbol},
-                           {"version", elf_version_index_name(r.version)},
-                           {"defined", r.defined},
-                           {"needed", r.needed}});
-    xml.close();
-  }
-  get_verdef_table()->dump_xml(xml);
-  get_verneed_table()->dump_xml(xml);
+  put(get_verdef_table());
+  put(get_verneed_table());
 }
 
 }  // namespace OFE

@@ -155,9 +155,9 @@ protected:
 
 private:
   void reset_header();
-  // The segment, dynamic and version listings (elf_dump.cpp).
-  void dump_image(FILE *stream);
-  void dump_image_xml(XML_WRITER &xml);
+  // The segment, dynamic and version listings (elf_dump.cpp): text to
+  // `stream`, or XML to `xml` when it is given.
+  void dump_image(FILE *stream, XML_WRITER *xml);
   // Write steps for the image tables (elf_write.cpp).
   bool load_image_for_writing();
   uint64_t lay_out_image(uint64_t position);
