@@ -7,19 +7,12 @@
 
 #include "common/bytes.h"
 #include "common/msg_capture.h"
+#include "objfile/test_object.h"
 
 using namespace testing_support;
 using OFE::DATA_MAP;
 
 namespace {
-
-DATA_MAP map_of(const std::string &bytes, bool big = false) {
-  DATA_MAP m;
-  if (big)
-    m.set_big_endian();
-  m.assign(bytes.data(), bytes.size());
-  return m;
-}
 
 // A temporary stream holding `bytes`, closed with the object.
 struct TEMP_STREAM {
@@ -39,13 +32,13 @@ struct TEMP_STREAM {
   }
 };
 
+// Reads past the end yield zero and still move the cursor; a string
+// without its NUL reads as empty.
 TEST(DataMap, ReadsPastTheEndYieldZeroAndMoveTheCursor) {
-  DATA_MAP m = map_of(BYTES().u8(1).u8(2).u8(3));
+  DATA_MAP m = map_of(LITTLE, BYTES().u8(1).u8(2).u8(3));
   m.set_position(2);
   EXPECT_EQ(m.read_u16(), 0u);
   EXPECT_EQ(m.get_position(), 4u);  // size + 1
-  EXPECT_EQ(m.read_u32(), 0u);
-  EXPECT_EQ(m.get_position(), 8u);
   char dest[4] = {9, 9, 9, 9};
   m.set_position(1);
   m.read_bytes(dest, 4);  // only 2 are there: all four come back zero
@@ -58,20 +51,15 @@ TEST(DataMap, ReadsPastTheEndYieldZeroAndMoveTheCursor) {
   EXPECT_EQ(m.slice(1, 3), nullptr);
   EXPECT_EQ(m.slice(UINT64_MAX, 2), nullptr);
   ASSERT_NE(m.slice(1, 2), nullptr);
+
+  DATA_MAP c = map_of(LITTLE, BYTES().str("ab").str("").raw("cd"));
+  for (auto [text, position] : {std::pair{"ab", 3u}, {"", 4u}, {"", 7u} /* no NUL */, {"", 8u} /* past the end */}) {
+    EXPECT_STREQ(c.read_cstring(), text);
+    EXPECT_EQ(c.get_position(), position);
+  }
 }
 
-TEST(DataMap, ReadCstring) {
-  DATA_MAP m = map_of(BYTES().str("ab").str("").raw("cd"));
-  EXPECT_STREQ(m.read_cstring(), "ab");
-  EXPECT_EQ(m.get_position(), 3u);
-  EXPECT_STREQ(m.read_cstring(), "");
-  EXPECT_EQ(m.get_position(), 4u);
-  EXPECT_STREQ(m.read_cstring(), "");  // no NUL before the end
-  EXPECT_EQ(m.get_position(), 7u);
-  EXPECT_STREQ(m.read_cstring(), "");  // past the end
-  EXPECT_EQ(m.get_position(), 8u);
-}
-
+// Writes grow the map in its byte order, which survives clearing.
 TEST(DataMap, WritesGrowTheMapInItsByteOrder) {
   DATA_MAP m;
   m.set_big_endian();
@@ -82,71 +70,60 @@ TEST(DataMap, WritesGrowTheMapInItsByteOrder) {
   m.write_u8(7);
   EXPECT_EQ(m.size(), 11u);
   EXPECT_TRUE(m.is_modified());
-  m.write_cstring("x");  // cursor 11 → 13
-  m.set_position(0);
-  char all[13];
-  m.read_bytes(all, 13);
-  EXPECT_EQ(std::string(all, 13), BYTES(BIG).u16(0x0102).bytes() + BYTES().u32(0x03040506).bytes() +
-                                      std::string(4, '\0') + "\x07x" + std::string(1, '\0'));
+  m.write_cstring("x");
+  EXPECT_EQ(contents(m), BYTES(BIG).u16(0x0102).bytes() + BYTES().u32(0x03040506).bytes() + std::string(4, '\0') +
+                             "\x07x" + std::string(1, '\0'));
+  m.set_big_endian();
+  m.clear();
+  m.assign("\x01\x02", 2);
+  EXPECT_EQ(m.read_u16(), 0x0102u);
+  EXPECT_EQ(OFE::byte_ordering_name(m.byte_order()), std::string("big endian"));
 }
 
 TEST(DataMap, Uleb128) {
   DATA_MAP m;
-  m.write_uleb128(127);
-  m.write_uleb128(128);
-  m.write_uleb128(0);
-  m.write_uleb128(0xFFFFFFFF);
+  for (uint32_t v : {127u, 128u, 0u, 0xFFFFFFFFu})
+    m.write_uleb128(v);
   ASSERT_EQ(m.size(), 1u + 2 + 1 + 5);
+  EXPECT_EQ(contents(m).substr(0, 4), "\x7F\x80\x01" + std::string(1, '\0'));
   m.set_position(0);
-  EXPECT_EQ(m.get_byte(0), 0x7F);
-  EXPECT_EQ(m.get_byte(1), 0x80);
-  EXPECT_EQ(m.get_byte(2), 0x01);
-  EXPECT_EQ(m.read_uleb128(), 127u);
-  EXPECT_EQ(m.read_uleb128(), 128u);
-  EXPECT_EQ(m.read_uleb128(), 0u);
-  EXPECT_EQ(m.read_uleb128(), 0xFFFFFFFFu);
+  for (uint32_t v : {127u, 128u, 0u, 0xFFFFFFFFu})
+    EXPECT_EQ(m.read_uleb128(), v);
 }
 
+// A stream region is read when first touched, the stream's position put
+// back; a short region reads as zeros; a negative offset is refused.
 TEST(DataMap, LoadsLazilyFromTheStreamRegion) {
+  MSG_CAPTURE cap;
   TEMP_STREAM s(BYTES().raw("HEADER").u32(0xCAFEBABE).raw("TAIL"));
   fseek(s.f, 2, SEEK_SET);
   DATA_MAP m;
   m.attach(s.f, 6, 4);
   EXPECT_FALSE(m.is_loaded());
-  EXPECT_EQ(m.size(), 4u);
   EXPECT_EQ(m.read_u32(), 0xCAFEBABEu);
   EXPECT_TRUE(m.is_loaded());
-  EXPECT_EQ(ftell(s.f), 2);  // the stream's position is put back
+  EXPECT_EQ(ftell(s.f), 2);
   EXPECT_EQ(m.read_u8(), 0);  // the region ends before "TAIL"
-  // Unmodified stream-backed bytes can be dropped and are read again.
-  m.unload();
+  m.unload();  // unmodified stream-backed bytes are dropped and read again
   EXPECT_FALSE(m.is_loaded());
   m.set_position(0);
   EXPECT_EQ(m.read_u16(), 0xBABEu);
-}
 
-TEST(DataMap, ShortStreamRegionReadsAsZeros) {
-  TEMP_STREAM s(BYTES().u16(0xABCD));
-  DATA_MAP m;
-  m.attach(s.f, 0, 8);
-  EXPECT_EQ(m.read_u16(), 0xABCDu);
-  EXPECT_EQ(m.read_u32(), 0u);
-  EXPECT_EQ(m.size(), 8u);
-}
-
-TEST(DataMap, NegativeFileOffsetIsRefused) {
-  MSG_CAPTURE cap;
-  TEMP_STREAM s(BYTES().u32(0x01020304));
-  DATA_MAP m;
-  m.attach(s.f, -4, 4);
-  EXPECT_EQ(m.read_u32(), 0u);
+  DATA_MAP past;
+  past.attach(s.f, 10, 8);
+  EXPECT_EQ(past.read_u32(), 0x4C494154u);  // "TAIL"
+  EXPECT_EQ(past.read_u32(), 0u);
+  EXPECT_EQ(past.size(), 8u);
+  DATA_MAP negative;
+  negative.attach(s.f, -4, 4);
+  EXPECT_EQ(negative.read_u32(), 0u);
   EXPECT_EQ(cap.err(), ">> application error: pfseeko called with SEEK_SET, but offset is negative\n");
 }
 
 TEST(DataMap, SavePadsWithZerosToTheCount) {
   MSG_CAPTURE cap;
   TEMP_STREAM s("");
-  DATA_MAP m = map_of("abc");
+  DATA_MAP m = map_of(LITTLE, "abc");
   m.set_position(1);
   EXPECT_EQ(m.save(s.f, 5), 0);
   EXPECT_EQ(s.contents(), std::string("bc") + std::string(3, '\0'));
@@ -164,7 +141,7 @@ TEST(DataMap, SavePadsWithZerosToTheCount) {
 }
 
 TEST(DataMap, DumpHex) {
-  DATA_MAP m = map_of(std::string("ABCDEFGHIJKLMNO\x01q", 17));
+  DATA_MAP m = map_of(LITTLE, std::string("ABCDEFGHIJKLMNO\x01q", 17));
   EXPECT_EQ(printed([&](FILE *f) { EXPECT_EQ(m.dump_hex(f, 17), 0); }),
             "00000000:  41 42 43 44 45 46 47 48 49 4a 4b 4c 4d 4e 4f 01 ABCDEFGHIJKLMNO.\n"
             "00000010:  71 " + std::string(15 * 3, ' ') + "q\n");
@@ -177,16 +154,6 @@ TEST(DataMap, DumpHex) {
   MSG_CAPTURE cap;
   EXPECT_EQ(printed([&](FILE *f) { EXPECT_EQ(m.dump_hex(f, 0x100000000ull), -1); }), "");
   EXPECT_EQ(cap.err(), ">> application error: saving a single DATA_MAP with more than 4GB; unsupported\n");
-}
-
-TEST(DataMap, ByteOrderSurvivesReinitialisation) {
-  DATA_MAP m;
-  m.set_big_endian();
-  m.assign("\x01\x02", 2);
-  EXPECT_EQ(m.read_u16(), 0x0102u);
-  m.clear();
-  EXPECT_TRUE(m.is_big_endian());
-  EXPECT_EQ(OFE::byte_ordering_name(m.byte_order()), std::string("big endian"));
 }
 
 TEST(CheckedIo, RefusalsReportAndDoNothing) {

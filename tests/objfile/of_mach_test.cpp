@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "common/process.h"
 #include "objfile/of_file.h"
 #include "objfile/of_section.h"
 #include "objfile/test_object.h"
@@ -16,19 +15,18 @@ std::unique_ptr<TEST_FILE> file_for(OF_FORMAT format, OF_MACHINE machine) {
   return std::make_unique<TEST_FILE>(OF_DESCRIPTOR{.name = {}, .format = format, .machine = machine});
 }
 
-TEST(MachineDb, EachMachineGetsItsFamily) {
-  EXPECT_EQ(create_machine_db(nullptr, 0)->get_machine(), OF_MACHINE_UNKNOWN);
+// Each machine gets its family and COFF target id; relocation types follow
+// the object's format; what the other tests do not reach through a file:
+// the refusals and the list of flag names.
+TEST(MachineDb, FamiliesRelocationTypesAndTargetQuestions) {
   EXPECT_EQ(create_machine_db(nullptr, 12)->get_machine(), OF_MACHINE_UNKNOWN);
   auto f = file_for(OF_FORMAT_ELF, OF_MACHINE_CARINA);
   EXPECT_EQ(f->get_machine_db()->get_machine(), OF_MACHINE_CARINA);
   EXPECT_EQ(f->get_machine_db()->get_object(), f.get());
-  // COFF target ids as the COFF files write them.
   const uint16_t ids[] = {0, 0x97, 0xA0, 0x9D, 0x98, 0x9C, 0x99, 0xA1, 0xA2, 0xA2, 0, 0};
   for (uint32_t m = 0; m <= OF_MACHINE_DORADO; m++)
     EXPECT_EQ(create_machine_db(nullptr, m)->get_coff_target_id(), ids[m]) << m;
-}
 
-TEST(MachineDb, RelocationTypesFollowTheObjectsFormat) {
   auto coff = file_for(OF_FORMAT_COFF, OF_MACHINE_VELA);
   const OF_RELOC_TYPE_INFO *r = coff->get_machine_db()->get_reloc_type(0x115);
   ASSERT_NE(r, nullptr);
@@ -38,11 +36,7 @@ TEST(MachineDb, RelocationTypesFollowTheObjectsFormat) {
   ASSERT_NE(elf->get_machine_db()->get_reloc_type(2), nullptr);
   EXPECT_STREQ(elf->get_machine_db()->get_reloc_type(2)->name, "R_ARM_ABS32");
   EXPECT_EQ(elf->get_machine_db()->get_reloc_type(0x115), nullptr);
-}
 
-// What the other tests do not reach through a file: the refusals and the
-// list of flag names.
-TEST(MachineDb, TargetQuestions) {
   auto arm = create_machine_db(nullptr, OF_MACHINE_ARM);
   EXPECT_FALSE(create_machine_db(nullptr, OF_MACHINE_LYRA)->supports_build_attributes());
   EXPECT_EQ(arm->get_special_section(OF_SPECIAL_SECTION_FLAGS), nullptr);
@@ -52,29 +46,6 @@ TEST(MachineDb, TargetQuestions) {
     flags.push_back(name);
   EXPECT_EQ(flags, (std::vector<std::string>{"EF_ARM_ABI_FLOAT_HARD", "EF_ARM_BE8"}));
   EXPECT_EQ(arm->get_section_type_name(1), nullptr);
-}
-
-// A real assembler's objects are recognised with the right identity.
-TEST(MachineDb, ObjectsFromARealAssemblerAreRecognised) {
-  ASSERT_TRUE(have_program("arm-none-eabi-as")) << "binutils-arm-none-eabi is needed (see .ci/run)";
-  TEMP_DIR dir;
-  dir.write("a.s", ".global f\nf: bx lr\n");
-  for (const char *order : {"-mlittle-endian", "-mbig-endian"}) {
-    RUN_RESULT r = run({"arm-none-eabi-as", order, "-o", "a.o", "a.s"}, dir.path());
-    ASSERT_EQ(r.status, 0) << r.err;
-    FILE *s = fopen((dir / "a.o").c_str(), "rb");
-    ASSERT_NE(s, nullptr);
-    std::unique_ptr<OBJECT_FILE> o(open_object(s, 0, nullptr, nullptr));
-    ASSERT_NE(o, nullptr);
-    const OF_DESCRIPTOR &d = o->get_descriptor();
-    EXPECT_EQ(d.format, OF_FORMAT_ELF);
-    EXPECT_EQ(d.version, OF_VERSION_ELF1);
-    EXPECT_EQ(d.machine, OF_MACHINE_ARM);
-    EXPECT_EQ(d.endian, std::string(order) == "-mbig-endian" ? OF_ENDIAN_BIG : OF_ENDIAN_LITTLE);
-    EXPECT_EQ(d.size, std::filesystem::file_size(dir / "a.o"));
-    o.reset();
-    fclose(s);
-  }
 }
 
 }  // namespace

@@ -25,7 +25,9 @@ struct READ_FILE : TEST_FILE {
   READ_FILE() : TEST_FILE({.stream = stdin, .name = {}}) {}
 };
 
-TEST(SymbolTable, WalkLoadsLazilyAndSkipsAuxiliaryEntries) {
+// The walk loads each symbol once, on demand, and steps over auxiliary
+// entries; so does the search by exact name, from where it is asked.
+TEST(SymbolTable, WalkAndFindLoadLazilyAndSkipAuxiliaryEntries) {
   TEST_FILE f;
   TEST_SYMBOL_TABLE t(&f, sample());
   EXPECT_EQ(t.loads, 0);
@@ -33,82 +35,60 @@ TEST(SymbolTable, WalkLoadsLazilyAndSkipsAuxiliaryEntries) {
   for (uint32_t i = 0; i < t.get_count(); i = t.next_index(i))
     walked.push_back(t.get_symbol(i)->get_name());
   EXPECT_EQ(walked, (std::vector<std::string>{"", "main", "helper", "", "main"}));
-  EXPECT_EQ(t.loads, 5);
   EXPECT_EQ(t.get_symbol(1), t.get_symbol(1));  // cached
   EXPECT_EQ(t.loads, 5);
   EXPECT_EQ(t.get_symbol(6), nullptr);
   EXPECT_EQ(t.get_symbol(3)->get_index(), 3u);
   EXPECT_EQ(t.get_symbol(3)->get_object(), &f);
-  TEST_SYMBOL_TABLE empty(&f, {});
-  EXPECT_EQ(empty.get_symbol(0), nullptr);
-  EXPECT_EQ(empty.find_symbol(""), nullptr);
-}
-
-TEST(SymbolTable, FindSymbolIsExactAndStartsWhereAsked) {
-  TEST_FILE f;
-  TEST_SYMBOL_TABLE t(&f, sample());
-  EXPECT_EQ(t.find_symbol("main")->get_index(), 1u);
   EXPECT_EQ(t.find_symbol("main", 2)->get_index(), 5u);
-  EXPECT_EQ(t.find_symbol("")->get_index(), 0u);
   EXPECT_EQ(t.find_symbol("", 1)->get_index(), 4u);
   EXPECT_EQ(t.find_symbol("Main"), nullptr);
   EXPECT_EQ(t.find_symbol("+aux"), nullptr);  // auxiliary entries are not visited
+  EXPECT_EQ(TEST_SYMBOL_TABLE(&f, {}).find_symbol(""), nullptr);
 }
 
-TEST(SymbolTable, AddAndInsertRenumber) {
-  TEST_FILE f;
-  TEST_SYMBOL_TABLE t(&f, sample());
-  OF_SYMBOL *added = t.add_symbol();
-  ASSERT_NE(added, nullptr);
-  EXPECT_EQ(added->get_index(), 6u);
-  EXPECT_EQ(t.get_count(), 7u);
+// Adding, inserting and removing renumber and publish the map from old to
+// new indexes; edits need the open state.
+TEST(SymbolTable, EditsRenumberAndPublishTheIndexMap) {
+  TEST_FILE f, g;
+  TEST_SYMBOL_TABLE t(&f, sample()), u(&g, sample());
+  EXPECT_EQ(t.add_symbol()->get_index(), 6u);
   OF_SYMBOL *inserted = t.insert_symbol(1);
-  ASSERT_NE(inserted, nullptr);
   EXPECT_EQ(t.get_symbol(1), inserted);
   EXPECT_EQ(t.get_symbol(2)->get_name(), "main");
   EXPECT_EQ(t.get_symbol(2)->get_index(), 2u);
-  EXPECT_EQ(t.map_index(0), 0u);
   EXPECT_EQ(t.map_index(1), 2u);
   EXPECT_EQ(t.get_order(), (std::vector<uint32_t>{7, 1}));
   EXPECT_EQ(t.insert_symbol(99)->get_index(), 8u);  // past the end: appended
+
+  EXPECT_EQ(u.select_for_removal(1), 0);
+  EXPECT_EQ(u.select_for_removal(4), 0);
+  EXPECT_EQ(u.select_for_removal(6), -1);
+  EXPECT_EQ(u.remove_selected(), 2);
+  EXPECT_EQ(u.get_count(), 4u);
+  EXPECT_EQ(u.get_index_map().entries(),
+            (std::vector<uint32_t>{0, OF_SYMBOL_TABLE::REMOVED, 1, 2, OF_SYMBOL_TABLE::REMOVED, 3}));
+  EXPECT_EQ(u.get_symbol(2)->get_name(), "helper");
+  EXPECT_EQ(u.get_symbol(3)->get_index(), 3u);
+  EXPECT_EQ(u.remove_selected(), 0);  // selection was cleared
+  ASSERT_EQ(g.set_state(OF_STATE_LOCKED), 0);
+  EXPECT_EQ(u.add_symbol(), nullptr);
+  EXPECT_EQ(u.remove_selected(), -1);
+  EXPECT_EQ(g.get_error_code(), 5u);
+  EXPECT_EQ(u.get_count(), 4u);
 }
 
-TEST(SymbolTable, EditingRequiresTheOpenState) {
-  TEST_FILE f;
-  TEST_SYMBOL_TABLE t(&f, sample());
-  ASSERT_EQ(f.set_state(OF_STATE_LOCKED), 0);
-  EXPECT_EQ(t.add_symbol(), nullptr);
-  EXPECT_EQ(t.remove_selected(), -1);
-  EXPECT_EQ(f.get_error_code(), 5u);
-  EXPECT_EQ(t.get_count(), 6u);
-}
-
-TEST(SymbolTable, RemoveSelectedPublishesTheIndexMap) {
-  TEST_FILE f;
-  TEST_SYMBOL_TABLE t(&f, sample());
-  EXPECT_EQ(t.select_for_removal(1), 0);
-  EXPECT_EQ(t.select_for_removal(4), 0);
-  EXPECT_EQ(t.select_for_removal(6), -1);
-  EXPECT_EQ(t.remove_selected(), 2);
-  EXPECT_EQ(t.get_count(), 4u);
-  EXPECT_EQ(t.get_index_map().entries(), (std::vector<uint32_t>{0, OF_SYMBOL_TABLE::REMOVED, 1, 2, OF_SYMBOL_TABLE::REMOVED, 3}));
-  EXPECT_EQ(t.get_symbol(2)->get_name(), "helper");
-  EXPECT_EQ(t.get_symbol(2)->get_index(), 2u);
-  EXPECT_EQ(t.get_symbol(3)->get_name(), "main");
-  EXPECT_EQ(t.remove_selected(), 0);  // selection was cleared
-}
-
+// Unloading drops unchanged symbols of a file that can read them again,
+// and nothing once the table has been renumbered.
 TEST(SymbolTable, UnloadKeepsChangedSymbolsAndOnlyForReadFiles) {
-  READ_FILE f;
+  READ_FILE f, r;
   TEST_SYMBOL_TABLE t(&f, sample());
-  OF_SYMBOL *main = t.get_symbol(1);
+  t.get_symbol(1);
   t.get_symbol(3)->set_changed();
   t.unload_all();
-  EXPECT_EQ(t.loads, 2);
   t.get_symbol(1);
   t.get_symbol(3);
   EXPECT_EQ(t.loads, 3);  // 1 came back, 3 was kept
-  (void)main;
 
   TEST_FILE fresh;  // not read from a stream: nothing can be re-read
   TEST_SYMBOL_TABLE u(&fresh, sample());
@@ -116,34 +96,24 @@ TEST(SymbolTable, UnloadKeepsChangedSymbolsAndOnlyForReadFiles) {
   u.unload_symbol(1);
   u.get_symbol(1);
   EXPECT_EQ(u.loads, 1);
+
+  TEST_SYMBOL_TABLE v(&r, sample());
+  v.insert_symbol(0);
+  int loads = v.loads;
+  v.unload_all();
+  EXPECT_EQ(v.get_symbol(2)->get_name(), "main");
+  EXPECT_EQ(v.loads, loads);
 }
 
-TEST(SymbolTable, NoUnloadingAfterRenumbering) {
-  READ_FILE f;
-  TEST_SYMBOL_TABLE t(&f, sample());
-  t.insert_symbol(0);
-  int loads = t.loads;
-  t.unload_all();
-  EXPECT_EQ(t.get_symbol(2)->get_name(), "main");
-  EXPECT_EQ(t.loads, loads);
-}
-
-TEST(Symbol, NearCommonIsRefusedByDefault) {
+TEST(Symbol, NearCommonIsRefusedByDefaultAndListings) {
   TEST_FILE f;
   TEST_SYMBOL_TABLE t(&f, sample());
   EXPECT_EQ(t.get_symbol(1)->set_near_common(true), -1);
   EXPECT_EQ(f.get_error_code(), 5u);
   EXPECT_EQ(f.get_error_text(), "symbol does not support setting near-common");
-}
-
-TEST(Symbol, Listings) {
-  TEST_FILE f;
-  TEST_SYMBOL_TABLE t(&f, sample());
   std::string info = printed([&](FILE *out) { t.get_symbol(1)->print_info(out); });
-  EXPECT_NE(info.find("Value:"), std::string::npos);
-  EXPECT_NE(info.find("0x00000010"), std::string::npos);
-  EXPECT_NE(info.find("defined"), std::string::npos);
-  EXPECT_NE(info.find("global"), std::string::npos);
+  for (const char *part : {"Value:", "0x00000010", "defined", "global"})
+    EXPECT_NE(info.find(part), std::string::npos) << part;
   std::string dump = printed([&](FILE *out) { t.dump(out); });
   EXPECT_EQ(dump.rfind("\n Symbol Table \"\"\n", 0), 0u);
   EXPECT_NE(dump.find("(no name)"), std::string::npos);

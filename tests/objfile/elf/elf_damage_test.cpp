@@ -39,13 +39,10 @@ protected:
 
 }  // namespace
 
-TEST_P(ElfDamage, TheGoodImageIsWhole) {
-  OPENED o(image);
-  EXPECT_EQ(o.indexed_names(), (std::vector<std::string>{"alpha", "beta"}));
-  EXPECT_EQ(o.object()->get_error_code(), 0u);
-}
-
 TEST_P(ElfDamage, CutAtEveryFieldBoundary) {
+  OPENED whole(image);
+  EXPECT_EQ(whole.indexed_names(), (std::vector<std::string>{"alpha", "beta"}));
+  EXPECT_EQ(whole.object()->get_error_code(), 0u);
   // Every field of every record is 1, 2 or 4 bytes at a 2-byte boundary.
   for (size_t size = 0; size < image.size(); size += 2) {
     OPENED o(image.substr(0, size));

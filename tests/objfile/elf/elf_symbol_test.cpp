@@ -27,49 +27,39 @@ std::vector<std::string> names(OF_SYMBOL_TABLE *t) {
 
 }  // namespace
 
-TEST_P(ElfSymbol, KindFollowsTheSectionIndex) {
-  struct CASE {
-    uint16_t shndx;
-    OF_SYMBOL_KIND kind;
-  } cases[] = {{0, OF_KIND_UNDEFINED},     {1, OF_KIND_DEFINED},      {0xFEFF, OF_KIND_DEFINED},
-               {0xFF00, OF_KIND_UNKNOWN},  {0xFF05, OF_KIND_UNKNOWN}, {0xFFF1, OF_KIND_ABSOLUTE},
-               {0xFFF2, OF_KIND_COMMON},   {0xFFF3, OF_KIND_UNKNOWN}, {0xFFFF, OF_KIND_DEFINED}};
+// The kind follows the section index (on Vela, 0xFF00 is near-common), the
+// binding and type their nibbles of st_info.
+TEST_P(ElfSymbol, KindBindingAndTypeOfARecord) {
+  const std::pair<uint16_t, OF_SYMBOL_KIND> kinds[] = {
+      {0, OF_KIND_UNDEFINED},    {1, OF_KIND_DEFINED},      {0xFEFF, OF_KIND_DEFINED}, {0xFF00, OF_KIND_UNKNOWN},
+      {0xFF05, OF_KIND_UNKNOWN}, {0xFFF1, OF_KIND_ABSOLUTE}, {0xFFF2, OF_KIND_COMMON},  {0xFFF3, OF_KIND_UNKNOWN},
+      {0xFFFF, OF_KIND_DEFINED}};
+  // Bindings above 2 are unknown, types above 6 none.
+  const OF_SYMBOL_BINDING bindings[] = {OF_BIND_LOCAL, OF_BIND_GLOBAL, OF_BIND_WEAK};
+  const OF_SYMBOL_TYPE types[] = {OF_TYPE_NONE, OF_TYPE_OBJECT, OF_TYPE_FUNCTION, OF_TYPE_SECTION,
+                                  OF_TYPE_FILE, OF_TYPE_COMMON, OF_TYPE_TLS};
   std::vector<ELF_TEST_SYMBOL> syms;
-  for (const CASE &c : cases)
-    syms.push_back({"s", 0, 0, 0x10, 0, c.shndx});
+  for (const auto &k : kinds)
+    syms.push_back({"s", 0, 0, 0x10, 0, k.first});
+  for (uint8_t nibble : {0, 1, 2, 3, 4, 5, 6, 7, 10, 13, 15})
+    syms.push_back({"n", 0, 0, static_cast<uint8_t>(nibble << 4 | nibble), 0, 1});
   builder.add_symtab(syms);
   OPENED o(builder.build());
-  for (size_t i = 0; i < std::size(cases); i++) {
-    EXPECT_EQ(o.symbol(static_cast<uint32_t>(i + 1))->get_kind(), cases[i].kind) << std::hex << cases[i].shndx;
-    EXPECT_EQ(o.symbol(static_cast<uint32_t>(i + 1))->is_defined_in_section(), cases[i].kind == OF_KIND_DEFINED);
+  for (uint32_t i = 0; i < std::size(kinds); i++) {
+    EXPECT_EQ(o.symbol(i + 1)->get_kind(), kinds[i].second) << std::hex << kinds[i].first;
+    EXPECT_EQ(o.symbol(i + 1)->is_defined_in_section(), kinds[i].second == OF_KIND_DEFINED);
   }
-}
-
-TEST_P(ElfSymbol, TheMachineDatabaseGivesReservedIndexesTheirKind) {
-  builder.machine = 141;  // its 0xFF00 symbols are near-common
-  builder.add_symtab({{"near", 0, 4, 0x11, 0, 0xFF00}, {"other", 0, 4, 0x11, 0, 0xFF05}});
-  OPENED o(builder.build());
-  EXPECT_EQ(o.symbol(1)->get_kind(), OF_KIND_COMMON);
-  EXPECT_EQ(o.symbol(2)->get_kind(), OF_KIND_UNKNOWN);
-}
-
-TEST_P(ElfSymbol, BindingAndTypeNibbles) {
-  std::vector<ELF_TEST_SYMBOL> syms;
-  for (uint8_t bind : {0, 1, 2, 3, 10, 13, 15})
-    syms.push_back({"b", 0, 0, static_cast<uint8_t>(bind << 4), 0, 1});
-  for (uint8_t type : {0, 1, 2, 3, 4, 5, 6, 7, 10, 13, 15})
-    syms.push_back({"t", 0, 0, static_cast<uint8_t>(0x10 | type), 0, 1});
-  builder.add_symtab(syms);
-  OPENED o(builder.build());
-  const OF_SYMBOL_BINDING bindings[] = {OF_BIND_LOCAL, OF_BIND_GLOBAL, OF_BIND_WEAK, OF_BIND_UNKNOWN,
-                                        OF_BIND_UNKNOWN, OF_BIND_UNKNOWN, OF_BIND_UNKNOWN};
-  for (uint32_t i = 0; i < 7; i++)
-    EXPECT_EQ(o.symbol(1 + i)->get_binding(), bindings[i]) << i;
-  const OF_SYMBOL_TYPE types[] = {OF_TYPE_NONE,   OF_TYPE_OBJECT, OF_TYPE_FUNCTION, OF_TYPE_SECTION,
-                                  OF_TYPE_FILE,   OF_TYPE_COMMON, OF_TYPE_TLS,      OF_TYPE_NONE,
-                                  OF_TYPE_NONE,   OF_TYPE_NONE,   OF_TYPE_NONE};
-  for (uint32_t i = 0; i < 11; i++)
-    EXPECT_EQ(o.symbol(8 + i)->get_type(), types[i]) << i;
+  uint32_t i = std::size(kinds) + 1;
+  for (uint8_t nibble : {0, 1, 2, 3, 4, 5, 6, 7, 10, 13, 15}) {
+    EXPECT_EQ(o.symbol(i)->get_binding(), nibble < 3 ? bindings[nibble] : OF_BIND_UNKNOWN) << int(nibble);
+    EXPECT_EQ(o.symbol(i++)->get_type(), nibble < 7 ? types[nibble] : OF_TYPE_NONE) << int(nibble);
+  }
+  ELF_BUILDER vela(GetParam());
+  vela.machine = 141;
+  vela.add_symtab({{"near", 0, 4, 0x11, 0, 0xFF00}, {"other", 0, 4, 0x11, 0, 0xFF05}});
+  OPENED v(vela.build());
+  EXPECT_EQ(v.symbol(1)->get_kind(), OF_KIND_COMMON);
+  EXPECT_EQ(v.symbol(2)->get_kind(), OF_KIND_UNKNOWN);
 }
 
 TEST_P(ElfSymbol, ExtendedSectionIndexComesFromTheShndxSectionOnlyBeyond65279Sections) {
@@ -117,7 +107,9 @@ TEST_P(ElfSymbol, DynamicSymbolsReadTheirVersionIndexWhenTheTargetVersions) {
   }
 }
 
-TEST_P(ElfSymbol, StringTableIsFoundByNameWhenNotLinked) {
+// A symbol table without a link finds ".strtab" by name, or makes one; a
+// link to no section is reported.
+TEST_P(ElfSymbol, TheStringTableIsFoundMadeOrReported) {
   std::string strtab(1, '\0');
   std::string records = builder.symbols({{}, {"named", 0, 0, 0x12, 0, 1}}, strtab);
   builder.add({".strtab", 3, strtab});
@@ -125,27 +117,19 @@ TEST_P(ElfSymbol, StringTableIsFoundByNameWhenNotLinked) {
   OPENED o(builder.build());
   EXPECT_EQ(o.symbol(1)->get_name(), "named");
   EXPECT_EQ(o.elf()->get_section_table()->get_section(sym)->header().sh_link, 1u);
-}
 
-TEST_P(ElfSymbol, AMissingStringTableIsMadeAndAnUnreachableOneReported) {
-  std::string unused(1, '\0');
-  std::string records = builder.symbols({{}, {"lost", 0, 0, 0x12, 0, 1}}, unused);
-  uint32_t sym = builder.add({".symtab", 2, records, 0, 1, 16});
-  {
-    OPENED o(builder.build());
-    EXPECT_EQ(o.symbol(1)->get_name(), "");
-    ELF_SECTION *made = o.elf()->get_section_table()->get_section(
-        o.elf()->get_section_table()->get_section(sym)->header().sh_link);
-    ASSERT_NE(made, nullptr);
-    EXPECT_EQ(made->get_name(), ".strtab");
-    EXPECT_EQ(o.object()->get_error_code(), 0u);
-  }
-  ELF_BUILDER bad(GetParam());
+  ELF_BUILDER unlinked(GetParam()), bad(GetParam());
+  unlinked.add({".symtab", 2, records, 0, 1, 16});
+  OPENED u(unlinked.build());
+  EXPECT_EQ(u.symbol(1)->get_name(), "");
+  ELF_SECTION_TABLE *t = u.elf()->get_section_table();
+  EXPECT_EQ(t->get_section(t->get_section(1)->header().sh_link)->get_name(), ".strtab");
+  EXPECT_EQ(u.object()->get_error_code(), 0u);
   bad.add({".symtab", 2, records, 99, 1, 16});
-  OPENED o(bad.build());
-  EXPECT_EQ(o.symbol(1)->get_name(), "");
-  EXPECT_EQ(o.object()->get_error_code(), OF_ERR_INTERNAL);
-  EXPECT_EQ(o.object()->get_error_text(), "string table for symbol table \".symtab\" not found");
+  OPENED b(bad.build());
+  EXPECT_EQ(b.symbol(1)->get_name(), "");
+  EXPECT_EQ(b.object()->get_error_code(), OF_ERR_INTERNAL);
+  EXPECT_EQ(b.object()->get_error_text(), "string table for symbol table \".symtab\" not found");
 }
 
 TEST_P(ElfSymbol, SettersMapToTheRecordAndRefuseOtherValues) {
@@ -188,7 +172,10 @@ TEST_P(ElfSymbol, SettersMapToTheRecordAndRefuseOtherValues) {
   EXPECT_EQ(s->get_extended_index(), 0u);
 }
 
-TEST_P(ElfSymbol, PreparingPutsNullThenLocalsThenTheRestAndDropsNullRecords) {
+// Preparing for writing: the null symbol, then the locals, then the rest;
+// stray null records go; sh_info is the first non-local (the count when
+// all are local); an empty table gets its null symbol.
+TEST_P(ElfSymbol, PreparingPutsNullThenLocalsThenTheRest) {
   builder.add_symtab({{"g1", 0, 0, 0x12, 0, 1},
                       {"l1", 0, 0, 0x02, 0, 1},
                       {},
@@ -201,25 +188,19 @@ TEST_P(ElfSymbol, PreparingPutsNullThenLocalsThenTheRestAndDropsNullRecords) {
   EXPECT_EQ(names(t), (std::vector<std::string>{"", "l1", "l2", "g1", "w1"}));
   EXPECT_EQ(t->get_section()->header().sh_info, 3u);
   EXPECT_EQ(t->get_index_map().entries(), (std::vector<uint32_t>{0, 3, 1, OF_SYMBOL_TABLE::REMOVED, 4,
-                                                       OF_SYMBOL_TABLE::REMOVED, 2}));
+                                                                  OF_SYMBOL_TABLE::REMOVED, 2}));
   EXPECT_EQ(t->get_symbol(4)->get_index(), 4u);
   EXPECT_EQ(o.object()->get_error_code(), 0u);
-}
 
-TEST_P(ElfSymbol, PreparingOnlyLocalsOrNothing) {
-  builder.add_symtab({{"a", 0, 0, 0x00, 0, 1}, {"b", 0, 0, 0x03, 0, 1}});
-  OPENED o(builder.build());
-  ELF_SYMBOL_TABLE *t = o.elf()->get_elf_symbol_table();
-  ASSERT_EQ(t->prepare_for_writing(), 0);
-  EXPECT_EQ(t->get_section()->header().sh_info, t->get_count());
-  EXPECT_EQ(t->get_count(), 3u);
-
-  ELF_BUILDER empty(GetParam());
+  ELF_BUILDER locals(GetParam()), empty(GetParam());
+  locals.add_symtab({{"a", 0, 0, 0x00, 0, 1}, {"b", 0, 0, 0x03, 0, 1}});
+  OPENED l(locals.build());
+  ASSERT_EQ(l.elf()->get_elf_symbol_table()->prepare_for_writing(), 0);
+  EXPECT_EQ(l.elf()->get_elf_symbol_table()->get_section()->header().sh_info, 3u);
   empty.add({".symtab", 2, "", 0, 0, 16});
   OPENED e(empty.build());
-  ELF_SYMBOL_TABLE *et = e.elf()->get_elf_symbol_table();
-  ASSERT_EQ(et->prepare_for_writing(), 0);
-  EXPECT_EQ(et->get_count(), 1u);
+  ASSERT_EQ(e.elf()->get_elf_symbol_table()->prepare_for_writing(), 0);
+  EXPECT_EQ(e.elf()->get_elf_symbol_table()->get_count(), 1u);
   EXPECT_EQ(e.object()->get_error_code(), 0u);
 }
 
