@@ -86,7 +86,7 @@ std::vector<OBJECT> parse_readelf(const std::string &text, const std::string &pa
   std::string mode, table;
   auto current = [&]() -> OBJECT & {
     if (objects.empty())
-      objects.push_back({path});
+      objects.push_back({path, {}, {}});
     return objects.back();
   };
   auto add = [&](const char *view, RECORD r) { current().records[view].push_back(std::move(r)); };
@@ -94,7 +94,7 @@ std::vector<OBJECT> parse_readelf(const std::string &text, const std::string &pa
   for (std::string line; std::getline(in, line);) {
     std::vector<std::string> t = tokens(line), f;
     if (starts(line, "File: ")) {
-      objects.push_back({line.substr(6)});
+      objects.push_back({line.substr(6), {}, {}});
       mode = "";
     } else if (starts(line, "Section Headers:") || starts(line, "Key to Flags:")) {
       mode = starts(line, "Key") ? "" : "sec";
@@ -167,7 +167,7 @@ std::vector<OBJECT> parse_ofedump(const std::string &text) {
     };
     std::string v;
     if (starts(line, "File: ")) {
-      objects.push_back({line.substr(6)});
+      objects.push_back({line.substr(6), {}, {}});
       mode = "";
     } else if (starts(line, " Section ")) {
       mode = "sec";
