@@ -9,9 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "common/process.h"
-
-using testing_support::TEMP_DIR;
 using TOKENS = std::vector<std::string>;
 
 namespace {
@@ -28,7 +25,7 @@ TOKENS tokens_in_place(const std::string &text) {
   return tokens;
 }
 
-// Every token of `text`, read from a stream; reading in place must agree.
+// Every token of `text`, read from a file; reading in place must agree.
 TOKENS tokens_of(const std::string &text) {
   FILE *stream = tmpfile();
   fwrite(text.data(), 1, text.size(), stream);
@@ -38,118 +35,51 @@ TOKENS tokens_of(const std::string &text) {
     tokens.emplace_back(token);
     free(token);
   }
+  EXPECT_EQ(next_token(stream), nullptr);  // stays at the end
   fclose(stream);
   EXPECT_EQ(tokens_in_place(text), tokens) << "in place: " << text;
   return tokens;
 }
 
-// The first stderr line of both fatal quote endings.
-const std::string QUOTE_LINE = ">> Unterminated quote in command file; aborting\n";
-
 }  // namespace
 
-TEST(CmdFile, ExamplesFromTheUsersGuide) {
-  EXPECT_EQ(tokens_of("rv lib.lib \"my file.obj\"\n"), (TOKENS{"rv", "lib.lib", "my file.obj"}));
-  EXPECT_EQ(tokens_of("r lib a.obj ; replaced daily\n"), (TOKENS{"r", "lib", "a.obj"}));
-  EXPECT_EQ(tokens_of("--set#1\n"), (TOKENS{"--set#1"}));
-  EXPECT_EQ(tokens_of("x # note\n"), (TOKENS{"x"}));
-  EXPECT_EQ(tokens_of("a /* old */ lib b.obj"), (TOKENS{"a", "lib", "b.obj"}));
-}
-
-TEST(CmdFile, NothingToRead) {
+TEST(CmdFile, Tokens) {
+  const std::pair<std::string, TOKENS> cases[] = {
+      {"rv lib.lib \"my file.obj\"\n", {"rv", "lib.lib", "my file.obj"}}, {"", {}}, {" \t\r\n\v\f ", {}},
+      {"; only a comment\n# and another\n/* and a block */\n", {}},
+      // Every kind of white space separates; the last token needs no line
+      // end; "@" inside a file is just an operand.
+      {"a\tb\r\nc\vd\fe f", {"a", "b", "c", "d", "e", "f"}}, {"\n\n  -a   lib\n@more", {"-a", "lib", "@more"}},
+      // A backslash escapes only a quote and a backslash; one made from two
+      // is not an escape again; before a blank or at the end it stays.
+      {R"(a\"b a\\b dir\file.obj c:\x\y)", {"a\"b", "a\\b", "dir\\file.obj", "c:\\x\\y"}}, {R"(\\"x y")", {"\\x y"}},
+      {R"(\\\\)", {"\\\\"}}, {"a\\ b", {"a\\", "b"}}, {"a\\", {"a\\"}},
+      // Quoted groups join with what touches them; an empty one alone makes
+      // no token; comment characters, blanks and line ends inside are text,
+      // and the same two escapes apply.
+      {R"(pre"mid dle"post next)", {"premid dlepost", "next"}}, {R"("a"b"c")", {"abc"}}, {"\"\"", {}},
+      {"\"\" b", {"b"}}, {"\"a;b #c /*d*/ e\nf\" g", {"a;b #c /*d*/ e\nf", "g"}},
+      {R"("say \"hi\"" "a\\" "dir\file")", {"say \"hi\"", "a\\", "dir\\file"}}, {R"("\\"x)", {"\\x"}},
+      // A line comment joins a token with the next line, unless white space
+      // stands on either side; on the last line it ends the token.
+      {"r lib a.obj ; replaced daily\n", {"r", "lib", "a.obj"}}, {"a;x\nb c", {"ab", "c"}}, {"a#x\nb c", {"ab", "c"}},
+      {"a ;x\nb", {"a", "b"}}, {"a;x\n b", {"a", "b"}}, {"a;x\n\nb", {"a", "b"}}, {"a;x", {"a"}}, {";x\nb", {"b"}},
+      // "#" after a dash is text: searching back, the nearest of dash and
+      // blank decides, and a blank can only come from a quoted group.
+      {"--set#1\n", {"--set#1"}}, {"-a#b c", {"-a#b", "c"}}, {"a-b#c", {"a-b#c"}}, {"--set#1#2", {"--set#1#2"}},
+      {"x # note\n", {"x"}}, {"ab#c\n d", {"ab", "d"}}, {"#x\ny", {"y"}}, {"\"a-b c-d\"#e", {"a-b c-d#e"}},
+      {"\"-a b\"#c\nd", {"-a bd"}},
+      // Block comments; the star that opens one does not also close it; a
+      // slash or star alone is text; only a slash that was stored counts (a
+      // quoted one too), not one whose star is in a quoted group.
+      {"a /* old */ lib b.obj", {"a", "lib", "b.obj"}}, {"a/*x*/b", {"ab"}}, {"a /* two\nlines */ b", {"a", "b"}},
+      {"/* a ** b **/x", {"x"}}, {"/*/ x */y", {"y"}}, {"dir/lib.a a*b */", {"dir/lib.a", "a*b", "*/"}},
+      {"\"a/\"*c*/d", {"ad"}}, {"a/\"*b\"", {"a/*b"}},
+  };
+  for (const auto &[text, tokens] : cases)
+    EXPECT_EQ(tokens_of(text), tokens) << text;
   EXPECT_EQ(next_token(nullptr), nullptr);
-  EXPECT_EQ(tokens_of(""), TOKENS{});
-  EXPECT_EQ(tokens_of(" \t\r\n\v\f "), TOKENS{});
-  EXPECT_EQ(tokens_of("; only a comment\n# and another\n/* and a block */\n"), TOKENS{});
-  // An empty quoted group alone makes no token.
-  EXPECT_EQ(tokens_of("\"\""), TOKENS{});
-  EXPECT_EQ(tokens_of("\"\" b"), (TOKENS{"b"}));
-}
-
-TEST(CmdFile, EveryKindOfWhiteSpaceSeparates) {
-  EXPECT_EQ(tokens_of("a\tb\r\nc\vd\fe f"), (TOKENS{"a", "b", "c", "d", "e", "f"}));
-  // The last token needs no line end; "@" inside a file is just an operand.
-  EXPECT_EQ(tokens_of("\n\n  -a   lib\n@more"), (TOKENS{"-a", "lib", "@more"}));
-}
-
-TEST(CmdFile, ReadsFromARealFile) {
-  TEMP_DIR dir;
-  FILE *stream = fopen(dir.write("cmds", "-a lib -v f.obj\n").c_str(), "r");
-  ASSERT_NE(stream, nullptr);
-  TOKENS tokens;
-  while (char *token = next_token(stream)) {
-    tokens.emplace_back(token);
-    free(token);
-  }
-  EXPECT_EQ(next_token(stream), nullptr);  // stays at the end
-  fclose(stream);
-  EXPECT_EQ(tokens, (TOKENS{"-a", "lib", "-v", "f.obj"}));
-}
-
-TEST(CmdFile, BackslashEscapesOnlyQuoteAndBackslash) {
-  EXPECT_EQ(tokens_of(R"(a\"b)"), (TOKENS{"a\"b"}));
-  EXPECT_EQ(tokens_of(R"(a\\b)"), (TOKENS{"a\\b"}));
-  EXPECT_EQ(tokens_of(R"(dir\file.obj c:\x\y)"), (TOKENS{"dir\\file.obj", "c:\\x\\y"}));
-  // The backslash made from two is not an escape again: the quote opens a group.
-  EXPECT_EQ(tokens_of(R"(\\"x y")"), (TOKENS{"\\x y"}));
-  EXPECT_EQ(tokens_of(R"(\\\\)"), (TOKENS{"\\\\"}));
-  // Before a blank the backslash stays and the blank still separates.
-  EXPECT_EQ(tokens_of("a\\ b"), (TOKENS{"a\\", "b"}));
-  // A trailing backslash at the end of the file is kept.
-  EXPECT_EQ(tokens_of("a\\"), (TOKENS{"a\\"}));
-}
-
-TEST(CmdFile, QuotedGroups) {
-  EXPECT_EQ(tokens_of(R"(pre"mid dle"post next)"), (TOKENS{"premid dlepost", "next"}));
-  EXPECT_EQ(tokens_of(R"("a"b"c")"), (TOKENS{"abc"}));
-  // Comment characters, blanks and line ends inside a group are text.
-  EXPECT_EQ(tokens_of("\"a;b #c /*d*/ e\nf\" g"), (TOKENS{"a;b #c /*d*/ e\nf", "g"}));
-  // The same two escapes apply inside.
-  EXPECT_EQ(tokens_of(R"("say \"hi\"" "a\\" "dir\file")"),
-            (TOKENS{"say \"hi\"", "a\\", "dir\\file"}));
-  EXPECT_EQ(tokens_of(R"("\\"x)"), (TOKENS{"\\x"}));
-}
-
-TEST(CmdFile, LineCommentsJoinATokenWithTheNextLine) {
-  EXPECT_EQ(tokens_of("a;x\nb c"), (TOKENS{"ab", "c"}));
-  EXPECT_EQ(tokens_of("a#x\nb c"), (TOKENS{"ab", "c"}));
-  // White space on either side keeps the tokens apart.
-  EXPECT_EQ(tokens_of("a ;x\nb"), (TOKENS{"a", "b"}));
-  EXPECT_EQ(tokens_of("a;x\n b"), (TOKENS{"a", "b"}));
-  EXPECT_EQ(tokens_of("a;x\n\nb"), (TOKENS{"a", "b"}));
-  // A comment on the last line, with no line end, ends the token at the file's end.
-  EXPECT_EQ(tokens_of("a;x"), (TOKENS{"a"}));
-  EXPECT_EQ(tokens_of(";x\nb"), (TOKENS{"b"}));
-}
-
-TEST(CmdFile, HashAfterADashIsText) {
-  EXPECT_EQ(tokens_of("-a#b c"), (TOKENS{"-a#b", "c"}));
-  EXPECT_EQ(tokens_of("a-b#c"), (TOKENS{"a-b#c"}));
-  EXPECT_EQ(tokens_of("--set#1#2"), (TOKENS{"--set#1#2"}));
-  // No dash in the token: a comment.
-  EXPECT_EQ(tokens_of("ab#c\n d"), (TOKENS{"ab", "d"}));
-  EXPECT_EQ(tokens_of("#x\ny"), (TOKENS{"y"}));
-  // Searching back, the nearest of dash and blank decides; a blank can only
-  // come from a quoted group.
-  EXPECT_EQ(tokens_of("\"a-b c-d\"#e"), (TOKENS{"a-b c-d#e"}));
-  EXPECT_EQ(tokens_of("\"-a b\"#c\nd"), (TOKENS{"-a bd"}));
-}
-
-TEST(CmdFile, BlockComments) {
-  EXPECT_EQ(tokens_of("a/*x*/b"), (TOKENS{"ab"}));
-  EXPECT_EQ(tokens_of("a /* two\nlines */ b"), (TOKENS{"a", "b"}));
-  EXPECT_EQ(tokens_of("/* a ** b **/x"), (TOKENS{"x"}));
-  // The star that opens the comment does not also close it.
-  EXPECT_EQ(tokens_of("/*/ x */y"), (TOKENS{"y"}));
-  // A slash or star on its own is text.
-  EXPECT_EQ(tokens_of("dir/lib.a a*b */"), (TOKENS{"dir/lib.a", "a*b", "*/"}));
-  // Only a slash that was stored counts: a quoted one too, but not a slash
-  // whose star is in a quoted group.
-  EXPECT_EQ(tokens_of("\"a/\"*c*/d"), (TOKENS{"ad"}));
-  EXPECT_EQ(tokens_of("a/\"*b\""), (TOKENS{"a/*b"}));
-}
-
-TEST(CmdFile, TokensOfAnyLengthGrowTheBuffer) {
+  // Tokens of any length grow the buffer.
   for (size_t length : {1, 78, 79, 80, 81, 159, 160, 161, 1000}) {
     std::string word(length, 'w');
     word.back() = 'z';
@@ -158,59 +88,33 @@ TEST(CmdFile, TokensOfAnyLengthGrowTheBuffer) {
   }
 }
 
-// ---- Fatal endings: exit status -1 and the exact standard-error text.
-
-using CmdFileDeathTest = testing::Test;
-
-namespace {
-
-void expect_quote_death(const std::string &text, const std::string &second_line) {
-  EXPECT_EXIT(tokens_of(text), testing::ExitedWithCode(255),
-              testing::Eq(QUOTE_LINE + second_line))
-      << text;
-  EXPECT_EXIT(tokens_in_place(text), testing::ExitedWithCode(255),
-              testing::Eq(QUOTE_LINE + second_line))
-      << "in place: " << text;
-}
-
-}  // namespace
-
-TEST_F(CmdFileDeathTest, UnterminatedBlockComment) {
-  for (auto tokens : {tokens_of, tokens_in_place})
-    EXPECT_EXIT(tokens("a lib /* no end *"), testing::ExitedWithCode(255),
-                testing::Eq(std::string(">> Unterminated comment in command file; aborting!\n")));
-}
-
-TEST_F(CmdFileDeathTest, UnterminatedQuoteShowsWhereItStarts) {
-  expect_quote_death("r lib \"abc", "   Quote starts at \"abc\n");
-  // From the group's opening quote, not from the token's start.
-  expect_quote_death("ab\"cd\"ef\"gh", "   Quote starts at \"gh\n");
-  // Line ends and tabs made visible; trailing line ends dropped.
-  expect_quote_death("x \"a\tb\nc\n\n", "   Quote starts at \"a\\tb\\nc\n");
-  // Escapes have been applied to what is shown.
-  expect_quote_death("x \"a\\\\b", "   Quote starts at \"a\\b\n");
-  // Nothing in the group yet.
-  expect_quote_death("x \"", "   Quote starts at \"\n");
-  expect_quote_death("x \"\n\n", "   Quote starts at \"\n");
-}
-
-TEST_F(CmdFileDeathTest, UnterminatedQuoteShowsThirtyCharacters) {
+// Fatal endings: exit status -1 and the exact standard-error text, read from
+// a file and in place alike.
+TEST(CmdFileDeathTest, UnterminatedCommentOrQuote) {
+  const std::string quote = ">> Unterminated quote in command file; aborting\n", at = "   Quote starts at \"";
   const std::string thirty = "abcdefghijklmnopqrstuvwxyz0123";
-  expect_quote_death("\"" + thirty + "456789", "   Quote starts at \"" + thirty + "\n");
-  // Cut first, then trailing line ends dropped.
-  std::string group = thirty.substr(0, 29) + "\nmore";
-  expect_quote_death("\"" + group, "   Quote starts at \"" + thirty.substr(0, 29) + "\n");
-  // A tab within the thirty is shown as two characters but counts as one.
-  group = "\t" + thirty;
-  expect_quote_death("\"" + group, "   Quote starts at \"\\t" + thirty.substr(0, 29) + "\n");
-}
-
-TEST_F(CmdFileDeathTest, UnterminatedQuoteStartingWithAQuote) {
-  // The shown text already begins with a quote, so none is added.
-  expect_quote_death("x \"\\\"abc", "   Quote starts at \"abc\n");
-}
-
-TEST_F(CmdFileDeathTest, UnterminatedQuoteHoldingOnlyALineEnd) {
-  for (auto tokens : {tokens_of, tokens_in_place})
-    EXPECT_EXIT(tokens("x \"\n"), testing::ExitedWithCode(255), testing::Eq(QUOTE_LINE));
+  const std::pair<std::string, std::string> cases[] = {
+      {"a lib /* no end *", ">> Unterminated comment in command file; aborting!\n"},
+      {"r lib \"abc", quote + at + "abc\n"},
+      // From the group's opening quote, not from the token's start.
+      {"ab\"cd\"ef\"gh", quote + at + "gh\n"},
+      // Line ends and tabs made visible; trailing line ends dropped; escapes
+      // applied to what is shown.
+      {"x \"a\tb\nc\n\n", quote + at + "a\\tb\\nc\n"},
+      {"x \"a\\\\b", quote + at + "a\\b\n"},
+      // Nothing in the group yet; or only a line end: no second line.
+      {"x \"", quote + at + "\n"},
+      {"x \"\n\n", quote + at + "\n"},
+      {"x \"\n", quote},
+      // Thirty characters shown: cut first, then trailing line ends dropped;
+      // a tab is shown as two characters but counts as one.
+      {"\"" + thirty + "456789", quote + at + thirty + "\n"},
+      {"\"" + thirty.substr(0, 29) + "\nmore", quote + at + thirty.substr(0, 29) + "\n"},
+      {"\"\t" + thirty, quote + at + "\\t" + thirty.substr(0, 29) + "\n"},
+      // The shown text already begins with a quote, so none is added.
+      {"x \"\\\"abc", quote + "   Quote starts at \"abc\n"},
+  };
+  for (const auto &[text, err] : cases)
+    for (auto tokens : {tokens_of, tokens_in_place})
+      EXPECT_EXIT(tokens(text), testing::ExitedWithCode(255), testing::Eq(err)) << text;
 }

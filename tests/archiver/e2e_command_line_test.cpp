@@ -1,6 +1,6 @@
-// The command line as a user meets it: the key-letter word, usage and help,
-// the archive name and its default extension, the error texts and the exit
-// status.
+// The command line as a user meets it: banner, usage and help, the key-letter
+// word, the archive name and its default extension, command files, the
+// error texts and the exit status.
 #include <gtest/gtest.h>
 
 #include "archiver/e2e_support.h"
@@ -9,233 +9,131 @@ using namespace e2e;
 
 namespace {
 
-const char SHORT_USAGE[] =
-    "\n Syntax : arvela [arxdt][quvsh][012] archive files ...\n"
-    "          arvela @command_file\n";
+const std::string BANNER = "Vela Archiver                           v3.4.2.LTS\n"
+                           "Copyright (C) 2019-2026 QV.  All rights reserved.\n";
+const std::string USAGE = BANNER +
+                          "\n Syntax : arvela [arxdt][quvsh][012] archive files ...\n"
+                          "          arvela @command_file\n";
+const std::string HELP = USAGE +
+                         "\n Commands : (only one may be selected)"
+                         "\n    a - Add file                   r - Replace file"
+                         "\n    x - Extract file               d - Delete file"
+                         "\n    t - Print table of contents\n"
+                         "\n Options :"
+                         "\n    q - Quiet mode - Normal status messages suppressed"
+                         "\n    u - Update with newer files (use with 'r' command)"
+                         "\n    s - Print symbol table contents"
+                         "\n    v - Verbose"
+                         "\n    h - This help\n"
+                         "\n Output format options:"
+                         "\n    0 - Original AR format"
+                         "\n    1 - QV long-name format (obsolescent)"
+                         "\n    2 - POSIX format (default for newly created files)\n\n";
 
-const char HELP_TAIL[] =
-    "\n Commands : (only one may be selected)"
-    "\n    a - Add file                   r - Replace file"
-    "\n    x - Extract file               d - Delete file"
-    "\n    t - Print table of contents\n"
-    "\n Options :"
-    "\n    q - Quiet mode - Normal status messages suppressed"
-    "\n    u - Update with newer files (use with 'r' command)"
-    "\n    s - Print symbol table contents"
-    "\n    v - Verbose"
-    "\n    h - This help\n"
-    "\n Output format options:"
-    "\n    0 - Original AR format"
-    "\n    1 - QV long-name format (obsolescent)"
-    "\n    2 - POSIX format (default for newly created files)\n\n";
+const FILE_SPEC F = {"f.obj", "F", 5000};
+const std::string F_LIB = library({member("f.obj/", 5000, "F")});
 
-bool ends_with(const std::string &text, const std::string &tail) {
-  return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
-}
-
-// A small archive "lib.lib" holding a.obj.
-void make_library(const TEMP_DIR &dir) {
-  dir.write("lib.lib", std::string(MAGIC) + member("a.obj/", 1000, "AAAA"));
+std::string made(const std::string &name) {
+  return status("new archive", name) + status("building archive", name);
 }
 
 }  // namespace
 
-// The banner will come before the syntax lines, so only the tail is fixed here.
-TEST(CommandLine, NoArgumentsOrNoCommandGivesShortUsage) {
-  TEMP_DIR dir;
+// Usage and help come before any archive is named or opened, and write nothing.
+TEST(CommandLine, UsageHelpAndKeyLetterErrors) {
+  std::vector<STEP> steps;
+  for (std::vector<std::string> args : {std::vector<std::string>{}, {""}, {"-"}, {"v", "lib"}, {"qs0", "lib", "f.obj"},
+                                        {"@empty"}, {"@one"}})
+    steps.push_back({{{"empty", ""}, {"one", "t ; only the key letters\n"}}, args, USAGE, "", 1});
   for (std::vector<std::string> args :
-       {std::vector<std::string>{}, {""}, {"-"}, {"v", "lib"}, {"qs0", "lib", "f.obj"}}) {
-    SCOPED_TRACE(args.empty() ? "(none)" : args[0]);
-    RUN_RESULT r = arvela(args, dir.path());
-    EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(ends_with(r.out, SHORT_USAGE)) << r.out;
-    EXPECT_EQ(r.out.find("Commands :"), std::string::npos);
-    EXPECT_EQ(r.err, "");
-  }
-  EXPECT_TRUE(dir.list().empty());
-}
-
-TEST(CommandLine, HelpLettersGiveFullUsageBeforeAnyArchiveIsNamed) {
-  TEMP_DIR dir;
-  for (std::vector<std::string> args :
-       {std::vector<std::string>{"-h"}, {"h"}, {"?x"}, {"x?"}, {"th", "lib.lib"}, {"rx?", "lib"}}) {
-    SCOPED_TRACE(args[0]);
-    RUN_RESULT r = arvela(args, dir.path());
-    EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(ends_with(r.out, std::string(SHORT_USAGE) + HELP_TAIL)) << r.out;
-    EXPECT_EQ(r.err, "");
-  }
-  EXPECT_TRUE(dir.list().empty());
-}
-
-TEST(CommandLine, KeyLetterErrors) {
-  TEMP_DIR dir;
-  struct CASE {
-    std::vector<std::string> args;
-    std::string text;
-  } cases[] = {
+       {std::vector<std::string>{"-h"}, {"h"}, {"?x"}, {"x?"}, {"th", "lib.lib"}, {"rx?", "lib"}})
+    steps.push_back({{}, args, HELP, "", 1});
+  const std::pair<std::vector<std::string>, std::string> errors[] = {
       {{"r"}, "must specify an archive"},
       {{"-tv"}, "must specify an archive"},
       {{"rk", "lib"}, "bad option 'k'"},
       {{"t-z", "lib"}, "bad option 'z'"},
       {{"a3", "lib", "f.obj"}, "bad option '3'"},
-      {{"rx", "lib"}, "only one of [arxdt] allowed"},
-      {{"ad", "lib"}, "only one of [arxdt] allowed"},
-      {{"au", "lib", "f.obj"}, "only one of [arxdt] allowed"},
-      {{"du", "lib"}, "only one of [arxdt] allowed"},
-      {{"tu", "lib"}, "only one of [arxdt] allowed"},
-      {{"xu", "lib"}, "only one of [arxdt] allowed"},
-      {{"TX", "lib"}, "only one of [arxdt] allowed"},
+      {{"-@cmds2"}, "cannot open 'cmds2'"},
   };
-  for (const CASE &c : cases) {
-    SCOPED_TRACE(c.args[0]);
-    RUN_RESULT r = arvela(c.args, dir.path());
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, error_line(c.text));
-    EXPECT_EQ(r.out, "");
-  }
-  EXPECT_TRUE(dir.list().empty());
+  for (const auto &[args, text] : errors)
+    steps.push_back({{}, args, "", error_line(text), 1});
+  for (const char *word : {"rx", "ad", "au", "du", "tu", "xu", "TX"})
+    steps.push_back({{}, {word, "lib", "f.obj"}, "", error_line("only one of [arxdt] allowed"), 1, {}, "empty one"});
+  run_steps(steps);
 }
 
-// Dashes, repeats and letter case are all accepted; u alone and u with r both
-// mean replace-with-update.
-TEST(CommandLine, KeyLetterSpellingsSelectTheSameCommand) {
+TEST(CommandLine, VersionReportHasTheBuildNumber) {
   TEMP_DIR dir;
-  make_library(dir);
-  for (std::string word : {"t", "T", "-t", "--t", "tt", "t-t", "tqvs012"}) {
-    SCOPED_TRACE(word);
-    RUN_RESULT r = arvela({word, "lib"}, dir.path());
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, std::string(TABLE_HEAD) + table_row(4, 1000, "a.obj"));
-  }
-
-  write_dated(dir, "a.obj", "old", 1000);  // same time as the member: not newer
-  for (std::string word : {"u", "U", "ru", "-uR", "rru"}) {
-    SCOPED_TRACE(word);
-    RUN_RESULT r = arvela({word + "v", "lib", "a.obj"}, dir.path());
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, status("building archive", "lib.lib"));  // kept, so no "replace" line
-  }
-  RUN_RESULT r = arvela({"rv", "lib", "a.obj"}, dir.path());
-  EXPECT_EQ(r.out, status("replace", "a.obj") + status("building archive", "lib.lib"));
+  RUN_RESULT r = arvela({"--toolversion", "ignored"}, dir.path());
+  EXPECT_EQ(r.status, 0);
+  // Year, day and hour letters depend on when the build ran; the rest is fixed.
+  ASSERT_EQ(r.out.size(), 51 + std::string("Build Number 1TKHQ-2LI-RZAQQ-SAR-C08D\n").size()) << r.out;
+  EXPECT_EQ(r.out.substr(0, 51), BANNER.substr(0, 51));
+  EXPECT_EQ(r.out.substr(51, 14), "Build Number 1");
+  EXPECT_EQ(r.out[66], 'K');
+  EXPECT_EQ(r.out.substr(69), "-2LI-RZAQQ-SAR-C08D\n");
 }
 
-TEST(CommandLine, DefaultExtension) {
-  TEMP_DIR dir;
-  std::filesystem::create_directories(dir / "dir.v2");
-  std::filesystem::create_directories(dir / "d");
-  dir.write("f.obj", "F");
-  struct CASE {
-    std::string given, stored;
-  } cases[] = {
-      {"libc", "libc.lib"},       {"lib.a", "lib.a"},
-      {"my.lib.a", "my.lib.a"},   {"dir.v2/lib", "dir.v2/lib.lib"},
-      {"d/x.y", "d/x.y"},         {"lib.", "lib."},
-      {"./plain", "./plain.lib"},
+// An archive name without an extension gets ".lib"; a and r create a missing
+// archive, d, t and x want an existing archive.
+TEST(CommandLine, ArchiveNames) {
+  std::vector<STEP> steps;
+  const std::pair<std::string, std::string> names[] = {
+      {"libc", "libc.lib"}, {"lib.a", "lib.a"}, {"my.lib.a", "my.lib.a"}, {"dir.v2/lib", "dir.v2/lib.lib"},
+      {"d/x.y", "d/x.y"},   {"lib.", "lib."},   {"./plain", "./plain.lib"},
   };
-  for (const CASE &c : cases) {
-    SCOPED_TRACE(c.given);
-    RUN_RESULT r = arvela({"a", c.given, "f.obj"}, dir.path());
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, status("new archive", c.stored) + status("building archive", c.stored));
-    EXPECT_TRUE(std::filesystem::is_regular_file(dir / c.stored));
-    r = arvela({"t", c.given}, dir.path());
-    EXPECT_EQ(r.status, 0) << r.err;
-  }
-}
-
-TEST(CommandLine, ArchiveMustExistAndBeAnArchiveForDeleteTableExtract) {
-  TEMP_DIR dir;
-  dir.write("text.lib", "!<arch> is not quite the magic\n");
-  dir.write("empty.lib", "");
-  dir.write("short.lib", "!<arc");
-  for (std::string command : {"d", "t", "x"}) {
-    SCOPED_TRACE(command);
-    RUN_RESULT r = arvela({command, "missing", "a.obj"}, dir.path());
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, error_line("cannot open archive: 'missing.lib'"));
-    EXPECT_EQ(r.out, "");
-    for (std::string name : {"text.lib", "empty", "short"}) {
-      r = arvela({command, name, "a.obj"}, dir.path());
-      std::string stored = name.find('.') == std::string::npos ? name + ".lib" : name;
-      EXPECT_EQ(r.status, 1);
-      EXPECT_EQ(r.err, error_line("'" + stored + "' is not an archive"));
-      EXPECT_EQ(r.out, "");
+  for (const auto &[given, stored] : names)
+    steps.push_back({{F, {"dir.v2/"}, {"d/"}}, {"a", given, "f.obj"}, made(stored), "", 0, {{stored, F_LIB}}});
+  steps.push_back({{}, {"r", "new_r", "f.obj"}, made("new_r.lib"), "", 0, {{"new_r.lib", F_LIB}}});
+  for (const char *command : {"d", "t", "x"}) {
+    steps.push_back({{}, {command, "missing", "a.obj"}, "", error_line("cannot open archive: 'missing.lib'"), 1});
+    for (const char *name : {"text.lib", "empty", "short"}) {
+      std::string stored = name + std::string(std::string(name).find('.') == std::string::npos ? ".lib" : "");
+      steps.push_back({{{"text.lib", "!<arch> is not quite the magic\n"}, {"empty.lib", ""}, {"short.lib", "!<arc"}},
+                       {command, name, "a.obj"}, "", error_line("'" + stored + "' is not an archive"), 1,
+                       {{"text.lib", "!<arch> is not quite the magic\n"}}});
     }
   }
-  EXPECT_EQ(dir.list(), (std::vector<std::string>{"empty.lib", "short.lib", "text.lib"}));
-  EXPECT_EQ(dir.read("text.lib"), "!<arch> is not quite the magic\n");
+  const std::string cut = "cannot open archive: '" + std::string(495, 'n') + ".lib'";
+  steps.push_back({{}, {"t", std::string(600, 'n')}, "", error_line(cut), 1, {},
+                   "d dir.v2 empty.lib f.obj lib. lib.a libc.lib my.lib.a new_r.lib plain.lib short.lib text.lib"});
+  run_steps(steps);
 }
 
-TEST(CommandLine, ArchiveNameIsCutTo495Characters) {
+// Unfound operands are reported one per line after the command ran (the
+// archive already written), and only the status shows it. A link whose target
+// is gone is no file. Operands are taken as they are, even when they look
+// like options.
+TEST(CommandLine, OperandsAsGiven) {
   TEMP_DIR dir;
-  std::string name(600, 'n');
-  RUN_RESULT r = arvela({"t", name}, dir.path());
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.err, error_line("cannot open archive: '" + std::string(495, 'n') + ".lib'"));
+  fs::create_symlink("removed.obj", dir / "dangling.obj");
+  const std::string A = member("a.obj/", 1000, "AAAA"), B = member("b.obj/", 7000, "B");
+  const std::string build = status("building archive", "lib.lib"), missing = error_line("'missing.obj' not found");
+  run_steps(dir, {{{{"lib.lib", library({A})}}, {"x", "lib", "a.obj", "nothere.obj", "sub/gone.obj"}, "",
+                   error_line("'nothere.obj' not found") + error_line("'sub/gone.obj' not found"), 1,
+                   {{"a.obj", "AAAA"}}},
+                  {{}, {"t", "lib", "nothere.obj"}, TABLE_HEAD, error_line("'nothere.obj' not found"), 1},
+                  {{{"b.obj", "B", 7000}}, {"a", "lib", "b.obj", "missing.obj"}, build, missing, 1,
+                   {{"lib.lib", library({A, B})}}},
+                  {{}, {"d", "lib", "missing.obj"}, build, missing, 1},
+                  {{F}, {"aq", "new", "dangling.obj", "f.obj"}, "", error_line("'dangling.obj' not found"), 1,
+                   {{"new.lib", F_LIB}}},
+                  {{{"-v", "dash", 3000}}, {"aq", "dash", "-v"}, "", "", 0,
+                   {{"dash.lib", library({member("-v/", 3000, "dash")})}}}});
 }
 
-TEST(CommandLine, AddAndReplaceCreateAMissingArchive) {
-  TEMP_DIR dir;
-  write_dated(dir, "f.obj", "data", 5000);
-  for (std::string command : {"a", "r"}) {
-    SCOPED_TRACE(command);
-    RUN_RESULT r = arvela({command, "new_" + command, "f.obj"}, dir.path());
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.err, "");
-    EXPECT_EQ(dir.read("new_" + command + ".lib"), std::string(MAGIC) + member("f.obj/", 5000, "data"));
-  }
-}
-
-// Unfound operands are reported one per line after the command ran, and only
-// the status shows it.
-TEST(CommandLine, UnfoundOperandsAreReportedAndFailTheRun) {
-  TEMP_DIR dir;
-  make_library(dir);
-  RUN_RESULT r = arvela({"x", "lib", "a.obj", "nothere.obj", "sub/gone.obj"}, dir.path());
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, error_line("'nothere.obj' not found") + error_line("'sub/gone.obj' not found"));
-  EXPECT_EQ(dir.read("a.obj"), "AAAA");
-
-  r = arvela({"t", "lib", "nothere.obj"}, dir.path());
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out, TABLE_HEAD);
-  EXPECT_EQ(r.err, error_line("'nothere.obj' not found"));
-
-  // The archive has already been written when the report comes.
-  write_dated(dir, "b.obj", "B", 7000);
-  r = arvela({"a", "lib", "b.obj", "missing.obj"}, dir.path());
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out, status("building archive", "lib.lib"));
-  EXPECT_EQ(r.err, error_line("'missing.obj' not found"));
-  EXPECT_EQ(dir.read("lib.lib"),
-            std::string(MAGIC) + member("a.obj/", 1000, "AAAA") + member("b.obj/", 7000, "B"));
-
-  r = arvela({"d", "lib", "missing.obj"}, dir.path());
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out, status("building archive", "lib.lib"));
-  EXPECT_EQ(r.err, error_line("'missing.obj' not found"));
-}
-
-// A link whose target is gone is no file: it is left unfound, and the
-// files beside it are still added.
-TEST(CommandLine, DanglingLinkIsNotFound) {
-  TEMP_DIR dir;
-  write_dated(dir, "f.obj", "F", 7000);
-  std::filesystem::create_symlink("removed.obj", dir / "dangling.obj");
-  RUN_RESULT r = arvela({"aq", "lib", "dangling.obj", "f.obj"}, dir.path());
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.err, error_line("'dangling.obj' not found"));
-  EXPECT_EQ(dir.read("lib.lib"), std::string(MAGIC) + member("f.obj/", 7000, "F"));
-}
-
-// Operands are taken as they are, even when they look like options.
-TEST(CommandLine, OperandsStartingWithADashAreFiles) {
-  TEMP_DIR dir;
-  write_dated(dir, "-v", "dash", 3000);
-  RUN_RESULT r = arvela({"aq", "lib", "-v"}, dir.path());
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out, "");
-  EXPECT_EQ(dir.read("lib.lib"), std::string(MAGIC) + member("-v/", 3000, "dash"));
+// A command file gives key letters, archive and operands; options among the
+// operands are warned about, and the command line after it is ignored.
+TEST(CommandLine, CommandFiles) {
+  run_steps({{{{"f.obj", "object", 9000}, {"my file.obj", "two", 9000},
+               {"cmds", "-av lib ; the library\n -v f.obj \"my file.obj\" /* gone */ -q\n"}},
+              {"@cmds", "ignored.obj"},
+              "  -->  warning: option -v ignored in file list\n"
+              "  -->  warning: option -q ignored in file list\n" + status("new archive", "lib.lib") +
+                  status("add", "f.obj") + status("add", "my file.obj") + status("building archive", "lib.lib"),
+              "", 0, {{"lib.lib", library({member("f.obj/", 9000, "object"), member("my file.obj/", 9000, "two")})}}},
+             {{{"bad", "a new \"open\tquote\n"}}, {"@bad"}, "",
+              ">> Unterminated quote in command file; aborting\n   Quote starts at \"open\\tquote\n", 255, {},
+              "bad cmds f.obj lib.lib my file.obj"}});
 }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <functional>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <stdexcept>
 #include <sys/file.h>
@@ -15,10 +16,16 @@
 
 namespace e2e {
 
-RUN_RESULT arvela(const std::vector<std::string> &args, const std::filesystem::path &cwd) {
+RUN_RESULT arvela(const std::vector<std::string> &args, const fs::path &cwd, std::vector<std::string> prefix) {
+  prefix.push_back(testing_support::arvela_path());
+  prefix.insert(prefix.end(), args.begin(), args.end());
+  return testing_support::run(prefix, cwd);
+}
+
+int start_arvela(const std::vector<std::string> &args, const fs::path &cwd, const fs::path &err_file, int *out_pipe) {
   std::vector<std::string> argv{testing_support::arvela_path()};
   argv.insert(argv.end(), args.begin(), args.end());
-  return testing_support::run(argv, cwd);
+  return testing_support::spawn(argv, cwd, err_file, out_pipe);
 }
 
 std::string header(const std::string &name_field, uint64_t date, uint64_t owner, uint64_t size) {
@@ -39,22 +46,29 @@ std::string member(const std::string &name_field, uint64_t date, const std::stri
   return m;
 }
 
-void set_mtime(const std::filesystem::path &path, int64_t seconds) {
+std::string library(const std::vector<std::string> &members) {
+  std::string image = MAGIC;
+  for (const std::string &m : members)
+    image += m;
+  return image;
+}
+
+void set_mtime(const fs::path &path, int64_t seconds) {
   timespec times[2] = {{static_cast<time_t>(seconds), 0}, {static_cast<time_t>(seconds), 0}};
   if (utimensat(AT_FDCWD, path.c_str(), times, 0) != 0)
     throw std::runtime_error("utimensat failed: " + path.string());
 }
 
-int64_t mtime_of(const std::filesystem::path &path) {
+int64_t mtime_of(const fs::path &path) {
   struct stat st;
   if (stat(path.c_str(), &st) != 0)
     throw std::runtime_error("stat failed: " + path.string());
   return st.st_mtime;
 }
 
-std::filesystem::path write_dated(const TEMP_DIR &dir, const std::string &name,
-                                  const std::string &bytes, int64_t date) {
-  std::filesystem::path p = dir.write(name, bytes);
+fs::path write_dated(const TEMP_DIR &dir, const std::string &name, const std::string &bytes,
+                     int64_t date) {
+  fs::path p = dir.write(name, bytes);
   set_mtime(p, date);
   return p;
 }
@@ -84,7 +98,7 @@ bool make_object(const TEMP_DIR &dir, const std::string &name, const std::string
   std::string source = name + ".c";
   dir.write(source, "int " + symbol + "(void) { return 7; }\nint " + symbol + "_data = 3;\n");
   RUN_RESULT r = testing_support::run({"cc", "-c", "-o", name, source}, dir.path());
-  std::filesystem::remove(dir / source);
+  fs::remove(dir / source);
   return r.status == 0;
 }
 
@@ -121,12 +135,12 @@ bool wait_until_waiting_for_lock(int pid) {
   });
 }
 
-bool wait_until_writing_unnamed_file(int pid, const std::filesystem::path &dir) {
+bool wait_until_writing_unnamed_file(int pid, const fs::path &dir) {
   const std::string fds = "/proc/" + std::to_string(pid) + "/fd";
-  const std::string prefix = std::filesystem::canonical(dir).string() + "/#";
+  const std::string prefix = fs::canonical(dir).string() + "/#";
   return wait_until(pid, [&] {
     std::error_code ec;
-    for (const auto &e : std::filesystem::directory_iterator(fds, ec)) {
+    for (const auto &e : fs::directory_iterator(fds, ec)) {
       char target[4096];
       ssize_t n = readlink(e.path().c_str(), target, sizeof target - 1);
       if (n > 0 && std::string(target, n).rfind(prefix, 0) == 0)
@@ -151,7 +165,7 @@ bool wait_for_output(int fd, const std::string &text) {
   return true;
 }
 
-FILE_LOCK::FILE_LOCK(const std::filesystem::path &path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+FILE_LOCK::FILE_LOCK(const fs::path &path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
   if (fd_ < 0 || flock(fd_, LOCK_EX) != 0)
     throw std::runtime_error("cannot lock " + path.string());
 }
@@ -159,7 +173,7 @@ FILE_LOCK::FILE_LOCK(const std::filesystem::path &path) : fd_(open(path.c_str(),
 FILE_LOCK::~FILE_LOCK() { close(fd_); }
 
 std::string make_big_library(const TEMP_DIR &dir) {
-  std::filesystem::create_directories(dir / "work");
+  fs::create_directories(dir / "work");
   std::string block(4 << 20, 'm');
   std::vector<std::string> args = {"rq", "big.lib"};
   for (int i = 0; i < 64; i++) {
@@ -198,12 +212,60 @@ std::optional<std::map<std::string, std::string>> parse_members(const std::strin
   return members;
 }
 
-std::vector<std::string> entries(const std::filesystem::path &dir) {
+std::string entries(const fs::path &dir) {
   std::vector<std::string> names;
-  for (const auto &e : std::filesystem::directory_iterator(dir))
+  for (const auto &e : fs::directory_iterator(dir))
     names.push_back(e.path().filename().string());
   std::sort(names.begin(), names.end());
-  return names;
+  std::string joined;
+  for (const std::string &n : names)
+    joined += (joined.empty() ? "" : " ") + n;
+  return joined;
+}
+
+void write_files(const TEMP_DIR &dir, const std::vector<FILE_SPEC> &files) {
+  for (const FILE_SPEC &f : files) {
+    if (f.name.back() == '/')
+      fs::create_directories(dir / f.name);
+    else if (f.date >= 0)
+      write_dated(dir, f.name, f.bytes, f.date);
+    else
+      dir.write(f.name, f.bytes);
+  }
+}
+
+void run_steps(const TEMP_DIR &dir, const std::vector<STEP> &steps) {
+  for (const STEP &s : steps) {
+    std::string command;
+    for (const std::string &a : s.args)
+      command += a + " ";
+    SCOPED_TRACE(command);
+    write_files(dir, s.given);
+    RUN_RESULT r = arvela(s.args, dir.path());
+    EXPECT_EQ(r.out, s.out);
+    EXPECT_EQ(r.err, s.err);
+    EXPECT_EQ(r.status, s.status);
+    for (const FILE_SPEC &f : s.files) {
+      EXPECT_EQ(dir.read(f.name), f.bytes) << f.name;
+      EXPECT_EQ(f.date < 0 ? f.date : mtime_of(dir / f.name), f.date) << f.name;
+    }
+    EXPECT_EQ(s.listing ? entries(dir.path()) : "", s.listing ? s.listing : "");
+  }
+}
+
+void run_steps(const std::vector<STEP> &steps) { run_steps(TEMP_DIR(), steps); }
+
+std::vector<std::string> armap(const fs::path &dir, const std::string &library, const std::string &nm) {
+  RUN_RESULT r = testing_support::run({nm, "--print-armap", library}, dir);
+  EXPECT_EQ(r.status, 0) << r.err;
+  std::vector<std::string> lines;
+  size_t at = r.out.find("Archive index:\n");
+  if (at == std::string::npos)
+    return lines;
+  at += 15;
+  for (size_t end; (end = r.out.find('\n', at)) != std::string::npos && end > at; at = end + 1)
+    lines.push_back(r.out.substr(at, end - at));
+  return lines;
 }
 
 }  // namespace e2e

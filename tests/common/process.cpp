@@ -17,41 +17,55 @@ namespace testing_support {
 
 namespace fs = std::filesystem;
 
-RUN_RESULT run(const std::vector<std::string> &argv, const fs::path &cwd) {
-  int out_pipe[2], err_pipe[2];
-  if (pipe(out_pipe) != 0 || pipe(err_pipe) != 0)
-    throw std::runtime_error("pipe failed");
+namespace {
 
+// Starts argv[0] in `cwd` with standard input from /dev/null and the given
+// descriptors as standard output and error (`err_file` when `err` is -1);
+// every descriptor in `close_in_child` is closed there. The process id, or -1.
+pid_t start(const std::vector<std::string> &argv, const fs::path &cwd, int out, int err, const fs::path &err_file,
+            std::initializer_list<int> close_in_child) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_adddup2(&actions, out_pipe[1], 1);
-  posix_spawn_file_actions_adddup2(&actions, err_pipe[1], 2);
-  posix_spawn_file_actions_addclose(&actions, out_pipe[0]);
-  posix_spawn_file_actions_addclose(&actions, err_pipe[0]);
+  if (out >= 0)
+    posix_spawn_file_actions_adddup2(&actions, out, 1);
+  else
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+  if (err >= 0)
+    posix_spawn_file_actions_adddup2(&actions, err, 2);
+  else
+    posix_spawn_file_actions_addopen(&actions, 2, err_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  for (int fd : close_in_child)
+    posix_spawn_file_actions_addclose(&actions, fd);
   posix_spawn_file_actions_addchdir_np(&actions, cwd.c_str());
-
   std::vector<char *> args;
   for (const std::string &a : argv)
     args.push_back(const_cast<char *>(a.c_str()));
   args.push_back(nullptr);
-
-  pid_t pid;
-  int rc = posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ);
+  pid_t pid = -1;
+  if (posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ) != 0)
+    pid = -1;
   posix_spawn_file_actions_destroy(&actions);
+  return pid;
+}
+
+}  // namespace
+
+RUN_RESULT run(const std::vector<std::string> &argv, const fs::path &cwd) {
+  int out_pipe[2], err_pipe[2];
+  if (pipe(out_pipe) != 0 || pipe(err_pipe) != 0)
+    throw std::runtime_error("pipe failed");
+  pid_t pid = start(argv, cwd, out_pipe[1], err_pipe[1], {}, {out_pipe[0], err_pipe[0]});
   close(out_pipe[1]);
   close(err_pipe[1]);
-  if (rc != 0)
+  if (pid < 0)
     throw std::runtime_error("cannot start " + argv[0]);
 
   RUN_RESULT result;
   pollfd fds[2] = {{out_pipe[0], POLLIN, 0}, {err_pipe[0], POLLIN, 0}};
   std::string *sinks[2] = {&result.out, &result.err};
-  int open_fds = 2;
   char buf[65536];
-  while (open_fds > 0) {
-    if (poll(fds, 2, -1) < 0)
-      break;
+  for (int open_fds = 2; open_fds > 0 && poll(fds, 2, -1) >= 0;) {
     for (int i = 0; i < 2; i++) {
       if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP)))
         continue;
@@ -69,30 +83,11 @@ RUN_RESULT run(const std::vector<std::string> &argv, const fs::path &cwd) {
   return result;
 }
 
-int spawn(const std::vector<std::string> &argv, const fs::path &cwd, const fs::path &err_file,
-          int *out_pipe) {
+int spawn(const std::vector<std::string> &argv, const fs::path &cwd, const fs::path &err_file, int *out_pipe) {
   int out[2] = {-1, -1};
   if (out_pipe && pipe(out) != 0)
     return -1;
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-  if (out_pipe) {
-    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-    posix_spawn_file_actions_addclose(&actions, out[0]);
-  } else {
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  }
-  posix_spawn_file_actions_addopen(&actions, 2, err_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_addchdir_np(&actions, cwd.c_str());
-  std::vector<char *> args;
-  for (const std::string &a : argv)
-    args.push_back(const_cast<char *>(a.c_str()));
-  args.push_back(nullptr);
-  pid_t pid = -1;
-  if (posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ) != 0)
-    pid = -1;
-  posix_spawn_file_actions_destroy(&actions);
+  pid_t pid = out_pipe ? start(argv, cwd, out[1], -1, err_file, {out[0]}) : start(argv, cwd, -1, -1, err_file, {});
   if (out_pipe) {
     close(out[1]);
     *out_pipe = out[0];
@@ -120,7 +115,8 @@ TEMP_DIR::TEMP_DIR() {
 TEMP_DIR::~TEMP_DIR() {
   std::error_code ec;
   // Tests make directories unwritable on purpose; give them back before removal.
-  for (auto it = fs::recursive_directory_iterator(path_, ec); !ec && it != fs::recursive_directory_iterator(); it.increment(ec))
+  for (auto it = fs::recursive_directory_iterator(path_, ec); !ec && it != fs::recursive_directory_iterator();
+       it.increment(ec))
     if (it->is_directory(ec))
       fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ec);
   fs::permissions(path_, fs::perms::owner_all, fs::perm_options::add, ec);

@@ -1,6 +1,6 @@
 // The file-handle manager keeps any number of files usable through at most
 // MAX_OPEN_STREAMS streams: evicted files come back where they stood, pinned
-// files stay, and the standard streams are never closed.
+// and adopted files stay, and the standard streams are never closed.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -14,134 +14,80 @@ using testing_support::TEMP_DIR;
 
 namespace {
 
-std::string numbered(int i) { return "file" + std::to_string(i); }
+// `count` files of five letters each, a different letter in each, opened for reading.
+std::vector<MANAGED_FILE *> open_many(const TEMP_DIR &dir, int count) {
+  std::vector<MANAGED_FILE *> files;
+  for (int i = 0; i < count; i++) {
+    files.push_back(managed_open(dir.write("file" + std::to_string(i), std::string(5, char('a' + i))).c_str(), "rb"));
+    EXPECT_NE(files.back(), nullptr) << i;
+    EXPECT_LE(managed_open_stream_count(), MAX_OPEN_STREAMS);
+  }
+  return files;
+}
+
+void close_all(const std::vector<MANAGED_FILE *> &files) {
+  for (MANAGED_FILE *f : files)
+    EXPECT_EQ(managed_close(f), 0);
+}
 
 }  // namespace
 
-TEST(FileHandleManager, ManyReadersShareFifteenStreams) {
-  TEMP_DIR dir;
-  constexpr int N = 20;
-  std::vector<MANAGED_FILE *> files;
-  for (int i = 0; i < N; i++) {
-    std::string text = std::string(5, char('a' + i)) + std::to_string(i);
-    dir.write(numbered(i), text);
-    files.push_back(managed_open((dir / numbered(i)).c_str(), "rb"));
-    ASSERT_NE(files.back(), nullptr) << i;
-    EXPECT_LE(managed_open_stream_count(), MAX_OPEN_STREAMS);
-  }
-  // Read one byte of each in turn, so every file is evicted and reopened
-  // between two of its reads.
-  std::vector<std::string> got(N);
-  for (int round = 0; round < 5; round++)
-    for (int i = 0; i < N; i++) {
-      FILE *s = managed_stream(files[i]);
-      ASSERT_NE(s, nullptr);
-      int c = fgetc(s);
-      ASSERT_NE(c, EOF);
-      got[i] += char(c);
-      EXPECT_LE(managed_open_stream_count(), MAX_OPEN_STREAMS);
-    }
-  for (int i = 0; i < N; i++)
-    EXPECT_EQ(got[i], std::string(5, char('a' + i))) << i;
-  for (MANAGED_FILE *f : files)
-    EXPECT_EQ(managed_close(f), 0);
-  EXPECT_EQ(managed_open_stream_count(), 0);
-}
-
-TEST(FileHandleManager, EvictedWriterContinuesWhereItStopped) {
+// One byte of each in turn, so every reader is evicted and reopened between
+// two of its reads; a writer evicted twice continues where it stopped (its
+// first part still in the stdio buffer when it goes).
+TEST(FileHandleManager, EvictedFilesContinueWhereTheyStood) {
   TEMP_DIR dir;
   MANAGED_FILE *out = managed_open((dir / "out.bin").c_str(), "wb");
   ASSERT_NE(out, nullptr);
-  ASSERT_EQ(fwrite("first;", 1, 6, managed_stream(out)), 6u);  // still in the stdio buffer
-
-  std::vector<MANAGED_FILE *> others;
-  for (int i = 0; i < MAX_OPEN_STREAMS; i++) {
-    dir.write(numbered(i), "x");
-    others.push_back(managed_open((dir / numbered(i)).c_str(), "rb"));
-    ASSERT_NE(others.back(), nullptr);
-  }
+  ASSERT_EQ(fwrite("first;", 1, 6, managed_stream(out)), 6u);
+  std::vector<MANAGED_FILE *> files = open_many(dir, 20);
   ASSERT_EQ(out->stream, nullptr) << "the writer should have been evicted";
-
   ASSERT_EQ(fwrite("second;", 1, 7, managed_stream(out)), 7u);
-  for (MANAGED_FILE *f : others)  // evicts it a second time
-    ASSERT_NE(managed_stream(f), nullptr);
+  std::vector<std::string> got(files.size());
+  for (int round = 0; round < 5; round++)
+    for (size_t i = 0; i < files.size(); i++) {
+      FILE *s = managed_stream(files[i]);
+      ASSERT_NE(s, nullptr);
+      got[i] += char(fgetc(s));
+      EXPECT_LE(managed_open_stream_count(), MAX_OPEN_STREAMS);
+    }
   ASSERT_EQ(fwrite("third", 1, 5, managed_stream(out)), 5u);
   EXPECT_EQ(managed_close(out), 0);
   EXPECT_EQ(dir.read("out.bin"), "first;second;third");
-  for (MANAGED_FILE *f : others)
-    managed_close(f);
-}
-
-TEST(FileHandleManager, PinnedFilesStayOpen) {
-  TEMP_DIR dir;
-  dir.write("pinned", "0123456789");
-  MANAGED_FILE *pinned = managed_open((dir / "pinned").c_str(), "rb");
-  ASSERT_NE(pinned, nullptr);
-  set_pinned(pinned, true);
-  FILE *stream = managed_stream(pinned);
-  EXPECT_EQ(fgetc(stream), '0');
-
-  std::vector<MANAGED_FILE *> others;
-  for (int i = 0; i < 2 * MAX_OPEN_STREAMS; i++) {
-    dir.write(numbered(i), "y");
-    others.push_back(managed_open((dir / numbered(i)).c_str(), "rb"));
-    ASSERT_NE(others.back(), nullptr);
-    EXPECT_EQ(pinned->stream, stream) << i;
-  }
-  EXPECT_EQ(managed_stream(pinned), stream);
-  EXPECT_EQ(pinned->reopen_count, 0u);
-  EXPECT_EQ(fgetc(stream), '1');
-  for (MANAGED_FILE *f : others)
-    managed_close(f);
-  managed_close(pinned);
-}
-
-TEST(FileHandleManager, OpenFailsWhenEveryStreamIsPinned) {
-  TEMP_DIR dir;
-  std::vector<MANAGED_FILE *> pinned;
-  for (int i = 0; i < MAX_OPEN_STREAMS; i++) {
-    dir.write(numbered(i), "p");
-    pinned.push_back(managed_open((dir / numbered(i)).c_str(), "rb"));
-    ASSERT_NE(pinned.back(), nullptr);
-    set_pinned(pinned.back(), true);
-  }
-  dir.write("one_more", "m");
-  EXPECT_EQ(managed_open((dir / "one_more").c_str(), "rb"), nullptr);
-  EXPECT_EQ(managed_open_stream_count(), MAX_OPEN_STREAMS);
-
-  // Unpinning one makes room again.
-  set_pinned(pinned[3], false);
-  MANAGED_FILE *more = managed_open((dir / "one_more").c_str(), "rb");
-  ASSERT_NE(more, nullptr);
-  EXPECT_EQ(pinned[3]->stream, nullptr);
-  EXPECT_EQ(fgetc(managed_stream(more)), 'm');
-  managed_close(more);
-  for (MANAGED_FILE *f : pinned)
-    managed_close(f);
-}
-
-TEST(FileHandleManager, OpenOfAMissingFileFails) {
-  TEMP_DIR dir;
+  for (size_t i = 0; i < files.size(); i++)
+    EXPECT_EQ(got[i], std::string(5, char('a' + i))) << i;
+  close_all(files);
+  EXPECT_EQ(managed_open_stream_count(), 0);
   EXPECT_EQ(managed_open((dir / "absent").c_str(), "rb"), nullptr);
   EXPECT_EQ(managed_open((dir / "no/dir/file").c_str(), "wb"), nullptr);
 }
 
-TEST(FileHandleManager, StandardStreamsAreNeverClosed) {
-  MANAGED_FILE *out = managed_stdout();
-  ASSERT_NE(out, nullptr);
-  EXPECT_EQ(managed_stream(out), stdout);
-  EXPECT_EQ(managed_close(out), 0);
-  EXPECT_EQ(managed_close(managed_stderr()), 0);
-  EXPECT_EQ(managed_close(managed_stdin()), 0);
-  // Still the same record and a working stream.
-  EXPECT_EQ(managed_stdout(), out);
-  EXPECT_EQ(managed_stream(managed_stdout()), stdout);
-  EXPECT_NE(fcntl(fileno(stdout), F_GETFD), -1);
-  EXPECT_GE(fputs("\n", stdout), 0);
-  EXPECT_EQ(fflush(stdout), 0);
-  EXPECT_EQ(ferror(stdout), 0);
-  EXPECT_EQ(managed_stream(managed_stderr()), stderr);
-  EXPECT_EQ(managed_stream(managed_stdin()), stdin);
+// Pinned files stay open however many come and go; with every stream
+// pinned an open fails, and unpinning one makes room again.
+TEST(FileHandleManager, PinnedFilesStayOpen) {
+  TEMP_DIR dir;
+  MANAGED_FILE *pinned = managed_open(dir.write("pinned", "0123456789").c_str(), "rb");
+  ASSERT_NE(pinned, nullptr);
+  set_pinned(pinned, true);
+  FILE *stream = managed_stream(pinned);
+  EXPECT_EQ(fgetc(stream), '0');
+  std::vector<MANAGED_FILE *> others = open_many(dir, 2 * MAX_OPEN_STREAMS);
+  EXPECT_EQ(managed_stream(pinned), stream);
+  EXPECT_EQ(pinned->reopen_count, 0u);
+  EXPECT_EQ(fgetc(stream), '1');
+  close_all(others);
+  others = open_many(dir, MAX_OPEN_STREAMS - 1);
+  for (MANAGED_FILE *f : others)
+    set_pinned(f, true);
+  EXPECT_EQ(managed_open(dir.write("one_more", "m").c_str(), "rb"), nullptr);
+  EXPECT_EQ(managed_open_stream_count(), MAX_OPEN_STREAMS);
+  set_pinned(others[3], false);
+  MANAGED_FILE *more = managed_open((dir / "one_more").c_str(), "rb");
+  ASSERT_NE(more, nullptr);
+  EXPECT_EQ(others[3]->stream, nullptr);
+  EXPECT_EQ(fgetc(managed_stream(more)), 'm');
+  close_all(others);
+  close_all({more, pinned});
 }
 
 // An adopted stream reads from the descriptor it was given, however many
@@ -149,26 +95,33 @@ TEST(FileHandleManager, StandardStreamsAreNeverClosed) {
 // never reopened by that path.
 TEST(FileHandleManager, AdoptedStreamKeepsItsDescriptor) {
   TEMP_DIR dir;
-  dir.write("lib", "the file that was locked");
-  FILE *stream = fopen((dir / "lib").c_str(), "rb");
+  FILE *stream = fopen(dir.write("lib", "the file that was locked").c_str(), "rb");
   ASSERT_NE(stream, nullptr);
   MANAGED_FILE *adopted = managed_adopt(stream, (dir / "lib").c_str());
   ASSERT_NE(adopted, nullptr);
-  dir.write("replacement", "another file at the same path");
-  std::filesystem::rename(dir / "replacement", dir / "lib");
-
-  std::vector<MANAGED_FILE *> others;
-  for (int i = 0; i < 2 * MAX_OPEN_STREAMS; i++) {
-    dir.write(numbered(i), "x");
-    others.push_back(managed_open((dir / numbered(i)).c_str(), "rb"));
-    ASSERT_NE(others.back(), nullptr);
-    ASSERT_NE(fgetc(managed_stream(others.back())), EOF);
-  }
+  std::filesystem::rename(dir.write("replacement", "another file at the same path"), dir / "lib");
+  std::vector<MANAGED_FILE *> others = open_many(dir, 2 * MAX_OPEN_STREAMS);
+  for (MANAGED_FILE *f : others)
+    ASSERT_NE(fgetc(managed_stream(f)), EOF);
   EXPECT_EQ(managed_stream(adopted), stream);
   char text[64] = "";
   EXPECT_NE(fgets(text, sizeof text, managed_stream(adopted)), nullptr);
   EXPECT_STREQ(text, "the file that was locked");
-  for (MANAGED_FILE *f : others)
-    managed_close(f);
+  close_all(others);
   EXPECT_EQ(managed_close(adopted), 0);
+}
+
+TEST(FileHandleManager, StandardStreamsAreNeverClosed) {
+  MANAGED_FILE *out = managed_stdout();
+  ASSERT_NE(out, nullptr);
+  for (MANAGED_FILE *f : {out, managed_stderr(), managed_stdin()})
+    EXPECT_EQ(managed_close(f), 0);
+  // Still the same record and a working stream.
+  EXPECT_EQ(managed_stdout(), out);
+  EXPECT_EQ(managed_stream(managed_stdout()), stdout);
+  EXPECT_NE(fcntl(fileno(stdout), F_GETFD), -1);
+  EXPECT_GE(fputs("\n", stdout), 0);
+  EXPECT_EQ(fflush(stdout), 0);
+  EXPECT_EQ(managed_stream(managed_stderr()), stderr);
+  EXPECT_EQ(managed_stream(managed_stdin()), stdin);
 }

@@ -32,14 +32,10 @@ protected:
 };
 
 TEST_P(CodecTest, DecodesFieldsInOrderAndWidth) {
-  std::string image = BYTES(GetParam()).raw("abc").u8(7).u16(0x1234).u32(0x89ABCDEF).u32(0xFFFFFFFE).u64(0x0102030405060708ull);
+  std::string image =
+      BYTES(GetParam()).raw("abc").u8(7).u16(0x1234).u32(0x89ABCDEF).u32(0xFFFFFFFE).u64(0x0102030405060708ull);
   SAMPLE_RECORD r = decode<SAMPLE_RECORD>(u8p(image), order());
-  EXPECT_EQ(r.tag, (std::array<uint8_t, 3>{'a', 'b', 'c'}));
-  EXPECT_EQ(r.kind, 7);
-  EXPECT_EQ(r.half, 0x1234);
-  EXPECT_EQ(r.word, 0x89ABCDEFu);
-  EXPECT_EQ(r.addend, -2);
-  EXPECT_EQ(r.wide, 0x0102030405060708ull);
+  EXPECT_EQ(r, (SAMPLE_RECORD{{'a', 'b', 'c'}, 7, 0x1234, 0x89ABCDEF, -2, 0x0102030405060708ull}));
   // ...and encoding gives the same bytes back.
   auto out = encode(r, order());
   EXPECT_EQ(std::string(out.begin(), out.end()), image);

@@ -28,21 +28,18 @@ TEST(ReplacementFile, InvisibleUntilCommittedThenInPlace) {
   EXPECT_EQ(dir.read("target"), "new contents");
 }
 
-TEST(ReplacementFile, NamedButDiscardedLeavesNothing) {
+// Discarded after it was given a temporary name, it leaves nothing; in a
+// missing directory it cannot be made.
+TEST(ReplacementFile, DiscardedLeavesNothing) {
   TEMP_DIR dir;
   std::string target = (dir / "target").string();
   REPLACEMENT_FILE f;
   ASSERT_TRUE(replacement_create(&f, target.c_str()));
   ASSERT_TRUE(replacement_name(&f, target.c_str()));
-  EXPECT_EQ(dir.list().size(), 1u);  // its temporary name
+  EXPECT_EQ(dir.list().size(), 1u);
   replacement_discard(&f);
   replacement_close(&f);
   EXPECT_TRUE(dir.list().empty());
-}
-
-TEST(ReplacementFile, MissingDirectoryFails) {
-  TEMP_DIR dir;
-  REPLACEMENT_FILE f;
   EXPECT_FALSE(replacement_create(&f, (dir / "no/such/target").c_str()));
   EXPECT_EQ(errno, ENOENT);
   EXPECT_EQ(f.fd, -1);
