@@ -125,8 +125,10 @@ static void scan_command_file(const char *path, OPTIONS &options) {
   case REGULAR_NOT_REGULAR: error("'%s' is not a regular file", path);
   default: error("cannot open '%s'", path);
   }
-  // The text lives until the process ends: the operands point into it.
-  COMMAND_TEXT text = read_command_text(file.fd, static_cast<size_t>(file.st.st_size));
+  // The text lives until the process ends: the operands point into it (held
+  // here too, so that a run that kept no operand does not count it lost).
+  static COMMAND_TEXT text;
+  text = read_command_text(file.fd, static_cast<size_t>(file.st.st_size));
   close(file.fd);
   if (!text.data)
     error("cannot open '%s'", path);
