@@ -124,9 +124,10 @@ void ar_replace(ARCHIVE *ar, OPTIONS &options) {
 static size_t table_row_start(char (&out)[96], uint32_t size, const char date[64]) {
   char digits[16];
   size_t n_digits = static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, size).ptr - digits);
+  size_t blanks = 2 + (n_digits < 8 ? 8 - n_digits : 0);
   char *p = out;
-  memcpy(p, "          ", 2 + (n_digits < 8 ? 8 - n_digits : 0));
-  p += 2 + (n_digits < 8 ? 8 - n_digits : 0);
+  memcpy(p, "          ", blanks);
+  p += blanks;
   memcpy(p, digits, n_digits);
   p += n_digits;
   size_t date_length = strnlen(date, 63);
