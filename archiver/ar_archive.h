@@ -80,6 +80,7 @@ struct AR_SYMBOL {
 };
 
 struct ARCHIVE;
+struct AR_EXTRACT_AHEAD;
 // Called with the archive, an AR_ERROR_CLASS and the message. The archiver's
 // callback cleans up and exits; when a callback returns, the failing
 // operation returns false.
@@ -112,6 +113,7 @@ struct ARCHIVE {
   AR_STAGE stage;                       // member files read ahead of the write
   AR_REWRITE rewrite;                   // the write in progress
   REPLACEMENT_FILE *extracting = nullptr;  // the file an extraction is writing
+  AR_EXTRACT_AHEAD *extract_ahead = nullptr;  // files created ahead of their turn
   AR_ERROR_CALLBACK error_callback = nullptr;
 };
 
@@ -135,6 +137,12 @@ void ar_destroy(ARCHIVE *ar);
 // goes, the old archive stays under its own name. From a signal handler pass
 // true: only async-signal-safe calls are made then.
 void ar_emergency_cleanup(ARCHIVE *ar, bool from_signal = false);
+
+// --- ar_extract.cpp
+
+// Removes the files an extraction created ahead of their turn and stops the
+// thread that created them; from a signal handler, without waiting for it.
+void ar_extract_abandon(ARCHIVE *ar, bool from_signal);
 
 // --- ar_read.cpp
 

@@ -40,6 +40,7 @@ void ar_destroy(ARCHIVE *ar) {
 
 void ar_emergency_cleanup(ARCHIVE *ar, bool from_signal) {
   ar_abandon_rewrite(ar, from_signal);
+  ar_extract_abandon(ar, from_signal);
   if (ar->extracting) {
     replacement_discard(ar->extracting);
     if (!from_signal)

@@ -12,6 +12,9 @@ void ar_replace(ARCHIVE *ar, OPTIONS &options);
 void ar_table(ARCHIVE *ar, OPTIONS &options);
 void ar_extract(ARCHIVE *ar, OPTIONS &options);
 
+// A status line on standard output: "  ==>  verb 'name'".
+void status(const char *verb, const char *name);
+
 // Runs the command the options select.
 void ar_dispatch(ARCHIVE *ar, OPTIONS &options);
 
