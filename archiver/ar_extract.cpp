@@ -154,6 +154,7 @@ struct AR_EXTRACT_AHEAD {
   int source_fd = -1;                // the archive's, duplicated: read with pread
   pthread_t helper{};
   bool has_helper = false;
+  bool abandoned = false;            // cleaned up; kept until the run ends
 };
 
 static bool read_exactly(int fd, char *out, size_t n, uint64_t offset) {
@@ -342,7 +343,7 @@ static void extract_ahead(ARCHIVE *ar, AR_EXTRACT_AHEAD *x, bool verbose) {
 
 void ar_extract_abandon(ARCHIVE *ar, bool from_signal) {
   AR_EXTRACT_AHEAD *x = ar->extract_ahead;
-  if (!x)
+  if (!x || x->abandoned)
     return;
   x->stop.store(true);
   if (!from_signal && x->has_helper) {
@@ -362,8 +363,8 @@ void ar_extract_abandon(ARCHIVE *ar, bool from_signal) {
       x->state[j].store(JOB_FAILED);
     }
   }
-  if (!from_signal)
-    ar->extract_ahead = nullptr;
+  // The run ends now; the main thread may still be inside the extraction.
+  x->abandoned = true;
 }
 
 void ar_extract(ARCHIVE *ar, OPTIONS &options) {
