@@ -100,7 +100,15 @@ static bool create_in_place(REPLACEMENT_FILE *output, const char *path) {
 // interrupted extraction leaves no partial file.
 static void extract_member(ARCHIVE *ar, AR_MEMBER *m, const char *path, bool verbose) {
   static REPLACEMENT_FILE output;
+  // A signal that came while the file was being created would find it not
+  // yet recorded as this run's, and leave it behind: held back until it is.
+  sigset_t all, old;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, &old);
   bool in_place = create_in_place(&output, path);
+  if (in_place)
+    ar->extracting = &output;
+  pthread_sigmask(SIG_SETMASK, &old, nullptr);
   if (!in_place) {
     // Renaming over the archive (or a link to it) would replace the library.
     struct stat st;
@@ -290,22 +298,26 @@ static void finish_ahead(ARCHIVE *ar, AR_EXTRACT_AHEAD *x) {
   delete x;
 }
 
-// The file-size limit's signal belongs to the member whose write crosses
-// the limit, at its turn. While files are made ahead it is held back: a write
-// ahead then fails instead, its signal is dropped, and the member is written
-// again at its turn, with the signal let through.
+// The main thread makes its files with every signal held back: one that
+// came while its file was being created would find a file not yet recorded
+// as made by this run, and leave it behind. The file-size limit's signal
+// belongs to the member whose write crosses the limit, at its turn: a write
+// ahead that fails takes its signal back, and the member is written again at
+// its turn, the signal let through.
 static void extract_ahead(ARCHIVE *ar, AR_EXTRACT_AHEAD *x, bool verbose) {
   static char buffer[AR_SMALL_MEMBER];
-  sigset_t size_signal, old;
+  sigset_t all, size_signal, old;
+  sigfillset(&all);
   sigemptyset(&size_signal);
   sigaddset(&size_signal, SIGXFSZ);
-  pthread_sigmask(SIG_BLOCK, &size_signal, &old);
   auto make = [&](size_t j) {
+    pthread_sigmask(SIG_BLOCK, &all, &old);
     if (!take(x, j, JOB_CREATING_MAIN, buffer)) {
       struct timespec now = {0, 0};
       while (sigtimedwait(&size_signal, nullptr, &now) == SIGXFSZ) {
       }
     }
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
   };
   size_t count = x->members.size(), ahead = 0;
   unsigned idle = 0;
@@ -317,13 +329,10 @@ static void extract_ahead(ARCHIVE *ar, AR_EXTRACT_AHEAD *x, bool verbose) {
       continue;
     }
     if (s == JOB_DONE || s == JOB_FAILED || s == JOB_SERIAL) {
-      if (s != JOB_DONE) {
-        pthread_sigmask(SIG_SETMASK, &old, nullptr);
+      if (s != JOB_DONE)
         extract_member(ar, m, m->name, verbose);
-        pthread_sigmask(SIG_BLOCK, &size_signal, nullptr);
-      } else if (verbose) {
+      else if (verbose)
         status("extract", m->name);
-      }
       x->state[i].store(JOB_ACCEPTED);
       x->accepted.store(++i);
       idle = 0;
@@ -338,7 +347,6 @@ static void extract_ahead(ARCHIVE *ar, AR_EXTRACT_AHEAD *x, bool verbose) {
     else
       pause_briefly(idle);
   }
-  pthread_sigmask(SIG_SETMASK, &old, nullptr);
 }
 
 void ar_extract_abandon(ARCHIVE *ar, bool from_signal) {
