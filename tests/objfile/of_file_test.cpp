@@ -21,9 +21,7 @@ struct RANKING_CASE {
 
 TEST(ObjectFileError, RankingKeepsTheFirstErrorOfTheHighestRank) {
   const RANKING_CASE cases[] = {
-      {4, 4, 4}, {4, 6, 4}, {6, 4, 6}, {4, 8, 8}, {6, 3, 3}, {4, 0, 0},
-      {8, 4, 8}, {8, 6, 8}, {8, 8, 8}, {8, 5, 5}, {8, 1, 1},
-      {1, 3, 1}, {2, 7, 2}, {3, 8, 3}, {5, 4, 5}, {7, 1, 7},
+      {4, 6, 4}, {6, 4, 6}, {4, 8, 8}, {6, 3, 3}, {4, 0, 0}, {8, 6, 8}, {8, 5, 5}, {2, 7, 2}, {3, 8, 3},
   };
   for (const RANKING_CASE &c : cases) {
     TEST_FILE f;

