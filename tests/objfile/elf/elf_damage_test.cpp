@@ -52,9 +52,9 @@ TEST_P(ElfDamage, CutFilesAreReported) {
                                (std::ostringstream() << std::hex << builder.shoff).str()}};
   for (const auto &[size, text] : cuts) {
     OPENED o(image.substr(0, size));
-    ASSERT_NE(o.object(), nullptr) << size;
+    ASSERT_NE(o.object.get(), nullptr) << size;
     EXPECT_TRUE(o.indexed_names().empty()) << size;
-    EXPECT_EQ(o.object()->get_error_text(), "(unknown file): " + text);
+    EXPECT_EQ(o.object->get_error_text(), "(unknown file): " + text);
   }
 }
 
@@ -93,17 +93,17 @@ TEST_P(ElfDamage, DamagedFieldsHideTheSymbols) {
   for (const CASE &c : cases) {
     OPENED o(c.bytes);
     ASSERT_NE(o.elf(), nullptr) << c.error;
-    walk(o.object());
-    EXPECT_EQ(o.object()->get_symbol_table()->get_count(), 0u) << c.error;
+    walk(o.object.get());
+    EXPECT_EQ(o.object->get_symbol_table()->get_count(), 0u) << c.error;
     if (c.no_sections) {
       EXPECT_EQ(o.elf()->get_section_table()->get_count(), 0u) << c.error;
     }
     if (!c.part) {
-      EXPECT_EQ(o.object()->get_error_text(), c.error);
+      EXPECT_EQ(o.object->get_error_text(), c.error);
     } else if (c.error.empty()) {
-      EXPECT_EQ(o.object()->get_error_code(), OF_ERR_MALFORMED);
+      EXPECT_EQ(o.object->get_error_code(), OF_ERR_MALFORMED);
     } else {
-      EXPECT_NE(o.object()->get_error_text().find(c.error), std::string::npos) << o.object()->get_error_text();
+      EXPECT_NE(o.object->get_error_text().find(c.error), std::string::npos) << o.object->get_error_text();
     }
   }
 }
@@ -114,10 +114,10 @@ TEST_P(ElfDamage, StringOffsetsPastTheEndOrUnterminated) {
   uint32_t real_size = 1 + 6 + 5;  // "\0alpha\0beta\0"
   damaged.replace(shdr(2, 20), 4, BYTES(GetParam()).u32(real_size - 1).bytes());
   OPENED o(damaged);
-  OF_SYMBOL_TABLE *t = o.object()->get_symbol_table();
+  OF_SYMBOL_TABLE *t = o.object->get_symbol_table();
   EXPECT_EQ(t->get_symbol(1)->get_name(), "");
   EXPECT_EQ(t->get_symbol(2)->get_name(), "");
-  EXPECT_EQ(o.object()->get_error_code(), 0u);  // out-of-range names are not errors
+  EXPECT_EQ(o.object->get_error_code(), 0u);  // out-of-range names are not errors
 }
 
 TEST_P(ElfDamage, ProgramHeadersPastTheEnd) {
@@ -126,7 +126,7 @@ TEST_P(ElfDamage, ProgramHeadersPastTheEnd) {
   OPENED o(damaged);
   ELF32_PROGRAM_HEADER_RECORD p{};
   EXPECT_FALSE(o.elf()->get_program_header(0, p));
-  EXPECT_NE(o.object()->get_error_text().find("program header table (96 bytes) extends past the end"),
+  EXPECT_NE(o.object->get_error_text().find("program header table (96 bytes) extends past the end"),
             std::string::npos);
 }
 

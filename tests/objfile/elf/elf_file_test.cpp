@@ -52,7 +52,7 @@ TEST_P(ElfFile, ReadsTheHeadersInTheFilesByteOrder) {
   EXPECT_EQ(std::vector<uint32_t>({p.p_type, p.p_vaddr, p.p_memsz, p.p_flags}),
             std::vector<uint32_t>({1, 0x8000, 0x20, 5}));
   EXPECT_FALSE(f->get_program_header(1, p));
-  EXPECT_EQ(o.object()->get_error_code(), 0u);
+  EXPECT_EQ(o.object->get_error_code(), 0u);
   for (uint8_t ei_data : {0, 2, 3, 0xFF}) {
     ELF_BUILDER big(BIG);
     big.ei_data = ei_data;
@@ -79,8 +79,8 @@ TEST_P(ElfFile, SectionHeaderTableAbsentOrItsIndexExtended) {
   image.replace(48, 2, std::string(2, '\0'));  // e_shnum
   OPENED o(image);
   EXPECT_EQ(o.elf()->get_section_table()->get_count(), 0u);
-  EXPECT_EQ(o.object()->get_symbol_table()->get_count(), 0u);
-  EXPECT_EQ(o.object()->get_error_code(), 0u);
+  EXPECT_EQ(o.object->get_symbol_table()->get_count(), 0u);
+  EXPECT_EQ(o.object->get_error_code(), 0u);
 }
 
 // The setters, their refusals, reset, and what only ELF files answer.
@@ -104,7 +104,7 @@ TEST_P(ElfFile, SettersRefusalsAndReset) {
   EXPECT_EQ(f->set_endian(3), -1);
   EXPECT_EQ(f->get_endian(), OF_ENDIAN_UNKNOWN);
   EXPECT_EQ(f->get_error_text(), "invalid endian setting");
-  EXPECT_EQ(get_elf_interface(o.object()), f);
+  EXPECT_EQ(get_elf_interface(o.object.get()), f);
   ASSERT_EQ(f->reset(), 0);
   EXPECT_EQ(f->get_error_code(), 0u);
   const ELF32_HEADER_RECORD &h = f->header();
@@ -121,9 +121,9 @@ TEST_P(ElfFile, SettersRefusalsAndReset) {
 TEST_P(ElfFile, HeaderDumpUsesTheGabiNames) {
   builder.machine = 141;
   OPENED o(builder.build());
-  o.object()->select_dump("all", false);
-  o.object()->select_dump("header");
-  std::string text = printed([&](FILE *out) { o.object()->dump(out); });
+  o.object->select_dump("all", false);
+  o.object->select_dump("header");
+  std::string text = printed([&](FILE *out) { o.object->dump(out); });
   for (const char *expected : {"ELFCLASS32", GetParam() == LITTLE ? "ELFDATA2LSB" : "ELFDATA2MSB", "ET_REL",
                                "EM_QV_VELA", "ELFOSABI_NONE (None specified)", "ELF Class:", "32-bit objects",
                                "ELF ABIVERSION:", "ELF e_flags:", "0x00000000", "Machine:", "QV Vela"})

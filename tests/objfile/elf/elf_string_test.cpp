@@ -83,7 +83,7 @@ TEST_P(ElfStrings, HashChainsListSymbolsInIndexOrder) {
   ELF_SECTION *section = o.elf()->get_section_table()->get_section(4);
   ELF_SYMBOL_HASH hash(o.elf(), section);
   ASSERT_EQ(hash.get_symbol_table(), o.elf()->get_elf_symbol_table());
-  ASSERT_TRUE(hash.build(o.object()->get_symbol_table()));
+  ASSERT_TRUE(hash.build(o.object->get_symbol_table()));
   // "x" = 0x78 % 5 = 0. Symbol 0 hashes there too, but a head of 0 reads
   // as an empty bucket, so "x" takes it over.
   EXPECT_EQ(words(*section->get_data()),
@@ -114,7 +114,7 @@ TEST_P(ElfStrings, AnEmptyTableHashesToTwoZeroWords) {
   OPENED o(builder.build());
   ELF_SECTION *section = o.elf()->get_section_table()->get_section(2);
   ELF_SYMBOL_HASH hash(o.elf(), section);
-  ASSERT_TRUE(hash.build(o.object()->get_symbol_table()));
+  ASSERT_TRUE(hash.build(o.object->get_symbol_table()));
   EXPECT_EQ(words(*section->get_data()), (std::vector<uint32_t>{0, 0}));
 }
 
@@ -129,7 +129,7 @@ static std::string dump_hash_over_a(ELF_BUILDER &builder, TEST_ORDER order, std:
   OPENED o(builder.build());
   ELF_SYMBOL_HASH hash(o.elf(), o.elf()->get_section_table()->get_section(4));
   std::string text = dump_text(hash);
-  return text + "[" + std::to_string(o.object()->get_error_code()) + "] " + o.object()->get_error_text();
+  return text + "[" + std::to_string(o.object->get_error_code()) + "] " + o.object->get_error_text();
 }
 
 // Chain links beyond the table are reported; a chain that loops back on

@@ -123,12 +123,12 @@ TEST_P(ElfSymbol, TheStringTableIsFoundMadeOrReported) {
   EXPECT_EQ(u.symbol(1)->get_name(), "");
   ELF_SECTION_TABLE *t = u.elf()->get_section_table();
   EXPECT_EQ(t->get_section(t->get_section(1)->header().sh_link)->get_name(), ".strtab");
-  EXPECT_EQ(u.object()->get_error_code(), 0u);
+  EXPECT_EQ(u.object->get_error_code(), 0u);
   bad.add({".symtab", 2, records, 99, 1, 16});
   OPENED b(bad.build());
   EXPECT_EQ(b.symbol(1)->get_name(), "");
-  EXPECT_EQ(b.object()->get_error_code(), OF_ERR_INTERNAL);
-  EXPECT_EQ(b.object()->get_error_text(), "string table for symbol table \".symtab\" not found");
+  EXPECT_EQ(b.object->get_error_code(), OF_ERR_INTERNAL);
+  EXPECT_EQ(b.object->get_error_text(), "string table for symbol table \".symtab\" not found");
 }
 
 TEST_P(ElfSymbol, SettersMapToTheRecordAndRefuseOtherValues) {
@@ -144,24 +144,24 @@ TEST_P(ElfSymbol, SettersMapToTheRecordAndRefuseOtherValues) {
   EXPECT_TRUE(s->is_changed());
 
   EXPECT_EQ(s->set_kind(OF_KIND_DEFINED), -1);
-  EXPECT_EQ(o.object()->get_error_text(),
+  EXPECT_EQ(o.object->get_error_text(),
             "To mark a symbol as being defined, you must use set_section_id() to set its section reference");
-  o.object()->clear_error();
+  o.object->clear_error();
   EXPECT_EQ(s->set_kind(7), -1);
-  EXPECT_EQ(o.object()->get_error_text(), "Invalid symbol kind 7");
-  EXPECT_EQ(o.object()->get_error_code(), OF_ERR_INVALID_REQUEST);
+  EXPECT_EQ(o.object->get_error_text(), "Invalid symbol kind 7");
+  EXPECT_EQ(o.object->get_error_code(), OF_ERR_INVALID_REQUEST);
   EXPECT_EQ(s->record().st_shndx, SHN_UNDEF);
 
   EXPECT_EQ(s->set_binding(OF_BIND_GLOBAL), 0);
   EXPECT_EQ(s->record().st_info, 0x11);  // the type nibble stays
-  o.object()->clear_error();
+  o.object->clear_error();
   EXPECT_EQ(s->set_binding(4), -1);
-  EXPECT_EQ(o.object()->get_error_text(), "Invalid symbol binding value 0x4");
+  EXPECT_EQ(o.object->get_error_text(), "Invalid symbol binding value 0x4");
   EXPECT_EQ(s->set_type(OF_TYPE_TLS), 0);
   EXPECT_EQ(s->record().st_info, 0x16);  // the binding nibble stays
-  o.object()->clear_error();
+  o.object->clear_error();
   EXPECT_EQ(s->set_type(7), -1);
-  EXPECT_EQ(o.object()->get_error_text(), "Invalid symbol type value 0x7");
+  EXPECT_EQ(o.object->get_error_text(), "Invalid symbol type value 0x7");
   EXPECT_EQ(s->record().st_info, 0x16);
 
   EXPECT_EQ(s->set_section_id(70000), 0);
@@ -189,7 +189,7 @@ TEST_P(ElfSymbol, PreparingPutsNullThenLocalsThenTheRest) {
   EXPECT_EQ(t->get_index_map().entries(), (std::vector<uint32_t>{0, 3, 1, OF_SYMBOL_TABLE::REMOVED, 4,
                                                                   OF_SYMBOL_TABLE::REMOVED, 2}));
   EXPECT_EQ(t->get_symbol(4)->get_index(), 4u);
-  EXPECT_EQ(o.object()->get_error_code(), 0u);
+  EXPECT_EQ(o.object->get_error_code(), 0u);
 
   ELF_BUILDER locals(GetParam()), empty(GetParam());
   locals.add_symtab({{"a", 0, 0, 0x00, 0, 1}, {"b", 0, 0, 0x03, 0, 1}});
@@ -200,7 +200,7 @@ TEST_P(ElfSymbol, PreparingPutsNullThenLocalsThenTheRest) {
   OPENED e(empty.build());
   ASSERT_EQ(e.elf()->get_elf_symbol_table()->prepare_for_writing(), 0);
   EXPECT_EQ(e.elf()->get_elf_symbol_table()->get_count(), 1u);
-  EXPECT_EQ(e.object()->get_error_code(), 0u);
+  EXPECT_EQ(e.object->get_error_code(), 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(BothOrders, ElfSymbol, ::testing::Values(LITTLE, BIG), order_name);
