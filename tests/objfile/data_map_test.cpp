@@ -161,15 +161,27 @@ TEST(CheckedIo, RefusalsReportAndDoNothing) {
   TEMP_STREAM s("xy");
   char buf[2];
   EXPECT_EQ(OFE::pfread(nullptr, 1, 1, s.f), 0u);
+  EXPECT_EQ(OFE::pfread(buf, 1, 1, nullptr), 0u);
+  EXPECT_EQ(OFE::pfwrite(nullptr, 1, 1, s.f), 0u);
   EXPECT_EQ(OFE::pfwrite(buf, 0, 1, s.f), 0u);
+  EXPECT_EQ(OFE::pfwrite(buf, 1, 0, s.f), 0u);
   EXPECT_EQ(OFE::pfwrite(buf, 1, 1, nullptr), 0u);
+  EXPECT_EQ(OFE::pfseek(nullptr, 0, SEEK_SET), -1);
   EXPECT_EQ(OFE::pfseek(s.f, -1, SEEK_SET), -1);
+  EXPECT_EQ(OFE::pfseeko(nullptr, 0, SEEK_SET), -1);
+  EXPECT_EQ(OFE::pftell(nullptr), -1);
   EXPECT_EQ(OFE::pftello(nullptr), -1);
   EXPECT_EQ(cap.err(),
             ">> application error: pfread called with a NULL buffer pointer\n"
+            ">> application error: pfread called with a NULL FILE pointer\n"
+            ">> application error: pfwrite called with a NULL buffer pointer\n"
             ">> application error: pfwrite called requesting zero-size elements\n"
+            ">> application error: pfwrite called requesting zero elements\n"
             ">> application error: pfwrite called with a NULL FILE pointer\n"
+            ">> application error: pfseek called with a NULL FILE pointer\n"
             ">> application error: pfseek called with SEEK_SET, but offset is negative\n"
+            ">> application error: pfseeko called with a NULL FILE pointer\n"
+            ">> application error: pftell called with a NULL FILE pointer\n"
             ">> application error: pftello called with a NULL FILE pointer\n");
   EXPECT_EQ(ftell(s.f), 0);
 }

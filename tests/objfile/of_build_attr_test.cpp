@@ -255,9 +255,9 @@ TEST_P(BuildAttr, DamageMessagesNameTheField) {
 // Which tags hold strings, which vendors are parsed, and the producer: the
 // first vendor that is not a public one.
 TEST(BuildAttrRules, TagEncodingParsedVendorsAndProducer) {
-  for (uint32_t tag : {4u, 5u, 67u})
+  for (uint32_t tag : {4u, 5u, 65u, 67u, 33u, 69u})
     EXPECT_EQ(ofba_value_kind(tag), OFBA_VALUE_KIND::STRING) << tag;
-  for (uint32_t tag : {6u, 34u, 66u})
+  for (uint32_t tag : {1u, 6u, 31u, 34u, 64u, 66u, 70u})
     EXPECT_EQ(ofba_value_kind(tag), OFBA_VALUE_KIND::NUMBER) << tag;
   EXPECT_EQ(ofba_value_kind(32), OFBA_VALUE_KIND::NUMBER_AND_STRING);
   OF_BUILD_ATTR_TABLE t, exact;

@@ -21,7 +21,8 @@ struct RANKING_CASE {
 
 TEST(ObjectFileError, RankingKeepsTheFirstErrorOfTheHighestRank) {
   const RANKING_CASE cases[] = {
-      {4, 6, 4}, {6, 4, 6}, {4, 8, 8}, {6, 3, 3}, {4, 0, 0}, {8, 6, 8}, {8, 5, 5}, {2, 7, 2}, {3, 8, 3},
+      {4, 4, 4}, {4, 6, 4}, {6, 4, 6}, {4, 8, 8}, {6, 3, 3}, {4, 0, 0},
+      {8, 6, 8}, {8, 8, 8}, {8, 5, 5}, {2, 7, 2}, {3, 8, 3},
   };
   for (const RANKING_CASE &c : cases) {
     TEST_FILE f;

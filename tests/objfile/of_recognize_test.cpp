@@ -68,9 +68,11 @@ TEST(Recognition, FormatsVersionsOrdersAndMachines) {
       // Version 0: the magic is the target id; offset 20 is not read.
       {"COFF0 little", coff_head(LITTLE, 0x99, 0x9D), OF_FORMAT_COFF, OF_VERSION_COFF0, OF_ENDIAN_LITTLE, OF_MACHINE_CARINA},
       {"COFF0 range end", coff_head(LITTLE, 0xA3, 0), OF_FORMAT_COFF, OF_VERSION_COFF0, OF_ENDIAN_LITTLE, OF_MACHINE_UNKNOWN},
+      {"COFF0 big", coff_head(BIG, 0x9C, 0x99), OF_FORMAT_COFF, OF_VERSION_COFF0, OF_ENDIAN_BIG, OF_MACHINE_PYXIS},
       {"below range", coff_head(LITTLE, 0x8F, 0x9D), OF_FORMAT_UNKNOWN, OF_VERSION_UNKNOWN, OF_ENDIAN_UNKNOWN, OF_MACHINE_UNKNOWN},
       {"above range", coff_head(LITTLE, 0xA4, 0x9D), OF_FORMAT_UNKNOWN, OF_VERSION_UNKNOWN, OF_ENDIAN_UNKNOWN, OF_MACHINE_UNKNOWN},
       {"text", "int main() { return 0; }\n", OF_FORMAT_UNKNOWN, OF_VERSION_UNKNOWN, OF_ENDIAN_UNKNOWN, OF_MACHINE_UNKNOWN},
+      {"one byte", "\x7F", OF_FORMAT_UNKNOWN, OF_VERSION_UNKNOWN, OF_ENDIAN_UNKNOWN, OF_MACHINE_UNKNOWN},
       {"ELF magic cut", "\x7F" "EL", OF_FORMAT_UNKNOWN, OF_VERSION_UNKNOWN, OF_ENDIAN_UNKNOWN, OF_MACHINE_UNKNOWN},
   };
   MSG_CAPTURE cap;
@@ -164,6 +166,8 @@ TEST(Recognition, MachineTablesAgreeWithTheDatabases) {
   EXPECT_FALSE(create_machine_db(nullptr, OF_MACHINE_LYRA)->supports_build_attributes());
   std::unique_ptr<OF_MACHINE_DB> arm = create_machine_db(nullptr, OF_MACHINE_ARM);
   EXPECT_EQ(arm->get_special_section(OF_SPECIAL_SECTION_FLAGS), nullptr);
+  EXPECT_EQ(create_machine_db(nullptr, OF_MACHINE_VELA)->get_special_section(OF_SPECIAL_KIND_COUNT), nullptr);
+  EXPECT_EQ(arm->get_section_type_name(1), nullptr);
   std::vector<std::string> flags;
   for (const char *name : arm->get_elf_flag_names(0x00800400))
     flags.push_back(name);

@@ -140,6 +140,7 @@ TEST_P(CoffFile, ChangingTheFileTypeAndByteOrder) {
   EXPECT_EQ(f->get_flags(), F_RELFLG);
   const std::pair<std::function<int()>, const char *> refused[] = {
       {[&] { return f->set_file_type(OF_FILE_TYPE_SHARED); }, "file type \"shared object file\" is not valid for QV-COFF"},
+      {[&] { return f->set_file_type(OF_FILE_TYPE_CORE); }, "file type \"core file\" is not valid for QV-COFF"},
       {[&] { return f->set_file_type(9); }, "invalid file type (0x9)"},
       {[&] { return f->set_endian(7); }, "invalid endian setting"}};
   for (const auto &[call, text] : refused) {

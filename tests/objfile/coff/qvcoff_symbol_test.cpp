@@ -124,14 +124,15 @@ TEST_P(CoffSymbols, SettersAndTheirRefusals) {
   OBJECT_FILE *f = o.object.get();
   // Binding picks the storage class of the same kind.
   const std::tuple<uint8_t, uint32_t, uint8_t> bindings[] = {
-      {C_STATLAB, OF_BIND_GLOBAL, C_EXTLAB}, {C_AUTO, OF_BIND_GLOBAL, C_EXT}, {C_EXT, OF_BIND_LOCAL, C_STAT}};
+      {C_STATLAB, OF_BIND_GLOBAL, C_EXTLAB}, {C_EXTLAB, OF_BIND_LOCAL, C_STATLAB},
+      {C_AUTO, OF_BIND_GLOBAL, C_EXT},       {C_EXT, OF_BIND_LOCAL, C_STAT}};
   for (auto [from, binding, to] : bindings) {
     ASSERT_EQ(s->set_storage_class(from), 0);
     EXPECT_EQ(s->set_binding(binding), 0);
     EXPECT_EQ(s->get_storage_class(), to) << int(from);
   }
   EXPECT_TRUE(s->is_changed());
-  for (auto [kind, scnum] : {std::pair{OF_KIND_DEBUG, N_DEBUG}, {OF_KIND_UNDEFINED, N_UNDEF}}) {
+  for (auto [kind, scnum] : {std::pair{OF_KIND_ABSOLUTE, N_ABS}, {OF_KIND_DEBUG, N_DEBUG}, {OF_KIND_UNDEFINED, N_UNDEF}}) {
     EXPECT_EQ(s->set_kind(kind), 0);
     EXPECT_EQ(s->get_section_number(), scnum);
   }
@@ -143,6 +144,7 @@ TEST_P(CoffSymbols, SettersAndTheirRefusals) {
        "To mark a symbol as being defined, you must use set_section() to set its section reference"},
       {[&] { return s->set_kind(0x1F); }, "Invalid symbol kind 1f"},
       {[&] { return s->set_binding(OF_BIND_WEAK); }, "Weak symbol binding not supported for QV-COFF"},
+      {[&] { return s->set_binding(9); }, "Invalid symbol binding value 0x9"},
       {[&] { return s->set_size(1); }, "Cannot set size of symbols with storage class C_STAT"},
   };
   for (const auto &[call, text] : refusals) {
@@ -223,12 +225,14 @@ TEST(CoffAuxFormat, ChosenByStorageClassTypeAndVersion) {
     QVCOFF_AUX_FORMAT format;
   };
   const CASE cases[] = {
-      {C_EXT, 0x20, 0, OF_VERSION_COFF2, AUX_NONE},      {C_FILE, 0, 1, OF_VERSION_COFF1, AUX_FILE},
-      {C_FILE, 0, 1, OF_VERSION_COFF2, AUX_SECTION},     {C_FILE, 0x20, 1, OF_VERSION_COFF2, AUX_FUNCTION},
+      {C_EXT, 0x20, 0, OF_VERSION_COFF2, AUX_NONE},      {C_FILE, 0, 1, OF_VERSION_COFF0, AUX_FILE},
+      {C_FILE, 0, 1, OF_VERSION_COFF1, AUX_FILE},        {C_FILE, 0, 1, OF_VERSION_COFF2, AUX_SECTION},
+      {C_FILE, 0x20, 1, OF_VERSION_COFF2, AUX_FUNCTION}, {C_BLOCK, 0, 1, OF_VERSION_COFF2, AUX_SCOPE},
       {C_FCN, 0x20, 1, OF_VERSION_COFF0, AUX_SCOPE},     {C_EOS, 0, 1, OF_VERSION_COFF1, AUX_EOS},
-      {C_LABEL, 0x20, 1, OF_VERSION_COFF2, AUX_NONE},    {C_UNTAG, 0, 1, OF_VERSION_COFF2, AUX_TAG},
-      {C_EXT, 0x34, 1, OF_VERSION_COFF2, AUX_ARRAY},     {C_STAT, 0x08, 1, OF_VERSION_COFF2, AUX_TYPEDEF},
-      {C_STAT, 0, 2, OF_VERSION_COFF0, AUX_SECTION},
+      {C_LABEL, 0x20, 1, OF_VERSION_COFF2, AUX_NONE},    {C_STRTAG, 0, 1, OF_VERSION_COFF2, AUX_TAG},
+      {C_UNTAG, 0, 1, OF_VERSION_COFF2, AUX_TAG},        {C_ENTAG, 0, 1, OF_VERSION_COFF2, AUX_TAG},
+      {C_TPDEF, 0x30, 1, OF_VERSION_COFF2, AUX_TYPEDEF}, {C_EXT, 0x34, 1, OF_VERSION_COFF2, AUX_ARRAY},
+      {C_STAT, 0x08, 1, OF_VERSION_COFF2, AUX_TYPEDEF},  {C_STAT, 0, 2, OF_VERSION_COFF0, AUX_SECTION},
   };
   for (const CASE &c : cases)
     EXPECT_EQ(qvcoff_aux_format(c.sclass, c.type, c.naux, c.version), c.format)
