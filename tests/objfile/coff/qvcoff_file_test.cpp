@@ -19,8 +19,8 @@ namespace {
 
 using CoffFile = COFF_LAYOUT;
 
-// The headers as read; an optional header whose size is not 28 is none,
-// and the section headers still start behind its bytes.
+// The headers and the string table as read; an optional header whose size
+// is not 28 is none, and the section headers still start behind its bytes.
 TEST_P(CoffFile, ReadsTheFileAndOptionalHeaders) {
   COFF_IMAGE c = image(0x9D);
   c.timdat = 0x5F00AB12;
@@ -28,10 +28,19 @@ TEST_P(CoffFile, ReadsTheFileAndOptionalHeaders) {
   c.optional_header = true;
   c.entry_point = 0x00401000;
   c.sections.push_back({.name = ".text", .size = 2, .data = "abcd"});
+  c.symbols.push_back({.name = "a_rather_long_name", .scnum = 1});
+  c.extra_strings = {"spare"};
   OPENED_COFF o(c.build());
   QVCOFF_FILE *f = o.file();
   ASSERT_NE(f, nullptr);
   EXPECT_EQ(o.error_code(), 0u) << o.error();
+  // The string table lies behind the symbols.
+  EXPECT_EQ(f->get_string_table_offset(), c.symptr + 18u);
+  EXPECT_EQ(f->get_string_table()->get_first_offset(), 4u);
+  EXPECT_STREQ(f->get_string_table()->get_string(4), "a_rather_long_name");
+  EXPECT_STREQ(f->get_string_table()->get_string(23), "spare");
+  EXPECT_EQ(f->get_string_table()->get_string(0), nullptr) << "inside the length word";
+  EXPECT_EQ(f->get_string_table()->get_string(29), nullptr) << "at the end";
   EXPECT_EQ(f->get_format_version(), static_cast<OF_FORMAT_VERSION>(version() + 1));
   EXPECT_EQ(f->get_data_endian(), order() == BIG ? OF_ENDIAN_BIG : OF_ENDIAN_LITTLE);
   EXPECT_EQ(f->get_time_stamp(), 0x5F00AB12u);
@@ -51,22 +60,6 @@ TEST_P(CoffFile, ReadsTheFileAndOptionalHeaders) {
     EXPECT_FALSE(odd.file()->has_entry_point()) << size;
     EXPECT_EQ(odd.file()->get_section_table()->get_section(1)->get_name(), ".text") << size;
   }
-}
-
-TEST_P(CoffFile, FindsTheStringTableBehindTheSymbols) {
-  COFF_IMAGE c = image();
-  c.symbols.push_back({.name = "a_rather_long_name", .scnum = 1});
-  c.extra_strings = {"spare"};
-  OPENED_COFF o(c.build());
-  QVCOFF_FILE *f = o.file();
-  ASSERT_NE(f, nullptr);
-  EXPECT_EQ(f->get_string_table_offset(), c.symptr + 18u);
-  EXPECT_EQ(f->get_string_table()->get_first_offset(), 4u);
-  EXPECT_STREQ(f->get_string_table()->get_string(4), "a_rather_long_name");
-  EXPECT_STREQ(f->get_string_table()->get_string(23), "spare");
-  EXPECT_EQ(f->get_string_table()->get_string(0), nullptr) << "inside the length word";
-  EXPECT_EQ(f->get_string_table()->get_string(29), nullptr) << "at the end";
-  EXPECT_EQ(o.error_code(), 0u) << o.error();
 }
 
 TEST_P(CoffFile, FindsTheStringTableOfAFileWithoutSymbolsBehindTheFurthestData) {

@@ -70,9 +70,9 @@ protected:
     return b;
   }
   // Loads `bytes`; what was printed.
-  std::string load(const std::string &bytes, const std::string &producer = "QV", OBJECT_FILE *f = nullptr) {
+  std::string load(const std::string &bytes) {
     DATA_MAP map = map_of(order, bytes);
-    return warnings([&] { ok = table.load(f ? f : &file, map, producer); });
+    return warnings([&] { ok = table.load(&file, map, "QV"); });
   }
   std::string written() {
     DATA_MAP out = map_of(order, "junk");  // replaced, not appended to
@@ -205,10 +205,6 @@ protected:
     ELF_SCN_ATTR_TABLE::write(out, v);
     return contents(out);
   }
-  void expect_warning(const char *text) {
-    EXPECT_EQ(file.get_error_code(), OF_ERR_WARNING);
-    EXPECT_EQ(file.get_error_text(), text);
-  }
 };
 
 }  // namespace
@@ -252,7 +248,8 @@ TEST_P(ScnAttr, ReadingWithTheFormatMessages) {
   // The first warning stays the pending one.
   EXPECT_TRUE(read(header(1, 1, 3, 1).u8(0).u8(2).u8(16)));
   EXPECT_FALSE(read(header(1, 1, 0, 0).bytes().substr(0, 25)));
-  expect_warning(UPDATED);
+  EXPECT_EQ(file.get_error_code(), OF_ERR_WARNING);
+  EXPECT_EQ(file.get_error_text(), UPDATED);
 }
 
 TEST_P(ScnAttr, TheToolNameIsSettable) {

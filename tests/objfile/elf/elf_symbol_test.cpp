@@ -18,13 +18,6 @@ protected:
   ELF_BUILDER builder{GetParam()};
 };
 
-std::vector<std::string> names(OF_SYMBOL_TABLE *t) {
-  std::vector<std::string> out;
-  for (uint32_t i = 0; i < t->get_count(); i++)
-    out.push_back(t->get_symbol(i)->get_name());
-  return out;
-}
-
 }  // namespace
 
 // The kind follows the section index (on Vela, 0xFF00 is near-common), the
@@ -184,7 +177,10 @@ TEST_P(ElfSymbol, PreparingPutsNullThenLocalsThenTheRest) {
   OPENED o(builder.build());
   ELF_SYMBOL_TABLE *t = o.elf()->get_elf_symbol_table();
   ASSERT_EQ(t->prepare_for_writing(), 0);
-  EXPECT_EQ(names(t), (std::vector<std::string>{"", "l1", "l2", "g1", "w1"}));
+  std::vector<std::string> names;
+  for (uint32_t i = 0; i < t->get_count(); i++)
+    names.push_back(t->get_symbol(i)->get_name());
+  EXPECT_EQ(names, (std::vector<std::string>{"", "l1", "l2", "g1", "w1"}));
   EXPECT_EQ(t->get_section()->header().sh_info, 3u);
   EXPECT_EQ(t->get_index_map().entries(), (std::vector<uint32_t>{0, 3, 1, OF_SYMBOL_TABLE::REMOVED, 4,
                                                                   OF_SYMBOL_TABLE::REMOVED, 2}));
