@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -150,6 +151,30 @@ inline std::string written(OFE::OBJECT_FILE *object, int *result = nullptr) {
   fclose(stream);
   return bytes;
 }
+
+// An image opened as an archive member would be: behind eight bytes of
+// "archive" and followed by the next member's bytes, all 0xEE (never part of
+// a valid answer), so that any read outside the member shows up.
+struct OPENED_MEMBER {
+  FILE *stream = tmpfile();
+  std::unique_ptr<OFE::OBJECT_FILE> object;
+
+  explicit OPENED_MEMBER(const std::string &image, const std::string &name = "") {
+    std::string all = "!<arch>\n" + image + std::string(64, '\xEE');
+    fwrite(all.data(), 1, all.size(), stream);
+    fseek(stream, 8, SEEK_SET);
+    object.reset(OFE::open_object(stream, static_cast<uint32_t>(image.size()), name.empty() ? nullptr : name.c_str(),
+                                  nullptr));
+  }
+  ~OPENED_MEMBER() {
+    object.reset();
+    fclose(stream);
+  }
+  OPENED_MEMBER(const OPENED_MEMBER &) = delete;
+  OPENED_MEMBER &operator=(const OPENED_MEMBER &) = delete;
+  std::string error() const { return object ? object->get_error_text() : "(no object)"; }
+  uint32_t error_code() const { return object ? object->get_error_code() : 99; }
+};
 
 // Walks the object as the archiver and the listings do, touching every
 // field of every symbol, and returns all the names it read (symbols', then

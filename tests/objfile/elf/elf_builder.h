@@ -2,7 +2,7 @@
 // tests, in either byte order: the 52-byte header, each section's contents
 // (4-byte aligned), ".shstrtab", then the section header table. It remembers
 // where everything went so that damage tests can cut or patch the image at
-// a field boundary. OPENED opens an image the way the archiver does.
+// a field boundary.
 #pragma once
 
 #include <cstdint>
@@ -145,52 +145,32 @@ private:
   std::vector<ELF_TEST_SECTION> sections_;
 };
 
-// An image opened as an archive member would be: the object lives as long
-// as this and its stream.
-class OPENED {
-public:
-  explicit OPENED(std::string image, uint32_t size = 0) : image_(std::move(image)) {
-    stream_ = fmemopen(image_.data(), image_.size() ? image_.size() : 1, "rb");
-    object_.reset(OFE::open_object(stream_, size, nullptr, nullptr));
-  }
-  ~OPENED() {
-    object_.reset();
-    if (stream_)
-      fclose(stream_);
-  }
-  OPENED(const OPENED &) = delete;
-  OPENED &operator=(const OPENED &) = delete;
-
-  OFE::OBJECT_FILE *object() const { return object_.get(); }
-  OFE::ELF_FILE *elf() const { return dynamic_cast<OFE::ELF_FILE *>(object_.get()); }
+// An image opened as an archive member (OPENED_MEMBER), with the ELF
+// interface at hand.
+struct OPENED : OPENED_MEMBER {
+  using OPENED_MEMBER::OPENED_MEMBER;
+  OFE::ELF_FILE *elf() const { return dynamic_cast<OFE::ELF_FILE *>(object.get()); }
   OFE::ELF_SECTION *section(const std::string &name) const {
     return elf()->get_section_table()->find_elf_section(name);
   }
   OFE::ELF_SYMBOL *symbol(uint32_t i) const {
-    return static_cast<OFE::ELF_SYMBOL *>(object_->get_symbol_table()->get_symbol(i));
+    return static_cast<OFE::ELF_SYMBOL *>(object->get_symbol_table()->get_symbol(i));
   }
   std::string symbol_name(uint32_t i) const { return symbol(i) ? symbol(i)->get_name() : "(none)"; }
   // The names of what the archive index takes from the object, in order.
-  std::vector<std::string> indexed_names() const;
-
-private:
-  std::string image_;
-  FILE *stream_ = nullptr;
-  std::unique_ptr<OFE::OBJECT_FILE> object_;
-};
-
-inline std::vector<std::string> OPENED::indexed_names() const {
-  std::vector<std::string> names;
-  OFE::OF_SYMBOL_TABLE *table = object_ ? object_->get_symbol_table() : nullptr;
-  for (uint32_t i = 0; table && i < table->get_count(); i = table->next_index(i)) {
-    OFE::OF_SYMBOL *s = table->get_symbol(i);
-    auto b = s->get_binding();
-    auto k = s->get_kind();
-    if ((b == OFE::OF_BIND_GLOBAL || b == OFE::OF_BIND_WEAK) &&
-        (k == OFE::OF_KIND_DEFINED || k == OFE::OF_KIND_ABSOLUTE || k == OFE::OF_KIND_COMMON))
-      names.push_back(s->get_name());
+  std::vector<std::string> indexed_names() const {
+    std::vector<std::string> names;
+    OFE::OF_SYMBOL_TABLE *table = object ? object->get_symbol_table() : nullptr;
+    for (uint32_t i = 0; table && i < table->get_count(); i = table->next_index(i)) {
+      OFE::OF_SYMBOL *s = table->get_symbol(i);
+      auto b = s->get_binding();
+      auto k = s->get_kind();
+      if ((b == OFE::OF_BIND_GLOBAL || b == OFE::OF_BIND_WEAK) &&
+          (k == OFE::OF_KIND_DEFINED || k == OFE::OF_KIND_ABSOLUTE || k == OFE::OF_KIND_COMMON))
+        names.push_back(s->get_name());
+    }
+    return names;
   }
-  return names;
-}
+};
 
 }  // namespace testing_support

@@ -18,22 +18,14 @@ protected:
   ELF_BUILDER builder{GetParam()};
 };
 
-std::vector<std::string> names(OF_SYMBOL_TABLE *t) {
-  std::vector<std::string> out;
-  for (uint32_t i = 0; i < t->get_count(); i++)
-    out.push_back(t->get_symbol(i)->get_name());
-  return out;
-}
-
 }  // namespace
 
 // The kind follows the section index (on Vela, 0xFF00 is near-common), the
 // binding and type their nibbles of st_info.
 TEST_P(ElfSymbol, KindBindingAndTypeOfARecord) {
   const std::pair<uint16_t, OF_SYMBOL_KIND> kinds[] = {
-      {0, OF_KIND_UNDEFINED},    {1, OF_KIND_DEFINED},      {0xFEFF, OF_KIND_DEFINED}, {0xFF00, OF_KIND_UNKNOWN},
-      {0xFF05, OF_KIND_UNKNOWN}, {0xFFF1, OF_KIND_ABSOLUTE}, {0xFFF2, OF_KIND_COMMON},  {0xFFF3, OF_KIND_UNKNOWN},
-      {0xFFFF, OF_KIND_DEFINED}};
+      {0, OF_KIND_UNDEFINED},     {0xFEFF, OF_KIND_DEFINED}, {0xFF00, OF_KIND_UNKNOWN}, {0xFFF1, OF_KIND_ABSOLUTE},
+      {0xFFF2, OF_KIND_COMMON},   {0xFFF3, OF_KIND_UNKNOWN}, {0xFFFF, OF_KIND_DEFINED}};
   // Bindings above 2 are unknown, types above 6 none.
   const OF_SYMBOL_BINDING bindings[] = {OF_BIND_LOCAL, OF_BIND_GLOBAL, OF_BIND_WEAK};
   const OF_SYMBOL_TYPE types[] = {OF_TYPE_NONE, OF_TYPE_OBJECT, OF_TYPE_FUNCTION, OF_TYPE_SECTION,
@@ -41,7 +33,7 @@ TEST_P(ElfSymbol, KindBindingAndTypeOfARecord) {
   std::vector<ELF_TEST_SYMBOL> syms;
   for (const auto &k : kinds)
     syms.push_back({"s", 0, 0, 0x10, 0, k.first});
-  for (uint8_t nibble : {0, 1, 2, 3, 4, 5, 6, 7, 10, 13, 15})
+  for (uint8_t nibble : {0, 1, 2, 3, 6, 7, 15})
     syms.push_back({"n", 0, 0, static_cast<uint8_t>(nibble << 4 | nibble), 0, 1});
   builder.add_symtab(syms);
   OPENED o(builder.build());
@@ -50,7 +42,7 @@ TEST_P(ElfSymbol, KindBindingAndTypeOfARecord) {
     EXPECT_EQ(o.symbol(i + 1)->is_defined_in_section(), kinds[i].second == OF_KIND_DEFINED);
   }
   uint32_t i = std::size(kinds) + 1;
-  for (uint8_t nibble : {0, 1, 2, 3, 4, 5, 6, 7, 10, 13, 15}) {
+  for (uint8_t nibble : {0, 1, 2, 3, 6, 7, 15}) {
     EXPECT_EQ(o.symbol(i)->get_binding(), nibble < 3 ? bindings[nibble] : OF_BIND_UNKNOWN) << int(nibble);
     EXPECT_EQ(o.symbol(i++)->get_type(), nibble < 7 ? types[nibble] : OF_TYPE_NONE) << int(nibble);
   }
@@ -124,12 +116,12 @@ TEST_P(ElfSymbol, TheStringTableIsFoundMadeOrReported) {
   EXPECT_EQ(u.symbol(1)->get_name(), "");
   ELF_SECTION_TABLE *t = u.elf()->get_section_table();
   EXPECT_EQ(t->get_section(t->get_section(1)->header().sh_link)->get_name(), ".strtab");
-  EXPECT_EQ(u.object()->get_error_code(), 0u);
+  EXPECT_EQ(u.object->get_error_code(), 0u);
   bad.add({".symtab", 2, records, 99, 1, 16});
   OPENED b(bad.build());
   EXPECT_EQ(b.symbol(1)->get_name(), "");
-  EXPECT_EQ(b.object()->get_error_code(), OF_ERR_INTERNAL);
-  EXPECT_EQ(b.object()->get_error_text(), "string table for symbol table \".symtab\" not found");
+  EXPECT_EQ(b.object->get_error_code(), OF_ERR_INTERNAL);
+  EXPECT_EQ(b.object->get_error_text(), "string table for symbol table \".symtab\" not found");
 }
 
 TEST_P(ElfSymbol, SettersMapToTheRecordAndRefuseOtherValues) {
@@ -145,24 +137,24 @@ TEST_P(ElfSymbol, SettersMapToTheRecordAndRefuseOtherValues) {
   EXPECT_TRUE(s->is_changed());
 
   EXPECT_EQ(s->set_kind(OF_KIND_DEFINED), -1);
-  EXPECT_EQ(o.object()->get_error_text(),
+  EXPECT_EQ(o.object->get_error_text(),
             "To mark a symbol as being defined, you must use set_section_id() to set its section reference");
-  o.object()->clear_error();
+  o.object->clear_error();
   EXPECT_EQ(s->set_kind(7), -1);
-  EXPECT_EQ(o.object()->get_error_text(), "Invalid symbol kind 7");
-  EXPECT_EQ(o.object()->get_error_code(), OF_ERR_INVALID_REQUEST);
+  EXPECT_EQ(o.object->get_error_text(), "Invalid symbol kind 7");
+  EXPECT_EQ(o.object->get_error_code(), OF_ERR_INVALID_REQUEST);
   EXPECT_EQ(s->record().st_shndx, SHN_UNDEF);
 
   EXPECT_EQ(s->set_binding(OF_BIND_GLOBAL), 0);
   EXPECT_EQ(s->record().st_info, 0x11);  // the type nibble stays
-  o.object()->clear_error();
+  o.object->clear_error();
   EXPECT_EQ(s->set_binding(4), -1);
-  EXPECT_EQ(o.object()->get_error_text(), "Invalid symbol binding value 0x4");
+  EXPECT_EQ(o.object->get_error_text(), "Invalid symbol binding value 0x4");
   EXPECT_EQ(s->set_type(OF_TYPE_TLS), 0);
   EXPECT_EQ(s->record().st_info, 0x16);  // the binding nibble stays
-  o.object()->clear_error();
+  o.object->clear_error();
   EXPECT_EQ(s->set_type(7), -1);
-  EXPECT_EQ(o.object()->get_error_text(), "Invalid symbol type value 0x7");
+  EXPECT_EQ(o.object->get_error_text(), "Invalid symbol type value 0x7");
   EXPECT_EQ(s->record().st_info, 0x16);
 
   EXPECT_EQ(s->set_section_id(70000), 0);
@@ -185,12 +177,15 @@ TEST_P(ElfSymbol, PreparingPutsNullThenLocalsThenTheRest) {
   OPENED o(builder.build());
   ELF_SYMBOL_TABLE *t = o.elf()->get_elf_symbol_table();
   ASSERT_EQ(t->prepare_for_writing(), 0);
-  EXPECT_EQ(names(t), (std::vector<std::string>{"", "l1", "l2", "g1", "w1"}));
+  std::vector<std::string> names;
+  for (uint32_t i = 0; i < t->get_count(); i++)
+    names.push_back(t->get_symbol(i)->get_name());
+  EXPECT_EQ(names, (std::vector<std::string>{"", "l1", "l2", "g1", "w1"}));
   EXPECT_EQ(t->get_section()->header().sh_info, 3u);
   EXPECT_EQ(t->get_index_map().entries(), (std::vector<uint32_t>{0, 3, 1, OF_SYMBOL_TABLE::REMOVED, 4,
                                                                   OF_SYMBOL_TABLE::REMOVED, 2}));
   EXPECT_EQ(t->get_symbol(4)->get_index(), 4u);
-  EXPECT_EQ(o.object()->get_error_code(), 0u);
+  EXPECT_EQ(o.object->get_error_code(), 0u);
 
   ELF_BUILDER locals(GetParam()), empty(GetParam());
   locals.add_symtab({{"a", 0, 0, 0x00, 0, 1}, {"b", 0, 0, 0x03, 0, 1}});
@@ -201,7 +196,7 @@ TEST_P(ElfSymbol, PreparingPutsNullThenLocalsThenTheRest) {
   OPENED e(empty.build());
   ASSERT_EQ(e.elf()->get_elf_symbol_table()->prepare_for_writing(), 0);
   EXPECT_EQ(e.elf()->get_elf_symbol_table()->get_count(), 1u);
-  EXPECT_EQ(e.object()->get_error_code(), 0u);
+  EXPECT_EQ(e.object->get_error_code(), 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(BothOrders, ElfSymbol, ::testing::Values(LITTLE, BIG), order_name);

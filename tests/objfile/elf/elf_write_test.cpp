@@ -53,8 +53,8 @@ TEST_P(ElfWrite, SectionsAreRenumberedClassByClassAndEveryReferenceFollows) {
   OPENED in(builder.build());
   ASSERT_NE(in.elf(), nullptr);
   int result;
-  std::string out = written(in.object(), &result);
-  ASSERT_EQ(result, 0) << in.object()->get_error_text();
+  std::string out = written(in.object.get(), &result);
+  ASSERT_EQ(result, 0) << in.object->get_error_text();
 
   OPENED o(out);
   ELF_SECTION_TABLE *t = o.elf()->get_section_table();
@@ -95,7 +95,7 @@ TEST_P(ElfWrite, SectionsAreRenumberedClassByClassAndEveryReferenceFollows) {
     end = std::max(end, offset + (h.sh_type == SHT_NOBITS ? 0 : h.sh_size));
   }
   EXPECT_EQ(o.elf()->header().e_shoff, (end + 3) / 4 * 4);
-  EXPECT_EQ(written(o.object()), out) << "the writer is a fixed point";
+  EXPECT_EQ(written(o.object.get()), out) << "the writer is a fixed point";
 }
 
 TEST_P(ElfWrite, LocalsGoFirstAndRelocationsAndTheHashFollowTheirSymbols) {
@@ -110,7 +110,7 @@ TEST_P(ElfWrite, LocalsGoFirstAndRelocationsAndTheHashFollowTheirSymbols) {
   OPENED in(builder.build());
   ELF_SYMBOL *g = in.symbol(1);
   ASSERT_EQ(g->set_binding(OF_BIND_WEAK), 0);
-  OPENED o(written(in.object()));
+  OPENED o(written(in.object.get()));
   EXPECT_EQ(o.symbol_name(1), "l");
   EXPECT_EQ(o.symbol(1)->get_value(), 4u) << "each record moves whole";
   EXPECT_EQ(o.symbol_name(3), "g");
@@ -146,11 +146,11 @@ TEST_P(ElfWrite, ANamedSymbolZeroGetsANullSymbolBeforeItAndStrayNullRecordsGo) {
                      false);
   OPENED in(builder.build());
   MSG_CAPTURE capture;
-  std::string out = written(in.object());
-  EXPECT_EQ(in.object()->get_error_code(), OF_ERR_INTERNAL);
-  EXPECT_EQ(in.object()->get_error_text(), "symbol 0 is not a NULL symbol");
+  std::string out = written(in.object.get());
+  EXPECT_EQ(in.object->get_error_code(), OF_ERR_INTERNAL);
+  EXPECT_EQ(in.object->get_error_text(), "symbol 0 is not a NULL symbol");
   OPENED o(out);
-  ASSERT_EQ(o.object()->get_symbol_table()->get_count(), 4u);
+  ASSERT_EQ(o.object->get_symbol_table()->get_count(), 4u);
   EXPECT_TRUE(o.symbol(0)->is_null());
   // The old symbol 0 is a global like any other: behind the locals.
   EXPECT_EQ(o.symbol_name(1), "loc");
@@ -173,8 +173,8 @@ TEST_P(ElfWrite, ExtendedNumberingStartsAt65280Sections) {
     ELF_SYMBOL *far = in.symbol(1);
     ASSERT_EQ(far->set_section_id(total - 2), 0);
     int result;
-    std::string out = written(in.object(), &result);
-    ASSERT_EQ(result, 0) << in.object()->get_error_text();
+    std::string out = written(in.object.get(), &result);
+    ASSERT_EQ(result, 0) << in.object->get_error_text();
     OPENED o(out);
     const ELF32_HEADER_RECORD &h = o.elf()->header();
     ELF_SECTION_TABLE *t = o.elf()->get_section_table();
@@ -187,7 +187,7 @@ TEST_P(ElfWrite, ExtendedNumberingStartsAt65280Sections) {
     uint32_t names = o.elf()->get_shstrndx();
     EXPECT_EQ(h.e_shstrndx, names > ELF_MAX_DIRECT_SECTIONS ? SHN_XINDEX : names);
     EXPECT_EQ(t->get_section(o.elf()->get_shstrndx())->get_name(), ".shstrtab");
-    OF_SYMBOL *s = o.object()->get_symbol_table()->find_symbol("far");
+    OF_SYMBOL *s = o.object->get_symbol_table()->find_symbol("far");
     ASSERT_NE(s, nullptr);
     EXPECT_EQ(static_cast<ELF_SYMBOL *>(s)->record().st_shndx, total - 2 >= SHN_LORESERVE ? SHN_XINDEX : total - 2);
     EXPECT_EQ(t->get_section(s->get_section_index())->get_name(), "s");
@@ -212,11 +212,11 @@ TEST_P(ElfWrite, VelaExtendedSectionsAliasesAndPaths) {
                BYTES(GetParam()).u8(1).u8(0).u8(0).u8(0).u16(1).raw(std::string("QV\0", 3)).u32(1).u32(2).bytes()});
   builder.add({".bss", SHT_NOBITS, ""});
   OPENED in(builder.build());
-  EXPECT_EQ(in.object()->get_producer(), "QV");
+  EXPECT_EQ(in.object->get_producer(), "QV");
   ELF_SECTION_TABLE *t = in.elf()->get_section_table();
   ASSERT_EQ(t->get_section(1)->set_page(0x1FF), 0);
   t->get_section(2)->set_attribute(ELF_SCN_ATTR_FLAGS, QV_SHF_RETAIN);
-  OPENED o(written(in.object()));
+  OPENED o(written(in.object.get()));
   ELF_SECTION *page = o.elf()->find_special_section(OF_SPECIAL_SECTION_PAGE, false);
   ASSERT_NE(page, nullptr);
   EXPECT_EQ(page->get_name(), ".QV.section.page");
@@ -242,21 +242,21 @@ TEST_P(ElfWrite, VelaExtendedSectionsAliasesAndPaths) {
   EXPECT_EQ(contents(*s->get_data()).substr(0, 4), std::string("\1\0\0\0", 4));
 
   TEMP_DIR dir;
-  ASSERT_EQ(o.object()->write_to_path((dir / "out.o").c_str()), 0);
-  EXPECT_EQ(read_file(dir / "out.o"), written(o.object()));
-  EXPECT_EQ(o.object()->write_to_path((dir / "no/such/dir").c_str()), -1);
-  EXPECT_EQ(o.object()->get_error_code(), OF_ERR_OPEN);
-  o.object()->clear_error();
-  ASSERT_EQ(o.object()->dump_xml_to_path((dir / "out.xml").c_str()), 0);
+  ASSERT_EQ(o.object->write_to_path((dir / "out.o").c_str()), 0);
+  EXPECT_EQ(read_file(dir / "out.o"), written(o.object.get()));
+  EXPECT_EQ(o.object->write_to_path((dir / "no/such/dir").c_str()), -1);
+  EXPECT_EQ(o.object->get_error_code(), OF_ERR_OPEN);
+  o.object->clear_error();
+  ASSERT_EQ(o.object->dump_xml_to_path((dir / "out.xml").c_str()), 0);
   EXPECT_EQ(read_file(dir / "out.xml").rfind("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<object_file", 0), 0u);
-  std::string info = printed([&](FILE *f) { o.object()->print_info(f); });
+  std::string info = printed([&](FILE *f) { o.object->print_info(f); });
   EXPECT_NE(info.find("  Vendor:                   vela28abi\n"), std::string::npos) << info;
   EXPECT_NE(info.find("  Producer:                 QV\n"), std::string::npos) << info;
-  EXPECT_EQ(elf_section_type_name(o.object(), 0x7F000005), "SHT_QV_SH_FLAGS");  // the target's own
-  EXPECT_EQ(elf_section_type_name(o.object(), 0x7F000009), "SHT_0x7f000009");
+  EXPECT_EQ(elf_section_type_name(o.object.get(), 0x7F000005), "SHT_QV_SH_FLAGS");  // the target's own
+  EXPECT_EQ(elf_section_type_name(o.object.get(), 0x7F000009), "SHT_0x7f000009");
   EXPECT_NE(o.section(".bss")->get_raw_data(), nullptr);
-  EXPECT_EQ(o.object()->get_error_code(), OF_ERR_WARNING);
-  EXPECT_EQ(o.object()->get_error_text(), "accessing the raw data of section \".bss\" which is uninitialized "
+  EXPECT_EQ(o.object->get_error_code(), OF_ERR_WARNING);
+  EXPECT_EQ(o.object->get_error_text(), "accessing the raw data of section \".bss\" which is uninitialized "
                                           "according to its section attributes; changes to raw data may be lost");
 }
 
@@ -264,10 +264,10 @@ TEST_P(ElfWrite, ChangingTheByteOrderKeepsDecodingTheFileInItsOwn) {
   builder.add_symtab({{"f", 0x1234, 4, GLOBAL_FUNC, 0, 1}, {"g", 0x10, 0, GLOBAL_FUNC, 0, 1}});
   OPENED in(builder.build());
   uint32_t other = GetParam() == LITTLE ? OF_ENDIAN_BIG : OF_ENDIAN_LITTLE;
-  ASSERT_EQ(in.object()->set_endian(other), 0);  // before any table is read
-  ASSERT_EQ(in.object()->get_symbol_table()->get_count(), 3u);
-  OPENED o(written(in.object()));
-  EXPECT_EQ(o.object()->get_endian(), other);
+  ASSERT_EQ(in.object->set_endian(other), 0);  // before any table is read
+  ASSERT_EQ(in.object->get_symbol_table()->get_count(), 3u);
+  OPENED o(written(in.object.get()));
+  EXPECT_EQ(o.object->get_endian(), other);
   EXPECT_EQ(o.symbol(1)->get_value(), 0x1234u);
   EXPECT_EQ(o.symbol_name(2), "g");
 }
@@ -284,16 +284,16 @@ TEST_P(ElfWrite, SetterRulesAndRefusedWrites) {
   EXPECT_EQ(text->set_alignment(1), 0);
   for (uint32_t bad : {0u, 12u}) {
     EXPECT_EQ(text->set_alignment(bad), -1);
-    EXPECT_EQ(in.object()->get_error_text(), "only powers of 2 are valid alignment values");
-    in.object()->clear_error();
+    EXPECT_EQ(in.object->get_error_text(), "only powers of 2 are valid alignment values");
+    in.object->clear_error();
   }
   EXPECT_EQ(text->get_alignment(), 1u);
   EXPECT_EQ(text->set_page(3), -1);  // ARM
-  EXPECT_EQ(in.object()->get_error_text(), "Advanced RISC Machines ARM files have no section page attribute");
-  in.object()->clear_error();
-  EXPECT_EQ(in.object()->write(nullptr), -1);
-  EXPECT_EQ(in.object()->get_state(), OF_STATE_OPEN);
-  in.object()->clear_error();
+  EXPECT_EQ(in.object->get_error_text(), "Advanced RISC Machines ARM files have no section page attribute");
+  in.object->clear_error();
+  EXPECT_EQ(in.object->write(nullptr), -1);
+  EXPECT_EQ(in.object->get_state(), OF_STATE_OPEN);
+  in.object->clear_error();
   ELF_RELOC *rela = t->find_elf_section(".rela.text")->relocations()->get_elf_reloc(0);
   int32_t addend = 0;
   EXPECT_TRUE(rela->get_addend(&addend));
@@ -303,7 +303,7 @@ TEST_P(ElfWrite, SetterRulesAndRefusedWrites) {
   ASSERT_EQ(plain->set_symbol_index(0x123), 0);
   EXPECT_EQ(plain->record().r_info, 0x1230Au);
   EXPECT_EQ(plain->make_internal(), -1);
-  EXPECT_EQ(in.object()->get_error_text(), "ELF relocation entries cannot be made internal");
+  EXPECT_EQ(in.object->get_error_text(), "ELF relocation entries cannot be made internal");
   EXPECT_EQ(text->get_relocation_section(false)->get_name(), ".rel.text");
   ELF_SECTION *made = t->find_elf_section(".strtab")->get_relocation_section(true);
   EXPECT_EQ(made->get_name(), ".rela.strtab");
@@ -315,10 +315,10 @@ TEST_P(ElfWrite, SetterRulesAndRefusedWrites) {
   b.add({".group", SHT_GROUP, BYTES(GetParam()).u32(1).u32(1).bytes(), 3, 0, 4});
   OPENED group(b.build());
   int result;
-  (void)written(group.object(), &result);
+  (void)written(group.object.get(), &result);
   EXPECT_EQ(result, -1);
-  EXPECT_EQ(group.object()->get_error_text(), "a symbol has not been specified for the group section .group");
-  EXPECT_EQ(group.object()->get_error_code(), OF_ERR_MALFORMED);
+  EXPECT_EQ(group.object->get_error_text(), "a symbol has not been specified for the group section .group");
+  EXPECT_EQ(group.object->get_error_code(), OF_ERR_MALFORMED);
 }
 
 TEST_P(ElfWrite, ASectionZeroThatIsNotNullIsReplaced) {
@@ -327,15 +327,15 @@ TEST_P(ElfWrite, ASectionZeroThatIsNotNullIsReplaced) {
   ELF_SECTION *zero = in.elf()->get_section_table()->get_section(0);
   zero->header().sh_type = SHT_PROGBITS;
   MSG_CAPTURE capture;
-  OPENED o(written(in.object()));
-  EXPECT_EQ(in.object()->get_error_text(), "section 0 is not a NULL section");
-  EXPECT_EQ(in.object()->get_error_code(), OF_ERR_INTERNAL);
+  OPENED o(written(in.object.get()));
+  EXPECT_EQ(in.object->get_error_text(), "section 0 is not a NULL section");
+  EXPECT_EQ(in.object->get_error_code(), OF_ERR_INTERNAL);
   ELF_SECTION_TABLE *t = o.elf()->get_section_table();
   EXPECT_EQ(t->get_section(0)->get_type(), SHT_NULL);
   EXPECT_EQ(t->get_count(), in.elf()->get_section_table()->get_count())
       << "the old section 0 is kept among the others";
   // Every symbol still names its section by name.
-  EXPECT_EQ(t->get_section(o.object()->get_symbol_table()->find_symbol("f")->get_section_index())->get_name(),
+  EXPECT_EQ(t->get_section(o.object->get_symbol_table()->find_symbol("f")->get_section_index())->get_name(),
             ".text");
 }
 
