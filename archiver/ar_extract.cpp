@@ -136,7 +136,8 @@ namespace {
 // How far past the next member to accept files may be made ahead: bounds
 // what an early stop has to remove.
 constexpr size_t AHEAD_WINDOW = 64;
-// Below this many members a second thread does not pay for itself.
+// Below this many members that may go ahead a second thread does not pay
+// for itself.
 constexpr size_t AHEAD_MIN_MEMBERS = 32;
 
 enum JOB_STATE : uint8_t {
@@ -267,18 +268,23 @@ static bool second_processor() {
 static AR_EXTRACT_AHEAD *start_ahead(ARCHIVE *ar, std::vector<AR_MEMBER *> &members) {
   if (members.size() < AHEAD_MIN_MEMBERS || !ar->source.file || !second_processor())
     return nullptr;
-  FILE *s = managed_stream(ar->source.file);
+  std::unique_ptr<std::atomic<uint8_t>[]> state(new std::atomic<uint8_t>[members.size()]);
+  std::unordered_set<uint64_t> names;
+  names.reserve(members.size());
+  size_t may = 0;
+  for (size_t j = 0; j < members.size(); j++) {
+    bool ahead = may_go_ahead(members[j], names);
+    state[j].store(ahead ? JOB_FREE : JOB_SERIAL);
+    may += ahead;
+  }
+  FILE *s = may >= AHEAD_MIN_MEMBERS ? managed_stream(ar->source.file) : nullptr;
   int fd = s ? dup(fileno(s)) : -1;
   if (fd < 0)
     return nullptr;
   auto *x = new AR_EXTRACT_AHEAD;
   x->source_fd = fd;
   x->members.swap(members);
-  x->state.reset(new std::atomic<uint8_t>[x->members.size()]);
-  std::unordered_set<uint64_t> names;
-  names.reserve(x->members.size());
-  for (size_t j = 0; j < x->members.size(); j++)
-    x->state[j].store(may_go_ahead(x->members[j], names) ? JOB_FREE : JOB_SERIAL);
+  x->state = std::move(state);
   ar->extract_ahead = x;
   // Signals are for the main thread alone: the helper starts with all blocked.
   sigset_t all, old;
