@@ -29,6 +29,7 @@
 
 #include "archiver/ar_edit.h"
 #include "archiver/ar_match.h"
+#include "archiver/file_window.h"
 #include "archiver/stdout_buffer.h"
 #include "support/filename.h"
 #include "support/replacement_file.h"
@@ -160,37 +161,26 @@ struct AR_EXTRACT_AHEAD {
   std::unique_ptr<std::atomic<uint8_t>[]> state;
   std::atomic<size_t> accepted{0};   // members before this one are accepted
   std::atomic<bool> stop{false};
-  int source_fd = -1;                // the archive's, duplicated: read with pread
+  int source_fd = -1;                // the archive's, duplicated: each thread maps its own window
+  uint64_t source_size = 0;
   pthread_t helper{};
   bool has_helper = false;
   bool abandoned = false;            // cleaned up; kept until the run ends
 };
 
-static bool read_exactly(int fd, char *out, size_t n, uint64_t offset) {
-  while (n > 0) {
-    ssize_t got = pread(fd, out, n, static_cast<off_t>(offset));
-    if (got < 0 && errno == EINTR)
-      continue;
-    if (got <= 0)
-      return false;
-    out += got;
-    offset += static_cast<uint64_t>(got);
-    n -= static_cast<size_t>(got);
-  }
-  return true;
-}
-
-// Creates and writes member `j`'s file where nothing stands at its name yet;
+// Creates and writes member `j`'s file where nothing stands at its name yet,
+// reading the member through the calling thread's own window of the archive;
 // false, with nothing left behind, when that does not work out.
-static bool extract_fast(AR_EXTRACT_AHEAD *x, size_t j, char *buffer) {
+static bool extract_fast(AR_EXTRACT_AHEAD *x, size_t j, FILE_WINDOW *window) {
   const AR_MEMBER *m = x->members[j];
-  if (!read_exactly(x->source_fd, buffer, m->size, m->data_offset))
+  const char *data = window_view(window, x->source_fd, x->source_size, m->data_offset, m->size);
+  if (!data)
     return false;
   int fd = open(m->name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY, 0666);
   if (fd < 0)
     return false;
   x->state[j].store(JOB_WRITING);
-  bool ok = write_all(fd, buffer, m->size);
+  bool ok = write_all(fd, data, m->size);
   ok = close(fd) == 0 && ok;
   if (!ok)
     unlink(m->name);
@@ -199,7 +189,7 @@ static bool extract_fast(AR_EXTRACT_AHEAD *x, size_t j, char *buffer) {
 
 // Takes member `j` if nobody has, and makes its file; false when it was
 // taken and could not be made.
-static bool take(AR_EXTRACT_AHEAD *x, size_t j, uint8_t creating, char *buffer) {
+static bool take(AR_EXTRACT_AHEAD *x, size_t j, uint8_t creating, FILE_WINDOW *window) {
   uint8_t expected = JOB_FREE;
   if (!x->state[j].compare_exchange_strong(expected, creating))
     return true;
@@ -209,7 +199,7 @@ static bool take(AR_EXTRACT_AHEAD *x, size_t j, uint8_t creating, char *buffer) 
     x->state[j].store(JOB_FREE);
     return true;
   }
-  bool made = extract_fast(x, j, buffer);
+  bool made = extract_fast(x, j, window);
   x->state[j].store(made ? JOB_DONE : JOB_FAILED);
   return made;
 }
@@ -226,7 +216,7 @@ static void pause_briefly(unsigned &idle) {
 static void *helper_main(void *argument) {
   on_helper = true;
   auto *x = static_cast<AR_EXTRACT_AHEAD *>(argument);
-  static char buffer[AR_SMALL_MEMBER];
+  FILE_WINDOW window;
   unsigned idle = 0;
   for (size_t j = 0; !x->stop.load();) {
     size_t first = x->accepted.load();
@@ -238,8 +228,9 @@ static void *helper_main(void *argument) {
       continue;
     }
     idle = 0;
-    take(x, j++, JOB_CREATING_HELPER, buffer);
+    take(x, j++, JOB_CREATING_HELPER, &window);
   }
+  window_release(&window);
   return nullptr;
 }
 
@@ -279,10 +270,15 @@ static AR_EXTRACT_AHEAD *start_ahead(ARCHIVE *ar, std::vector<AR_MEMBER *> &memb
   }
   FILE *s = may >= AHEAD_MIN_MEMBERS ? managed_stream(ar->source.file) : nullptr;
   int fd = s ? dup(fileno(s)) : -1;
-  if (fd < 0)
+  struct stat st;
+  if (fd < 0 || fstat(fd, &st) != 0) {
+    if (fd >= 0)
+      close(fd);
     return nullptr;
+  }
   auto *x = new AR_EXTRACT_AHEAD;
   x->source_fd = fd;
+  x->source_size = static_cast<uint64_t>(st.st_size);
   x->members.swap(members);
   x->state = std::move(state);
   ar->extract_ahead = x;
@@ -304,26 +300,53 @@ static void finish_ahead(ARCHIVE *ar, AR_EXTRACT_AHEAD *x) {
   delete x;
 }
 
-// The main thread makes its files with every signal held back: one that
-// came while its file was being created would find a file not yet recorded
-// as made by this run, and leave it behind. The file-size limit's signal
-// belongs to the member whose write crosses the limit, at its turn: a write
-// ahead that fails takes its signal back, and the member is written again at
-// its turn, the signal let through.
+// Signals held back on the main thread while it makes files: one that came
+// while a file was being created would find it not yet recorded as made by
+// this run, and leave it behind. They are held over a few files at a time
+// (two system calls a file would cost more than the kernel's copy of a small
+// member), and let through before anything else: a status line, a member
+// done the one-at-a-time way, a wait.
+class SIGNAL_HOLD {
+public:
+  SIGNAL_HOLD() { sigfillset(&all_); }
+  // Before each file made; every few files the held signals are let through.
+  void before_file() {
+    if (on_ && ++files_ < FILES)
+      return;
+    release();
+    pthread_sigmask(SIG_BLOCK, &all_, &old_);
+    on_ = true;
+    files_ = 0;
+  }
+  void release() {
+    if (on_)
+      pthread_sigmask(SIG_SETMASK, &old_, nullptr);
+    on_ = false;
+  }
+
+private:
+  static constexpr unsigned FILES = 16;
+  sigset_t all_, old_;
+  bool on_ = false;
+  unsigned files_ = 0;
+};
+
+// The file-size limit's signal belongs to the member whose write crosses the
+// limit, at its turn: a write ahead that fails takes its signal back, and the
+// member is written again at its turn, the signal let through.
 static void extract_ahead(ARCHIVE *ar, AR_EXTRACT_AHEAD *x, bool verbose) {
-  static char buffer[AR_SMALL_MEMBER];
-  sigset_t all, size_signal, old;
-  sigfillset(&all);
+  FILE_WINDOW window;
+  SIGNAL_HOLD hold;
+  sigset_t size_signal;
   sigemptyset(&size_signal);
   sigaddset(&size_signal, SIGXFSZ);
   auto make = [&](size_t j) {
-    pthread_sigmask(SIG_BLOCK, &all, &old);
-    if (!take(x, j, JOB_CREATING_MAIN, buffer)) {
+    hold.before_file();
+    if (!take(x, j, JOB_CREATING_MAIN, &window)) {
       struct timespec now = {0, 0};
       while (sigtimedwait(&size_signal, nullptr, &now) == SIGXFSZ) {
       }
     }
-    pthread_sigmask(SIG_SETMASK, &old, nullptr);
   };
   size_t count = x->members.size(), ahead = 0;
   unsigned idle = 0;
@@ -335,6 +358,8 @@ static void extract_ahead(ARCHIVE *ar, AR_EXTRACT_AHEAD *x, bool verbose) {
       continue;
     }
     if (s == JOB_DONE || s == JOB_FAILED || s == JOB_SERIAL) {
+      if (s != JOB_DONE || verbose)
+        hold.release();
       if (s != JOB_DONE)
         extract_member(ar, m, m->name, verbose);
       else if (verbose)
@@ -348,11 +373,15 @@ static void extract_ahead(ARCHIVE *ar, AR_EXTRACT_AHEAD *x, bool verbose) {
     ahead = std::max(ahead, i + 1);
     while (ahead < count && ahead < i + AHEAD_WINDOW && x->state[ahead].load() != JOB_FREE)
       ahead++;
-    if (ahead < count && ahead < i + AHEAD_WINDOW)
+    if (ahead < count && ahead < i + AHEAD_WINDOW) {
       make(ahead++);
-    else
+    } else {
+      hold.release();
       pause_briefly(idle);
+    }
   }
+  hold.release();
+  window_release(&window);
 }
 
 void ar_extract_abandon(ARCHIVE *ar, bool from_signal) {
