@@ -13,8 +13,7 @@ namespace {
 
 const char LONG_NAME_1[] = "first_long_member_name.o";
 const char LONG_NAME_2[] = "second_long_member_name.o";
-const char LIBRARIES[][48] = {"/usr/lib/picolibc/arm-none-eabi/lib/libc.a", "/usr/arm-linux-gnueabi/lib/libm.a",
-                              "/usr/m68k-linux-gnu/lib/libm.a"};
+const char LIBRARIES[][48] = {"/usr/lib/picolibc/arm-none-eabi/lib/libc.a", "/usr/m68k-linux-gnu/lib/libm.a"};
 
 // A scratch directory with i386 objects assembled into it: good.o (start
 // calls other; .data holds start's address), the two long-named ones and
@@ -32,14 +31,11 @@ protected:
     RUN_RESULT r = run({"as", "--32", name + ".s", "-o", name}, dir.path());
     ASSERT_EQ(r.status, 0) << r.err;
   }
-  RUN_RESULT ofedump(std::vector<std::string> args) {
-    args.insert(args.begin(), ofedump_path());
+  RUN_RESULT ofedump(std::vector<std::string> args, const std::string &program = ofedump_path()) {
+    args.insert(args.begin(), program);
     return run(args, dir.path());
   }
-  RUN_RESULT arvela(std::vector<std::string> args) {
-    args.insert(args.begin(), arvela_path());
-    return run(args, dir.path());
-  }
+  RUN_RESULT arvela(std::vector<std::string> args) { return ofedump(std::move(args), arvela_path()); }
   bool xml_well_formed(const std::string &xml) {
     dir.write("out.xml", xml);
     RUN_RESULT r = run({"xmllint", "--noout", "out.xml"}, dir.path());
@@ -49,8 +45,7 @@ protected:
   TEMP_DIR dir;
 };
 
-// The lines that start with "File: " or "Archive: ", or that say a member is
-// not an object.
+// The headings of a listing, and the lines that say a member is not an object.
 std::vector<std::string> headings(const std::string &text) {
   std::vector<std::string> out;
   std::istringstream in(text);
