@@ -164,37 +164,3 @@ TEST(Commands, ExtractRefusesNamesLeavingTheDirectory) {
     EXPECT_EQ(entries(dir / "work"), "lib.lib ok.o");
   }
 }
-
-// Big enough that anything quadratic in members or operands would show as a
-// test timeout; no time is measured. Operand order does not matter, member
-// order does.
-TEST(Commands, TwoThousandMembersAndOperands) {
-  TEMP_DIR dir;
-  constexpr int N = 2000;
-  auto name = [](int i) { return "m" + std::to_string(10000 + i) + ".o"; };
-  auto data = [](int i) { return std::string(i % 7 + 1, char('a' + i % 26)); };
-  std::vector<std::string> add{"aq", "lib"}, table{"t", "lib"}, extract{"x", "lib"}, remove{"dq", "lib"};
-  std::string rows = TABLE_HEAD, kept_rows = TABLE_HEAD, kept_image = MAGIC;
-  for (int i = 0; i < N; i++) {
-    write_dated(dir, "in/" + name(i), data(i), T1 + i);
-    add.push_back("in/" + name(i));
-    table.push_back(name(N - 1 - i));
-    extract.push_back("out/" + name(i));
-    rows += table_row(i % 7 + 1, T1 + i, name(i));
-    if (i % 20 != 0) {
-      remove.push_back(name(i));
-    } else {
-      kept_rows += table_row(i % 7 + 1, T1 + i, name(i));
-      kept_image += member(name(i) + "/", T1 + i, data(i));
-    }
-  }
-  ASSERT_EQ(arvela(add, dir.path()).status, 0);
-  fs::create_directory(dir / "out");
-  run_steps(dir, {{{}, table, rows},
-                  {{}, extract, ""},
-                  {{}, remove, ""},
-                  {{}, {"t", "lib"}, kept_rows, "", 0, {{"lib.lib", kept_image}}}});
-  for (int i = 0; i < N; i += 97)
-    EXPECT_EQ(dir.read("out/" + name(i)), data(i));
-  EXPECT_EQ(dir.read("out/" + name(N - 1)), data(N - 1));
-}
