@@ -187,8 +187,8 @@ TEST_P(ElfIndex, SameIndexAsGnuAr) {
   gnu.insert(gnu.end(), members.begin(), members.end());
   ASSERT_EQ(arvela(ours, dir.path()).status, 0);
   ASSERT_EQ(run(gnu, dir.path()).status, 0);
-  const std::vector<std::string> expected{"init in a.o",    "alpha in a.o",    "weak_def in a.o",   "abs_sym in a.o",
-                                          "data_obj in a.o", "common_var in a.o", "init in b.o", "beta in b.o"};
+  const std::vector<std::string> expected{"init in a.o",    "alpha in a.o",    "weak_def in a.o",   "common_var in a.o",
+                                          "abs_sym in a.o", "data_obj in a.o", "init in b.o", "beta in b.o"};
   EXPECT_EQ(armap(dir.path(), "ours.a", GetParam().nm), expected);
   EXPECT_EQ(armap(dir.path(), "gnu.a", GetParam().nm), expected);
   run_steps(dir, {{{}, {"rs", "lib.a", "b.o"},
