@@ -45,46 +45,39 @@ TOKENS tokens_of(const std::string &text) {
 
 TEST(CmdFile, Tokens) {
   const std::pair<std::string, TOKENS> cases[] = {
-      {"rv lib.lib \"my file.obj\"\n", {"rv", "lib.lib", "my file.obj"}}, {"", {}}, {" \t\r\n\v\f ", {}},
-      {"; only a comment\n# and another\n/* and a block */\n", {}},
+      {"", {}}, {"; only a comment\n# and another\n/* and a block */\n", {}},
       // Every kind of white space separates; the last token needs no line
       // end; "@" inside a file is just an operand.
       {"a\tb\r\nc\vd\fe f", {"a", "b", "c", "d", "e", "f"}}, {"\n\n  -a   lib\n@more", {"-a", "lib", "@more"}},
       // A backslash escapes only a quote and a backslash; one made from two
       // is not an escape again; before a blank or at the end it stays.
-      {R"(a\"b a\\b dir\file.obj c:\x\y)", {"a\"b", "a\\b", "dir\\file.obj", "c:\\x\\y"}}, {R"(\\"x y")", {"\\x y"}},
+      {R"(a\"b a\\b dir\file.obj)", {"a\"b", "a\\b", "dir\\file.obj"}}, {R"(\\"x y")", {"\\x y"}},
       {R"(\\\\)", {"\\\\"}}, {"a\\ b", {"a\\", "b"}}, {"a\\", {"a\\"}},
       // Quoted groups join with what touches them; an empty one alone makes
-      // no token; comment characters, blanks and line ends inside are text,
-      // and the same two escapes apply.
-      {R"(pre"mid dle"post next)", {"premid dlepost", "next"}}, {R"("a"b"c")", {"abc"}}, {"\"\"", {}},
-      {"\"\" b", {"b"}}, {"\"a;b #c /*d*/ e\nf\" g", {"a;b #c /*d*/ e\nf", "g"}},
-      {R"("say \"hi\"" "a\\" "dir\file")", {"say \"hi\"", "a\\", "dir\\file"}}, {R"("\\"x)", {"\\x"}},
+      // no token; comment characters, blanks and line ends inside are text.
+      {R"(pre"mid dle"post next)", {"premid dlepost", "next"}}, {"\"\" b", {"b"}},
+      {"\"a;b #c /*d*/ e\nf\" g", {"a;b #c /*d*/ e\nf", "g"}}, {R"("say \"hi\"" "a\\")", {"say \"hi\"", "a\\"}},
       // A line comment joins a token with the next line, unless white space
       // stands on either side; on the last line it ends the token.
-      {"r lib a.obj ; replaced daily\n", {"r", "lib", "a.obj"}}, {"a;x\nb c", {"ab", "c"}}, {"a#x\nb c", {"ab", "c"}},
-      {"a ;x\nb", {"a", "b"}}, {"a;x\n b", {"a", "b"}}, {"a;x\n\nb", {"a", "b"}}, {"a;x", {"a"}}, {";x\nb", {"b"}},
+      {"a;x\nb c", {"ab", "c"}}, {"a#x\nb c", {"ab", "c"}}, {"a ;x\nb", {"a", "b"}}, {"a;x\n b", {"a", "b"}},
+      {"a;x", {"a"}},
       // "#" after a dash is text: searching back, the nearest of dash and
       // blank decides, and a blank can only come from a quoted group.
-      {"--set#1\n", {"--set#1"}}, {"-a#b c", {"-a#b", "c"}}, {"a-b#c", {"a-b#c"}}, {"--set#1#2", {"--set#1#2"}},
-      {"x # note\n", {"x"}}, {"ab#c\n d", {"ab", "d"}}, {"#x\ny", {"y"}}, {"\"a-b c-d\"#e", {"a-b c-d#e"}},
+      {"-a#b c", {"-a#b", "c"}}, {"ab#c\n d", {"ab", "d"}}, {"\"a-b c-d\"#e", {"a-b c-d#e"}},
       {"\"-a b\"#c\nd", {"-a bd"}},
       // Block comments; the star that opens one does not also close it; a
-      // slash or star alone is text; only a slash that was stored counts (a
-      // quoted one too), not one whose star is in a quoted group.
-      {"a /* old */ lib b.obj", {"a", "lib", "b.obj"}}, {"a/*x*/b", {"ab"}}, {"a /* two\nlines */ b", {"a", "b"}},
-      {"/* a ** b **/x", {"x"}}, {"/*/ x */y", {"y"}}, {"dir/lib.a a*b */", {"dir/lib.a", "a*b", "*/"}},
-      {"\"a/\"*c*/d", {"ad"}}, {"a/\"*b\"", {"a/*b"}},
+      // slash or star alone is text; only a slash that was stored counts.
+      {"a/*x*/b", {"ab"}}, {"a /* two\nlines */ b", {"a", "b"}}, {"/*/ x */y", {"y"}},
+      {"dir/lib.a a*b */", {"dir/lib.a", "a*b", "*/"}}, {"\"a/\"*c*/d", {"ad"}}, {"a/\"*b\"", {"a/*b"}},
   };
   for (const auto &[text, tokens] : cases)
     EXPECT_EQ(tokens_of(text), tokens) << text;
   EXPECT_EQ(next_token(nullptr), nullptr);
   // Tokens of any length grow the buffer.
-  for (size_t length : {1, 78, 79, 80, 81, 159, 160, 161, 1000}) {
+  for (size_t length : {79, 80, 81, 1000}) {
     std::string word(length, 'w');
     word.back() = 'z';
-    EXPECT_EQ(tokens_of(word + " " + word), (TOKENS{word, word})) << length;
-    EXPECT_EQ(tokens_of("\"" + word + "\""), (TOKENS{word})) << length;
+    EXPECT_EQ(tokens_of(word + " \"" + word + "\""), (TOKENS{word, word})) << length;
   }
 }
 
@@ -95,7 +88,6 @@ TEST(CmdFileDeathTest, UnterminatedCommentOrQuote) {
   const std::string thirty = "abcdefghijklmnopqrstuvwxyz0123";
   const std::pair<std::string, std::string> cases[] = {
       {"a lib /* no end *", ">> Unterminated comment in command file; aborting!\n"},
-      {"r lib \"abc", quote + at + "abc\n"},
       // From the group's opening quote, not from the token's start.
       {"ab\"cd\"ef\"gh", quote + at + "gh\n"},
       // Line ends and tabs made visible; trailing line ends dropped; escapes
@@ -104,11 +96,9 @@ TEST(CmdFileDeathTest, UnterminatedCommentOrQuote) {
       {"x \"a\\\\b", quote + at + "a\\b\n"},
       // Nothing in the group yet; or only a line end: no second line.
       {"x \"", quote + at + "\n"},
-      {"x \"\n\n", quote + at + "\n"},
       {"x \"\n", quote},
       // Thirty characters shown: cut first, then trailing line ends dropped;
       // a tab is shown as two characters but counts as one.
-      {"\"" + thirty + "456789", quote + at + thirty + "\n"},
       {"\"" + thirty.substr(0, 29) + "\nmore", quote + at + thirty.substr(0, 29) + "\n"},
       {"\"\t" + thirty, quote + at + "\\t" + thirty.substr(0, 29) + "\n"},
       // The shown text already begins with a quote, so none is added.

@@ -28,20 +28,12 @@ std::string lines(const std::string &verb, const std::vector<std::string> &names
 
 }  // namespace
 
-TEST(Commands, AddStatusLinesFollowQuietAndVerbose) {
-  const std::string added = lines("add", {"x.obj", "sub/y.obj"});
-  const std::pair<std::string, std::string> rows[] = {{"av", NEW + added + BUILD}, {"aq", ""}, {"aqv", added}};
-  for (const auto &[word, out] : rows) {
-    // Members are named by the file-name part only.
-    run_steps({{{{"x.obj", "xx", T1}, {"sub/y.obj", "y", T2}}, {word, "lib", "x.obj", "sub/y.obj"}, out, "", 0,
-                {{"lib.lib", library({member("x.obj/", T1, "xx"), member("y.obj/", T2, "y")})}}}});
-  }
-}
-
 TEST(Commands, AddReplaceAndUpdate) {
-  // The member name is what follows the last "/", "\" or ":" of the operand.
+  // The member name is what follows the last "/", "\" or ":" of the operand;
+  // quiet and verbose together give the status lines of the members alone.
   run_steps({{{{"back\\slash.obj", "1", T1}, {"drive:colon.obj", "22", T2}, {"d1/d2/deep.obj", "333", T3}},
-              {"aq", "lib", "back\\slash.obj", "drive:colon.obj", "./d1/d2/deep.obj"}, "", "", 0,
+              {"aqv", "lib", "back\\slash.obj", "drive:colon.obj", "./d1/d2/deep.obj"},
+              lines("add", {"back\\slash.obj", "drive:colon.obj", "./d1/d2/deep.obj"}), "", 0,
               {{"lib.lib", library({member("slash.obj/", T1, "1"), member("colon.obj/", T2, "22"),
                                     member("deep.obj/", T3, "333")})}}}});
   // "new archive" depends on operands being given, not on their files existing.
@@ -163,38 +155,4 @@ TEST(Commands, ExtractRefusesNamesLeavingTheDirectory) {
     EXPECT_EQ(entries(dir.path()), "work");
     EXPECT_EQ(entries(dir / "work"), "lib.lib ok.o");
   }
-}
-
-// Big enough that anything quadratic in members or operands would show as a
-// test timeout; no time is measured. Operand order does not matter, member
-// order does.
-TEST(Commands, TwoThousandMembersAndOperands) {
-  TEMP_DIR dir;
-  constexpr int N = 2000;
-  auto name = [](int i) { return "m" + std::to_string(10000 + i) + ".o"; };
-  auto data = [](int i) { return std::string(i % 7 + 1, char('a' + i % 26)); };
-  std::vector<std::string> add{"aq", "lib"}, table{"t", "lib"}, extract{"x", "lib"}, remove{"dq", "lib"};
-  std::string rows = TABLE_HEAD, kept_rows = TABLE_HEAD, kept_image = MAGIC;
-  for (int i = 0; i < N; i++) {
-    write_dated(dir, "in/" + name(i), data(i), T1 + i);
-    add.push_back("in/" + name(i));
-    table.push_back(name(N - 1 - i));
-    extract.push_back("out/" + name(i));
-    rows += table_row(i % 7 + 1, T1 + i, name(i));
-    if (i % 20 != 0) {
-      remove.push_back(name(i));
-    } else {
-      kept_rows += table_row(i % 7 + 1, T1 + i, name(i));
-      kept_image += member(name(i) + "/", T1 + i, data(i));
-    }
-  }
-  ASSERT_EQ(arvela(add, dir.path()).status, 0);
-  fs::create_directory(dir / "out");
-  run_steps(dir, {{{}, table, rows},
-                  {{}, extract, ""},
-                  {{}, remove, ""},
-                  {{}, {"t", "lib"}, kept_rows, "", 0, {{"lib.lib", kept_image}}}});
-  for (int i = 0; i < N; i += 97)
-    EXPECT_EQ(dir.read("out/" + name(i)), data(i));
-  EXPECT_EQ(dir.read("out/" + name(N - 1)), data(N - 1));
 }

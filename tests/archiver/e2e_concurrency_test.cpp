@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <map>
+#include <optional>
 #include <thread>
 #include <unistd.h>
 
@@ -29,6 +31,24 @@ MEMBERS write_library(const TEMP_DIR &dir, int count) {
     image += member(name + "/", 1500000000, members[name]);
   }
   dir.write("lib.lib", image);
+  return members;
+}
+
+// The members of an archive image by name; none unless it is complete and
+// well-formed (short names only).
+std::optional<MEMBERS> parse_members(const std::string &bytes) {
+  if (bytes.compare(0, 8, MAGIC) != 0)
+    return std::nullopt;
+  MEMBERS members;
+  for (size_t at = 8, size; at < bytes.size(); at += 60 + size + (size & 1)) {
+    if (bytes.size() - at < 60 || bytes.compare(at + 58, 2, "`\n") != 0)
+      return std::nullopt;
+    size_t slash = bytes.find('/', at);
+    size = std::stoul(bytes.substr(at + 48, 10));
+    if (slash == at || slash >= at + 16 || bytes.size() - at - 60 < size + (size & 1))
+      return std::nullopt;
+    members[bytes.substr(at, slash - at)] = bytes.substr(at + 60, size);
+  }
   return members;
 }
 
@@ -59,7 +79,7 @@ TEST(ConcurrentWriters, EveryAdditionAndEveryOldMemberIsKept) {
     replace_both(dir, "new.lib", "a0.o", "b0.o");
     EXPECT_TRUE(parse_members(dir.read("new.lib")) == (MEMBERS{{"a0.o", "new a0.o"}, {"b0.o", "new b0.o"}})) << round;
   }
-  EXPECT_EQ(dir.list().size(), 44u) << "no file left beside the libraries";
+  EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), {}), 44) << "no file left beside the libraries";
 }
 
 // Listings taken while a writer deletes and adds a member again and again.

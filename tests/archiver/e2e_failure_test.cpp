@@ -5,6 +5,7 @@
 // hang on a FIFO or device are bounded by `timeout`.
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,7 +21,6 @@ const std::string GOOD = library({member("a.obj/", T1, "AAA"), member("b.obj/", 
 std::string changed(std::string image, size_t at, const std::string &text) {
   return image.replace(at, text.size(), text);
 }
-
 
 }  // namespace
 
@@ -38,7 +38,6 @@ TEST(DamagedArchive, EveryCommandFailsAndKeepsTheOldArchive) {
       {changed(GOOD, 8 + 48, "3x "), CORRUPT, ALL},               // first header's size field
       {changed(GOOD, 8 + 60 + 4 + 16, "-1"), CORRUPT, ALL},       // a date
       {changed(GOOD, 8 + 28, std::string(6, ' ')), CORRUPT, ALL},  // a blank field is not a number
-      {GOOD + header("c.obj/", T1, 0, 2).substr(0, 1), READ_HEADER, ALL},
       {GOOD + header("c.obj/", T1, 0, 2).substr(0, 59), READ_HEADER, ALL},
       {MAGIC + std::string("a.obj/   "), READ_HEADER, "t x"},
       // A reference beyond the table.
@@ -60,14 +59,11 @@ TEST(DamagedArchive, EveryCommandFailsAndKeepsTheOldArchive) {
   };
   for (const CASE &c : cases) {
     std::vector<STEP> steps;
-    for (size_t at = 0, end = 0; end != std::string::npos; at = end + 1) {
-      end = std::string(c.commands).find(' ', at);
-      const std::string command = std::string(c.commands).substr(at, end - at);
+    std::istringstream words(c.commands);
+    for (std::string command; words >> command;) {
       std::vector<std::string> args = {command, "lib"};
-      if (command == "aq" || command == "rq")
-        args.push_back("new.obj");
-      if (command == "dq")
-        args.push_back("a.obj");
+      if (command == "aq" || command == "rq" || command == "dq")  // aq1 converts, adding nothing
+        args.push_back(command == "dq" ? "a.obj" : "new.obj");
       steps.push_back({{{"lib.lib", c.image, T1}, {"new.obj", "N", T1}}, args, "", error_line(c.text), 1,
                        {{"lib.lib", c.image, T1}}, "lib.lib new.obj"});
     }

@@ -37,8 +37,7 @@ std::string joined(const std::vector<std::string> &names) {
 TEST(Interop, ReadsWhatOthersWrite) {
   TEMP_DIR in;
   make_inputs(in);
-  for (std::vector<std::string> peer : {std::vector<std::string>{"ar", "rcD"}, {"llvm-ar", "rcD"},
-                                        {"llvm-ar", "rcD", "--format=gnu"}}) {
+  for (std::vector<std::string> peer : {std::vector<std::string>{"ar", "rcD"}, {"llvm-ar", "rcD", "--format=gnu"}}) {
     SCOPED_TRACE(peer.back());
     TEMP_DIR out;
     peer.push_back((out / "lib.a").string());

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <poll.h>
 #include <unistd.h>
 
 #include "archiver/e2e_support.h"
@@ -17,6 +18,34 @@ using namespace e2e;
 namespace {
 
 const std::string TERMINATED = "[received a terminate signal]\n";
+
+// A library in `dir/work/big.lib` whose rewrite takes a while: 64 members
+// m0.bin ... m63.bin of 4 MiB (odd sizes, told apart), each file beside it.
+std::string make_big_library(const TEMP_DIR &dir) {
+  std::string block(4 << 20, 'm');
+  std::vector<std::string> args = {"rq", "big.lib"};
+  for (int i = 0; i < 64; i++) {
+    args.push_back("m" + std::to_string(i) + ".bin");
+    block[0] = static_cast<char>('A' + i % 26);
+    dir.write("work/" + args.back(), block + args.back());
+  }
+  if (arvela(args, dir / "work").status != 0)
+    throw std::runtime_error("cannot build the big library");
+  return dir.read("work/big.lib");
+}
+
+// Reads standard output from `fd` until it holds `text`; false at its end.
+bool wait_for_output(int fd, const std::string &text) {
+  std::string seen;
+  char buffer[4096];
+  for (pollfd p{fd, POLLIN, 0}; seen.find(text) == std::string::npos;) {
+    ssize_t n = poll(&p, 1, 60000) > 0 ? read(fd, buffer, sizeof buffer) : 0;
+    if (n <= 0)
+      return false;
+    seen.append(buffer, static_cast<size_t>(n));
+  }
+  return true;
+}
 
 std::string read_all(int fd) {
   std::string out;

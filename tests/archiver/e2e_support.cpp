@@ -1,12 +1,10 @@
 #include "archiver/e2e_support.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <stdexcept>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -22,28 +20,18 @@ RUN_RESULT arvela(const std::vector<std::string> &args, const fs::path &cwd, std
   return testing_support::run(prefix, cwd);
 }
 
-int start_arvela(const std::vector<std::string> &args, const fs::path &cwd, const fs::path &err_file, int *out_pipe) {
-  std::vector<std::string> argv{testing_support::arvela_path()};
-  argv.insert(argv.end(), args.begin(), args.end());
-  return testing_support::spawn(argv, cwd, err_file, out_pipe);
-}
-
 std::string header(const std::string &name_field, uint64_t date, uint64_t owner, uint64_t size) {
   char text[128];
   int n = snprintf(text, sizeof text, "%-16s%-12llu%-6llu%-6d%-8o%-10llu%-2s", name_field.c_str(),
-                   static_cast<unsigned long long>(date), static_cast<unsigned long long>(owner), 0,
-                   0u, static_cast<unsigned long long>(size), "`\n");
+                   static_cast<unsigned long long>(date), static_cast<unsigned long long>(owner), 0, 0u,
+                   static_cast<unsigned long long>(size), "`\n");
   if (n != 60)
     throw std::logic_error("test header is not 60 bytes: " + name_field);
   return std::string(text, 60);
 }
 
-std::string member(const std::string &name_field, uint64_t date, const std::string &data,
-                   uint64_t owner) {
-  std::string m = header(name_field, date, owner, data.size()) + data;
-  if (data.size() % 2)
-    m += '\n';
-  return m;
+std::string member(const std::string &name_field, uint64_t date, const std::string &data, uint64_t owner) {
+  return header(name_field, date, owner, data.size()) + data + (data.size() % 2 ? "\n" : "");
 }
 
 std::string library(const std::vector<std::string> &members) {
@@ -66,8 +54,7 @@ int64_t mtime_of(const fs::path &path) {
   return st.st_mtime;
 }
 
-fs::path write_dated(const TEMP_DIR &dir, const std::string &name, const std::string &bytes,
-                     int64_t date) {
+fs::path write_dated(const TEMP_DIR &dir, const std::string &name, const std::string &bytes, int64_t date) {
   fs::path p = dir.write(name, bytes);
   set_mtime(p, date);
   return p;
@@ -78,160 +65,17 @@ std::string table_row(uint64_t size, int64_t date, const std::string &name) {
   time_t when = static_cast<time_t>(date);
   tm local{};
   localtime_r(&when, &local);
-  char stamp[64];
+  char stamp[64], row[512];
   strftime(stamp, sizeof stamp, "%a %b %e %H:%M:%S %Y", &local);
-  char row[512];
-  snprintf(row, sizeof row, "  %8llu   %s    %s\n", static_cast<unsigned long long>(size), stamp,
-           name.c_str());
+  snprintf(row, sizeof row, "  %8llu   %s    %s\n", static_cast<unsigned long long>(size), stamp, name.c_str());
   return row;
 }
 
-std::string status(const std::string &verb, const std::string &name) {
-  return "  ==>  " + verb + " '" + name + "'\n";
-}
-
-std::string error_line(const std::string &text) { return "  -->  error: " + text + "\n"; }
-
 bool make_object(const TEMP_DIR &dir, const std::string &name, const std::string &symbol) {
-  if (!have_program("cc"))
-    return false;
-  std::string source = name + ".c";
-  dir.write(source, "int " + symbol + "(void) { return 7; }\nint " + symbol + "_data = 3;\n");
-  RUN_RESULT r = testing_support::run({"cc", "-c", "-o", name, source}, dir.path());
-  fs::remove(dir / source);
+  dir.write(name + ".c", "int " + symbol + "(void) { return 7; }\nint " + symbol + "_data = 3;\n");
+  RUN_RESULT r = testing_support::run({"cc", "-c", "-o", name, name + ".c"}, dir.path());
+  fs::remove(dir / (name + ".c"));
   return r.status == 0;
-}
-
-namespace {
-
-// Polls `reached` until it holds; false once the process has ended (it can
-// no longer reach the state) or the time is up.
-bool wait_until(int pid, const std::function<bool()> &reached) {
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (std::chrono::steady_clock::now() < deadline) {
-    if (reached())
-      return true;
-    siginfo_t info{};
-    if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid)
-      return false;
-    std::this_thread::yield();
-  }
-  return false;
-}
-
-}  // namespace
-
-bool wait_until_waiting_for_lock(int pid) {
-  const std::string marker = " " + std::to_string(pid) + " ";
-  return wait_until(pid, [&] {
-    std::string locks = testing_support::read_file("/proc/locks");
-    size_t at = 0;
-    for (size_t end; (end = locks.find('\n', at)) != std::string::npos; at = end + 1) {
-      std::string line = locks.substr(at, end - at);
-      if (line.find("-> FLOCK") != std::string::npos && line.find(marker) != std::string::npos)
-        return true;
-    }
-    return false;
-  });
-}
-
-bool wait_until_writing_unnamed_file(int pid, const fs::path &dir) {
-  const std::string fds = "/proc/" + std::to_string(pid) + "/fd";
-  const std::string prefix = fs::canonical(dir).string() + "/#";
-  return wait_until(pid, [&] {
-    std::error_code ec;
-    for (const auto &e : fs::directory_iterator(fds, ec)) {
-      char target[4096];
-      ssize_t n = readlink(e.path().c_str(), target, sizeof target - 1);
-      if (n > 0 && std::string(target, n).rfind(prefix, 0) == 0)
-        return true;
-    }
-    return false;
-  });
-}
-
-bool wait_for_output(int fd, const std::string &text) {
-  std::string seen;
-  char buffer[4096];
-  while (seen.find(text) == std::string::npos) {
-    pollfd p{fd, POLLIN, 0};
-    if (poll(&p, 1, 60000) <= 0)
-      return false;
-    ssize_t n = read(fd, buffer, sizeof buffer);
-    if (n <= 0)
-      return false;
-    seen.append(buffer, static_cast<size_t>(n));
-  }
-  return true;
-}
-
-FILE_LOCK::FILE_LOCK(const fs::path &path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
-  if (fd_ < 0 || flock(fd_, LOCK_EX) != 0)
-    throw std::runtime_error("cannot lock " + path.string());
-}
-
-FILE_LOCK::~FILE_LOCK() { close(fd_); }
-
-std::string make_big_library(const TEMP_DIR &dir) {
-  fs::create_directories(dir / "work");
-  std::string block(4 << 20, 'm');
-  std::vector<std::string> args = {"rq", "big.lib"};
-  for (int i = 0; i < 64; i++) {
-    std::string name = "m" + std::to_string(i) + ".bin";
-    block[0] = static_cast<char>('A' + i % 26);
-    dir.write("work/" + name, block + name);  // odd sizes, contents that tell members apart
-    args.push_back(name);
-  }
-  if (arvela(args, dir / "work").status != 0)
-    throw std::runtime_error("cannot build the big library");
-  return dir.read("work/big.lib");
-}
-
-std::optional<std::map<std::string, std::string>> parse_members(const std::string &bytes) {
-  if (bytes.compare(0, 8, MAGIC) != 0)
-    return std::nullopt;
-  std::map<std::string, std::string> members;
-  size_t at = 8;
-  while (at < bytes.size()) {
-    if (bytes.size() - at < 60 || bytes.compare(at + 58, 2, "`\n") != 0)
-      return std::nullopt;
-    std::string name = bytes.substr(at, 16);
-    name.erase(name.find_last_not_of(' ') + 1);
-    size_t size = std::stoul(bytes.substr(at + 48, 10));
-    size_t padded = size + (size & 1);
-    if (bytes.size() - at - 60 < padded)
-      return std::nullopt;
-    if (name != "/" && name != "//") {
-      if (name.empty() || name.back() != '/')
-        return std::nullopt;
-      name.pop_back();
-      members[name] = bytes.substr(at + 60, size);
-    }
-    at += 60 + padded;
-  }
-  return members;
-}
-
-std::string entries(const fs::path &dir) {
-  std::vector<std::string> names;
-  for (const auto &e : fs::directory_iterator(dir))
-    names.push_back(e.path().filename().string());
-  std::sort(names.begin(), names.end());
-  std::string joined;
-  for (const std::string &n : names)
-    joined += (joined.empty() ? "" : " ") + n;
-  return joined;
-}
-
-void write_files(const TEMP_DIR &dir, const std::vector<FILE_SPEC> &files) {
-  for (const FILE_SPEC &f : files) {
-    if (f.name.back() == '/')
-      fs::create_directories(dir / f.name);
-    else if (f.date >= 0)
-      write_dated(dir, f.name, f.bytes, f.date);
-    else
-      dir.write(f.name, f.bytes);
-  }
 }
 
 void run_steps(const TEMP_DIR &dir, const std::vector<STEP> &steps) {
@@ -240,7 +84,13 @@ void run_steps(const TEMP_DIR &dir, const std::vector<STEP> &steps) {
     for (const std::string &a : s.args)
       command += a + " ";
     SCOPED_TRACE(command);
-    write_files(dir, s.given);
+    for (const FILE_SPEC &f : s.given)
+      if (f.name.back() == '/')
+        fs::create_directories(dir / f.name);
+      else if (f.date >= 0)
+        write_dated(dir, f.name, f.bytes, f.date);
+      else
+        dir.write(f.name, f.bytes);
     RUN_RESULT r = arvela(s.args, dir.path());
     EXPECT_EQ(r.out, s.out);
     EXPECT_EQ(r.err, s.err);
@@ -255,17 +105,55 @@ void run_steps(const TEMP_DIR &dir, const std::vector<STEP> &steps) {
 
 void run_steps(const std::vector<STEP> &steps) { run_steps(TEMP_DIR(), steps); }
 
-std::vector<std::string> armap(const fs::path &dir, const std::string &library, const std::string &nm) {
-  RUN_RESULT r = testing_support::run({nm, "--print-armap", library}, dir);
-  EXPECT_EQ(r.status, 0) << r.err;
-  std::vector<std::string> lines;
-  size_t at = r.out.find("Archive index:\n");
-  if (at == std::string::npos)
-    return lines;
-  at += 15;
-  for (size_t end; (end = r.out.find('\n', at)) != std::string::npos && end > at; at = end + 1)
-    lines.push_back(r.out.substr(at, end - at));
-  return lines;
+namespace {
+
+// Polls `reached` until it holds; false once the process has ended or the time is up.
+bool wait_until(int pid, const std::function<bool()> &reached) {
+  for (auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+       std::chrono::steady_clock::now() < deadline; std::this_thread::yield()) {
+    if (reached())
+      return true;
+    siginfo_t info{};
+    if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid)
+      return false;
+  }
+  return false;
 }
+
+}  // namespace
+
+bool wait_until_waiting_for_lock(int pid) {
+  const std::string marker = " " + std::to_string(pid) + " ";
+  return wait_until(pid, [&] {
+    std::string locks = testing_support::read_file("/proc/locks");
+    for (size_t at = 0, end; (end = locks.find('\n', at)) != std::string::npos; at = end + 1) {
+      std::string line = locks.substr(at, end - at);
+      if (line.find("-> FLOCK") != std::string::npos && line.find(marker) != std::string::npos)
+        return true;
+    }
+    return false;
+  });
+}
+
+bool wait_until_writing_unnamed_file(int pid, const fs::path &dir) {
+  const std::string fds = "/proc/" + std::to_string(pid) + "/fd", prefix = fs::canonical(dir).string() + "/#";
+  return wait_until(pid, [&] {
+    std::error_code ec;
+    for (const auto &e : fs::directory_iterator(fds, ec)) {
+      char target[4096];
+      ssize_t n = readlink(e.path().c_str(), target, sizeof target - 1);
+      if (n > 0 && std::string(target, n).rfind(prefix, 0) == 0)
+        return true;
+    }
+    return false;
+  });
+}
+
+FILE_LOCK::FILE_LOCK(const fs::path &path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+  if (fd_ < 0 || flock(fd_, LOCK_EX) != 0)
+    throw std::runtime_error("cannot lock " + path.string());
+}
+
+FILE_LOCK::~FILE_LOCK() { close(fd_); }
 
 }  // namespace e2e

@@ -1,20 +1,12 @@
 // COFF_IMAGE: builds QV-COFF object files for tests, in any layout version
-// and byte order.
-//
-//   COFF_IMAGE c(2, BIG);
-//   c.sections.push_back({.name = ".text", .size = 4, .data = "\x01\x02\x03\x04"});
-//   c.symbols.push_back({.name = "main", .scnum = 1, .sclass = C_EXT});
-//   std::string bytes = c.build();
-//
-// Layout: file header, optional header, section headers, section data,
-// relocation entries, line-number entries, symbol table (auxiliary entries
-// behind their symbol), string table. Relocation and line-number entries are
-// given as their encoded bytes (reloc(), reloc_words(), lnno()), so that
-// tests choose how bytes 4 to 7 of an entry read. Names
-// longer than 8 characters go to the string table (symbols always, sections
-// in version "2"; versions "0"/"1" cut section names to 8). The offsets of
-// each part are kept in the image after build(), and the `*_override`
-// fields put damaged values into the header.
+// and byte order: file header, optional header, section headers, section
+// data, relocation entries, line-number entries, symbol table (auxiliary
+// entries behind their symbol), string table. Relocation and line-number
+// entries are given encoded (reloc(), reloc_words(), lnno()), so that tests
+// choose how bytes 4 to 7 of an entry read. Names longer than 8 characters go
+// to the string table (symbols always, sections in version "2"; versions
+// "0"/"1" cut section names to 8). build() keeps the offsets of the parts;
+// the `*_override` fields put damaged values into the header.
 #pragma once
 
 #include <cstdint>
@@ -68,11 +60,9 @@ public:
 
   std::optional<uint16_t> opthdr_override;  // bytes reserved for the optional header
   std::optional<uint32_t> symptr_override, nsyms_override, strsize_override;
-  std::optional<uint16_t> nscns_override;
 
   // Filled by build().
   uint32_t header_size = 0, section_headers_at = 0, symptr = 0, strptr = 0;
-  std::vector<uint32_t> string_offsets;  // of each symbol's name, 0 when inline
 
   // An auxiliary entry with `size` in the word at offset 4.
   std::string aux_size(uint32_t size, uint32_t tag = 0) const {
@@ -168,16 +158,11 @@ public:
 
     BYTES syms(order);
     uint32_t nsyms = 0;
-    string_offsets.clear();
     for (const COFF_SYMBOL_DEF &s : symbols) {
-      if (s.name.size() > 8) {
-        uint32_t offset = add_string(s.name);
-        string_offsets.push_back(offset);
-        syms.u32(0).u32(offset);
-      } else {
-        string_offsets.push_back(0);
+      if (s.name.size() > 8)
+        syms.u32(0).u32(add_string(s.name));
+      else
         syms.fixed(s.name, 8);
-      }
       syms.u32(s.value).u16(s.scnum).u16(s.type).u8(s.sclass).u8(static_cast<uint32_t>(s.aux.size()));
       for (const std::string &a : s.aux)
         syms.fixed(a, 18);
@@ -193,7 +178,7 @@ public:
       out.u16(target);
     else
       out.u16(version == 1 ? 0xC1 : 0xC2);
-    out.u16(nscns_override ? *nscns_override : static_cast<uint32_t>(sections.size()))
+    out.u16(static_cast<uint32_t>(sections.size()))
         .u32(timdat)
         .u32(symptr_override ? *symptr_override : symptr)
         .u32(nsyms_override ? *nsyms_override : nsyms)

@@ -1,7 +1,7 @@
 // MSG_CAPTURE: collects what USER_MSG prints while it lives, and puts the
 // reporter back to its state after creation when it goes, so that messages
 // of one test neither leak onto the console nor count against another
-// test's error limit.
+// test's error limit. printed(): what a call writes to the stream it is given.
 #pragma once
 
 #include <cstdio>
@@ -13,37 +13,6 @@
 
 namespace testing_support {
 
-class MSG_CAPTURE {
-public:
-  MSG_CAPTURE() {
-    out_ = open_memstream(&out_buf_, &out_len_);
-    err_ = open_memstream(&err_buf_, &err_len_);
-    USER_MSG::instance().set_streams(out_, err_);
-  }
-  ~MSG_CAPTURE() {
-    USER_MSG &m = USER_MSG::instance();
-    m.set_streams(nullptr, nullptr);
-    m.set_min_severity(MSG_REMARK);
-    m.set_error_limit(100);
-    m.clear_error_count();
-    fclose(out_);
-    fclose(err_);
-    free(out_buf_);
-    free(err_buf_);
-  }
-  MSG_CAPTURE(const MSG_CAPTURE &) = delete;
-  MSG_CAPTURE &operator=(const MSG_CAPTURE &) = delete;
-
-  std::string out() { fflush(out_); return std::string(out_buf_, out_len_); }
-  std::string err() { fflush(err_); return std::string(err_buf_, err_len_); }
-
-private:
-  char *out_buf_ = nullptr, *err_buf_ = nullptr;
-  size_t out_len_ = 0, err_len_ = 0;
-  FILE *out_ = nullptr, *err_ = nullptr;
-};
-
-// What `print` writes to the stream it is given.
 inline std::string printed(const std::function<void(FILE *)> &print) {
   char *buf = nullptr;
   size_t len = 0;
@@ -54,5 +23,31 @@ inline std::string printed(const std::function<void(FILE *)> &print) {
   free(buf);
   return text;
 }
+
+class MSG_CAPTURE {
+public:
+  MSG_CAPTURE() { USER_MSG::instance().set_streams(out_.f, err_.f); }
+  ~MSG_CAPTURE() {
+    USER_MSG &m = USER_MSG::instance();
+    m.set_streams(nullptr, nullptr);
+    m.set_min_severity(MSG_REMARK);
+    m.set_error_limit(100);
+    m.clear_error_count();
+  }
+  MSG_CAPTURE(const MSG_CAPTURE &) = delete;
+  MSG_CAPTURE &operator=(const MSG_CAPTURE &) = delete;
+
+  std::string out() { return out_.text(); }
+  std::string err() { return err_.text(); }
+
+private:
+  struct MEMSTREAM {
+    char *buf = nullptr;
+    size_t len = 0;
+    FILE *f = open_memstream(&buf, &len);
+    ~MEMSTREAM() { fclose(f), free(buf); }
+    std::string text() { return fflush(f), std::string(buf, len); }
+  } out_, err_;
+};
 
 }  // namespace testing_support

@@ -1,12 +1,13 @@
 #include "common/process.h"
 
 #include <algorithm>
+#include <map>
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
 #include <poll.h>
-#include <sstream>
 #include <spawn.h>
+#include <sstream>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,11 +20,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Starts argv[0] in `cwd` with standard input from /dev/null and the given
-// descriptors as standard output and error (`err_file` when `err` is -1);
-// every descriptor in `close_in_child` is closed there. The process id, or -1.
-pid_t start(const std::vector<std::string> &argv, const fs::path &cwd, int out, int err, const fs::path &err_file,
-            std::initializer_list<int> close_in_child) {
+// Starts argv[0] with standard input from /dev/null, `out` and `err` as
+// standard output and error (/dev/null and `err_file` where they are -1).
+// Pipes are made close-on-exec, so the child keeps none of their other ends.
+pid_t start(const std::vector<std::string> &argv, const fs::path &cwd, int out, int err, const fs::path &err_file) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
@@ -35,8 +35,6 @@ pid_t start(const std::vector<std::string> &argv, const fs::path &cwd, int out, 
     posix_spawn_file_actions_adddup2(&actions, err, 2);
   else
     posix_spawn_file_actions_addopen(&actions, 2, err_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  for (int fd : close_in_child)
-    posix_spawn_file_actions_addclose(&actions, fd);
   posix_spawn_file_actions_addchdir_np(&actions, cwd.c_str());
   std::vector<char *> args;
   for (const std::string &a : argv)
@@ -53,19 +51,18 @@ pid_t start(const std::vector<std::string> &argv, const fs::path &cwd, int out, 
 
 RUN_RESULT run(const std::vector<std::string> &argv, const fs::path &cwd) {
   int out_pipe[2], err_pipe[2];
-  if (pipe(out_pipe) != 0 || pipe(err_pipe) != 0)
+  if (pipe2(out_pipe, O_CLOEXEC) != 0 || pipe2(err_pipe, O_CLOEXEC) != 0)
     throw std::runtime_error("pipe failed");
-  pid_t pid = start(argv, cwd, out_pipe[1], err_pipe[1], {}, {out_pipe[0], err_pipe[0]});
+  pid_t pid = start(argv, cwd, out_pipe[1], err_pipe[1], {});
   close(out_pipe[1]);
   close(err_pipe[1]);
   if (pid < 0)
     throw std::runtime_error("cannot start " + argv[0]);
-
   RUN_RESULT result;
   pollfd fds[2] = {{out_pipe[0], POLLIN, 0}, {err_pipe[0], POLLIN, 0}};
   std::string *sinks[2] = {&result.out, &result.err};
   char buf[65536];
-  for (int open_fds = 2; open_fds > 0 && poll(fds, 2, -1) >= 0;) {
+  for (int open_fds = 2; open_fds > 0 && poll(fds, 2, -1) >= 0;)
     for (int i = 0; i < 2; i++) {
       if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP)))
         continue;
@@ -78,16 +75,15 @@ RUN_RESULT run(const std::vector<std::string> &argv, const fs::path &cwd) {
         open_fds--;
       }
     }
-  }
   result.status = wait_status(pid);
   return result;
 }
 
 int spawn(const std::vector<std::string> &argv, const fs::path &cwd, const fs::path &err_file, int *out_pipe) {
   int out[2] = {-1, -1};
-  if (out_pipe && pipe(out) != 0)
+  if (out_pipe && pipe2(out, O_CLOEXEC) != 0)
     return -1;
-  pid_t pid = out_pipe ? start(argv, cwd, out[1], -1, err_file, {out[0]}) : start(argv, cwd, -1, -1, err_file, {});
+  pid_t pid = start(argv, cwd, out[1], -1, err_file);
   if (out_pipe) {
     close(out[1]);
     *out_pipe = out[0];
@@ -125,21 +121,12 @@ TEMP_DIR::~TEMP_DIR() {
 
 fs::path TEMP_DIR::write(const std::string &name, const std::string &bytes) const {
   fs::path p = path_ / name;
-  if (p.has_parent_path())
-    fs::create_directories(p.parent_path());
+  fs::create_directories(p.parent_path());
   write_file(p, bytes);
   return p;
 }
 
 std::string TEMP_DIR::read(const std::string &name) const { return read_file(path_ / name); }
-
-std::vector<std::string> TEMP_DIR::list() const {
-  std::vector<std::string> names;
-  for (const auto &entry : fs::directory_iterator(path_))
-    names.push_back(entry.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
-}
 
 std::string read_file(const fs::path &path) {
   std::ifstream in(path, std::ios::binary);
@@ -149,13 +136,36 @@ std::string read_file(const fs::path &path) {
 }
 
 void write_file(const fs::path &path, const std::string &bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  std::ofstream(path, std::ios::binary | std::ios::trunc).write(bytes.data(), std::streamsize(bytes.size()));
+}
+
+std::string entries(const fs::path &dir) {
+  std::vector<std::string> names;
+  for (const auto &e : fs::directory_iterator(dir))
+    names.push_back(e.path().filename().string());
+  std::sort(names.begin(), names.end());
+  std::string joined;
+  for (const std::string &n : names)
+    joined += (joined.empty() ? "" : " ") + n;
+  return joined;
 }
 
 bool have_program(const std::string &program) {
-  std::string cmd = "command -v " + program + " >/dev/null 2>&1";
-  return std::system(cmd.c_str()) == 0;
+  return std::system(("command -v " + program + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+std::vector<std::string> extract_unique(const fs::path &dir, const std::string &library) {
+  if (run({"ar", "x", library}, dir).status != 0)
+    return {};
+  std::map<std::string, int> seen;
+  std::vector<std::string> listed, once;
+  std::istringstream in(run({"ar", "t", library}, dir).out);
+  for (std::string name; std::getline(in, name); seen[name]++)
+    listed.push_back(name);
+  for (const std::string &n : listed)
+    if (seen[n] == 1)
+      once.push_back(n);
+  return once;
 }
 
 }  // namespace testing_support

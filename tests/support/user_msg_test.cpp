@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <string>
 
 #include "common/msg_capture.h"
 
@@ -14,8 +13,10 @@ namespace {
 USER_MSG &msg() { return USER_MSG::instance(); }
 
 // Prefixes and streams by severity; errors and application errors counted;
-// a continuation follows the previous message's severity and filter.
-TEST(UserMsg, PrefixesStreamsAndContinuations) {
+// a continuation follows the previous message's severity and filter. Debug is
+// filtered by default; a warning level raises the minimum; filtered errors
+// are not counted.
+TEST(UserMsg, PrefixesStreamsContinuationsAndFilters) {
   MSG_CAPTURE cap;
   msg().remark("r %d", 1);
   msg().continuation("detail");
@@ -26,27 +27,16 @@ TEST(UserMsg, PrefixesStreamsAndContinuations) {
   msg().application_error("a");
   msg().debug("x");
   msg().continuation("y");
-  EXPECT_EQ(cap.out(), ">>  remark: r 1\n            detail\n");
-  EXPECT_EQ(cap.err(), ">> warning: w\n>>   error: e\n            more\n>>   usage: u\n>> application error: a\n");
-  EXPECT_EQ(msg().error_count(), 2);
-}
-
-// Debug is filtered by default; a warning level raises the minimum; filtered
-// errors are not counted.
-TEST(UserMsg, MinimumSeverityFilters) {
-  MSG_CAPTURE cap;
   EXPECT_EQ(msg().min_severity(), 16);
-  msg().debug("hidden");
   msg().set_min_severity(0);
   msg().debug("shown");
-  EXPECT_EQ(cap.out(), ">>   debug: shown\n");
   msg().set_warning_level(5);  // minimum 36: only level-5 warnings and above
   msg().warning(4, "dropped");
-  msg().error("kept");
   msg().set_min_severity(50);
   msg().error("dropped");
-  EXPECT_EQ(cap.err(), ">>   error: kept\n");
-  EXPECT_EQ(msg().error_count(), 1);
+  EXPECT_EQ(cap.out(), ">>  remark: r 1\n            detail\n>>   debug: shown\n");
+  EXPECT_EQ(cap.err(), ">> warning: w\n>>   error: e\n            more\n>>   usage: u\n>> application error: a\n");
+  EXPECT_EQ(msg().error_count(), 2);
 }
 
 // Lines wrap at the last blank up to column 78, under the prefix; a line

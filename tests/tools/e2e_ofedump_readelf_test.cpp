@@ -2,12 +2,7 @@
 // byte orders, REL and RELA, and i386 objects assembled here. Both listings
 // are parsed into records of the same words, one kind per view (sections,
 // symbol tables, symbols, relocation tables, relocations, groups), and
-// compared record by record: for a section its index, name, type, address,
-// offset, size, entry size, flags, link, info and alignment; for a symbol its
-// value, size, type, binding, visibility, section index, section name and
-// name; for a relocation its offset, info word, type, symbol, symbol value
-// and addend; for a group its section, name, signature, COMDAT flag and
-// members.
+// compared record by record, every field of the record.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -45,6 +40,12 @@ std::string between(const std::string &line, char open, char close, size_t from 
   return b == std::string::npos ? "" : line.substr(a + 1, b - a - 1);
 }
 std::string in_quotes(const std::string &value, size_t from = 0) { return between(value, '"', '"', from); }
+std::string joined(const RECORD &r) {
+  std::string all;
+  for (const std::string &w : r)
+    all += w + " ";
+  return all;
+}
 
 // A section type by either tool's name for it (ofedump's less "SHT_").
 std::string section_type(const std::string &name) {
@@ -223,13 +224,6 @@ std::vector<OBJECT> parse_ofedump(const std::string &text) {
     }
   }
   return objects;
-}
-
-std::string joined(const RECORD &r) {
-  std::string all;
-  for (const std::string &w : r)
-    all += w + " ";
-  return all;
 }
 
 // Records compared per view; relocations whose type ofedump names.

@@ -22,18 +22,6 @@ bool is_hex(const std::string &t, size_t digits) {
   return t.size() == digits && std::all_of(t.begin(), t.end(), [](char c) { return isxdigit(c); });
 }
 
-struct SECTION_ROW {
-  std::string name, type, address, size, entsize, flags, link, info, align;
-};
-
-bool parse_section(const std::string &line, SECTION_ROW &row) {
-  std::vector<std::string> t;
-  if (!section_row(line, t))
-    return false;
-  row = {t[0], t[1], t[2], t[4], t[5], t[6], t[7], t[8], t[9]};
-  return true;
-}
-
 }  // namespace
 
 bool section_row(const std::string &line, std::vector<std::string> &fields) {
@@ -65,22 +53,22 @@ READELF_VIEW readelf_view(const std::string &readelf, const std::string &path) {
   RUN_RESULT r = run({readelf, "-W", "-h", "-S", "-s", "-r", "-g", "-A", path}, ".");
   READELF_VIEW view;
   std::vector<std::string> lines = split_lines(r.out);
-  std::vector<SECTION_ROW> rows;
+  // Section rows: name, type, address, offset, size, entry size, flags, link, info, alignment.
+  std::vector<std::vector<std::string>> rows;
   for (const std::string &line : lines)
-    if (SECTION_ROW row; parse_section(line, row))
+    if (std::vector<std::string> row; section_row(line, row))
       rows.push_back(row);
   auto name_of = [&rows](const std::string &index) -> std::string {
     if (index.empty() || !std::all_of(index.begin(), index.end(), ::isdigit))
       return index;
     size_t i = std::stoul(index);
-    return i < rows.size() ? "'" + rows[i].name + "'" : index;
+    return i < rows.size() ? "'" + rows[i][0] + "'" : index;
   };
-  for (const SECTION_ROW &s : rows) {
-    bool info_is_section = s.flags.find('I') != std::string::npos || s.type == "REL" || s.type == "RELA";
-    std::string size = s.type == "STRTAB" ? "-" : s.size;
-    view.sections.push_back(s.name + " " + s.type + " " + s.address + " " + size + " " + s.entsize + " " + s.flags +
-                            " link=" + name_of(s.link) + " info=" + (info_is_section ? name_of(s.info) : s.info) +
-                            " align=" + s.align);
+  for (const std::vector<std::string> &s : rows) {
+    bool info_is_section = s[6].find('I') != std::string::npos || s[1] == "REL" || s[1] == "RELA";
+    view.sections.push_back(s[0] + " " + s[1] + " " + s[2] + " " + (s[1] == "STRTAB" ? "-" : s[4]) + " " + s[5] +
+                            " " + s[6] + " link=" + name_of(s[7]) + " info=" + (info_is_section ? name_of(s[8]) : s[8]) +
+                            " align=" + s[9]);
   }
   std::sort(view.sections.begin(), view.sections.end());
 
@@ -101,7 +89,7 @@ READELF_VIEW readelf_view(const std::string &readelf, const std::string &path) {
       }
       continue;
     }
-    if (SECTION_ROW row; t.empty() || parse_section(line, row))
+    if (std::vector<std::string> row; t.empty() || section_row(line, row))
       continue;
     if (t[0].size() > 1 && t[0].back() == ':' && std::all_of(t[0].begin(), t[0].end() - 1, ::isdigit) &&
         (t.size() == 7 || t.size() == 8)) {
