@@ -77,16 +77,58 @@ static void write_extracted(ARCHIVE *ar, AR_MEMBER *m, int fd, const char *path,
     error("write error");
 }
 
+// Signals held back while a file is being created: one that came then would
+// find the file not yet recorded as made by this run, and leave it behind.
+class SIGNAL_HOLD {
+public:
+  SIGNAL_HOLD() { sigfillset(&all_); }
+  ~SIGNAL_HOLD() { release(); }
+  SIGNAL_HOLD(const SIGNAL_HOLD &) = delete;
+  SIGNAL_HOLD &operator=(const SIGNAL_HOLD &) = delete;
+
+  void hold() {
+    if (!on_)
+      pthread_sigmask(SIG_BLOCK, &all_, &old_);
+    on_ = true;
+    files_ = 0;
+  }
+  void release() {
+    if (on_)
+      pthread_sigmask(SIG_SETMASK, &old_, nullptr);
+    on_ = false;
+  }
+  // Held over a few files at a time when many are made in a row (two system
+  // calls a file would cost more than the kernel's copy of a small member):
+  // every few files the held signals are let through.
+  void before_file() {
+    if (on_ && ++files_ < FILES)
+      return;
+    release();
+    hold();
+  }
+
+private:
+  static constexpr unsigned FILES = 16;
+  sigset_t all_, old_;
+  bool on_ = false;
+  unsigned files_ = 0;
+};
+
+// A new file at `path`, or -1 where anything at all stands there: O_EXCL
+// never follows a link.
+static int create_new(const char *path) {
+  return open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY, 0666);
+}
+
 // Where nothing stands at the output path yet (the common case), the file is
-// created there directly: O_EXCL never follows a link, and it fails where
-// anything at all stands, so nothing needs looking at first. Until it is
+// created there directly, so nothing needs looking at first. Until it is
 // complete the file is recorded as the one to remove (in the shape of a
 // replacement's temporary name), so a failure or a signal removes it.
 static bool create_in_place(REPLACEMENT_FILE *output, const char *path) {
   size_t length = strlen(path);
   if (length >= sizeof output->temp_path)
     return false;
-  int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY, 0666);
+  int fd = create_new(path);
   if (fd < 0)
     return false;
   memcpy(output->temp_path, path, length + 1);
@@ -101,15 +143,12 @@ static bool create_in_place(REPLACEMENT_FILE *output, const char *path) {
 // interrupted extraction leaves no partial file.
 static void extract_member(ARCHIVE *ar, AR_MEMBER *m, const char *path, bool verbose) {
   static REPLACEMENT_FILE output;
-  // A signal that came while the file was being created would find it not
-  // yet recorded as this run's, and leave it behind: held back until it is.
-  sigset_t all, old;
-  sigfillset(&all);
-  pthread_sigmask(SIG_BLOCK, &all, &old);
+  SIGNAL_HOLD hold;
+  hold.hold();
   bool in_place = create_in_place(&output, path);
   if (in_place)
     ar->extracting = &output;
-  pthread_sigmask(SIG_SETMASK, &old, nullptr);
+  hold.release();
   if (!in_place) {
     // Renaming over the archive (or a link to it) would replace the library.
     struct stat st;
@@ -176,7 +215,7 @@ static bool extract_fast(AR_EXTRACT_AHEAD *x, size_t j, FILE_WINDOW *window) {
   const char *data = window_view(window, x->source_fd, x->source_size, m->data_offset, m->size);
   if (!data)
     return false;
-  int fd = open(m->name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY, 0666);
+  int fd = create_new(m->name);
   if (fd < 0)
     return false;
   x->state[j].store(JOB_WRITING);
@@ -283,11 +322,9 @@ static AR_EXTRACT_AHEAD *start_ahead(ARCHIVE *ar, std::vector<AR_MEMBER *> &memb
   x->state = std::move(state);
   ar->extract_ahead = x;
   // Signals are for the main thread alone: the helper starts with all blocked.
-  sigset_t all, old;
-  sigfillset(&all);
-  pthread_sigmask(SIG_BLOCK, &all, &old);
+  SIGNAL_HOLD hold;
+  hold.hold();
   x->has_helper = pthread_create(&x->helper, nullptr, helper_main, x) == 0;
-  pthread_sigmask(SIG_SETMASK, &old, nullptr);
   return x;
 }
 
@@ -300,39 +337,10 @@ static void finish_ahead(ARCHIVE *ar, AR_EXTRACT_AHEAD *x) {
   delete x;
 }
 
-// Signals held back on the main thread while it makes files: one that came
-// while a file was being created would find it not yet recorded as made by
-// this run, and leave it behind. They are held over a few files at a time
-// (two system calls a file would cost more than the kernel's copy of a small
-// member), and let through before anything else: a status line, a member
-// done the one-at-a-time way, a wait.
-class SIGNAL_HOLD {
-public:
-  SIGNAL_HOLD() { sigfillset(&all_); }
-  // Before each file made; every few files the held signals are let through.
-  void before_file() {
-    if (on_ && ++files_ < FILES)
-      return;
-    release();
-    pthread_sigmask(SIG_BLOCK, &all_, &old_);
-    on_ = true;
-    files_ = 0;
-  }
-  void release() {
-    if (on_)
-      pthread_sigmask(SIG_SETMASK, &old_, nullptr);
-    on_ = false;
-  }
-
-private:
-  static constexpr unsigned FILES = 16;
-  sigset_t all_, old_;
-  bool on_ = false;
-  unsigned files_ = 0;
-};
-
-// The file-size limit's signal belongs to the member whose write crosses the
-// limit, at its turn: a write ahead that fails takes its signal back, and the
+// The main thread holds signals back while it makes files, and lets them
+// through before anything else: a status line, a member done the
+// one-at-a-time way, a wait. The file-size limit's signal belongs to the
+// member whose write crosses the limit, at its turn: a write ahead that fails takes its signal back, and the
 // member is written again at its turn, the signal let through.
 static void extract_ahead(ARCHIVE *ar, AR_EXTRACT_AHEAD *x, bool verbose) {
   FILE_WINDOW window;
@@ -380,7 +388,6 @@ static void extract_ahead(ARCHIVE *ar, AR_EXTRACT_AHEAD *x, bool verbose) {
       pause_briefly(idle);
     }
   }
-  hold.release();
   window_release(&window);
 }
 
