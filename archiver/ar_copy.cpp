@@ -3,6 +3,8 @@
 // member's file was looked at, or with pread(2) from the descriptor that was
 // checked then (or the archive's own locked one), so no path is opened again
 // between looking and copying. Large stretches are copied inside the kernel.
+#include <sys/sendfile.h>
+
 #include <cerrno>
 #include <unistd.h>
 
@@ -49,6 +51,26 @@ void ar_close_member_data(AR_MEMBER_DATA *data) {
 // kernel's copy would cost more than the copy saves.
 static constexpr uint64_t KERNEL_COPY_MIN = 128 * 1024;
 
+// Whether copy_file_range(2) has refused this run's files (another file
+// system, or a kernel without it). Once refused it is not asked again: every
+// member would pay a failed call, and sendfile(2) copies between any two
+// file systems inside the kernel as well.
+static bool copy_range_refused = false;
+
+// One kernel copy of up to `chunk` bytes from `offset` of `from` to the
+// current offset of `to`: the count, or -1 with errno.
+static ssize_t kernel_copy_chunk(int from, uint64_t offset, int to, size_t chunk) {
+  if (!copy_range_refused) {
+    loff_t in = static_cast<loff_t>(offset);
+    ssize_t n = copy_file_range(from, &in, to, nullptr, chunk, 0);
+    if (n >= 0 || (errno != EXDEV && errno != EINVAL && errno != EOPNOTSUPP && errno != ENOSYS))
+      return n;
+    copy_range_refused = true;
+  }
+  off_t in = static_cast<off_t>(offset);
+  return sendfile(to, from, &in, chunk);
+}
+
 // Copies inside the kernel, from `*offset` of `from` to the current end of
 // `to`, as far as the kernel will; the rest is left to the caller. The
 // stream is flushed first, and its idea of the file offset is set right
@@ -61,13 +83,12 @@ static uint64_t kernel_copy(int from, uint64_t *offset, FILE *to, uint64_t lengt
     return 0;
   uint64_t done = 0;
   while (done < length) {
-    loff_t in = static_cast<loff_t>(*offset + done);
     size_t chunk = length - done < (1u << 30) ? static_cast<size_t>(length - done) : 1u << 30;
-    ssize_t n = copy_file_range(from, &in, fileno(to), nullptr, chunk, 0);
+    ssize_t n = kernel_copy_chunk(from, *offset + done, fileno(to), chunk);
     if (n < 0 && errno == EINTR)
       continue;
     if (n <= 0)
-      break;  // refused (another file system, not a plain file) or short: read/write takes over
+      break;  // not a plain file, or short: read/write takes over
     done += static_cast<uint64_t>(n);
   }
   if (done > 0 && fseeko(to, start + static_cast<off_t>(done), SEEK_SET) != 0)
