@@ -1,15 +1,25 @@
 // Fuzzes object-file recognition and reading as the archive index uses them:
 // open_object on arbitrary bytes, then a walk over every symbol, touching each
 // property, and the information listing; then every listing (text and XML)
-// and a write of the object through the write pipeline, whose output, when
-// the write succeeds, is read and walked again.
+// and a write of the object through the write pipeline.
+//
+// The write has an oracle: when it succeeds, the output is read back and must
+// hold what was written (every section's name, type, flags and contents,
+// every symbol's name, value, binding and section, every relocation's offset,
+// type and symbol), and writing the copy again must give the same bytes. A
+// difference aborts, so the fuzzer keeps the input.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
+#include <vector>
 
-#include "objfile/of_file.h"
-#include "objfile/of_symbol.h"
 #include "fuzz/fuzz_support.h"
+#include "objfile/data_map.h"
+#include "objfile/of_file.h"
+#include "objfile/of_reloc.h"
+#include "objfile/of_section.h"
+#include "objfile/of_symbol.h"
 
 namespace {
 
@@ -27,25 +37,93 @@ void walk(OFE::OBJECT_FILE *object, FILE *sink) {
   }
 }
 
-// Writes the object into memory and reads the result back.
-void rewrite(OFE::OBJECT_FILE *object, FILE *sink) {
+// What a reader sees of an object, in one comparable text: the oracle's
+// model of the file.
+std::string model(OFE::OBJECT_FILE *object) {
+  std::string out;
+  char line[256];
+  if (OFE::OF_SECTION_TABLE *sections = object->get_section_table()) {
+    for (uint32_t i = 0; i < sections->get_count(); i++) {
+      OFE::OF_SECTION *s = sections->get_section(i);
+      if (!s)
+        continue;
+      snprintf(line, sizeof line, "section %u type %u flags %u size %u\n", s->get_index(), s->get_type(),
+               s->get_flags(), s->get_size());
+      out += "name " + s->get_name() + "\n" + line;
+      if (OFE::DATA_MAP *data = s->get_data()) {
+        uint64_t size = data->size();
+        if (const uint8_t *bytes = data->slice(0, size))
+          out.append(reinterpret_cast<const char *>(bytes), size);
+        else
+          out += "(unreadable)";
+        out += "\n";
+      }
+      for (uint32_t t = 0; t < s->get_reloc_table_count(); t++)
+        if (OFE::OF_RELOC_TABLE *relocs = s->get_reloc_table(t))
+          for (uint32_t r = 0; r < relocs->get_count(); r++)
+            if (OFE::OF_RELOC *reloc = relocs->get_reloc(r)) {
+              snprintf(line, sizeof line, "reloc %u type %u symbol %u\n", reloc->get_offset(), reloc->get_type(),
+                       reloc->get_symbol_index());
+              out += line;
+            }
+    }
+  }
+  if (OFE::OF_SYMBOL_TABLE *table = object->get_symbol_table()) {
+    for (uint32_t i = 0; i < table->get_count();) {
+      if (OFE::OF_SYMBOL *s = table->get_symbol(i)) {
+        snprintf(line, sizeof line, "symbol %u value %u binding %u section %u\n", i, s->get_value(),
+                 s->get_binding(), s->get_section_index());
+        out += "name " + s->get_name() + "\n" + line;
+      }
+      uint32_t next = table->next_index(i);
+      if (next <= i)
+        break;
+      i = next;
+    }
+  }
+  return out;
+}
+
+// Writes the object into memory; false when the write failed.
+bool write_to_memory(OFE::OBJECT_FILE *object, std::string &bytes) {
   CAPPED_OUTPUT output;
   FILE *out = capped_stream(output);
   if (!out)
-    return;
+    return false;
   int result = object->write(out);
   if (fclose(out) != 0)
     result = -1;
-  size_t length = output.bytes.size();
-  char *buffer = output.bytes.data();
-  if (result == 0 && length != 0)
-    if (FILE *in = fmemopen(buffer, length, "rb")) {
-      if (OFE::OBJECT_FILE *again = OFE::open_object(in, static_cast<uint32_t>(length), nullptr, nullptr)) {
-        walk(again, sink);
-        delete again;
-      }
-      fclose(in);
-    }
+  bytes = std::move(output.bytes);
+  return result == 0 && !bytes.empty();
+}
+
+[[noreturn]] void oracle_failed(const char *what) {
+  fprintf(stderr, "object oracle: %s\n", what);
+  abort();
+}
+
+// Writes the object, reads the result back and holds it to the oracle.
+void rewrite(OFE::OBJECT_FILE *object, FILE *sink) {
+  std::string first;
+  if (!write_to_memory(object, first))
+    return;
+  std::string written = model(object);
+  FILE *in = fmemopen(first.data(), first.size(), "rb");
+  if (!in)
+    return;
+  OFE::OBJECT_FILE *again = OFE::open_object(in, static_cast<uint32_t>(first.size()), nullptr, nullptr);
+  if (!again)
+    oracle_failed("a successful write is not an object");
+  walk(again, sink);
+  if (model(again) != written)
+    oracle_failed("the output reads back differently from what was written");
+  std::string second;
+  if (!write_to_memory(again, second))
+    oracle_failed("the output cannot be written again");
+  if (second != first)
+    oracle_failed("writing the output again gives other bytes");
+  delete again;
+  fclose(in);
 }
 
 }  // namespace
