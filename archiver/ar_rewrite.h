@@ -1,13 +1,10 @@
 // The rewrite transaction: how a complete new archive takes the old one's
 // place without the library's path ever holding less than a whole library.
 //
-// The new archive is written to an unnamed file in the library's directory
-// (see support/replacement_file.h). When it is complete it takes the old
-// file's mode, owner and group, is named and renamed over the library (the
-// file a symbolic link points to, so the link stays). A library with more
-// than one hard link is instead copied over the old file in place, so that
-// every link sees it; that copy is the one step that is not atomic (see
-// ar_rewrite.cpp). The archive's lock is held throughout.
+// The new archive is written as a replacement file (see
+// support/replacement_file.h) for the file the library's path leads to, so
+// a symbolic link stays a link, and takes the old library's place with its
+// mode, owner, group and hard links. The archive's lock is held throughout.
 #pragma once
 
 #include "support/fh_manager.h"
@@ -16,8 +13,6 @@
 struct AR_REWRITE {
   REPLACEMENT_FILE output;           // the new archive
   MANAGED_FILE *stream = nullptr;    // buffered writes to it
-  bool in_place = false;             // copying over the old file has begun
-  bool in_place_done = false;        // ... and ended
 };
 
 struct ARCHIVE;

@@ -11,25 +11,7 @@
 #include "archiver/ar_archive.h"
 #include "support/filename.h"
 #include "support/regular_file.h"
-
-// The file the path leads to: a rewrite replaces the target of a symbolic
-// link, not the link. A link that leads nowhere yet leads to where the new
-// library will be created.
-static std::string resolve(const char *path) {
-  char resolved[PATH_MAX];
-  if (realpath(path, resolved))
-    return resolved;
-  std::string p = path;
-  struct stat st;
-  for (int depth = 0; depth < 40 && lstat(p.c_str(), &st) == 0 && S_ISLNK(st.st_mode); depth++) {
-    ssize_t n = readlink(p.c_str(), resolved, sizeof resolved - 1);
-    if (n <= 0)
-      break;
-    std::string link(resolved, static_cast<size_t>(n));
-    p = link[0] == '/' || p.find('/') == std::string::npos ? link : directory_of(p) + "/" + link;
-  }
-  return p;
-}
+#include "support/replacement_file.h"
 
 // A file system without locks (some network and user-space ones) still
 // holds libraries: there the run goes ahead unlocked, as it always did.
@@ -50,7 +32,7 @@ static bool same_file(const struct stat &a, const struct stat &b) {
 AR_OPEN_RESULT ar_open_source(ARCHIVE *ar, const char *path, AR_ACCESS access) {
   int operation = access == AR_WRITE ? LOCK_EX : LOCK_SH;
   for (;;) {
-    std::string target = resolve(path);
+    std::string target = replacement_target(path);
     REGULAR_FILE file;
     switch (open_regular_file(target.c_str(), &file)) {
     case REGULAR_MISSING: {

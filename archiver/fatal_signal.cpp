@@ -6,6 +6,7 @@
 
 #include "archiver/driver.h"
 #include "archiver/stdout_buffer.h"
+#include "support/ending_signals.h"
 
 namespace {
 
@@ -62,13 +63,6 @@ void fatal_signal(int signal_number) {
   _exit(128 + signal_number);  // a default action that did not end the process
 }
 
-// The five with their own report, in the order they are installed.
-constexpr int REPORTED[] = {SIGILL, SIGABRT, SIGFPE, SIGSEGV, SIGTERM};
-// Every other signal whose default action ends the process.
-constexpr int TERMINATING[] = {SIGHUP,  SIGINT,    SIGQUIT, SIGPIPE, SIGBUS,  SIGTRAP, SIGSYS,
-                               SIGALRM, SIGUSR1,   SIGUSR2, SIGXCPU, SIGXFSZ, SIGVTALRM,
-                               SIGPROF, SIGSTKFLT, SIGPOLL, SIGPWR};
-
 }  // namespace
 
 void install_fatal_signal_handlers() {
@@ -79,11 +73,11 @@ void install_fatal_signal_handlers() {
   sigfillset(&action.sa_mask);
   // A fault inside the handler itself must not loop.
   action.sa_flags = SA_RESETHAND;
-  for (int s : REPORTED)
-    sigaction(s, &action, nullptr);
-  for (int s : TERMINATING) {
+  for (int s : ENDING_SIGNALS) {
+    // The five with their own report are caught even when ignored.
+    bool reported = s == SIGTERM || fault_description(s);
     struct sigaction old;
-    if (sigaction(s, nullptr, &old) == 0 && old.sa_handler == SIG_IGN)
+    if (!reported && sigaction(s, nullptr, &old) == 0 && old.sa_handler == SIG_IGN)
       continue;
     sigaction(s, &action, nullptr);
   }

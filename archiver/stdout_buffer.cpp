@@ -78,30 +78,8 @@ void out_write(const char *text, size_t length) {
     out_flush();
 }
 
-static bool is_control(unsigned char c) { return c < 0x20 || c == 0x7F; }
-
 void out_write_printable(const char *text) {
-  const char *p = text;
-  while (*p && !is_control(static_cast<unsigned char>(*p)))
-    p++;
-  if (!*p) {
-    out_write(text, static_cast<size_t>(p - text));
-    return;
-  }
   std::string escaped = printable(text);
   out_write(escaped.data(), escaped.size());
 }
 
-std::string printable(const char *text) {
-  std::string out;
-  for (const unsigned char *p = reinterpret_cast<const unsigned char *>(text); *p; p++) {
-    if (is_control(*p)) {
-      char escaped[8];
-      snprintf(escaped, sizeof escaped, "\\%03o", *p);
-      out += escaped;
-    } else {
-      out += static_cast<char>(*p);
-    }
-  }
-  return out;
-}

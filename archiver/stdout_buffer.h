@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <string>
 
+#include "support/printable.h"
+
 // Appends formatted text; flushed when the buffer fills, at exit, or at once
 // when standard output is a terminal.
 void out_printf(const char *format, ...) __attribute__((format(printf, 1, 2)));
@@ -22,7 +24,3 @@ void out_flush();
 // The same, for a signal handler: write(2) only.
 void out_flush_from_signal();
 
-// The text with every control character (bytes below 0x20 and 0x7F) written
-// as a backslash and three octal digits, so that names taken from an archive
-// cannot drive the terminal. Printable text comes back unchanged.
-std::string printable(const char *text);

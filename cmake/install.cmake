@@ -32,9 +32,14 @@ set(OFE_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ofe)
 install(TARGETS ofe EXPORT ofeTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   INCLUDES DESTINATION ${OFE_INCLUDE_DIR})
-# The headers include each other as "support/..." and "objfile/...".
+# The headers include each other as "support/..." and "objfile/...". The
+# archiver's support is not part of the library.
+set(ARCHIVER_SUPPORT_HEADERS "")
+foreach(name ${ARCHIVER_SUPPORT})
+  list(APPEND ARCHIVER_SUPPORT_HEADERS PATTERN ${name}.h EXCLUDE)
+endforeach()
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/support ${CMAKE_SOURCE_DIR}/objfile
-  DESTINATION ${OFE_INCLUDE_DIR} FILES_MATCHING PATTERN "*.h")
+  DESTINATION ${OFE_INCLUDE_DIR} FILES_MATCHING PATTERN "*.h" ${ARCHIVER_SUPPORT_HEADERS})
 install(EXPORT ofeTargets NAMESPACE ofe:: DESTINATION ${OFE_CMAKE_DIR})
 configure_package_config_file(${CMAKE_SOURCE_DIR}/cmake/ofeConfig.cmake.in
   ${CMAKE_BINARY_DIR}/ofeConfig.cmake INSTALL_DESTINATION ${OFE_CMAKE_DIR})

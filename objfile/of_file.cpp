@@ -5,6 +5,7 @@
 
 #include "objfile/of_section.h"
 #include "support/xml_writer.h"
+#include "support/printable.h"
 
 namespace OFE {
 
@@ -263,7 +264,7 @@ int OBJECT_FILE::attach_file(const OF_DESCRIPTOR &descriptor) {
 void OBJECT_FILE::print_info(FILE *stream) {
   auto row = [stream](const char *label, const char *value) { fprintf(stream, "  %-26s%s\n", label, value); };
   char buf[64];
-  row("File Name:", descriptor_.name.empty() ? "(unknown file)" : descriptor_.name.c_str());
+  row("File Name:", descriptor_.name.empty() ? "(unknown file)" : printable(descriptor_.name).c_str());
   std::string format = std::string(format_name(get_format())) + " Version " + format_version_name(get_format_version());
   row("Format:", format.c_str());
   row("File Type:", file_type_name(get_file_type()));

@@ -2,6 +2,7 @@
 
 #include "objfile/of_file.h"
 #include "support/xml_writer.h"
+#include "support/printable.h"
 
 namespace OFE {
 
@@ -61,12 +62,12 @@ bool OF_STRING_TABLE_MANAGER::find_string(const std::string &text, uint32_t *off
 }
 
 void OF_STRING_TABLE_MANAGER::dump(FILE *stream) {
-  fprintf(stream, "\n String Table \"%s\"\n\n", get_name().c_str());
+  fprintf(stream, "\n String Table \"%s\"\n\n", printable(get_name()).c_str());
   fprintf(stream, "  %-10s %s\n  %-10s %s\n", "offset", "string", "------", "------");
   for (uint64_t offset = get_first_offset(); offset < data_->size();) {
     data_->set_position(offset);
     const char *text = data_->read_cstring();
-    fprintf(stream, "  %-10llu \"%s\"\n", static_cast<unsigned long long>(offset), text);
+    fprintf(stream, "  %-10llu \"%s\"\n", static_cast<unsigned long long>(offset), printable(text).c_str());
     offset = data_->get_position();
   }
 }

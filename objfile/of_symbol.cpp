@@ -2,6 +2,7 @@
 
 #include "objfile/of_file.h"
 #include "objfile/of_section.h"
+#include "support/printable.h"
 
 namespace OFE {
 
@@ -172,7 +173,7 @@ void OF_SYMBOL_TABLE::unload_all() {
 }
 
 void OF_SYMBOL_TABLE::dump(FILE *stream) {
-  fprintf(stream, "\n Symbol Table \"%s\"\n\n", get_name().c_str());
+  fprintf(stream, "\n Symbol Table \"%s\"\n\n", printable(get_name()).c_str());
   const char *row = "  %-24s %-10s %-9s %-7s %-7s %s\n";
   fprintf(stream, row, "name", "value", "kind", "section", "binding", "type");
   fprintf(stream, row, "----", "-----", "----", "-------", "-------", "----");
@@ -187,11 +188,12 @@ void OF_SYMBOL_TABLE::dump(FILE *stream) {
     if (defined)
       snprintf(section, sizeof section, "%u", symbol->get_section_index());
     const std::string &name = symbol->get_name();
-    fprintf(stream, row, name.empty() ? "(no name)" : name.c_str(), value, symbol_kind_name(symbol->get_kind()),
-            section, symbol_binding_name(symbol->get_binding()), symbol_type_name(symbol->get_type()));
+    fprintf(stream, row, name.empty() ? "(no name)" : printable(name).c_str(), value,
+            symbol_kind_name(symbol->get_kind()), section, symbol_binding_name(symbol->get_binding()),
+            symbol_type_name(symbol->get_type()));
     if (defined) {
       OF_SECTION *s = sections ? sections->get_section(symbol->get_section_index()) : nullptr;
-      fprintf(stream, "      defined in section \"%s\" (%u)\n", s ? s->get_name().c_str() : "",
+      fprintf(stream, "      defined in section \"%s\" (%u)\n", s ? printable(s->get_name()).c_str() : "",
               symbol->get_section_index());
     }
   }

@@ -4,9 +4,9 @@
 // The input is opened with open_object, every table is loaded, the edits are
 // applied in the order given through the library's own setters (a refused
 // edit prints the library's message), and the result is written through the
-// write pipeline into a temporary file beside the output, which replaces the
-// output only when it is complete. Any error: exit status 1 and the output
-// neither created nor changed.
+// write pipeline into a new file that takes the output's place, keeping its
+// identity, only when it is complete (as the archiver replaces a library).
+// Any error: exit status 1 and the output neither created nor changed.
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -209,7 +209,7 @@ int main(int argc, char **argv) {
     if (!apply(object, edit) || reports.errors != 0)
       return 1;
 
-  tools::ATOMIC_OUTPUT output(files[1]);
+  tools::OUTPUT_FILE output(files[1]);
   FILE *stream = output.open();
   if (!stream)
     return 1;

@@ -10,6 +10,7 @@
 // be read, the remaining files are still listed, and the exit status is 1.
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -17,6 +18,7 @@
 
 #include "archiver/ar_archive.h"
 #include "objfile/of_file.h"
+#include "support/printable.h"
 #include "support/user_msg.h"
 #include "support/xml_writer.h"
 #include "tools/tool_support.h"
@@ -159,7 +161,7 @@ private:
     }
     rewind(stream);
     if (!options_.xml)
-      printf("\nFile: %s\n", path.c_str());
+      printf("\nFile: %s\n", printable(path).c_str());
     bool ok = list_object(stream, 0, path, false);
     fclose(stream);
     return ok;
@@ -171,7 +173,7 @@ private:
     if (options_.xml)
       xml_.open("archive", {{"name", path}});
     else
-      printf("\nArchive: %s\n", path.c_str());
+      printf("\nArchive: %s\n", printable(path).c_str());
     // A damaged member list still lists the members read before the damage.
     if (ar_test_magic(ar) && ar_read_special_members(ar, false))
       (void)ar_load_members(ar);
@@ -200,7 +202,7 @@ private:
       if (options_.xml)
         xml_.open("member", {{"name", m->name}, {"offset", XML_WRITER::hex(static_cast<uint32_t>(m->data_offset))}});
       else
-        printf("\nFile: %s\n", name.c_str());
+        printf("\nFile: %s\n", printable(name).c_str());
       ok = (stream ? list_object(stream, m->size, name, true) : list_not_object()) && ok;
       if (stream)
         fclose(stream);
@@ -256,11 +258,50 @@ private:
   XML_WRITER xml_;
 };
 
+// A listing cut short (a full disk, a reader that went away while the
+// broken-pipe signal is ignored) is a failure, not a success. stdio keeps
+// only that a write failed, so standard output goes through a stream that
+// also keeps why.
+int output_error = 0;
+
+ssize_t write_output(void *, const char *data, size_t size) {
+  size_t done = 0;
+  while (done < size) {
+    ssize_t n = write(STDOUT_FILENO, data + done, size - done);
+    if (n < 0 && errno == EINTR)
+      continue;
+    if (n <= 0) {
+      if (!output_error)
+        output_error = n < 0 ? errno : EIO;
+      return done ? static_cast<ssize_t>(done) : -1;
+    }
+    done += static_cast<size_t>(n);
+  }
+  return static_cast<ssize_t>(done);
+}
+
+void keep_output_errors() {
+  cookie_io_functions_t io = {nullptr, write_output, nullptr, nullptr};
+  if (FILE *out = fopencookie(nullptr, "w", io)) {
+    setvbuf(out, nullptr, isatty(STDOUT_FILENO) ? _IOLBF : _IOFBF, 1 << 16);
+    stdout = out;
+  }
+}
+
+bool output_written() {
+  if (fflush(stdout) == 0 && !ferror(stdout) && !output_error)
+    return true;
+  msg().error("cannot write standard output: %s", strerror(output_error ? output_error : EIO));
+  return false;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
   OPTIONS options = parse(argc, argv);
+  keep_output_errors();
   // A damaged library may report many errors; every file is still listed.
   msg().set_error_limit(0x7FFFFFFF);
-  return LISTER(options).run() ? 0 : 1;
+  bool ok = LISTER(options).run();
+  return output_written() && ok ? 0 : 1;
 }

@@ -8,23 +8,26 @@
 #include <cerrno>
 #include <cstring>
 
+#include "support/ending_signals.h"
 #include "support/user_msg.h"
 
 namespace tools {
 
 namespace {
 
-// The temporary output for the signal handler; a fixed buffer, since the
-// handler may only call async-signal-safe functions.
-char pending_temporary[4096];
+// The output being written, for the signal handler.
+REPLACEMENT_FILE *volatile pending_output = nullptr;
 
 void cleanup_and_reraise(int signal_number) {
-  if (pending_temporary[0])
-    unlink(pending_temporary);
-  struct sigaction action = {};
-  action.sa_handler = SIG_DFL;
-  sigaction(signal_number, &action, nullptr);
+  if (REPLACEMENT_FILE *file = pending_output)
+    replacement_discard(file);
+  // The default action, now that the handler is gone (SA_RESETHAND).
+  sigset_t only;
+  sigemptyset(&only);
+  sigaddset(&only, signal_number);
+  sigprocmask(SIG_UNBLOCK, &only, nullptr);
   raise(signal_number);
+  _exit(128 + signal_number);
 }
 
 }  // namespace
@@ -32,9 +35,14 @@ void cleanup_and_reraise(int signal_number) {
 void install_signal_cleanup() {
   struct sigaction action = {};
   action.sa_handler = cleanup_and_reraise;
-  sigemptyset(&action.sa_mask);
-  for (int s : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM})
-    sigaction(s, &action, nullptr);
+  sigfillset(&action.sa_mask);
+  action.sa_flags = SA_RESETHAND;
+  // A signal ignored when the process starts stays ignored.
+  for (int s : ENDING_SIGNALS) {
+    struct sigaction old;
+    if (sigaction(s, nullptr, &old) == 0 && old.sa_handler != SIG_IGN)
+      sigaction(s, &action, nullptr);
+  }
 }
 
 OFE::OF_ERROR_HANDLER reporting_handler(REPORTS &reports) {
@@ -86,68 +94,50 @@ bool open_object_file(const char *path, REPORTS &reports, OPENED_OBJECT &opened)
   return true;
 }
 
-ATOMIC_OUTPUT::~ATOMIC_OUTPUT() { discard(); }
+OUTPUT_FILE::~OUTPUT_FILE() {
+  if (stream_)
+    fclose(stream_);
+  pending_output = nullptr;
+  replacement_discard(&file_);
+  replacement_close(&file_);
+}
 
-FILE *ATOMIC_OUTPUT::open() {
-  std::string directory = ".";
-  if (size_t slash = path_.rfind('/'); slash != std::string::npos)
-    directory = slash == 0 ? "/" : path_.substr(0, slash);
-  std::string base = path_.substr(path_.rfind('/') == std::string::npos ? 0 : path_.rfind('/') + 1);
-  std::string pattern = directory + "/." + base + ".XXXXXX";
-  int fd = mkstemp(pattern.data());
-  if (fd < 0) {
-    USER_MSG::instance().error("cannot create '%s': %s", path_.c_str(), strerror(errno));
+FILE *OUTPUT_FILE::open() {
+  target_ = replacement_target(path_.c_str());
+  replaces_ = stat(target_.c_str(), &old_) == 0;
+  if (replaces_ && !S_ISREG(old_.st_mode)) {
+    USER_MSG::instance().error("'%s' is not a regular file", path_.c_str());
     return nullptr;
   }
-  temporary_ = pattern;
-  snprintf(pending_temporary, sizeof pending_temporary, "%s", temporary_.c_str());
-  // A new file gets the usual mode; a replaced one keeps its own.
-  struct stat st;
-  mode_t mode;
-  if (stat(path_.c_str(), &st) == 0) {
-    mode = st.st_mode & 07777;
-  } else {
-    mode_t mask = umask(0);
-    umask(mask);
-    mode = 0666 & ~mask;
-  }
-  (void)fchmod(fd, mode);
-  stream_ = fdopen(fd, "wb");
-  if (!stream_) {
+  pending_output = &file_;
+  int fd = -1;
+  if (replacement_create(&file_, target_.c_str()) && (fd = dup(file_.fd)) >= 0 && (stream_ = fdopen(fd, "wb")))
+    return stream_;
+  int error = errno;
+  if (fd >= 0)
     close(fd);
-    USER_MSG::instance().error("cannot create '%s': %s", path_.c_str(), strerror(errno));
-    discard();
-  }
-  return stream_;
+  USER_MSG::instance().error("cannot create '%s': %s", path_.c_str(), strerror(error));
+  return nullptr;
 }
 
-bool ATOMIC_OUTPUT::commit() {
-  bool ok = stream_ && fflush(stream_) == 0;
-  if (stream_ && fclose(stream_) != 0)
-    ok = false;
+bool OUTPUT_FILE::commit() {
+  FILE *stream = stream_;
   stream_ = nullptr;
-  if (ok && rename(temporary_.c_str(), path_.c_str()) != 0)
+  bool ok = fflush(stream) == 0;
+  int error = errno;
+  if (fclose(stream) != 0 && ok) {
     ok = false;
+    error = errno;
+  }
+  if (ok) {
+    ok = replacement_install(&file_, target_.c_str(), replaces_ ? &old_ : nullptr) == REPLACE_DONE;
+    error = errno;
+  }
   if (!ok) {
-    USER_MSG::instance().error("cannot write '%s': %s", path_.c_str(), strerror(errno));
-    discard();
-    return false;
+    USER_MSG::instance().error("cannot write '%s': %s", path_.c_str(), strerror(error));
+    replacement_discard(&file_);  // the process may end without unwinding
   }
-  temporary_.clear();
-  pending_temporary[0] = '\0';
-  return true;
-}
-
-void ATOMIC_OUTPUT::discard() {
-  if (stream_) {
-    fclose(stream_);
-    stream_ = nullptr;
-  }
-  if (!temporary_.empty()) {
-    unlink(temporary_.c_str());
-    temporary_.clear();
-  }
-  pending_temporary[0] = '\0';
+  return ok;
 }
 
 }  // namespace tools

@@ -1,14 +1,16 @@
 // What the object-file tools (ofecopy, ofedump) share: reporting the
 // library's errors through USER_MSG, opening an object, and writing an
-// output file that appears whole or not at all.
+// output file the way the archiver writes a library.
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <sys/stat.h>
 
 #include "objfile/of_file.h"
+#include "support/replacement_file.h"
 
 namespace tools {
 
@@ -38,28 +40,30 @@ FILE *open_input_file(const char *path);
 // read or is not an object.
 bool open_object_file(const char *path, REPORTS &reports, OPENED_OBJECT &opened);
 
-// An output file written under a temporary name beside its final path and
-// renamed over it only when complete; removed on failure and on a
-// terminating signal. The final file keeps an existing file's mode.
-class ATOMIC_OUTPUT {
+// The output file, written as a replacement (support/replacement_file.h) for
+// the file the path leads to: it appears whole or not at all, and keeps the
+// old file's mode, owner, group and links. A FIFO, device or directory at
+// the path is refused rather than replaced.
+class OUTPUT_FILE {
 public:
-  explicit ATOMIC_OUTPUT(std::string path) : path_(std::move(path)) {}
-  ~ATOMIC_OUTPUT();
+  explicit OUTPUT_FILE(std::string path) : path_(std::move(path)) {}
+  ~OUTPUT_FILE();
   // The stream to write to; null with a message when it cannot be made.
   FILE *open();
-  // Flushes and renames into place; false with a message on failure.
-  bool commit();
-  // Removes the temporary file.
-  void discard();
+  // Flushes and puts the file in place; false with a message on failure.
+  [[nodiscard]] bool commit();
 
 private:
-  std::string path_;
-  std::string temporary_;
+  std::string path_;    // as given, for the messages
+  std::string target_;  // symbolic links resolved
+  struct stat old_ = {};
+  bool replaces_ = false;  // a file stands at the target
+  REPLACEMENT_FILE file_;
   FILE *stream_ = nullptr;
 };
 
-// Ends the process the conventional way for a terminating signal after
-// removing the temporary output, if any.
+// Removes an unfinished output on every signal that ends the process, then
+// ends it as that signal does.
 void install_signal_cleanup();
 
 }  // namespace tools

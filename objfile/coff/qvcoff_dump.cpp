@@ -10,6 +10,7 @@
 #include "objfile/coff/qvcoff_symbol.h"
 #include "objfile/of_build_attr.h"
 #include "objfile/coff/qvcoff_xml.h"
+#include "support/printable.h"
 
 namespace OFE {
 
@@ -68,7 +69,7 @@ void QVCOFF_FILE::dump_format(FILE *stream) {
       s->dump(stream);
     if (is_dump_selected(OF_DUMP_RAWDATA))
       if (DATA_MAP *data = s->get_data(); data && data->size()) {
-        fprintf(stream, "\n Raw Data of Section %u (\"%s\")\n\n", i, s->get_name().c_str());
+        fprintf(stream, "\n Raw Data of Section %u (\"%s\")\n\n", i, printable(s->get_name()).c_str());
         data->set_position(0);
         (void)data->dump_hex(stream, data->size());
       }

@@ -4,6 +4,7 @@
 #include "objfile/coff/qvcoff_section.h"
 #include "objfile/of_symbol.h"
 #include "support/xml_writer.h"
+#include "support/printable.h"
 
 namespace OFE {
 
@@ -89,13 +90,14 @@ bool QVCOFF_GROUP_TABLE::encode() {
 
 void QVCOFF_GROUP_TABLE::dump(FILE *stream) {
   OF_SYMBOL *signature = get_signature();
-  fprintf(stream, "\n Group \"%s\"\n\n", get_name().c_str());
+  fprintf(stream, "\n Group \"%s\"\n\n", printable(get_name()).c_str());
   fprintf(stream, "  %-26s%s\n", "Kind:", get_kind_name());
   fprintf(stream, "  %-26s%u\n", "Flag:", flag_ ? 1 : 0);
-  fprintf(stream, "  %-26s%u \"%s\"\n", "Signature:", signature_, signature ? signature->get_name().c_str() : "");
+  fprintf(stream, "  %-26s%u \"%s\"\n", "Signature:", signature_,
+          signature ? printable(signature->get_name()).c_str() : "");
   for (uint32_t i = 0; i < members_.size(); i++) {
     OF_SECTION *member = get_member(i);
-    fprintf(stream, "  %-26s%u \"%s\"\n", "Member:", members_[i], member ? member->get_name().c_str() : "");
+    fprintf(stream, "  %-26s%u \"%s\"\n", "Member:", members_[i], member ? printable(member->get_name()).c_str() : "");
   }
 }
 

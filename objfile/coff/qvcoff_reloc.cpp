@@ -4,6 +4,7 @@
 #include "objfile/coff/qvcoff_section.h"
 #include "objfile/coff/qvcoff_symbol.h"
 #include "objfile/coff/qvcoff_xml.h"
+#include "support/printable.h"
 
 namespace OFE {
 
@@ -190,7 +191,7 @@ std::vector<uint8_t> QVCOFF_RELOC_TABLE::encode(uint32_t count) {
 void QVCOFF_RELOC_TABLE::dump(FILE *stream) {
   load();
   fprintf(stream, "\n Relocation Table for Section %u (\"%s\")\n\n", section_->get_index(),
-          section_->get_name().c_str());
+          printable(section_->get_name()).c_str());
   for (uint32_t i = 0; i < entries_.size(); i++) {
     QVCOFF_RELOC &e = entries_[i];
     const OF_RELOC_TYPE_INFO *info = e.get_type_info();
@@ -203,7 +204,7 @@ void QVCOFF_RELOC_TABLE::dump(FILE *stream) {
       fprintf(stream, "  %-26s%u\n", "Type:", e.type_);
     if (e.refers_to_symbol()) {
       OF_SYMBOL *symbol = e.get_symbol();
-      fprintf(stream, "  %-26s%u \"%s\"\n", "Symbol:", e.symndx_, symbol ? symbol->get_name().c_str() : "");
+      fprintf(stream, "  %-26s%u \"%s\"\n", "Symbol:", e.symndx_, symbol ? printable(symbol->get_name()).c_str() : "");
     }
     if (properties & OF_RELOC_OPERAND_VALUE) {
       if (e.type_ == R_OPERAND_DECIMAL)

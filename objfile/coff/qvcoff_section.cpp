@@ -7,6 +7,7 @@
 #include "objfile/coff/qvcoff_string.h"
 #include "support/name_table.h"
 #include "objfile/coff/qvcoff_xml.h"
+#include "support/printable.h"
 
 namespace OFE {
 
@@ -230,8 +231,8 @@ void QVCOFF_SECTION::dump(FILE *stream) {
     snprintf(buf, sizeof buf, "0x%08x", v);
     return std::string(buf);
   };
-  fprintf(stream, "\n Section %u (\"%s\")\n\n", index_, get_name().c_str());
-  row("Name:", get_name());
+  fprintf(stream, "\n Section %u (\"%s\")\n\n", index_, printable(get_name()).c_str());
+  row("Name:", printable(get_name()));
   row("Index:", std::to_string(index_));
   row("Physical Address:", hex(header_.s_paddr));
   row("Virtual Address:", hex(header_.s_vaddr));

@@ -19,6 +19,7 @@
 #include "objfile/of_build_attr.h"
 #include "objfile/elf/elf_verdef.h"
 #include "objfile/elf/elf_verneed.h"
+#include "support/printable.h"
 
 namespace OFE {
 
@@ -76,7 +77,7 @@ std::string symbol_shndx_name(const ELF_SYMBOL &symbol) {
 
 void ELF_SYMBOL_TABLE::dump(FILE *stream) {
   bool dynamic = section_->get_type() == SHT_DYNSYM;
-  fprintf(stream, "\n Symbol Table \"%s\"\n\n", get_name().c_str());
+  fprintf(stream, "\n Symbol Table \"%s\"\n\n", printable(get_name()).c_str());
   fprintf(stream, "  %6s %-10s %10s %-12s %-11s %-14s %-10s ", "Index", "Value", "Size", "Type", "Binding",
           "Visibility", "Shndx");
   if (dynamic)
@@ -93,7 +94,8 @@ void ELF_SYMBOL_TABLE::dump(FILE *stream) {
             elf_visibility_name(r.st_other & 3), symbol_shndx_name(*symbol).c_str());
     if (dynamic)
       fprintf(stream, "%-18s ", elf_version_index_name(symbol->get_version_index()).c_str());
-    fprintf(stream, "\"%s\" \"%s\"\n", symbol_section_name(sections, *symbol).c_str(), symbol->get_name().c_str());
+    fprintf(stream, "\"%s\" \"%s\"\n", printable(symbol_section_name(sections, *symbol)).c_str(),
+            printable(symbol->get_name()).c_str());
   }
 }
 
@@ -118,7 +120,7 @@ void ELF_FILE::dump_format(FILE *stream) {
     ELF_SECTION *section = sections->get_section(i);
     uint32_t type = section->get_type();
     if (is_dump_selected(OF_DUMP_RAWDATA) && type != SHT_NOBITS && section->get_size() != 0) {
-      fprintf(stream, "\n Raw Data of Section %u \"%s\"\n\n", i, section->get_name().c_str());
+      fprintf(stream, "\n Raw Data of Section %u \"%s\"\n\n", i, printable(section->get_name()).c_str());
       DATA_MAP *data = section->get_data();
       data->set_position(0);
       data->dump_hex(stream, data->size());
@@ -416,9 +418,9 @@ void ELF_FILE::dump_image(FILE *stream, XML_WRITER *xml) {
                             {"needed", r.needed}});
     xml->close();
   } else if (versym) {
-    fprintf(stream, "\n Version Symbols in \"%s\"\n\n", versym->get_name().c_str());
+    fprintf(stream, "\n Version Symbols in \"%s\"\n\n", printable(versym->get_name()).c_str());
     for (const VERSYM_ROW &r : rows) {
-      fprintf(stream, "  [%u] %s\n", r.index, r.symbol.c_str());
+      fprintf(stream, "  [%u] %s\n", r.index, printable(r.symbol).c_str());
       row(stream, "Version Index:", elf_version_index_name(r.version).c_str());
       if (!r.defined.empty())
         row(stream, "Version Defined:", r.defined.c_str());

@@ -6,6 +6,7 @@
 #include "objfile/elf/elf_string.h"
 #include "objfile/elf/elf_types.h"
 #include "support/xml_writer.h"
+#include "support/printable.h"
 
 namespace OFE {
 
@@ -212,7 +213,7 @@ void ELF_DYNAMIC_TABLE::dump(FILE *stream) {
   ELF_SECTION *s = get_section(false);
   if (!s)
     return;
-  fprintf(stream, "\n Dynamic Information in \"%s\"\n\n", s->get_name().c_str());
+  fprintf(stream, "\n Dynamic Information in \"%s\"\n\n", printable(s->get_name()).c_str());
   ELF_SECTION *strings = get_string_section(false);
   ELF_STRING_TABLE *names = strings ? file_->get_string_table_of(strings->get_index()) : nullptr;
   for (auto &e : entries_) {

@@ -4,6 +4,7 @@
 #include "objfile/elf/elf_section.h"
 #include "objfile/elf/elf_symbol.h"
 #include "objfile/elf/elf_types.h"
+#include "support/printable.h"
 
 namespace OFE {
 
@@ -112,15 +113,15 @@ bool ELF_GROUP_TABLE::write() {
 void ELF_GROUP_TABLE::dump(FILE *stream) {
   load();
   OF_SYMBOL *signature = get_signature();
-  fprintf(stream, "\n Group \"%s\" in section %u\n\n", get_name().c_str(), section_->get_index());
+  fprintf(stream, "\n Group \"%s\" in section %u\n\n", printable(get_name()).c_str(), section_->get_index());
   fprintf(stream, "  %-26s0x%08x\n", "Flags:", flags_);
   if (flags_ & GRP_COMDAT)
     fprintf(stream, "  %-26s%s\n", "Flag:", flag_name(GRP_COMDAT));
   fprintf(stream, "  %-26s%u \"%s\"\n", "Signature:", section_->header().sh_info,
-          signature ? signature->get_name().c_str() : "");
+          signature ? printable(signature->get_name()).c_str() : "");
   for (uint32_t i = 0; i < members_.size(); i++) {
     OF_SECTION *member = get_member(i);
-    fprintf(stream, "  %-26s%u \"%s\"\n", "Member:", members_[i], member ? member->get_name().c_str() : "");
+    fprintf(stream, "  %-26s%u \"%s\"\n", "Member:", members_[i], member ? printable(member->get_name()).c_str() : "");
   }
 }
 

@@ -4,6 +4,7 @@
 #include "objfile/elf/elf_section.h"
 #include "objfile/elf/elf_symbol.h"
 #include "objfile/elf/elf_types.h"
+#include "support/printable.h"
 
 namespace OFE {
 
@@ -157,8 +158,8 @@ void ELF_RELOC_TABLE::write() {
 
 void ELF_RELOC_TABLE::dump(FILE *stream) {
   ELF_SECTION *target = get_target();
-  fprintf(stream, "\n Relocation Table \"%s\" for \"%s\"\n\n", section_->get_name().c_str(),
-          target ? target->get_name().c_str() : "");
+  fprintf(stream, "\n Relocation Table \"%s\" for \"%s\"\n\n", printable(section_->get_name()).c_str(),
+          target ? printable(target->get_name()).c_str() : "");
   const OF_MACHINE_DB *db = get_file()->get_machine_db();
   for (uint32_t i = 0; i < get_count(); i++) {
     ELF_RELOC &entry = entries_[i];
@@ -172,11 +173,11 @@ void ELF_RELOC_TABLE::dump(FILE *stream) {
     else
       fprintf(stream, "  %-26s%u\n", "Type:", entry.get_type());
     fprintf(stream, "  %-26s%u \"%s\"", "Symbol:", entry.get_symbol_index(),
-            symbol ? symbol->get_name().c_str() : "");
+            symbol ? printable(symbol->get_name()).c_str() : "");
     // A section symbol has no name of its own: the section it stands for.
     if (symbol && symbol->get_type() == OF_TYPE_SECTION && symbol->is_defined_in_section()) {
       ELF_SECTION *section = get_file()->get_section_table()->get_section(symbol->get_section_index());
-      fprintf(stream, " section \"%s\"", section ? section->get_name().c_str() : "");
+      fprintf(stream, " section \"%s\"", section ? printable(section->get_name()).c_str() : "");
     }
     fputc('\n', stream);
     if (symbol)

@@ -8,6 +8,7 @@
 #include "objfile/elf/elf_string.h"
 #include "objfile/elf/elf_symbol.h"
 #include "objfile/elf/elf_types.h"
+#include "support/printable.h"
 
 namespace OFE {
 
@@ -207,7 +208,7 @@ void ELF_SECTION::dump(FILE *stream) {
     return std::string(text);
   };
   ELF_FILE *file = get_file();
-  fprintf(stream, "\n Section %u \"%s\"\n\n", index_, get_name().c_str());
+  fprintf(stream, "\n Section %u \"%s\"\n\n", index_, printable(get_name()).c_str());
   row("Section Type:", elf_section_type_name(file, header_.sh_type));
   row("Address:", num("0x%08x", header_.sh_addr));
   row("Offset:", num("0x%08x", header_.sh_offset));

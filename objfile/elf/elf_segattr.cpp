@@ -5,6 +5,7 @@
 #include "objfile/elf/elf32_rw.h"
 #include "objfile/elf/elf_file.h"
 #include "objfile/elf/elf_section.h"
+#include "support/printable.h"
 
 namespace OFE {
 
@@ -102,7 +103,8 @@ void ELF_SEG_ATTR_DB::dump(FILE *stream) {
   ELF_SECTION *s = sections ? sections->find_section_by_type(SHT_QV_PHATTRS) : nullptr;
   if (!s && attributes_.empty())
     return;
-  fprintf(stream, "\n Segment Attributes in \"%s\"\n\n", s ? s->get_name().c_str() : ELF_SEG_ATTR_SECTION_NAME);
+  fprintf(stream, "\n Segment Attributes in \"%s\"\n\n",
+          s ? printable(s->get_name()).c_str() : ELF_SEG_ATTR_SECTION_NAME);
   for (const ELF_SEG_ATTR &a : attributes_)
     fprintf(stream, "  <%u>  %-26s%s (%d)\n", a.segment, "Attribute:", elf_seg_attr_name(a.code).c_str(),
             static_cast<int>(a.value));

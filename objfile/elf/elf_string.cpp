@@ -5,6 +5,7 @@
 #include "objfile/elf/elf_symbol.h"
 #include "objfile/elf/elf_types.h"
 #include "support/xml_writer.h"
+#include "support/printable.h"
 
 namespace OFE {
 
@@ -138,7 +139,7 @@ void ELF_SYMBOL_HASH::walk(const std::function<void(uint32_t bucket)> &row,
 }
 
 void ELF_SYMBOL_HASH::dump(FILE *stream) {
-  fprintf(stream, " Symbol Hash Table in \"%s\"\n\n\n", section_->get_name().c_str());
+  fprintf(stream, " Symbol Hash Table in \"%s\"\n\n\n", printable(section_->get_name()).c_str());
   fprintf(stream, "  %-8s %s\n  %-8s %s\n", "Row", "Symbol Name(s)", "---", "--------------");
   bool open_row = false;
   const char *separator = "";
@@ -149,7 +150,7 @@ void ELF_SYMBOL_HASH::dump(FILE *stream) {
         separator = "";
       },
       [&](uint32_t, const std::string &name) {
-        fprintf(stream, "%s\"%s\"", separator, name.c_str());
+        fprintf(stream, "%s\"%s\"", separator, printable(name).c_str());
         separator = ", ";
       });
   if (open_row)

@@ -2,6 +2,7 @@
 
 #include "objfile/elf/elf_section.h"
 #include "support/xml_writer.h"
+#include "support/printable.h"
 
 namespace OFE {
 
@@ -39,7 +40,7 @@ const ELF_VERDEF *ELF_VERDEF_TABLE::find_index(uint16_t index) const {
 void ELF_VERDEF_TABLE::dump(FILE *stream) {
   if (!section_)
     return;
-  fprintf(stream, "\n Version Definition Records in \"%s\"\n\n", section_->get_name().c_str());
+  fprintf(stream, "\n Version Definition Records in \"%s\"\n\n", printable(section_->get_name()).c_str());
   for (const ELF_VERDEF &d : entries_) {
     fprintf(stream, "  %-26s%s\n", "Version:", elf_verdef_version_name(d.version).c_str());
     fprintf(stream, "  %-26s%u\n", "Index:", d.index);

@@ -2,6 +2,7 @@
 
 #include "objfile/elf/elf_section.h"
 #include "support/xml_writer.h"
+#include "support/printable.h"
 
 namespace OFE {
 
@@ -19,7 +20,7 @@ const ELF_VNDEP *ELF_VERNEED_TABLE::find_index(uint16_t index, const ELF_VERNEED
 void ELF_VERNEED_TABLE::dump(FILE *stream) {
   if (!section_)
     return;
-  fprintf(stream, "\n Version Needed Records in \"%s\"\n\n", section_->get_name().c_str());
+  fprintf(stream, "\n Version Needed Records in \"%s\"\n\n", printable(section_->get_name()).c_str());
   for (const ELF_VERNEED &n : entries_) {
     fprintf(stream, "  %-26s%s\n", "Version:", elf_verdef_version_name(n.version).c_str());
     fprintf(stream, "  %-26s%s\n", "File:", n.file.text.c_str());

@@ -74,3 +74,22 @@ TEST(LibraryIdentity, EveryHardLinkSeesTheNewContents) {
   EXPECT_EQ(status_of(dir / "lib.lib").st_ino, inode);
   EXPECT_EQ(status_of(dir / "lib.lib").st_nlink, 2u);
 }
+
+// A directory that takes no new file has no room for the new library beside
+// the old one; a library its writer may write is then copied over in place.
+TEST(LibraryIdentity, ADirectoryThatTakesNoNewFileStillLetsAWritableLibraryBeRewritten) {
+  ASSERT_EQ(geteuid(), 0u) << "the case drops privileges: run the tests as root";
+  TEMP_DIR dir;
+  ASSERT_EQ(chmod(dir.path().c_str(), 0755), 0);
+  dir.write("locked/lib.lib", OLD_IMAGE);
+  write_dated(dir, "locked/f.obj", "FF", T1);
+  for (const char *name : {"locked/lib.lib", "locked/f.obj"})
+    ASSERT_EQ(chown((dir / name).c_str(), 65534, 65534), 0);
+  ASSERT_EQ(chmod((dir / "locked").c_str(), 0555), 0);
+  RUN_RESULT r = arvela({"rq", "lib.lib", "f.obj"}, dir / "locked",
+                        {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
+  EXPECT_EQ(r.status, 0) << r.out << r.err;
+  EXPECT_EQ(dir.read("locked/lib.lib"), NEW_IMAGE);
+  EXPECT_EQ(entries(dir / "locked"), "f.obj lib.lib");
+  ASSERT_EQ(chmod((dir / "locked").c_str(), 0755), 0);
+}

@@ -42,6 +42,13 @@ layout)
   extra=$(cd "$prefix/include/ofe" && find . -type f ! -name '*.h')
   [ -z "$extra" ] || fail "not headers: $extra"
   [ ! -e "$prefix/include/ofe/archiver" ] || fail "archiver headers installed"
+  # The library holds only the support it uses, not the archiver's.
+  for h in fh_manager regular_file replacement_file zalloc; do
+    [ ! -e "$prefix/include/ofe/support/$h.h" ] || fail "archiver support header $h.h installed"
+  done
+  if nm --defined-only -C "$prefix/lib/libofe.a" | grep -q 'managed_open\|replacement_create\|POOL::'; then
+    fail "libofe.a holds the archiver's support"
+  fi
   # Every installed tool has its page and every page its tool.
   tools=$(ls "$prefix/bin") pages=$(cd "$prefix/share/man/man1" && ls | sed 's/\.1$//')
   [ "$tools" = "$pages" ] || fail "tools ($tools) and manual pages ($pages) differ"

@@ -5,9 +5,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <thread>
+#include <unistd.h>
 
 #include "common/process.h"
 #include "tools/readelf_view.h"
@@ -152,6 +157,125 @@ TEST_F(Ofecopy, TheInputMayBeTheOutputAndKeepsItsMode) {
   EXPECT_NE(symbol_row("in.o", "f").find(" WEAK "), std::string::npos);
   EXPECT_EQ(std::filesystem::status(dir / "in.o").permissions(), std::filesystem::perms(0640));
   EXPECT_EQ(entries(dir.path()), "in.o in.s");
+}
+
+// The output is written the way the archiver writes a library: the file a
+// symbolic link leads to is replaced and the link stays; every hard link,
+// the owner and the group see the new file; a directory that takes no new
+// file still lets a writable output be rewritten; a name of 250 bytes is
+// fine; and what is not a plain file is refused, not replaced.
+TEST_F(Ofecopy, TheOutputKeepsItsIdentity) {
+  ASSERT_EQ(geteuid(), 0u) << "these cases give files away and drop privileges: run the tests as root";
+  namespace fs = std::filesystem;
+  auto status_of = [&](const std::string &name) {
+    struct stat st {};
+    EXPECT_EQ(lstat((dir / name).c_str(), &st), 0) << name;
+    return st;
+  };
+  ASSERT_EQ(ofecopy({"--weaken-symbol", "f", "in.o", "weak.o"}).status, 0);
+  const std::string weak = dir.read("weak.o");
+
+  fs::create_directory(dir / "real");
+  dir.write("real/target.o", "old");
+  fs::create_symlink("real/target.o", dir / "link.o");
+  fs::create_symlink("real/new.o", dir / "dangling.o");
+  dir.write("linked.o", "old");
+  ASSERT_EQ(link((dir / "linked.o").c_str(), (dir / "real/twin.o").c_str()), 0);
+  dir.write("owned.o", "old");
+  ASSERT_EQ(chown((dir / "owned.o").c_str(), 4321, 8765), 0);
+  ASSERT_EQ(chmod((dir / "owned.o").c_str(), 0604), 0);
+  const std::string long_name(250, 'n');
+  for (const std::string &output : {std::string("link.o"), std::string("dangling.o"), std::string("linked.o"), std::string("owned.o"), long_name}) {
+    SCOPED_TRACE(output.substr(0, 12));
+    RUN_RESULT r = ofecopy({"--weaken-symbol", "f", "in.o", output});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(dir.read(output), weak);
+  }
+  EXPECT_TRUE(fs::is_symlink(dir / "link.o"));
+  EXPECT_TRUE(fs::is_symlink(dir / "dangling.o"));
+  EXPECT_EQ(dir.read("real/twin.o"), weak);
+  EXPECT_EQ(status_of("linked.o").st_nlink, 2u);
+  struct stat owned = status_of("owned.o");
+  EXPECT_EQ(owned.st_uid, 4321u);
+  EXPECT_EQ(owned.st_gid, 8765u);
+  EXPECT_EQ(owned.st_mode & 07777, 0604u);
+  EXPECT_EQ(entries(dir / "real"), "new.o target.o twin.o");
+
+  // Neither a FIFO nor a device is replaced by a plain file.
+  ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0666), 0);
+  ASSERT_EQ(mknod((dir / "null").c_str(), S_IFCHR | 0666, makedev(1, 3)), 0);
+  for (const char *output : {"fifo", "null"}) {
+    RUN_RESULT r = ofecopy({"in.o", output});
+    EXPECT_EQ(r.status, 1) << output;
+    EXPECT_EQ(r.err, std::string(">>   error: '") + output + "' is not a regular file\n");
+  }
+  EXPECT_TRUE(S_ISFIFO(status_of("fifo").st_mode));
+  EXPECT_TRUE(S_ISCHR(status_of("null").st_mode));
+
+  // A directory only its owner may add to, and a writer who is not root.
+  fs::create_directory(dir / "locked");
+  ASSERT_EQ(chmod(dir.path().c_str(), 0755), 0);
+  ASSERT_EQ(chmod((dir / "in.o").c_str(), 0644), 0);
+  dir.write("locked/out.o", "old");
+  ASSERT_EQ(chown((dir / "locked/out.o").c_str(), 65534, 65534), 0);
+  ASSERT_EQ(chmod((dir / "locked").c_str(), 0555), 0);
+  RUN_RESULT r = run({"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", ofecopy_path(),
+                      "--weaken-symbol", "f", "in.o", "locked/out.o"},
+                     dir.path());
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(dir.read("locked/out.o"), weak);
+  EXPECT_EQ(status_of("locked/out.o").st_uid, 65534u);
+  EXPECT_EQ(entries(dir / "locked"), "out.o");
+  ASSERT_EQ(chmod((dir / "locked").c_str(), 0755), 0);
+}
+
+// Whatever ends a run while it writes, even SIGKILL (no handler runs) or a
+// write past the file-size limit, the old output stays whole and nothing is
+// left beside it. Each case waits until ofecopy holds a file it made in the
+// directory, so the signal lands during the write.
+TEST_F(Ofecopy, ARunEndedDuringTheWriteLeavesTheOldOutputAndNothingElse) {
+  // Large enough that the write takes a while.
+  dir.write("big.s", ".data\n.global big\nbig: .fill 0x4000000, 1, 0x5a\n");
+  ASSERT_EQ(run({"arm-none-eabi-as", "-o", "big.o", "big.s"}, dir.path()).status, 0);
+  dir.write("out.o", "previous contents");
+  const std::string files = entries(dir.path());
+  const std::string here = std::filesystem::canonical(dir.path()).string() + "/";
+  auto writing = [&](int pid) {
+    const std::string fds = "/proc/" + std::to_string(pid) + "/fd";
+    for (int spins = 0; spins < 2000000; spins++) {
+      std::error_code ec;
+      for (const auto &e : std::filesystem::directory_iterator(fds, ec)) {
+        std::string target = std::filesystem::read_symlink(e.path(), ec).string();
+        if (target.rfind(here, 0) == 0 && target != here + "big.o")
+          return true;
+      }
+      if (ec)
+        return false;  // the process is gone
+      std::this_thread::yield();
+    }
+    return false;
+  };
+  for (int signal : {SIGUSR1, SIGALRM, SIGTERM, SIGKILL}) {
+    SCOPED_TRACE(strsignal(signal));
+    int pid = spawn({ofecopy_path(), "big.o", "out.o"}, dir.path(), dir / "err.txt");
+    ASSERT_GT(pid, 0);
+    EXPECT_TRUE(writing(pid)) << "ofecopy was never seen writing its output";
+    kill(pid, signal);
+    EXPECT_EQ(wait_status(pid), 128 + signal);
+    EXPECT_EQ(dir.read("out.o"), "previous contents");
+    std::filesystem::remove(dir / "err.txt");
+    EXPECT_EQ(entries(dir.path()), files);
+  }
+  // The file-size limit stops the write at an exact point: as a signal, and,
+  // with the signal ignored, as a write that fails.
+  RUN_RESULT r = run({"prlimit", "--fsize=1000000", ofecopy_path(), "big.o", "out.o"}, dir.path());
+  EXPECT_EQ(r.status, 128 + SIGXFSZ);
+  EXPECT_EQ(r.err, "");
+  r = run({"sh", "-c", "trap '' XFSZ; exec prlimit --fsize=1000000 \"$0\" big.o out.o", ofecopy_path()}, dir.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(dir.read("out.o"), "previous contents");
+  EXPECT_EQ(entries(dir.path()), files);
 }
 
 // A program linked against the rewritten members of a real library is the

@@ -222,3 +222,36 @@ TEST_F(Ofedump, XmlDocumentsAreWellFormed) {
       EXPECT_TRUE(has(r.out, part)) << part;
   }
 }
+
+// Names from the files (symbols, sections, library members) cannot drive
+// the terminal or split a heading: control characters come out as arvela t
+// shows them, a backslash and three octal digits.
+TEST_F(Ofedump, ControlCharactersInNamesAreEscaped) {
+  assemble("\x1b[31m\n.o", ".section \"s\x1b[2J\",\"a\"\n.globl \"x\x1b]0;t\x07y\"\n\"x\x1b]0;t\x07y\": ret\n");
+  RUN_RESULT r = run({"ar", "rc", "lib.a", "\x1b[31m\n.o"}, dir.path());
+  ASSERT_EQ(r.status, 0) << r.err;
+  r = ofedump({"-d", "all", "lib.a"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out.find('\x1b'), std::string::npos);
+  EXPECT_EQ(r.out.find('\x07'), std::string::npos);
+  EXPECT_TRUE(has(r.out, "\nFile: lib.a(\\033[31m\\012.o)\n")) << r.out;
+  EXPECT_TRUE(has(r.out, "\"s\\033[2J\"")) << r.out;
+  EXPECT_TRUE(has(r.out, "\"x\\033]0;t\\007y\"")) << r.out;
+  EXPECT_TRUE(has(arvela({"t", "lib.a"}).out, "\\033[31m\\012.o"));
+}
+
+// A listing that cannot be written whole fails with the system's reason: a
+// full device, and a reader that went away while the broken-pipe signal is
+// ignored (otherwise that signal ends the run, as it ends any writer).
+TEST_F(Ofedump, AListingThatCannotBeWrittenFails) {
+  RUN_RESULT r = run({"sh", "-c", "exec \"$0\" -d all good.o >/dev/full", ofedump_path()}, dir.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, ">>   error: cannot write standard output: No space left on device\n");
+  // The reader of the pipe has ended before the listing starts.
+  const std::string closed_pipe = "coproc READER { :; }; exec 4>&${READER[1]}; wait $READER_PID; ";
+  r = run({"bash", "-c", "trap '' PIPE; " + closed_pipe + "exec \"$0\" -d all good.o >&4", ofedump_path()}, dir.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, ">>   error: cannot write standard output: Broken pipe\n");
+  r = run({"bash", "-c", closed_pipe + "exec \"$0\" -d all good.o >&4", ofedump_path()}, dir.path());
+  EXPECT_EQ(r.status, 128 + 13);
+}

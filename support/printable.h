@@ -1,0 +1,11 @@
+// Names taken from files (symbols, sections, library members) may hold
+// control characters; printed raw they would drive the terminal or split a
+// listing's lines. Every listing prints them through printable().
+#pragma once
+
+#include <string>
+#include <string_view>
+
+// The text with every control character (bytes below 0x20 and 0x7F) written
+// as a backslash and three octal digits. Printable text comes back unchanged.
+std::string printable(std::string_view text);
