@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "objfile/of_binding_edit.h"
 #include "objfile/of_file.h"
 #include "objfile/of_section.h"
 #include "objfile/of_symbol.h"
@@ -30,9 +31,10 @@ const char USAGE[] =
     "(allocated sections, program headers, dynamic section) is kept as it is.\n"
     "\n"
     "  --rename-symbol OLD=NEW        rename every symbol named OLD\n"
-    "  --localize-symbol NAME         make NAME local\n"
-    "  --globalize-symbol NAME        make NAME global\n"
-    "  --weaken-symbol NAME           make NAME weak\n"
+    "  --localize-symbol NAME         make NAME local where it is defined global or weak\n"
+    "  --globalize-symbol NAME        make NAME global where it is defined local\n"
+    "                                 (file and section symbols stay local)\n"
+    "  --weaken-symbol NAME           make NAME weak where it is global and not common\n"
     "  --rename-section OLD=NEW       rename section OLD (and its relocation sections)\n"
     "  --set-section-alignment NAME=N set the alignment of section NAME to N\n"
     "  --set-section-page NAME=N      set the memory page of section NAME to N\n"
@@ -163,11 +165,13 @@ bool apply(OFE::OBJECT_FILE &object, const EDIT &edit) {
   case RENAME_SYMBOL:
     return for_each_symbol(object, edit.name, [&](OFE::OF_SYMBOL &s) { return s.set_name(edit.value); });
   case LOCALIZE:
-    return for_each_symbol(object, edit.name, [](OFE::OF_SYMBOL &s) { return s.set_binding(OFE::OF_BIND_LOCAL); });
   case GLOBALIZE:
-    return for_each_symbol(object, edit.name, [](OFE::OF_SYMBOL &s) { return s.set_binding(OFE::OF_BIND_GLOBAL); });
-  case WEAKEN:
-    return for_each_symbol(object, edit.name, [](OFE::OF_SYMBOL &s) { return s.set_binding(OFE::OF_BIND_WEAK); });
+  case WEAKEN: {
+    OFE::OF_BINDING_EDIT which = edit.kind == LOCALIZE    ? OFE::OF_EDIT_LOCALIZE
+                                 : edit.kind == GLOBALIZE ? OFE::OF_EDIT_GLOBALIZE
+                                                          : OFE::OF_EDIT_WEAKEN;
+    return for_each_symbol(object, edit.name, [which](OFE::OF_SYMBOL &s) { return OFE::edit_binding(s, which); });
+  }
   case RENAME_SECTION: {
     // Relocation sections named after the section follow it.
     OFE::OF_SECTION_TABLE *table = object.get_section_table();

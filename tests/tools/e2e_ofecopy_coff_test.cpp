@@ -79,6 +79,57 @@ TEST_P(OfecopyCoff, EditsKeepToTheLayoutsLimitsAndRelocationsToTheirSymbols) {
   EXPECT_EQ(bad.err, ">>   error: only powers of 2 are valid alignment values\n");
 }
 
+// Each binding edit on each kind of symbol: the storage class it leaves.
+// Only a symbol whose binding changes gets a new class; every other symbol
+// keeps its own (a file, a scope or a label stays one). Weakening a global
+// is refused; anything else it is not meant for is left as it was.
+TEST_P(OfecopyCoff, BindingEditsChangeOnlyTheStorageClassOfSymbolsWhoseBindingChanges) {
+  std::string original = rich_image(version(), order()).build();
+  dir.write("in.obj", original);
+  const uint8_t C_EXT = 2, C_STAT = 3, C_LABEL = 6, C_FCN = 101, C_FILE = 103, REFUSED = 0;
+  const struct {
+    const char *edit, *symbol;
+    uint8_t storage_class;
+  } rows[] = {
+      {"--localize-symbol", ".file", C_FILE},          {"--localize-symbol", "main", C_STAT},
+      {"--localize-symbol", ".bf", C_FCN},             {"--localize-symbol", "a_long_array_name", C_STAT},
+      {"--localize-symbol", ".text", C_STAT},          {"--localize-symbol", "ext", C_EXT},
+      {"--localize-symbol", "absolute", C_STAT},       {"--localize-symbol", "lbl", C_LABEL},
+      {"--globalize-symbol", ".file", C_FILE},         {"--globalize-symbol", "main", C_EXT},
+      {"--globalize-symbol", "a_long_array_name", C_EXT}, {"--globalize-symbol", ".text", C_STAT},
+      {"--globalize-symbol", "ext", C_EXT},            {"--globalize-symbol", "absolute", C_EXT},
+      {"--globalize-symbol", "lbl", C_EXT},            {"--weaken-symbol", ".file", C_FILE},
+      {"--weaken-symbol", ".bf", C_FCN},               {"--weaken-symbol", "a_long_array_name", C_STAT},
+      {"--weaken-symbol", ".text", C_STAT},            {"--weaken-symbol", "lbl", C_LABEL},
+      {"--weaken-symbol", "ext", REFUSED},             {"--weaken-symbol", "absolute", REFUSED},
+  };
+  auto classes = [](const std::string &bytes) {
+    std::vector<std::pair<std::string, int>> out;
+    OPENED_COFF f(bytes);
+    for (uint32_t i = 0; f.symbols() && i < f.symbols()->get_count(); i = f.symbols()->next_index(i))
+      out.emplace_back(f.symbol(i)->get_name(), f.symbol(i)->get_storage_class());
+    return out;
+  };
+  const std::vector<std::pair<std::string, int>> before = classes(original);
+  for (const auto &row : rows) {
+    std::string what = std::string(row.edit) + " " + row.symbol;
+    std::filesystem::remove(dir / "out.obj");
+    RUN_RESULT r = ofecopy({row.edit, row.symbol, "in.obj", "out.obj"});
+    if (row.storage_class == REFUSED) {
+      EXPECT_EQ(r.status, 1) << what;
+      EXPECT_EQ(r.err, ">>   error: Weak symbol binding not supported for QV-COFF\n") << what;
+      continue;
+    }
+    ASSERT_EQ(r.status, 0) << what << ": " << r.err;
+    EXPECT_EQ(r.err, "") << what;
+    std::vector<std::pair<std::string, int>> expected = before;
+    for (auto &[name, storage_class] : expected)
+      if (name == row.symbol)
+        storage_class = row.storage_class;
+    EXPECT_EQ(classes(dir.read("out.obj")), expected) << what;
+  }
+}
+
 INSTANTIATE_FOR_ALL_LAYOUTS(OfecopyCoff);
 
 }  // namespace
