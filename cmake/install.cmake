@@ -1,12 +1,14 @@
 # Installation and the Debian package: the tools with their manual pages, and
 # the object-file library as another project uses it (libofe.a, its headers
 # under include/ofe with their relative paths kept, a CMake package giving
-# ofe::ofe, and ofe.pc).
+# ofe::ofe, and ofe.pc). Users include <ofe/objfile/of_file.h>, so include/
+# is on their include path; include/ofe is too, because the headers include
+# each other as "objfile/..." and "support/...".
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 # The version the banner prints is the package's version too.
-file(STRINGS ${CMAKE_SOURCE_DIR}/archiver/banner.h version_lines
+file(STRINGS ${PROJECT_SOURCE_DIR}/archiver/banner.h version_lines
   REGEX "VERSION_(MAJOR|MINOR|PATCH) = [0-9]+;")
 foreach(part MAJOR MINOR PATCH)
   string(REGEX MATCH "VERSION_${part} = ([0-9]+)" _ "${version_lines}")
@@ -21,39 +23,44 @@ function(install_tools)
   foreach(tool arvela ofecopy ofedump)
     if(TARGET ${tool})
       install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-      install(FILES ${CMAKE_SOURCE_DIR}/man/${tool}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+      install(FILES ${PROJECT_SOURCE_DIR}/man/${tool}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
     endif()
   endforeach()
 endfunction()
-cmake_language(DEFER DIRECTORY ${CMAKE_SOURCE_DIR} CALL install_tools)
+cmake_language(DEFER DIRECTORY ${PROJECT_SOURCE_DIR} CALL install_tools)
 
 set(OFE_INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/ofe)
 set(OFE_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ofe)
 install(TARGETS ofe EXPORT ofeTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  INCLUDES DESTINATION ${OFE_INCLUDE_DIR})
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${OFE_INCLUDE_DIR})
 # The headers include each other as "support/..." and "objfile/...". The
 # archiver's support is not part of the library.
 set(ARCHIVER_SUPPORT_HEADERS "")
 foreach(name ${ARCHIVER_SUPPORT})
   list(APPEND ARCHIVER_SUPPORT_HEADERS PATTERN ${name}.h EXCLUDE)
 endforeach()
-install(DIRECTORY ${CMAKE_SOURCE_DIR}/support ${CMAKE_SOURCE_DIR}/objfile
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/support ${PROJECT_SOURCE_DIR}/objfile
   DESTINATION ${OFE_INCLUDE_DIR} FILES_MATCHING PATTERN "*.h" ${ARCHIVER_SUPPORT_HEADERS})
 install(EXPORT ofeTargets NAMESPACE ofe:: DESTINATION ${OFE_CMAKE_DIR})
-configure_package_config_file(${CMAKE_SOURCE_DIR}/cmake/ofeConfig.cmake.in
-  ${CMAKE_BINARY_DIR}/ofeConfig.cmake INSTALL_DESTINATION ${OFE_CMAKE_DIR})
-write_basic_package_version_file(${CMAKE_BINARY_DIR}/ofeConfigVersion.cmake
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/ofeConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/ofeConfig.cmake INSTALL_DESTINATION ${OFE_CMAKE_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/ofeConfigVersion.cmake
   VERSION ${ARVELA_VERSION} COMPATIBILITY SameMajorVersion)
-install(FILES ${CMAKE_BINARY_DIR}/ofeConfig.cmake ${CMAKE_BINARY_DIR}/ofeConfigVersion.cmake
+install(FILES ${PROJECT_BINARY_DIR}/ofeConfig.cmake ${PROJECT_BINARY_DIR}/ofeConfigVersion.cmake
   DESTINATION ${OFE_CMAKE_DIR})
 
 # The prefix is chosen when installing (cmake --install --prefix), so the
 # pkg-config file finds it relative to itself.
 file(RELATIVE_PATH OFE_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 string(REGEX REPLACE "/$" "" OFE_PC_TO_PREFIX "${OFE_PC_TO_PREFIX}")
-configure_file(${CMAKE_SOURCE_DIR}/cmake/ofe.pc.in ${CMAKE_BINARY_DIR}/ofe.pc @ONLY)
-install(FILES ${CMAKE_BINARY_DIR}/ofe.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/ofe.pc.in ${PROJECT_BINARY_DIR}/ofe.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/ofe.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# A project that adds this tree as a subproject packages itself.
+if(NOT PROJECT_IS_TOP_LEVEL)
+  return()
+endif()
 
 # cpack -G DEB: one package with the tools, their manual pages and the library.
 set(CPACK_PACKAGE_NAME arvela)

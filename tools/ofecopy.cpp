@@ -8,6 +8,8 @@
 // identity, only when it is complete (as the archiver replaces a library).
 // Any error: exit status 1 and the output neither created nor changed.
 #include <cerrno>
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -67,24 +69,35 @@ const OPTION OPTIONS[] = {
 
 USER_MSG &msg() { return USER_MSG::instance(); }
 
-[[noreturn]] void usage_error(const char *format, const char *argument) {
-  msg().error(format, argument);
-  fputs(USAGE, stderr);
+// A mistake on the command line: one line that names it, and where the
+// options are explained.
+[[noreturn]] __attribute__((format(printf, 1, 2))) void usage_error(const char *format, ...) {
+  fputs("ofecopy: ", stderr);
+  va_list args;
+  va_start(args, format);
+  vfprintf(stderr, format, args);
+  va_end(args);
+  fputs("; try 'ofecopy --help'\n", stderr);
   exit(1);
 }
 
-// Parses "--flag VALUE" and "--flag=VALUE".
+// Parses "--flag VALUE" and "--flag=VALUE"; "--" ends the options.
 std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) {
   std::vector<EDIT> edits;
+  bool operands_only = false;
   for (int i = 1; i < argc; i++) {
     std::string arg = argv[i];
+    if (operands_only || arg.size() < 2 || arg[0] != '-') {
+      files.push_back(arg);
+      continue;
+    }
+    if (arg == "--") {
+      operands_only = true;
+      continue;
+    }
     if (arg == "--help" || arg == "-h") {
       fputs(USAGE, stdout);
       exit(0);
-    }
-    if (arg.rfind("--", 0) != 0 || arg == "--") {
-      files.push_back(arg);
-      continue;
     }
     const OPTION *option = nullptr;
     std::string operand;
@@ -96,7 +109,7 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) 
           operand = arg.substr(n + 1);
         } else {
           if (i + 1 >= argc)
-            usage_error("option '%s' needs an operand", o.flag);
+            usage_error("option '%s' needs %s", o.flag, o.pair ? "NAME=VALUE" : "a NAME");
           operand = argv[++i];
         }
         break;
@@ -108,14 +121,19 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) 
     if (option->pair) {
       size_t equals = operand.find('=');
       if (equals == std::string::npos || equals == 0)
-        usage_error("'%s' is not of the form NAME=VALUE", operand.c_str());
+        usage_error("option '%s' needs NAME=VALUE, not '%s'", option->flag, operand.c_str());
       edit.name = operand.substr(0, equals);
       edit.value = operand.substr(equals + 1);
     }
     edits.push_back(edit);
   }
-  if (files.size() != 2)
-    usage_error("%s", files.size() < 2 ? "an input and an output file are needed" : "too many files");
+  if (files.empty())
+    usage_error("no INPUT and OUTPUT given");
+  if (files.size() == 1)
+    usage_error("no OUTPUT given after INPUT '%s'", files[0].c_str());
+  if (files.size() > 2)
+    usage_error("one INPUT and one OUTPUT expected, but '%s' follows OUTPUT '%s'", files[2].c_str(),
+                files[1].c_str());
   return edits;
 }
 

@@ -11,6 +11,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -51,9 +53,16 @@ std::string keyword_help() {
   return text;
 }
 
-[[noreturn]] void usage_exit(int status) {
-  fprintf(status == 0 ? stdout : stderr, USAGE, keyword_help().c_str());
-  exit(status);
+// A mistake on the command line: one line that names it, and where the
+// options are explained.
+[[noreturn]] __attribute__((format(printf, 1, 2))) void usage_error(const char *format, ...) {
+  fputs("ofedump: ", stderr);
+  va_list args;
+  va_start(args, format);
+  vfprintf(stderr, format, args);
+  va_end(args);
+  fputs("; try 'ofedump --help'\n", stderr);
+  exit(1);
 }
 
 struct OPTIONS {
@@ -74,8 +83,7 @@ std::vector<std::string> parse_listings(const std::string &list) {
       std::string valid;
       for (const char *k : OFE::dump_part_keywords())
         valid += std::string(k) + ", ";
-      msg().error("unknown listing '%s'; valid listings are %sall", keyword.c_str(), valid.c_str());
-      exit(1);
+      usage_error("unknown listing '%s' (valid: %sall)", keyword.c_str(), valid.c_str());
     }
     keywords.push_back(keyword);
     if (comma == std::string::npos)
@@ -94,25 +102,23 @@ OPTIONS parse(int argc, char **argv) {
       options.files.push_back(arg);
     } else if (arg == "--") {
       operands_only = true;
-    } else if (arg == "--help") {
-      usage_exit(0);
+    } else if (arg == "--help" || arg == "-h") {
+      fprintf(stdout, USAGE, keyword_help().c_str());
+      exit(0);
     } else if (arg == "--xml") {
       options.xml = true;
     } else if (arg == "-d") {
-      if (++i == argc) {
-        msg().usage("-d needs a list of listings");
-        usage_exit(1);
-      }
+      if (++i == argc)
+        usage_error("option '-d' needs a LIST of listings");
       list = argv[i];
     } else if (arg.compare(0, 2, "-d") == 0) {
       list = arg.substr(2);
     } else {
-      msg().usage("unknown option '%s'", arg.c_str());
-      usage_exit(1);
+      usage_error("unknown option '%s'", arg.c_str());
     }
   }
   if (options.files.empty())
-    usage_exit(1);
+    usage_error("no FILE to list");
   options.listings = parse_listings(list);
   return options;
 }

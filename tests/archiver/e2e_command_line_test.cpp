@@ -54,6 +54,7 @@ TEST(CommandLine, UsageHelpAndKeyLetterErrors) {
       {{"rk", "lib"}, "bad option 'k'"},
       {{"t-z", "lib"}, "bad option 'z'"},
       {{"a3", "lib", "f.obj"}, "bad option '3'"},
+      {{"lib.lib", "r", "f.obj"}, "bad option 'l'"},  // the archive before the key letters
       {{"-@cmds2"}, "cannot open 'cmds2'"},
   };
   for (const auto &[args, text] : errors)

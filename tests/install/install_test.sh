@@ -6,6 +6,9 @@
 #   cmake      a separate project built with find_package(ofe CONFIG) lists
 #              the symbols of an object assembled here
 #   pkgconfig  the same program built with the flags from ofe.pc
+#   subdirectory  the same project built with the source tree added by
+#              add_subdirectory instead (nothing is installed for it)
+# The consumer includes <ofe/objfile/...> and builds without a warning.
 # Arguments: check, build directory, source directory. CXX_COMPILER is the
 # build's compiler; CONSUMER_CXXFLAGS adds flags to the consumer (the
 # sanitizer build needs its runtime).
@@ -19,8 +22,23 @@ prefix=$scratch/prefix
 
 fail() { echo "FAIL: $*" >&2; exit 1; }
 
-cmake --install "$build" --prefix "$prefix" >"$scratch/install.log" ||
-  { cat "$scratch/install.log"; fail "cmake --install"; }
+if [ "$check" != subdirectory ]; then
+  cmake --install "$build" --prefix "$prefix" >"$scratch/install.log" ||
+    { cat "$scratch/install.log"; fail "cmake --install"; }
+fi
+
+# Configures and builds the consumer project in $consumer with the extra
+# cmake arguments given; its build log must hold no warning.
+consumer=$scratch/consumer
+build_consumer() {
+  cmake -S "$here/consumer" -B "$consumer" -G Ninja "$@" \
+    -DCMAKE_CXX_COMPILER="${CXX_COMPILER:-c++}" -DCMAKE_CXX_COMPILER_LAUNCHER="${CXX_LAUNCHER:-}" \
+    -DCMAKE_CXX_FLAGS="${CONSUMER_CXXFLAGS:-}" >"$scratch/configure.log" 2>&1 ||
+    { cat "$scratch/configure.log"; fail "configuring the consumer"; }
+  cmake --build "$consumer" -j1 --target list_symbols >"$scratch/build.log" 2>&1 ||
+    { cat "$scratch/build.log"; fail "building the consumer"; }
+  ! grep -i 'warning' "$scratch/configure.log" "$scratch/build.log" || fail "warnings building the consumer"
+}
 
 # The consumer's output for the object assembled from probe.s.
 check_listing() {
@@ -65,15 +83,24 @@ layout)
   grep -q '^Build Number 1' "$scratch/version" || fail "build number: $(cat "$scratch/version")"
   ;;
 cmake)
-  cmake -S "$here/consumer" -B "$scratch/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
-    -DCMAKE_CXX_COMPILER="${CXX_COMPILER:-c++}" -DCMAKE_CXX_FLAGS="${CONSUMER_CXXFLAGS:-}" >"$scratch/configure.log" ||
-    { cat "$scratch/configure.log"; fail "configuring the consumer"; }
+  build_consumer -DCMAKE_PREFIX_PATH="$prefix"
   # The package found must be the one just installed, not one on the system.
-  grep -qx "ofe_DIR:PATH=$prefix/lib/cmake/ofe" "$scratch/consumer/CMakeCache.txt" ||
-    fail "found $(grep '^ofe_DIR' "$scratch/consumer/CMakeCache.txt")"
-  cmake --build "$scratch/consumer" >"$scratch/build.log" ||
-    { cat "$scratch/build.log"; fail "building the consumer"; }
-  check_listing "$scratch/consumer/list_symbols"
+  grep -qx "ofe_DIR:PATH=$prefix/lib/cmake/ofe" "$consumer/CMakeCache.txt" ||
+    fail "found $(grep '^ofe_DIR' "$consumer/CMakeCache.txt")"
+  check_listing "$consumer/list_symbols"
+  ;;
+subdirectory)
+  # It compiles the library too: in a fixed place in the build tree, so that
+  # the compiler launcher (ccache) finds it compiled from the second run on.
+  consumer=$build/subdirectory-consumer
+  rm -rf "$consumer"
+  trap 'rm -rf "$scratch" "$consumer"' EXIT
+  build_consumer -DOFE_SOURCE_DIR="$source"
+  # A subproject gets the library and the tools, but not the archiver's tests.
+  targets=$(cmake --build "$consumer" --target help)
+  case $targets in *arvela_tests*) fail "the archiver's tests are built in a subproject" ;; esac
+  [ ! -e "$consumer/ofe/tests" ] || fail "the tests' directory was configured"
+  check_listing "$consumer/list_symbols"
   ;;
 pkgconfig)
   # The scratch prefix is searched first; the flags must point into it.
@@ -81,7 +108,7 @@ pkgconfig)
     fail "pkg-config does not find ofe"
   case $flags in *"$prefix"*) ;; *) fail "flags do not point into the prefix: $flags" ;; esac
   # shellcheck disable=SC2086  # the flags are words
-  "${CXX_COMPILER:-c++}" ${CONSUMER_CXXFLAGS:-} -o "$scratch/list_symbols" "$here/consumer/list_symbols.cpp" $flags ||
+  "${CXX_COMPILER:-c++}" ${CONSUMER_CXXFLAGS:-} -Wall -Wextra -Werror -o "$scratch/list_symbols" "$here/consumer/list_symbols.cpp" $flags ||
     fail "building the consumer with: $flags"
   check_listing "$scratch/list_symbols"
   ;;

@@ -117,8 +117,8 @@ TEST_F(Ofecopy, SymbolAndSectionEditsKeepTheRelocationsAndTheLink) {
   EXPECT_EQ(dir.read("again.o"), dir.read("out.o"));
 }
 
-// Failures exit 1 with the library's message (whole, or its start where the
-// usage follows) and leave the output as it was, with no temporary file.
+// Failures exit 1 with the library's message, or one line naming a mistake
+// on the command line, and leave the output as it was, with no temporary file.
 TEST_F(Ofecopy, FailuresSayWhyAndLeaveTheOutputAlone) {
   dir.write("out.o", "previous contents");
   const std::pair<std::vector<std::string>, std::string> cases[] = {
@@ -130,8 +130,15 @@ TEST_F(Ofecopy, FailuresSayWhyAndLeaveTheOutputAlone) {
        ">>   error: Advanced RISC Machines ARM files have no section page attribute\n"},
       {{"in.s", "out.o"}, ">>   error: 'in.s' is not an ELF or QV-COFF object file\n"},
       {{"missing.o", "out.o"}, ">>   error: cannot open 'missing.o': No such file or directory\n"},
-      {{"in.o"}, ">>   error: an input and an output file are needed\nusage: ofecopy"},
-      {{"--bogus", "in.o", "out.o"}, ">>   error: unknown option '--bogus'\nusage: ofecopy"},
+      // Mistakes on the command line: one line, and a pointer to --help.
+      {{"in.o"}, "ofecopy: no OUTPUT given after INPUT 'in.o'; try 'ofecopy --help'\n"},
+      {{"--lcalize-symbol", "f", "in.o", "out.o"}, "ofecopy: unknown option '--lcalize-symbol'; try 'ofecopy --help'\n"},
+      {{"-localize-symbol", "f", "in.o", "out.o"}, "ofecopy: unknown option '-localize-symbol'; try 'ofecopy --help'\n"},
+      {{"in.o", "out.o", "--localize-symbol"}, "ofecopy: option '--localize-symbol' needs a NAME; try 'ofecopy --help'\n"},
+      {{"in.o", "out.o", "f"},
+       "ofecopy: one INPUT and one OUTPUT expected, but 'f' follows OUTPUT 'out.o'; try 'ofecopy --help'\n"},
+      {{"--rename-symbol", "f", "in.o", "out.o"},
+       "ofecopy: option '--rename-symbol' needs NAME=VALUE, not 'f'; try 'ofecopy --help'\n"},
   };
   for (const auto &[args, err] : cases) {
     RUN_RESULT r = ofecopy(args);

@@ -87,12 +87,14 @@ TEST_F(Ofedump, CommandLineAndListingSelection) {
     std::vector<std::string> present = {}, absent = {};
   };
   const CASE cases[] = {
-      {{}, 1, "usage: ofedump [-d LIST] [--xml] FILE...", ""},
+      // Mistakes on the command line: one line, and a pointer to --help.
+      {{}, 1, "ofedump: no FILE to list; try 'ofedump --help'\n", ""},
       {{"-d", "header,bogus", "good.o"}, 1,
-       ">>   error: unknown listing 'bogus'; valid listings are header, optheader,\n"
-       "            sections, rawdata, relocs, symbols, strings, lnnos, groups,\n"
-       "            segments, dynamic, symhash, symver, battrs, all\n", ""},
-      {{"--bogus", "good.o"}, 1, ">>   usage: unknown option '--bogus'\nusage: ofedump", ""},
+       "ofedump: unknown listing 'bogus' (valid: header, optheader, sections, rawdata, relocs, symbols, strings, "
+       "lnnos, groups, segments, dynamic, symhash, symver, battrs, all); try 'ofedump --help'\n", ""},
+      {{"--xlm", "good.o"}, 1, "ofedump: unknown option '--xlm'; try 'ofedump --help'\n", ""},
+      {{"good.o", "-d"}, 1, "ofedump: option '-d' needs a LIST of listings; try 'ofedump --help'\n", ""},
+      {{"-h"}, 0, "", "usage: ofedump [-d LIST] [--xml] FILE..."},
       {{"good.o"}, 0, "", "\nFile: good.o\n\n Object File Information\n\n  File Name:                good.o",
        {"\n ELF File Header\n", "  e_machine:                EM_386 (Intel 80386)\n", "\n Section 1 \".text\"\n",
         "\n Symbol Table \".symtab\"\n"},

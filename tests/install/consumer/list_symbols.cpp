@@ -2,8 +2,8 @@
 // library, one "<binding> <kind> <name>" line each, in symbol-table order.
 #include <cstdio>
 
-#include "objfile/of_file.h"
-#include "objfile/of_symbol.h"
+#include <ofe/objfile/of_file.h>
+#include <ofe/objfile/of_symbol.h>
 
 namespace {
 
