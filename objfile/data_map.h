@@ -23,11 +23,17 @@
 
 namespace OFE {
 
+// fread that reports a null buffer or stream through USER_MSG.
 size_t pfread(void *buffer, size_t size, size_t count, FILE *stream);
+// fwrite that reports bad arguments, and a short write unless quiet, through USER_MSG.
 size_t pfwrite(const void *buffer, size_t size, size_t count, FILE *stream, bool quiet = false);
+// fseek that reports a null stream or a negative SEEK_SET offset through USER_MSG.
 int pfseek(FILE *stream, long offset, int origin);
+// fseeko that reports a null stream or a negative SEEK_SET offset through USER_MSG.
 int pfseeko(FILE *stream, off_t offset, int origin);
+// ftell that reports a null stream or a failure through USER_MSG.
 long pftell(FILE *stream);
+// ftello that reports a null stream or a failure through USER_MSG.
 off_t pftello(FILE *stream);
 
 // Printed name of a byte order: "little endian", "big endian".
@@ -48,21 +54,33 @@ public:
   // again on demand; any other map keeps them.
   void unload();
 
+  // The cursor, in bytes from the start of the map.
   uint64_t get_position() const { return position_; }
+  // Moves the cursor.
   void set_position(uint64_t position) { position_ = position; }
+  // The number of bytes in the map.
   uint64_t size() const { return size_; }
   // Changes the logical size; growing zero-fills, shrinking drops bytes.
   void resize(uint64_t size);
 
+  // The byte order multi-byte reads and writes use.
   BYTE_ORDERING byte_order() const { return big_endian_ ? BYTE_ORDERING::BIG : BYTE_ORDERING::LITTLE; }
+  // Whether that order is big-endian.
   bool is_big_endian() const { return big_endian_; }
+  // Reads and writes big-endian from now on.
   void set_big_endian() { big_endian_ = true; }
+  // Reads and writes little-endian from now on.
   void set_little_endian() { big_endian_ = false; }
+  // Reads and writes in `order` from now on.
   void set_byte_order(BYTE_ORDERING order) { big_endian_ = order == BYTE_ORDERING::BIG; }
 
+  // Whether the bytes are in memory (a stream-backed map reads them on first access).
   bool is_loaded() const { return loaded_; }
+  // Whether the bytes were written to since they were read.
   bool is_modified() const { return modified_; }
+  // Whether the map stands for a region of a stream.
   bool is_file_backed() const { return file_backed_; }
+  // Counts the bytes as unmodified again.
   void clear_modified() { modified_ = false; }
 
   // Reads at the cursor, advancing it by the width even when nothing could
@@ -85,11 +103,17 @@ public:
 
   // Writes at the cursor, growing the map as needed.
   void write_u8(uint8_t value) { write_uint(value, 1); }
+  // Writes at the cursor in the map's byte order, advancing it.
   void write_u16(uint16_t value) { write_uint(value, 2); }
+  // Writes at the cursor in the map's byte order, advancing it.
   void write_u32(uint32_t value) { write_uint(value, 4); }
+  // Writes `width` bytes of `value` at the cursor in the map's byte order.
   void write_uint(uint64_t value, unsigned width);
+  // Writes bytes as they are at the cursor, growing the map as needed.
   void write_bytes(const void *bytes, size_t count);
+  // Writes the text and its terminating NUL at the cursor.
   void write_cstring(const char *text);
+  // Writes `value` as an unsigned LEB128 number at the cursor.
   void write_uleb128(uint32_t value);
 
   // A record at the cursor in the map's byte order (see record_codec.h).

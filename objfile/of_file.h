@@ -84,18 +84,27 @@ public:
   // require a state at most "locked" (require_state_at_most) before changing
   // anything.
   virtual OF_FORMAT_VERSION get_format_version() const = 0;
+  // Relocatable, executable, shared object or core (OF_FILE_TYPE).
   virtual OF_FILE_TYPE get_file_type() const = 0;
   virtual int set_file_type(uint32_t type) = 0;  // "invalid file type" outside 1-4
+  // The target the file is built for.
   virtual OF_MACHINE get_machine() const = 0;
+  // Whether the file names an entry point.
   virtual bool has_entry_point() const { return get_entry_point() != 0; }
+  // The entry point address, or 0.
   virtual uint32_t get_entry_point() const = 0;
+  // Sets the entry point address; 0, or -1 with the error pending.
   virtual int set_entry_point(uint32_t address) = 0;
+  // The byte order the file is written in.
   virtual OF_ENDIAN get_endian() const = 0;
   virtual int set_endian(uint32_t endian) = 0;  // "invalid endian setting" unless 1 or 2
+  // The byte order of the section contents (the file's, unless the format says otherwise).
   virtual OF_ENDIAN get_data_endian() const = 0;
   // Back to the open state with no pending error.
   virtual int reset() = 0;
+  // The sections, read on first request and owned by the object.
   virtual OF_SECTION_TABLE *get_section_table() = 0;
+  // The symbols, read on first request and owned by the object.
   virtual OF_SYMBOL_TABLE *get_symbol_table() = 0;
   // Writes the whole object file through the write pipeline: the object
   // goes back to "open" and up to "saved" again, so every edit is
@@ -107,13 +116,16 @@ public:
   virtual int dump_xml(FILE *stream);
   // The XML listing as one element of a larger document.
   int dump_xml(::XML_WRITER &xml);
+  // dump_xml() into a new file; error 2 and -1 when it cannot be opened.
   virtual int dump_xml_to_path(const char *path);
   // Reads the file from the descriptor's stream region.
   virtual int read(const OF_DESCRIPTOR &descriptor) = 0;
 
   // Generic operations, with neutral answers that formats may refine.
   virtual const char *get_vendor() const { return ""; }
+  // The tool that made the file, when the format records it.
   virtual std::string get_producer() { return ""; }
+  // The file's time stamp, when the format records one.
   virtual uint32_t get_time_stamp() const { return 0; }
   // "\n Object File Information\n\n" and print_info() when "header" is
   // selected, then the format's listings (dump_format).
@@ -190,7 +202,9 @@ public:
   // Pending error. See the ranking in of_file.cpp.
   void set_error(uint32_t code, const char *format, ...) __attribute__((format(printf, 3, 4)));
   uint32_t get_error_code() const { return error_code_; }
+  // The pending error's text; empty when none is pending.
   const std::string &get_error_text() const { return error_text_; }
+  // Forgets the pending error.
   void clear_error();
   // Installs the handler; an error already pending is handed to it at once.
   void set_error_handler(OF_ERROR_HANDLER handler);
@@ -200,24 +214,34 @@ public:
   int get_file_data(uint32_t offset, uint32_t size, DATA_MAP &map);
   // Saves `count` bytes of `map` from its cursor to the output stream.
   int put_file_data(DATA_MAP &map, uint64_t count);
+  // The stream the write pipeline writes to (write() sets it).
   void set_output_stream(FILE *stream) { output_ = stream; }
   FILE *get_output_stream() const { return output_; }
 
+  // Stream, name, format, offset and size the object was opened with.
   const OF_DESCRIPTOR &get_descriptor() const { return descriptor_; }
+  // ELF or QV-COFF.
   OF_FORMAT get_format() const { return descriptor_.format; }
+  // The name given to open_object (used in messages).
   const std::string &get_file_name() const { return descriptor_.name; }
+  // The stream the object reads from; the opener's, not the object's, unless it owns it.
   FILE *get_stream() const { return descriptor_.stream; }
+  // Whether the object was read from a stream (not built from nothing).
   bool was_read_from_stream() const { return descriptor_.stream != nullptr; }
+  // What the library knows of the file's target (relocation types, attributes).
   OF_MACHINE_DB *get_machine_db() const { return machine_db_.get(); }
   uint32_t get_serial() const { return serial_; }
+  // A number of the caller's choosing, kept with the object.
   void set_serial(uint32_t serial) { serial_ = serial; }
 
   // Whether the file is written without a file header.
   bool is_headerless() const { return headerless_; }
+  // Writes the file without its file header.
   void set_headerless(bool headerless) { headerless_ = headerless; }
 
   // Listing selection: a keyword of dump_part(), or "all".
   bool select_dump(const char *keyword, bool on = true);
+  // Whether dump() prints that part (OF_DUMP_...).
   bool is_dump_selected(uint32_t part) const { return (dump_parts_ & part) != 0; }
 
   // The build steps of the write pipeline, run in this order by

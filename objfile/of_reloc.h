@@ -21,14 +21,19 @@ public:
   virtual ~OF_RELOC() = default;
   // Address of the field to relocate.
   virtual uint32_t get_address() const = 0;
+  // The target's relocation type.
   virtual uint32_t get_type() const = 0;
+  // Sets the relocation type; 0, or -1 with the error pending.
   virtual int set_type(uint32_t type) = 0;
   // The symbol the entry refers to, or null (field-description types).
   virtual OF_SYMBOL *get_symbol() = 0;
+  // The index of that symbol in the symbol table.
   virtual uint32_t get_symbol_index() const = 0;
+  // Points the entry at another symbol of the same object.
   virtual int set_symbol(OF_SYMBOL *symbol) = 0;
   // Offset within the relocated section.
   virtual uint32_t get_offset() = 0;
+  // Moves the entry within its section.
   virtual int set_offset(uint32_t offset) = 0;
   // Refused by formats whose entries cannot be internal.
   virtual int make_internal() = 0;
@@ -37,10 +42,13 @@ public:
 class OF_RELOC_TABLE {
 public:
   virtual ~OF_RELOC_TABLE() = default;
+  // The number of entries.
   virtual uint32_t get_count() = 0;
+  // The entry at `index`, or null at or past the count.
   virtual OF_RELOC *get_reloc(uint32_t index) = 0;
   // Follows a renumbering of the symbol table the entries refer to.
   virtual void apply_symbol_map(const OF_INDEX_MAP &map) = 0;
+  // "\n Relocation Table" listing.
   virtual void dump(FILE *stream) = 0;
 };
 

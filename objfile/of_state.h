@@ -28,6 +28,7 @@ public:
   explicit OF_STATE_MACHINE(OBJECT_FILE *owner) : owner_(owner) {}
   virtual ~OF_STATE_MACHINE() = default;
 
+  // The current state (OF_STATE).
   uint32_t get_state() const { return state_; }
   // The object whose pending error receives this machine's failures.
   OBJECT_FILE *get_owner() const { return owner_; }

@@ -28,6 +28,7 @@ public:
   OF_STRING_TABLE_MANAGER(const OF_STRING_TABLE_MANAGER &) = delete;
   OF_STRING_TABLE_MANAGER &operator=(const OF_STRING_TABLE_MANAGER &) = delete;
 
+  // The table's section name (".strtab"), or empty.
   virtual std::string get_name() const { return ""; }
   // The text at `offset`, or null at or past the table's size. The pointer
   // is good until the table next changes.
@@ -40,14 +41,18 @@ public:
   // The offset of `text`, appending it when it is not yet a whole string of
   // the table; none when the table refuses.
   [[nodiscard]] virtual std::optional<uint32_t> add_string(const std::string &text);
+  // Whether `text` is a whole string of the table; its offset in `*offset`.
   [[nodiscard]] virtual bool find_string(const std::string &text, uint32_t *offset);
+  // The offset of the first string (some tables start with a size field).
   virtual uint32_t get_first_offset() const { return 0; }
   // "\n String Table" listing.
   virtual void dump(FILE *stream);
   // The same as a "string_table" element, one "string" per string.
   void dump_xml(::XML_WRITER &xml);
 
+  // The table's bytes.
   DATA_MAP &data() { return *data_; }
+  // The table's size in bytes.
   uint64_t size() const { return data_->size(); }
 
 protected:

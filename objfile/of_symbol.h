@@ -45,19 +45,30 @@ public:
     return 0;
   }
 
+  // The value (in a relocatable file, its offset in its section).
   virtual uint32_t get_value() const = 0;
+  // Sets the value; 0, or -1 with the error pending.
   virtual int set_value(uint32_t value) = 0;
+  // Whether the symbol is defined in one of the file's sections.
   virtual bool is_defined_in_section() const = 0;
+  // The index of its section in the section table (meaningful when defined in one).
   virtual uint32_t get_section_index() const = 0;
+  // The size of the object or function it names, or 0.
   virtual uint32_t get_size() const = 0;
+  // Sets the size; 0, or -1 with the error pending.
   virtual int set_size(uint32_t size) = 0;
+  // Undefined, defined, absolute, common or debug.
   virtual OF_SYMBOL_KIND get_kind() const = 0;
   // Kind 2 (defined) is refused: a symbol becomes defined only through its
   // section reference.
   virtual int set_kind(uint32_t kind) = 0;
+  // Local, global or weak.
   virtual OF_SYMBOL_BINDING get_binding() const = 0;
+  // Sets the binding (OF_SYMBOL_BINDING); -1 when the format cannot express it.
   virtual int set_binding(uint32_t binding) = 0;
+  // What it names: object, function, section, file ...
   virtual OF_SYMBOL_TYPE get_type() const = 0;
+  // Sets the type (OF_SYMBOL_TYPE); 0, or -1 with the error pending.
   virtual int set_type(uint32_t type) = 0;
   // Refused with error 5 unless the format supports near-common symbols.
   virtual int set_near_common(bool near);
@@ -66,9 +77,13 @@ public:
 
   // A changed symbol survives OF_SYMBOL_TABLE::unload_symbol.
   bool is_changed() const { return changed_; }
+  // Marks the symbol changed, or not.
   void set_changed(bool changed = true) { changed_ = changed; }
+  // Its index in the symbol table.
   uint32_t get_index() const { return index_; }
+  // The table that owns it.
   OF_SYMBOL_TABLE *get_table() const { return table_; }
+  // The object file that owns it.
   OBJECT_FILE *get_object() const;
 
 protected:
@@ -98,7 +113,9 @@ public:
   OF_SYMBOL_TABLE(const OF_SYMBOL_TABLE &) = delete;
   OF_SYMBOL_TABLE &operator=(const OF_SYMBOL_TABLE &) = delete;
 
+  // The table's section name (".symtab"), or empty.
   virtual std::string get_name() const { return ""; }
+  // The number of entries; walk them with next_index().
   virtual uint32_t get_count() const { return count_; }
   // Null at or past the count; otherwise the entry, loaded on first use.
   virtual OF_SYMBOL *get_symbol(uint32_t index);
@@ -113,6 +130,7 @@ public:
   // Inserts before `index`, moving later symbols up; at or past the count
   // it is add_symbol.
   virtual OF_SYMBOL *insert_symbol(uint32_t index);
+  // Marks the symbol at `index` for remove_selected(); 0, or -1.
   virtual int select_for_removal(uint32_t index);
   // Removes the selected symbols and publishes the old-to-new index map;
   // returns the number removed, or -1.
@@ -121,6 +139,7 @@ public:
   // Frees an unchanged symbol of a table read from a file; it is loaded
   // again on the next get_symbol.
   virtual void unload_symbol(uint32_t index);
+  // unload_symbol() for every symbol.
   virtual void unload_all();
 
   // "\n Symbol Table" listing.
@@ -130,10 +149,13 @@ public:
   // last applied it (empty: identity). The write pipeline hands it to them
   // and then consumes it.
   const OF_INDEX_MAP &get_index_map() const { return index_map_; }
+  // The new index of an old one after renumbering (0xFFFFFFFF: removed).
   uint32_t map_index(uint32_t old_index) const { return index_map_(old_index); }
+  // Hands over the published map and empties it.
   OF_INDEX_MAP take_index_map() { return std::exchange(index_map_, OF_INDEX_MAP()); }
   // Indices in the order symbols were appended.
   const std::vector<uint32_t> &get_order() const { return order_; }
+  // The object file that owns the table.
   OBJECT_FILE *get_object() const { return object_; }
 
 protected:

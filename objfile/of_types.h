@@ -95,8 +95,11 @@ const char *format_version_name(uint32_t version);  // "0", "1", "2", "1", "unkn
 const char *endian_name(uint32_t endian);           // "little endian", ..., "unknown endianness"
 const char *machine_name(uint32_t machine);         // "QV Vela", ..., "unknown machine"
 const char *file_type_name(uint32_t type);          // "relocatable file", ..., "unknown file type"
+// The printed name of an OF_SYMBOL_KIND.
 const char *symbol_kind_name(uint32_t kind);
+// The printed name of an OF_SYMBOL_BINDING.
 const char *symbol_binding_name(uint32_t binding);
+// The printed name of an OF_SYMBOL_TYPE.
 const char *symbol_type_name(uint32_t type);
 
 }  // namespace OFE

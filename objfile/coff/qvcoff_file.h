@@ -56,8 +56,10 @@ public:
   OF_FILE_TYPE get_file_type() const override;
   int set_file_type(uint32_t type) override;
   uint32_t get_time_stamp() const override { return header_.f_timdat; }
+  // Sets the file header's time stamp.
   int set_time_stamp(uint32_t stamp);
   OF_MACHINE get_machine() const override { return qvcoff_machine(header_.f_target_id); }
+  // Whether the file carries the optional header.
   bool has_optional_header() const { return header_.f_opthdr == QVCOFF_OPT_HEADER_SIZE; }
   uint32_t get_entry_point() const override;
   int set_entry_point(uint32_t address) override;
@@ -69,8 +71,11 @@ public:
   int reset() override;
   OF_SECTION_TABLE *get_section_table() override;
   OF_SYMBOL_TABLE *get_symbol_table() override;
+  // The sections with their QV-COFF fields.
   QVCOFF_SECTION_TABLE *get_qvcoff_section_table();
+  // The symbols with their QV-COFF fields and auxiliary entries.
   QVCOFF_SYMBOL_TABLE *get_qvcoff_symbol_table();
+  // The file's one string table, read on first request.
   QVCOFF_STRING_TABLE *get_string_table();
   // Reads the file and optional headers and finds the symbol and string
   // tables (their damage is reported here); the rest follows on demand.
@@ -81,7 +86,9 @@ public:
   // table (and the section) when the file has none.
   OF_BUILD_ATTR_TABLE *get_build_attributes(bool create) override;
 
+  // The file header as read (or as last laid out).
   const QVCOFF_FILE_HEADER &get_file_header() const { return header_; }
+  // The optional header as read.
   const QVCOFF_OPT_HEADER_RECORD &get_optional_header() const { return opt_header_; }
   uint16_t get_flags() const { return header_.f_flags; }
   // Where the tables were looked for (valid once they have been asked for).
@@ -91,6 +98,7 @@ public:
   uint32_t get_icode_section_index();
   // The byte order of the control data, for decoding and encoding alike.
   BYTE_ORDERING byte_order() const { return order_; }
+  // Whether anything was changed since the file was read.
   bool is_modified() const { return modified_; }
 
   // Attaches `map` to `size` bytes at `offset` of the file, in the file's

@@ -84,10 +84,13 @@ public:
   // that is SHN_XINDEX); with `create`, ".shstrtab" is found or made when
   // the file names none.
   ELF_STRING_TABLE *get_section_name_table(bool create);
+  // The index of the section-name string table.
   uint32_t get_shstrndx();
+  // Makes section `index` the section-name string table.
   void set_shstrndx(uint32_t index);
   // Program headers, read on first request.
   uint32_t get_program_header_count() const { return header_.e_phnum; }
+  // Copies program header `index` into `record`; false when it cannot be read.
   [[nodiscard]] bool get_program_header(uint32_t index, ELF32_PROGRAM_HEADER_RECORD &record);
   // Only executables and shared objects have one; others get error 5.
   ELF_DYNAMIC_TABLE *get_dynamic_table();
@@ -99,6 +102,7 @@ public:
   // The version definitions and needs, read on first request; empty
   // tables when the file has none.
   ELF_VERDEF_TABLE *get_verdef_table();
+  // The version needs (".gnu.version_r").
   ELF_VERNEED_TABLE *get_verneed_table();
   // A file read as an executable or shared object: a loader's image, whose
   // allocated sections keep their addresses, file offsets and contents when
