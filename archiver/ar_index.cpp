@@ -74,16 +74,9 @@ static void collect_member_symbols(ARCHIVE *ar, AR_MEMBER *member, const AR_MEMB
   if (!stream)
     return;  // unreadable or empty: no symbols
   if (OFE::OBJECT_FILE *object = OFE::open_object(stream, size, nullptr, nullptr)) {
-    if (OFE::OF_SYMBOL_TABLE *table = object->get_symbol_table()) {
-      for (uint32_t i = 0; i < table->get_count();) {
-        if (OFE::OF_SYMBOL *symbol = table->get_symbol(i); symbol && indexed(*symbol))
-          append_entry(ar, symbol->get_name(), member);
-        uint32_t next = table->next_index(i);
-        if (next <= i)
-          break;  // a hostile table must not hold the walk in place
-        i = next;
-      }
-    }
+    for (OFE::OF_SYMBOL *symbol : object->symbols())
+      if (indexed(*symbol))
+        append_entry(ar, symbol->get_name(), member);
     delete object;
   }
   if (owned)

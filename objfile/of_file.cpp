@@ -111,6 +111,14 @@ void OBJECT_FILE::set_error_handler(OF_ERROR_HANDLER handler) {
     handler_(this, error_code_, error_text_.c_str());
 }
 
+void OBJECT_FILE::note_short_read(const char *what, uint64_t offset) {
+  if (!short_read_.empty())
+    return;
+  char at[32];
+  snprintf(at, sizeof at, " at offset 0x%llx", static_cast<unsigned long long>(offset));
+  short_read_ = std::string("the ") + what + at;
+}
+
 int OBJECT_FILE::get_file_data(uint32_t offset, uint32_t size, DATA_MAP &map) {
   if (!descriptor_.stream) {
     set_error(OF_ERR_INTERNAL, "illegal call to OBJECT_FILE::get_file_data() when the OBJECT_FILE object was "

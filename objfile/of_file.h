@@ -21,15 +21,14 @@
 
 #include "objfile/data_map.h"
 #include "objfile/of_mach.h"
+#include "objfile/of_section.h"
 #include "objfile/of_state.h"
+#include "objfile/of_symbol.h"
 #include "objfile/of_types.h"
 
 class XML_WRITER;
 
 namespace OFE {
-
-class OF_SECTION_TABLE;
-class OF_SYMBOL_TABLE;
 
 // What creation hands to the format classes, copied into the object.
 struct OF_DESCRIPTOR {
@@ -106,6 +105,10 @@ public:
   virtual OF_SECTION_TABLE *get_section_table() = 0;
   // The symbols, read on first request and owned by the object.
   virtual OF_SYMBOL_TABLE *get_symbol_table() = 0;
+  // Every section and every symbol (of get_symbol_table()), in index order,
+  // whatever the format's numbering; empty when the table is missing.
+  OF_SECTION_RANGE sections() { return OF_SECTION_RANGE(get_section_table()); }
+  OF_SYMBOL_RANGE symbols() { return OF_SYMBOL_RANGE(get_symbol_table()); }
   // Writes the whole object file through the write pipeline: the object
   // goes back to "open" and up to "saved" again, so every edit is
   // prepared, laid out and written. 0, or -1 with the error pending.
@@ -209,6 +212,16 @@ public:
   // Installs the handler; an error already pending is handed to it at once.
   void set_error_handler(OF_ERROR_HANDLER handler);
 
+  // A table that runs past the end of the file is read as far as the file
+  // goes, the rest as zeros, so that listings show what is there; the first
+  // such short read is recorded here (what was cut, where), for the callers
+  // that must not pass on a file they could not read whole. Not an error:
+  // the object stays usable.
+  void note_short_read(const char *what, uint64_t offset);
+  bool was_read_completely() const { return short_read_.empty(); }
+  // "the symbol table at offset 0x40", or empty.
+  const std::string &get_short_read() const { return short_read_; }
+
   // Attaches `map` to `size` bytes of the file from `offset` (relative to
   // the object's first byte); error 7 and -1 when the object was not read.
   int get_file_data(uint32_t offset, uint32_t size, DATA_MAP &map);
@@ -272,6 +285,7 @@ protected:
 private:
   uint32_t error_code_ = OF_ERR_NONE;
   std::string error_text_;
+  std::string short_read_;
   OF_ERROR_HANDLER handler_;
   bool headerless_ = false;
   std::unique_ptr<OF_MACHINE_DB> machine_db_;

@@ -11,10 +11,23 @@
 #include <cstdio>
 
 #include "objfile/of_index_map.h"
+#include "objfile/of_range.h"
 
 namespace OFE {
 
+class OF_RELOC;
+class OF_RELOC_TABLE;
 class OF_SYMBOL;
+
+// How a relocation table is walked: entries 0 to get_count() - 1.
+struct OF_RELOC_WALK {
+  using TABLE = OF_RELOC_TABLE;
+  static uint32_t first(TABLE &) { return 0; }
+  static uint32_t next(TABLE &, uint32_t index) { return index + 1; }
+  static uint32_t end(TABLE &table);
+  static OF_RELOC *get(TABLE &table, uint32_t index);
+};
+using OF_RELOC_RANGE = OF_RANGE<OF_RELOC, OF_RELOC_WALK>;
 
 class OF_RELOC {
 public:
@@ -46,10 +59,15 @@ public:
   virtual uint32_t get_count() = 0;
   // The entry at `index`, or null at or past the count.
   virtual OF_RELOC *get_reloc(uint32_t index) = 0;
+  // Every entry, in order.
+  OF_RELOC_RANGE relocs() { return OF_RELOC_RANGE(this); }
   // Follows a renumbering of the symbol table the entries refer to.
   virtual void apply_symbol_map(const OF_INDEX_MAP &map) = 0;
   // "\n Relocation Table" listing.
   virtual void dump(FILE *stream) = 0;
 };
+
+inline uint32_t OF_RELOC_WALK::end(TABLE &table) { return table.get_count(); }
+inline OF_RELOC *OF_RELOC_WALK::get(TABLE &table, uint32_t index) { return table.get_reloc(index); }
 
 }  // namespace OFE

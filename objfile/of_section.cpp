@@ -22,11 +22,9 @@ int OF_SECTION::set_page(uint32_t) { return refuse("page"); }
 int OF_SECTION::set_data(const void *, uint32_t) { return refuse("contents"); }
 
 OF_SECTION *OF_SECTION_TABLE::find_section(const std::string &name) {
-  for (uint32_t i = 0; i < get_count(); i++) {
-    OF_SECTION *s = get_section(i);
-    if (s && s->get_name() == name)
+  for (OF_SECTION *s : sections())
+    if (s->get_name() == name)
       return s;
-  }
   return nullptr;
 }
 

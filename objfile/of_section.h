@@ -8,17 +8,34 @@
 // a laid-out file first), so that the next write lays the file out again.
 // Renumbering for writing publishes an old-to-new map (OF_INDEX_MAP) that
 // every table referring to sections by index applies.
+//
+// Each format keeps its own numbering (ELF counts from 0, the null section
+// included; COFF from 1, as its symbols refer to sections); callers walk the
+// table with sections() rather than counting indexes.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
 #include "objfile/of_index_map.h"
+#include "objfile/of_range.h"
 
 namespace OFE {
 
 class DATA_MAP;
 class OF_RELOC_TABLE;
+class OF_SECTION;
+class OF_SECTION_TABLE;
+
+// How a section table is walked: get_count() sections from first_index().
+struct OF_SECTION_WALK {
+  using TABLE = OF_SECTION_TABLE;
+  static uint32_t first(TABLE &table);
+  static uint32_t next(TABLE &, uint32_t index) { return index + 1; }
+  static uint32_t end(TABLE &table);
+  static OF_SECTION *get(TABLE &table, uint32_t index);
+};
+using OF_SECTION_RANGE = OF_RANGE<OF_SECTION, OF_SECTION_WALK>;
 
 class OF_SECTION {
 public:
@@ -82,8 +99,12 @@ public:
   virtual ~OF_SECTION_TABLE() = default;
   // The number of sections, entry 0 included.
   virtual uint32_t get_count() = 0;
-  // Null for an index at or past the count.
+  // The index of the first section: 0, or 1 in formats that count from 1.
+  virtual uint32_t first_index() const { return 0; }
+  // Null for an index outside first_index() .. first_index() + count - 1.
   virtual OF_SECTION *get_section(uint32_t index) = 0;
+  // Every section, in index order.
+  OF_SECTION_RANGE sections() { return OF_SECTION_RANGE(this); }
   // The first section of that name, or null.
   virtual OF_SECTION *find_section(const std::string &name);
   // Appends a new, empty section of that name; null when the format
@@ -97,5 +118,9 @@ protected:
   void publish(const std::vector<uint32_t> &old_to_new);
   OF_INDEX_MAP index_map_;
 };
+
+inline uint32_t OF_SECTION_WALK::first(TABLE &table) { return table.first_index(); }
+inline uint32_t OF_SECTION_WALK::end(TABLE &table) { return table.first_index() + table.get_count(); }
+inline OF_SECTION *OF_SECTION_WALK::get(TABLE &table, uint32_t index) { return table.get_section(index); }
 
 }  // namespace OFE

@@ -51,11 +51,9 @@ OF_SYMBOL *OF_SYMBOL_TABLE::get_symbol(uint32_t index) {
 }
 
 OF_SYMBOL *OF_SYMBOL_TABLE::find_symbol(const std::string &name, uint32_t first) {
-  for (uint32_t i = first; i < get_count(); i = next_index(i)) {
-    OF_SYMBOL *symbol = get_symbol(i);
-    if (symbol && symbol->get_name() == name)
+  for (OF_SYMBOL *symbol : symbols(first))
+    if (symbol->get_name() == name)
       return symbol;
-  }
   return nullptr;
 }
 
@@ -168,7 +166,8 @@ void OF_SYMBOL_TABLE::unload_symbol(uint32_t index) {
 }
 
 void OF_SYMBOL_TABLE::unload_all() {
-  for (uint32_t i = 0; i < get_count(); i = next_index(i))
+  // Slot by slot: a walk would load each symbol again to find the next.
+  for (uint32_t i = 0; i < symbols_.size(); i++)
     unload_symbol(i);
 }
 
@@ -178,10 +177,7 @@ void OF_SYMBOL_TABLE::dump(FILE *stream) {
   fprintf(stream, row, "name", "value", "kind", "section", "binding", "type");
   fprintf(stream, row, "----", "-----", "----", "-------", "-------", "----");
   OF_SECTION_TABLE *sections = object_->get_section_table();
-  for (uint32_t i = 0; i < get_count(); i = next_index(i)) {
-    OF_SYMBOL *symbol = get_symbol(i);
-    if (!symbol)
-      continue;
+  for (OF_SYMBOL *symbol : symbols()) {
     char value[16], section[16] = "";
     snprintf(value, sizeof value, "0x%08x", symbol->get_value());
     bool defined = symbol->get_kind() == OF_KIND_DEFINED;

@@ -4,10 +4,11 @@
 // asked for (get_symbol → load_symbol), so walking a member's globals costs
 // one record decode per symbol touched. Some formats interleave entries that
 // are not symbols in their own right (COFF auxiliary entries); next_index()
-// steps over them, so every client walks a table like this:
+// steps over them, and every client walks a table through its range, which
+// follows next_index() and yields symbols only:
 //
-//   for (uint32_t i = 0; i < table->get_count(); i = table->next_index(i))
-//     use(table->get_symbol(i));
+//   for (OF_SYMBOL *symbol : table->symbols())
+//     use(symbol);
 //
 // A format subclasses both: the symbol supplies value, kind, binding, type
 // and size from its record; the table supplies new_symbol/load_symbol and,
@@ -22,12 +23,24 @@
 #include <vector>
 
 #include "objfile/of_index_map.h"
+#include "objfile/of_range.h"
 #include "objfile/of_types.h"
 
 namespace OFE {
 
 class OBJECT_FILE;
+class OF_SYMBOL;
 class OF_SYMBOL_TABLE;
+
+// How a symbol table is walked: from entry 0 along next_index().
+struct OF_SYMBOL_WALK {
+  using TABLE = OF_SYMBOL_TABLE;
+  static uint32_t first(TABLE &) { return 0; }
+  static uint32_t next(TABLE &table, uint32_t index);
+  static uint32_t end(TABLE &table);
+  static OF_SYMBOL *get(TABLE &table, uint32_t index);
+};
+using OF_SYMBOL_RANGE = OF_RANGE<OF_SYMBOL, OF_SYMBOL_WALK>;
 
 class OF_SYMBOL {
 public:
@@ -121,6 +134,9 @@ public:
   virtual OF_SYMBOL *get_symbol(uint32_t index);
   // The index of the entry after `index` that is a symbol in its own right.
   virtual uint32_t next_index(uint32_t index) { return index + 1; }
+  // Every symbol, or those from index `from` on, in index order.
+  OF_SYMBOL_RANGE symbols() { return OF_SYMBOL_RANGE(this); }
+  OF_SYMBOL_RANGE symbols(uint32_t from) { return OF_SYMBOL_RANGE(this, from); }
   // The first symbol from `first` on (along next_index) whose name is
   // exactly `name`, or null. Linear.
   virtual OF_SYMBOL *find_symbol(const std::string &name, uint32_t first = 0);
@@ -192,6 +208,10 @@ private:
   uint32_t count_ = 0;
   bool renumbered_ = false;  // entries no longer sit where the file has them
 };
+
+inline uint32_t OF_SYMBOL_WALK::next(TABLE &table, uint32_t index) { return table.next_index(index); }
+inline uint32_t OF_SYMBOL_WALK::end(TABLE &table) { return table.get_count(); }
+inline OF_SYMBOL *OF_SYMBOL_WALK::get(TABLE &table, uint32_t index) { return table.get_symbol(index); }
 
 // A table without symbols, for files that have none.
 class OF_EMPTY_SYMBOL_TABLE : public OF_SYMBOL_TABLE {

@@ -6,7 +6,8 @@
 // edit prints the library's message), and the result is written through the
 // write pipeline into a new file that takes the output's place, keeping its
 // identity, only when it is complete (as the archiver replaces a library).
-// Any error: exit status 1 and the output neither created nor changed.
+// Any error, and an input with a table that runs past its end: exit status 1
+// and the output neither created nor changed.
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -140,11 +141,9 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) 
 // Applies `change` to every symbol named `name`; false when there is none or
 // a change is refused.
 template <class F> bool for_each_symbol(OFE::OBJECT_FILE &object, const std::string &name, F change) {
-  OFE::OF_SYMBOL_TABLE *table = object.get_symbol_table();
   bool found = false, ok = true;
-  for (uint32_t i = 0; table && i < table->get_count(); i = table->next_index(i)) {
-    OFE::OF_SYMBOL *symbol = table->get_symbol(i);
-    if (symbol && !name.empty() && symbol->get_name() == name) {
+  for (OFE::OF_SYMBOL *symbol : object.symbols()) {
+    if (!name.empty() && symbol->get_name() == name) {
       found = true;
       ok = change(*symbol) == 0 && ok;
     }
@@ -155,10 +154,9 @@ template <class F> bool for_each_symbol(OFE::OBJECT_FILE &object, const std::str
 }
 
 template <class F> bool for_each_section(OFE::OBJECT_FILE &object, const std::string &name, F change) {
-  OFE::OF_SECTION_TABLE *table = object.get_section_table();
   std::vector<OFE::OF_SECTION *> matches;
-  for (uint32_t i = 0; table && i < table->get_count(); i++)
-    if (OFE::OF_SECTION *s = table->get_section(i); s && s->get_index() != 0 && s->get_name() == name)
+  for (OFE::OF_SECTION *s : object.sections())
+    if (!name.empty() && s->get_name() == name)
       matches.push_back(s);
   if (matches.empty())
     msg().error("no section named '%s' in '%s'", name.c_str(), object.get_file_name().c_str());
@@ -192,12 +190,10 @@ bool apply(OFE::OBJECT_FILE &object, const EDIT &edit) {
   }
   case RENAME_SECTION: {
     // Relocation sections named after the section follow it.
-    OFE::OF_SECTION_TABLE *table = object.get_section_table();
     for (const char *prefix : {".rel", ".rela"})
-      for (uint32_t i = 0; table && i < table->get_count(); i++)
-        if (OFE::OF_SECTION *s = table->get_section(i); s && s->get_index() != 0 && s->get_name() == prefix + edit.name)
-          if (s->set_name(prefix + edit.value) != 0)
-            return false;
+      for (OFE::OF_SECTION *s : object.sections())
+        if (s->get_name() == prefix + edit.name && s->set_name(prefix + edit.value) != 0)
+          return false;
     return for_each_section(object, edit.name, [&](OFE::OF_SECTION &s) { return s.set_name(edit.value); });
   }
   case SECTION_ALIGNMENT:
@@ -238,6 +234,13 @@ int main(int argc, char **argv) {
   if (object.write(stream) != 0 || reports.errors != 0) {
     if (reports.errors == 0)
       msg().error("cannot write '%s'", files[1].c_str());
+    return 1;
+  }
+  // Writing read every table; a copy of one the file did not hold whole
+  // would pass zeros on as if they were data.
+  if (!object.was_read_completely()) {
+    msg().error("'%s' could not be read completely: %s runs past the end of the file", files[0].c_str(),
+                object.get_short_read().c_str());
     return 1;
   }
   int status = output.commit() ? 0 : 1;

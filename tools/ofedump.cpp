@@ -257,7 +257,10 @@ private:
     }
     if (reports.errors != 0)
       msg().error("'%s' could not be read completely", name.c_str());
-    return reports.errors == 0;
+    else if (!object->was_read_completely())
+      msg().error("'%s' could not be read completely: %s runs past the end of the file", name.c_str(),
+                  object->get_short_read().c_str());
+    return reports.errors == 0 && object->was_read_completely();
   }
 
   const OPTIONS &options_;

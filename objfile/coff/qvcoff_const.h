@@ -69,9 +69,11 @@ enum QVCOFF_STYP_FLAG : uint32_t {
 inline constexpr uint32_t STYP_ALIGN_MASK = 0x00000F00;
 inline constexpr uint32_t STYP_ALIGN_SHIFT = 8;
 
-// The limits of the 16-bit fields of versions "0" and "1".
+// The limits of the 16-bit fields of versions "0" and "1", and of the page
+// field of version "2".
 inline constexpr uint32_t QVCOFF_V01_MAX_COUNT = 0xFFFF;
 inline constexpr uint32_t QVCOFF_V01_MAX_PAGE = 0xFF;
+inline constexpr uint32_t QVCOFF_V2_MAX_PAGE = 0xFFFF;
 // A file holds at most this many sections.
 inline constexpr uint32_t QVCOFF_MAX_SECTIONS = 65533;
 

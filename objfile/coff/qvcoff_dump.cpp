@@ -63,13 +63,12 @@ void QVCOFF_FILE::print_info(FILE *stream) {
 
 void QVCOFF_FILE::dump_format(FILE *stream) {
   QVCOFF_SECTION_TABLE *sections = get_qvcoff_section_table();
-  for (uint32_t i = 1; i <= sections->get_count(); i++) {
-    QVCOFF_SECTION *s = sections->get_qvcoff_section(i);
+  for (QVCOFF_SECTION *s : sections->qvcoff_sections()) {
     if (is_dump_selected(OF_DUMP_SECTIONS))
       s->dump(stream);
     if (is_dump_selected(OF_DUMP_RAWDATA))
       if (DATA_MAP *data = s->get_data(); data && data->size()) {
-        fprintf(stream, "\n Raw Data of Section %u (\"%s\")\n\n", i, printable(s->get_name()).c_str());
+        fprintf(stream, "\n Raw Data of Section %u (\"%s\")\n\n", s->get_index(), printable(s->get_name()).c_str());
         data->set_position(0);
         (void)data->dump_hex(stream, data->size());
       }
@@ -83,8 +82,8 @@ void QVCOFF_FILE::dump_format(FILE *stream) {
   if (is_dump_selected(OF_DUMP_STRINGS))
     get_string_table()->dump(stream);
   if (is_dump_selected(OF_DUMP_GROUPS))
-    for (uint32_t i = 1; i <= sections->get_count(); i++)
-      if (QVCOFF_GROUP_TABLE *group = sections->get_qvcoff_section(i)->group())
+    for (QVCOFF_SECTION *s : sections->qvcoff_sections())
+      if (QVCOFF_GROUP_TABLE *group = s->group())
         group->dump(stream);
   if (is_dump_selected(OF_DUMP_BATTRS))
     if (OF_BUILD_ATTR_TABLE *attributes = get_build_attributes(false))
@@ -130,8 +129,7 @@ void QVCOFF_FILE::dump_format_xml(XML_WRITER &xml) {
   QVCOFF_SECTION_TABLE *sections = get_qvcoff_section_table();
   if (is_dump_selected(OF_DUMP_SECTIONS | OF_DUMP_RELOCS | OF_DUMP_LNNOS | OF_DUMP_GROUPS)) {
     xml.open("sections");
-    for (uint32_t i = 1; i <= sections->get_count(); i++) {
-      QVCOFF_SECTION *s = sections->get_qvcoff_section(i);
+    for (QVCOFF_SECTION *s : sections->qvcoff_sections()) {
       if (is_dump_selected(OF_DUMP_SECTIONS))
         s->dump_xml(xml);
       if (is_dump_selected(OF_DUMP_RELOCS) && s->relocations()->get_count())
@@ -146,11 +144,8 @@ void QVCOFF_FILE::dump_format_xml(XML_WRITER &xml) {
   if (is_dump_selected(OF_DUMP_SYMBOLS)) {
     QVCOFF_SYMBOL_TABLE *symbols = get_qvcoff_symbol_table();
     xml.open("symbols");
-    for (uint32_t i = 0; i < symbols->get_count(); i = symbols->next_index(i)) {
-      QVCOFF_SYMBOL *s = symbols->get_qvcoff_symbol(i);
-      if (!s)
-        continue;
-      xml.open("symbol", {{"index", std::to_string(i)}});
+    for (QVCOFF_SYMBOL *s : symbols->qvcoff_symbols()) {
+      xml.open("symbol", {{"index", std::to_string(s->get_index())}});
       xml.element("name", s->get_name());
       xml.element("value", XML_WRITER::hex(s->get_value()));
       xml.element("section", std::to_string(s->get_section_number()));
@@ -161,6 +156,8 @@ void QVCOFF_FILE::dump_format_xml(XML_WRITER &xml) {
     }
     xml.close();
   }
+  if (is_dump_selected(OF_DUMP_STRINGS))
+    get_string_table()->dump_xml(xml);
   if (is_dump_selected(OF_DUMP_BATTRS))
     if (OF_BUILD_ATTR_TABLE *attributes = get_build_attributes(false))
       attributes->dump_xml(xml);

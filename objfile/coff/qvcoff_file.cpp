@@ -1,5 +1,7 @@
 #include "objfile/coff/qvcoff_file.h"
 
+#include <algorithm>
+
 #include "objfile/coff/qvcoff_section.h"
 #include "objfile/of_build_attr.h"
 #include "objfile/coff/qvcoff_string.h"
@@ -74,14 +76,14 @@ int QVCOFF_FILE::read(const OF_DESCRIPTOR &) {
   }
   uint32_t size = qvcoff_file_header_size(version);
   DATA_MAP map;
-  if (!map_file_region(0, size, map)) {
+  if (!map_file_region(0, size, map, "file header")) {
     report_truncated("file header", 0);
     return -1;
   }
   header_ = *decode_file_header(map.slice(0, size), version, order_);
   header_read_ = true;
   if (has_optional_header()) {
-    if (!map_file_region(size, QVCOFF_OPT_HEADER_SIZE, map)) {
+    if (!map_file_region(size, QVCOFF_OPT_HEADER_SIZE, map, "optional file header")) {
       report_truncated("optional file header", size);
       return -1;
     }
@@ -92,16 +94,26 @@ int QVCOFF_FILE::read(const OF_DESCRIPTOR &) {
   return 0;
 }
 
-bool QVCOFF_FILE::map_file_region(uint64_t offset, uint64_t size, DATA_MAP &map) {
+bool QVCOFF_FILE::map_file_region(uint64_t offset, uint64_t size, DATA_MAP &map, const std::string &what,
+                                  uint64_t unit) {
+  map.clear();
+  map.set_byte_order(order_);
   if (!was_read_from_stream())
     return false;
   uint64_t length = descriptor_.size;
-  if (offset > length || size > length - offset)
-    return false;
-  if (get_file_data(static_cast<uint32_t>(offset), static_cast<uint32_t>(size), map) != 0)
+  uint64_t inside = offset >= length ? 0 : std::min(size, length - offset);
+  if (inside != 0 && get_file_data(static_cast<uint32_t>(offset), static_cast<uint32_t>(inside), map) != 0)
     return false;
   map.set_byte_order(order_);
-  return true;
+  if (inside == size)
+    return true;
+  // Only the entry that the end of the file cut is completed: the entries
+  // wholly past the end are as good as absent, and a hostile count must not
+  // make the map any larger than the file.
+  if (uint64_t whole = (inside + unit - 1) / unit * unit; whole > inside)
+    map.resize(whole);
+  note_short_read(what.c_str(), offset);
+  return false;
 }
 
 void QVCOFF_FILE::report_truncated(const char *what, uint64_t offset) {
@@ -128,12 +140,12 @@ void QVCOFF_FILE::load_tables() {
       uint64_t start = uint64_t{qvcoff_file_header_size(get_format_version())} + header_.f_opthdr;
       string_table_offset_ = sections ? sections->end_of_furthest_data(start) : start;
     } else {
-      if (symptr > length)
+      if (symptr > length) {
         set_error(OF_ERR_MALFORMED, "invalid symbol table offset 0x%08x", header_.f_symptr);
-      else if (!map_file_region(symptr, bytes, symbol_data_))
-        report_truncated("symbol table", symptr);
-      else
-        count = header_.f_nsyms;
+      } else {
+        (void)map_file_region(symptr, bytes, symbol_data_, "symbol table", QVCOFF_SYMBOL_SIZE);
+        count = static_cast<uint32_t>(symbol_data_.size() / QVCOFF_SYMBOL_SIZE);
+      }
       string_table_offset_ = symptr + bytes;
     }
     read_string_table(string_table_offset_);
@@ -146,16 +158,13 @@ void QVCOFF_FILE::read_string_table(uint64_t offset) {
   if (offset >= length)
     return;  // the file has no string table
   DATA_MAP word;
-  if (!map_file_region(offset, 4, word)) {
-    report_truncated("string table length", offset);
-    return;
-  }
+  (void)map_file_region(offset, 4, word, "string table length word", 4);
   uint32_t size = word.read_u32();
   if (offset + size > length) {
     set_error(OF_ERR_MALFORMED, "invalid string table size %ld", static_cast<long>(size));
     return;
   }
-  (void)map_file_region(offset, size, strings_->data());
+  (void)map_file_region(offset, size, strings_->data(), "string table");
 }
 
 uint64_t QVCOFF_FILE::get_string_table_offset() {

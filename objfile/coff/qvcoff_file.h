@@ -13,16 +13,20 @@
 //   f_symptr                     f_nsyms 18-byte symbol entries
 //   f_symptr + 18 x f_nsyms      string table, led by its length word
 //
-// Opening reads the two headers only. The symbol and string tables are read
-// on the first request for either, the section headers on the first request
-// for sections (or to find the string table of a file without symbols).
-// Every read goes through map_file_region(), which refuses bytes outside
-// the file, so a damaged header can make a table empty but never lead a
-// read past the end of an archive member.
+// Opening reads the two headers and the symbol and string tables; the
+// section headers are read on the first request for sections (or to find
+// the string table of a file without symbols), a section's contents,
+// relocations and line numbers when they are first asked for. Every read
+// goes through map_file_region(), which never reads past the end of the
+// file (an archive member's neighbour is not its data): a table that runs
+// past the end holds what the file has, its last entry completed with
+// zeros, and the object records the short read (note_short_read), so that
+// listings show what is there and a copy can refuse to lose the rest.
 #pragma once
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "objfile/coff/qvcoff_rw.h"
@@ -102,10 +106,14 @@ public:
   bool is_modified() const { return modified_; }
 
   // Attaches `map` to `size` bytes at `offset` of the file, in the file's
-  // byte order; false, with nothing attached, when they are not all inside
-  // the file.
-  [[nodiscard]] bool map_file_region(uint64_t offset, uint64_t size, DATA_MAP &map);
-  // Error 3 naming what was cut off by the end of the file, and where.
+  // byte order. When they are not all inside the file, the map holds the
+  // part that is, completed with zeros to a whole number of `unit`-byte
+  // entries, the short read is recorded under `what` ("symbol table"), and
+  // the result is false.
+  [[nodiscard]] bool map_file_region(uint64_t offset, uint64_t size, DATA_MAP &map, const std::string &what,
+                                     uint64_t unit = 1);
+  // Error 3 naming a header that was cut off by the end of the file, and
+  // where: without its headers a file has nothing to read.
   void report_truncated(const char *what, uint64_t offset);
 
 protected:

@@ -21,12 +21,11 @@ void QVCOFF_LNNO_TABLE::load() {
   if (!f->was_read_from_stream() || h.s_nlnno == 0 || section_->is_new())
     return;
   DATA_MAP map;
-  if (!f->map_file_region(h.s_lnnoptr, uint64_t{h.s_nlnno} * QVCOFF_LINENO_SIZE, map)) {
-    f->report_truncated("line number entries", h.s_lnnoptr);
-    return;
-  }
-  entries_.reserve(h.s_nlnno);
-  for (uint32_t i = 0; i < h.s_nlnno; i++)
+  (void)f->map_file_region(h.s_lnnoptr, uint64_t{h.s_nlnno} * QVCOFF_LINENO_SIZE, map,
+                           section_->describe("line number table"), QVCOFF_LINENO_SIZE);
+  uint64_t count = map.size() / QVCOFF_LINENO_SIZE;
+  entries_.reserve(count);
+  for (uint64_t i = 0; i < count; i++)
     entries_.push_back(map.read_record<QVCOFF_LINENO_RECORD>());
 }
 
@@ -75,9 +74,8 @@ std::vector<uint8_t> QVCOFF_LNNO_TABLE::encode(uint32_t count) {
 std::optional<uint32_t> QVCOFF_LNNO_TABLE::function_first_line(uint32_t index) {
   QVCOFF_SYMBOL_TABLE *symbols = file()->get_qvcoff_symbol_table();
   // The function's ".bf" is the first C_FCN symbol behind it.
-  for (uint32_t i = symbols->next_index(index); i < symbols->get_count(); i = symbols->next_index(i)) {
-    QVCOFF_SYMBOL *s = symbols->get_qvcoff_symbol(i);
-    if (!s || s->get_storage_class() != C_FCN)
+  for (QVCOFF_SYMBOL *s : symbols->qvcoff_symbols(symbols->next_index(index))) {
+    if (s->get_storage_class() != C_FCN)
       continue;
     if (s->get_name() != ".bf" || s->get_aux().empty())
       return std::nullopt;
@@ -93,9 +91,12 @@ namespace {
 // The name of the last C_FILE symbol before `index`, or "".
 std::string file_of(QVCOFF_SYMBOL_TABLE *symbols, uint32_t index) {
   std::string name;
-  for (uint32_t i = 0; i < index && i < symbols->get_count(); i = symbols->next_index(i))
-    if (QVCOFF_SYMBOL *s = symbols->get_qvcoff_symbol(i); s && s->get_storage_class() == C_FILE)
+  for (QVCOFF_SYMBOL *s : symbols->qvcoff_symbols()) {
+    if (s->get_index() >= index)
+      break;
+    if (s->get_storage_class() == C_FILE)
       name = s->get_name();
+  }
   return name;
 }
 
@@ -121,8 +122,10 @@ void QVCOFF_LNNO_TABLE::dump(FILE *stream) {
     } else {
       snprintf(address, sizeof address, "0x%08x", e.l_addr);
     }
+    // The function's own row too: its entry's line 0 is relative like the
+    // others.
     if (first)
-      snprintf(line, sizeof line, "%d", static_cast<int>(e.l_lnno + *first) - (e.l_lnno == 0 ? 0 : 1));
+      snprintf(line, sizeof line, "%d", static_cast<int>(e.l_lnno + *first) - 1);
     fprintf(stream, row, file_name.c_str(), function.c_str(), address, line);
   }
 }

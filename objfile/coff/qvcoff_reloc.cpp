@@ -119,14 +119,12 @@ void QVCOFF_RELOC_TABLE::load() {
   OF_FORMAT_VERSION version = file->get_format_version();
   uint32_t size = qvcoff_reloc_size(version);
   DATA_MAP map;
-  if (!file->map_file_region(h.s_relptr, uint64_t{h.s_nreloc} * size, map)) {
-    file->report_truncated("relocation entries", h.s_relptr);
-    return;
-  }
-  entries_.reserve(h.s_nreloc);
-  for (uint32_t i = 0; i < h.s_nreloc; i++)
-    if (const uint8_t *bytes = map.slice(uint64_t{i} * size, size))
-      entries_.push_back(decode(bytes, version, file->byte_order()));
+  (void)file->map_file_region(h.s_relptr, uint64_t{h.s_nreloc} * size, map, section_->describe("relocation table"),
+                              size);
+  uint64_t count = map.size() / size;
+  entries_.reserve(count);
+  for (uint64_t i = 0; i < count; i++)
+    entries_.push_back(decode(map.slice(i * size, size), version, file->byte_order()));
 }
 
 uint32_t QVCOFF_RELOC_TABLE::get_count() {

@@ -85,6 +85,8 @@ public:
   uint32_t get_count() override;
   OF_RELOC *get_reloc(uint32_t index) override;
   QVCOFF_RELOC *get_qvcoff_reloc(uint32_t index);
+  // Every entry, as the COFF class.
+  OF_RANGE<QVCOFF_RELOC, OF_RELOC_WALK> qvcoff_relocs() { return OF_RANGE<QVCOFF_RELOC, OF_RELOC_WALK>(this); }
   QVCOFF_RELOC *add_reloc(uint32_t address, uint32_t symbol_index, uint32_t type);
   // Entries whose symbol was removed refer to symbol 0.
   void apply_symbol_map(const OF_INDEX_MAP &map) override;

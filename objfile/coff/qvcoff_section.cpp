@@ -22,12 +22,29 @@ const NAME_ENTRY SECTION_FLAG_NAMES[] = {
     {STYP_LGT, "STYP_LGT"},         {STYP_IS_GROUP, "STYP_IS_GROUP"}, {STYP_IN_GROUP, "STYP_IN_GROUP"},
 };
 
-// The XML booleans of the flag word, in listing order.
-const std::pair<const char *, uint32_t> XML_FLAGS[] = {
-    {"dummy", STYP_DSECT},  {"noload", STYP_NOLOAD}, {"copy", STYP_COPY},         {"text", STYP_TEXT},
-    {"data", STYP_DATA},    {"bss", STYP_BSS},       {"block", STYP_BLOCK},       {"pass", STYP_PASS},
-    {"clink", STYP_CLINK},  {"vector", STYP_VECTOR}, {"padded", STYP_PADDED},     {"icode", STYP_ICODE},
-    {"is_group", STYP_IS_GROUP}, {"in_group", STYP_IN_GROUP},
+// The XML booleans of the flag word, in listing order, with their
+// descriptions ("regular" is the absence of every flag).
+struct XML_FLAG {
+  const char *name;
+  uint32_t flag;
+  const char *description;
+};
+const XML_FLAG XML_FLAGS[] = {
+    {"regular", STYP_REG, "True if this section is a regular section"},
+    {"dummy", STYP_DSECT, "True if this section is a dummy section"},
+    {"noload", STYP_NOLOAD, "True if this section is a no-load section"},
+    {"copy", STYP_COPY, "True if this section is a copy section"},
+    {"text", STYP_TEXT, "True if this section contains code"},
+    {"data", STYP_DATA, "True if this section contains initialized data"},
+    {"bss", STYP_BSS, "True if this section contains uninitialized data"},
+    {"block", STYP_BLOCK, "True if alignment is used as blocking factor"},
+    {"pass", STYP_PASS, "True if this section is passed through unchanged"},
+    {"clink", STYP_CLINK, "True if this section is conditionally linked"},
+    {"vector", STYP_VECTOR, "True if this section contains a vector table (Pyxis only)"},
+    {"padded", STYP_PADDED, "True if this section has been padded"},
+    {"icode", STYP_ICODE, "True if this section has I-Code associated with it"},
+    {"is_group", STYP_IS_GROUP, "True if this section represents a group"},
+    {"in_group", STYP_IN_GROUP, "True if this section is member of a group"},
 };
 
 }  // namespace
@@ -70,11 +87,16 @@ uint64_t QVCOFF_SECTION::get_raw_size() const {
 
 DATA_MAP *QVCOFF_SECTION::get_data() {
   if (!data_mapped_) {
-    data_mapped_ = header_.s_scnptr != 0 && file_->map_file_region(header_.s_scnptr, get_raw_size(), data_);
-    if (!data_mapped_)
+    if (header_.s_scnptr == 0 || !file_->was_read_from_stream())
       return nullptr;
+    data_mapped_ = true;
+    (void)file_->map_file_region(header_.s_scnptr, get_raw_size(), data_, describe("raw data"));
   }
   return &data_;
+}
+
+std::string QVCOFF_SECTION::describe(const char *what) const {
+  return std::string(what) + " of section " + std::to_string(index_) + " (\"" + get_name() + "\")";
 }
 
 bool QVCOFF_SECTION::begin_change() {
@@ -147,6 +169,13 @@ int QVCOFF_SECTION::set_alignment(uint32_t alignment) {
 }
 
 int QVCOFF_SECTION::set_page(uint32_t page) {
+  // Only the older layouts cut, with a warning; version "2" has no excuse
+  // to store another page than the one asked for.
+  if (!is_v01() && page > QVCOFF_V2_MAX_PAGE) {
+    file_->set_error(OF_ERR_INVALID_REQUEST, "QV-COFF Version %s supports a maximum of %u pages",
+                     qvcoff_version_text(file_->get_format_version()), QVCOFF_V2_MAX_PAGE);
+    return -1;
+  }
   if (!begin_change())
     return -1;
   if (is_v01() && page > QVCOFF_V01_MAX_PAGE) {
@@ -251,7 +280,10 @@ void QVCOFF_SECTION::dump(FILE *stream) {
 }
 
 void QVCOFF_SECTION::dump_xml(XML_WRITER &xml) {
-  auto flag = [this](uint32_t f) { return (header_.s_flags & f) ? "true" : "false"; };
+  auto flag = [this](uint32_t f) {
+    bool set = f == STYP_REG ? (header_.s_flags & ~STYP_ALIGN_MASK) == 0 : (header_.s_flags & f) != 0;
+    return set ? "true" : "false";
+  };
   xml.open("section");
   xml.element("index", std::to_string(index_));
   xml.element("name", get_name());
@@ -278,9 +310,8 @@ void QVCOFF_SECTION::dump_xml(XML_WRITER &xml) {
   described(xml, "addr_size", std::to_string(file_->get_machine_db()->get_address_unit_bits() / 8),
             "Size of one machine address (octets)");
   xml.element("alignment", std::to_string(get_alignment()));
-  xml.element("regular", (header_.s_flags & ~STYP_ALIGN_MASK) == 0 ? "true" : "false");
-  for (const auto &[name, bit] : XML_FLAGS)
-    xml.element(name, flag(bit));
+  for (const XML_FLAG &f : XML_FLAGS)
+    described(xml, f.name, flag(f.flag), f.description);
   xml.open("file_offsets");
   xml.element("raw_data_ptr", XML_WRITER::hex(header_.s_scnptr));
   xml.element("reloc_ptr", XML_WRITER::hex(header_.s_relptr));
@@ -302,7 +333,7 @@ void QVCOFF_SECTION_TABLE::load() {
   DATA_MAP headers;
   for (uint32_t i = 0; i < h.f_nscns; i++) {
     uint64_t at = start + uint64_t{i} * size;
-    if (!file_->map_file_region(at, size, headers)) {
+    if (!file_->map_file_region(at, size, headers, "section header")) {
       file_->report_truncated("section header", at);
       return;
     }

@@ -45,7 +45,8 @@ public:
   uint32_t get_index() const override { return index_; }
   uint32_t get_size() const override { return header_.s_size; }
   // The raw data, read on first use; null when the section has none in
-  // the file or it lies outside the file.
+  // the file. Data that runs past the end of the file holds what the file
+  // has (the short read is recorded with the file).
   DATA_MAP *get_data() override;
 
   int set_name(const std::string &name) override;
@@ -88,6 +89,9 @@ public:
   // Undoes a laid-out file's build state before a change; false when that
   // is refused (the error is pending).
   bool begin_change();
+  // "`what` of section 1 (".text")", naming a part of the section in
+  // records and messages.
+  std::string describe(const char *what) const;
   // The header rows of the information listing, and the XML element.
   void dump(FILE *stream);
   void dump_xml(XML_WRITER &xml);
@@ -123,9 +127,13 @@ public:
   // left out.
   void load();
   uint32_t get_count() override { return static_cast<uint32_t>(sections_.size()); }
+  // Sections are numbered from 1.
+  uint32_t first_index() const override { return 1; }
   // By section number, 1 to get_count(); null otherwise.
   OF_SECTION *get_section(uint32_t number) override;
   QVCOFF_SECTION *get_qvcoff_section(uint32_t number);
+  // Every section, as the COFF class.
+  OF_RANGE<QVCOFF_SECTION, OF_SECTION_WALK> qvcoff_sections() { return OF_RANGE<QVCOFF_SECTION, OF_SECTION_WALK>(this); }
   OF_SECTION *find_section(const std::string &name) override;
   // Appends an empty section; "Attempt to create too many QV COFF sections"
   // (error 5) and null when the file already holds the most it can.

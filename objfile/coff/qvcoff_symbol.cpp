@@ -275,7 +275,7 @@ void QVCOFF_SYMBOL::print_info(FILE *stream) const {
       row("CSU Size:", a->x_size);
     } else if (auto *a = std::get_if<QVCOFF_AUX_FUNCTION_RECORD>(&aux)) {
       row("Tag Index:", a->x_tagndx);
-      row("Size:", a->x_fsize);
+      row("CSU Size:", a->x_fsize);
       row("Line Offset:", a->x_lnnoptr);
       row("Next Symbol:", a->x_endndx);
     } else if (auto *a = std::get_if<QVCOFF_AUX_SCOPE_RECORD>(&aux)) {
@@ -286,19 +286,19 @@ void QVCOFF_SYMBOL::print_info(FILE *stream) const {
       row("Next Symbol:", a->x_endndx);
     } else if (auto *a = std::get_if<QVCOFF_AUX_ARRAY_RECORD>(&aux)) {
       row("Tag Index:", a->x_tagndx);
-      row("Size:", a->x_size);
+      row("CSU Size:", a->x_size);
       fprintf(stream, "  %-26s[%d][%d][%d][%d]\n", "Dimensions:", a->x_dimen[0], a->x_dimen[1], a->x_dimen[2],
               a->x_dimen[3]);
     } else if (auto *a = std::get_if<QVCOFF_AUX_TYPEDEF_RECORD>(&aux)) {
       row("Tag Index:", a->x_tagndx);
-      row("Size:", a->x_size);
+      row("CSU Size:", a->x_size);
     } else if (auto *a = std::get_if<QVCOFF_AUX_FILE_RECORD>(&aux)) {
       const char *text = reinterpret_cast<const char *>(a->x_fname.data());
       fprintf(stream, "  %-26s%.*s\n", "File Name:", static_cast<int>(strnlen(text, a->x_fname.size())), text);
     } else if (auto *a = std::get_if<QVCOFF_AUX_SECTION_RECORD>(&aux)) {
       row("Section Length:", a->x_scnlen);
       row("# Relocs:", a->x_nreloc);
-      row("# Lines:", a->x_nlinno);
+      row("# Line Entries:", a->x_nlinno);
     }
   }
 }
@@ -400,10 +400,7 @@ void QVCOFF_SYMBOL_TABLE::apply_map_to_aux(const OF_INDEX_MAP &map, uint32_t old
     uint32_t moved = map(index);
     index = moved != REMOVED ? moved : index == old_count ? get_count() : 0;
   };
-  for (uint32_t i = 0; i < get_count(); i = next_index(i)) {
-    QVCOFF_SYMBOL *s = get_qvcoff_symbol(i);
-    if (!s)
-      continue;
+  for (QVCOFF_SYMBOL *s : qvcoff_symbols()) {
     for (QVCOFF_AUX &aux : s->aux_) {
       if (auto *a = std::get_if<QVCOFF_AUX_TAG_RECORD>(&aux)) {
         follow(a->x_tagndx);
@@ -428,13 +425,14 @@ bool QVCOFF_SYMBOL_TABLE::encode(QVCOFF_STRING_TABLE *strings, std::vector<uint8
   BYTE_ORDERING order = file_->byte_order();
   uint32_t count = get_count();
   out.assign(uint64_t{count} * QVCOFF_SYMBOL_SIZE, 0);
-  for (uint32_t i = 0; i < count; i = next_index(i)) {
-    QVCOFF_SYMBOL *s = get_qvcoff_symbol(i);
-    if (!s)
-      continue;
+  std::vector<uint32_t> unnamed;
+  for (QVCOFF_SYMBOL *s : qvcoff_symbols()) {
+    uint32_t i = s->get_index();
     QVCOFF_SYMBOL_RECORD rec = s->record_;
     rec.n_name = {};
     const std::string &name = s->get_name();
+    if (name.empty())
+      unnamed.push_back(i);
     if (name.size() <= 8) {
       std::copy(name.begin(), name.end(), rec.n_name.begin());
     } else {
@@ -449,6 +447,16 @@ bool QVCOFF_SYMBOL_TABLE::encode(QVCOFF_STRING_TABLE *strings, std::vector<uint8
       auto bytes = encode_aux(s->aux_[a], order);
       std::copy(bytes.begin(), bytes.end(), at + QVCOFF_SYMBOL_SIZE * (a + 1));
     }
+  }
+  // An empty name is eight zero bytes, which name the string at offset 0:
+  // that is no name only while there is no string table. When there is
+  // one, the name points at an empty string of its own.
+  if (!unnamed.empty() && strings->data().size() > strings->get_first_offset()) {
+    std::optional<uint32_t> offset = strings->add_string("");
+    if (!offset)
+      return false;
+    for (uint32_t i : unnamed)
+      write_u32(out.data() + uint64_t{i} * QVCOFF_SYMBOL_SIZE + 4, *offset, order);
   }
   return true;
 }
@@ -498,10 +506,7 @@ std::unique_ptr<OF_SYMBOL> QVCOFF_SYMBOL_TABLE::load_symbol(uint32_t index) {
 
 bool QVCOFF_SYMBOL_TABLE::check_scopes() {
   long blocks = 0, functions = 0;
-  for (uint32_t i = 0; i < get_count(); i = next_index(i)) {
-    QVCOFF_SYMBOL *s = get_qvcoff_symbol(i);
-    if (!s)
-      continue;
+  for (QVCOFF_SYMBOL *s : qvcoff_symbols()) {
     const std::string &name = s->get_name();
     if (s->get_storage_class() == C_BLOCK)
       blocks += name == ".bb" ? 1 : name == ".eb" ? -1 : 0;

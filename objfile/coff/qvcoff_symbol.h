@@ -105,6 +105,10 @@ public:
   QVCOFF_FILE *get_file() const { return file_; }
   // The symbol at `index` as a COFF symbol, or null.
   QVCOFF_SYMBOL *get_qvcoff_symbol(uint32_t index);
+  // Every symbol (from index `from` on), as the COFF class.
+  OF_RANGE<QVCOFF_SYMBOL, OF_SYMBOL_WALK> qvcoff_symbols(uint32_t from = 0) {
+    return OF_RANGE<QVCOFF_SYMBOL, OF_SYMBOL_WALK>(this, from);
+  }
   // Whether the .bb/.eb and .bf/.ef symbols balance; reports when not.
   bool check_scopes();
 

@@ -26,7 +26,10 @@ constexpr uint16_t N_ABS = 0xFFFF, N_DEBUG = 0xFFFE;
 // One object that defines `global` (a function with an auxiliary entry)
 // and `absolute`, and holds a local, an undefined reference, a debug symbol
 // and a label that must all stay out of the index.
-std::string coff_object(int version, TEST_ORDER order, const std::string &global, const std::string &absolute) {
+// With `missing` symbols more in its header than it holds, its symbol table
+// runs past the end of the member.
+std::string coff_object(int version, TEST_ORDER order, const std::string &global, const std::string &absolute,
+                        uint32_t missing = 0) {
   COFF_IMAGE c(version, order);
   c.sections.push_back({.name = ".text", .size = 2, .data = "abcd"});  // Vela: 16-bit units
   c.symbols = {{.name = "file.c", .scnum = N_DEBUG, .sclass = C_FILE, .aux = {std::string(18, 'f')}},
@@ -38,6 +41,11 @@ std::string coff_object(int version, TEST_ORDER order, const std::string &global
                {.name = "lbl", .scnum = 1, .sclass = C_LABEL}};
   if (!absolute.empty())
     c.symbols.push_back({.name = absolute, .value = 0x1234, .scnum = N_ABS, .sclass = C_EXTDEF});
+  std::string bytes = c.build();
+  if (missing == 0)
+    return bytes;
+  c.nsyms_override = (c.strptr - c.symptr) / 18 + missing;
+  c.string_table = false;
   return c.build();
 }
 
@@ -107,6 +115,9 @@ TEST(CoffIndex, EveryVersionAndByteOrderFeedsTheIndexByteForByte) {
       {"a_very_long_object_name.obj", coff_object(1, BIG, "init", ""), {"init"}},
       {"trunc.obj", good.substr(0, 61), {}},
       {"weird.obj", std::string("\x12\x34", 2) + good.substr(2), {}},
+      // Its symbol table runs past its end (into the next member): the
+      // symbols it holds are indexed, nothing of its neighbour.
+      {"cut.obj", coff_object(1, BIG, "cut_glob", "cut_abs", 5), {"cut_glob", "cut_abs"}},
       {"v2le.obj", coff_object(2, LITTLE, "v2_little_endian_global", "abs2"), {"v2_little_endian_global", "abs2"}},
       {"v2be.obj", coff_object(2, BIG, "v2_be", ""), {"v2_be"}},
   };

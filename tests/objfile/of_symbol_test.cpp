@@ -36,8 +36,8 @@ TEST(SymbolTable, WalkAndFindLoadLazilyAndSkipAuxiliaryEntries) {
   TEST_SYMBOL_TABLE t(&f, sample());
   EXPECT_EQ(t.loads, 0);
   std::vector<std::string> walked;
-  for (uint32_t i = 0; i < t.get_count(); i = t.next_index(i))
-    walked.push_back(t.get_symbol(i)->get_name());
+  for (OF_SYMBOL *s : t.symbols())
+    walked.push_back(s->get_name());
   EXPECT_EQ(walked, (std::vector<std::string>{"", "main", "helper", "", "main"}));
   EXPECT_EQ(t.get_symbol(1), t.get_symbol(1));  // cached
   EXPECT_EQ(t.loads, 5);

@@ -181,17 +181,15 @@ struct OPENED_MEMBER {
 // sections'), one after another.
 inline std::string walk(OFE::OBJECT_FILE *o) {
   std::string names;
-  OFE::OF_SYMBOL_TABLE *t = o ? o->get_symbol_table() : nullptr;
-  for (uint32_t i = 0; t && i < t->get_count(); i = t->next_index(i))
-    if (OFE::OF_SYMBOL *s = t->get_symbol(i)) {
-      names += s->get_name();
-      (void)s->get_kind(), (void)s->get_binding(), (void)s->get_type(), (void)s->get_size();
-      (void)s->get_section_index();
-    }
-  OFE::OF_SECTION_TABLE *sections = o ? o->get_section_table() : nullptr;
-  for (uint32_t i = 0; sections && i <= sections->get_count(); i++)
-    if (OFE::OF_SECTION *s = sections->get_section(i))
-      names += s->get_name();
+  if (!o)
+    return names;
+  for (OFE::OF_SYMBOL *s : o->symbols()) {
+    names += s->get_name();
+    (void)s->get_kind(), (void)s->get_binding(), (void)s->get_type(), (void)s->get_size();
+    (void)s->get_section_index();
+  }
+  for (OFE::OF_SECTION *s : o->sections())
+    names += s->get_name();
   return names;
 }
 

@@ -130,6 +130,92 @@ TEST_P(OfecopyCoff, BindingEditsChangeOnlyTheStorageClassOfSymbolsWhoseBindingCh
   }
 }
 
+// Sections count from 1 in COFF: the last section, and so the only section
+// of a one-section file, is edited like any other.
+TEST_P(OfecopyCoff, EditsReachTheLastSection) {
+  COFF_IMAGE rich = rich_image(version(), order()), single = image();
+  single.sections.push_back({.name = ".only", .size = 2, .data = "abcd", .flags = 0x0020});
+  for (COFF_IMAGE *c : {&rich, &single}) {
+    const COFF_SECTION_DEF &last = c->sections.back();
+    uint32_t number = static_cast<uint32_t>(c->sections.size());
+    dir.write("in.obj", c->build());
+    RUN_RESULT r = ofecopy({"--rename-section", last.name + "=.last", "--set-section-alignment", ".last=8",
+                            "--set-section-page", ".last=7", "in.obj", "out.obj"});
+    ASSERT_EQ(r.status, 0) << last.name << ": " << r.err;
+    EXPECT_EQ(r.err, "");
+    OPENED_COFF out(dir.read("out.obj"));
+    ASSERT_NE(out.file(), nullptr);
+    OF_SECTION *s = out.file()->get_section_table()->get_section(number);
+    ASSERT_NE(s, nullptr);
+    EXPECT_EQ(s->get_name(), ".last");
+    EXPECT_EQ(s->get_alignment(), 8u);
+    EXPECT_EQ(s->get_page(), 7u);
+  }
+}
+
+// A page that does not fit version "2"'s 16-bit field is refused; the older
+// layouts cut it to their 8 bits with a warning.
+TEST_P(OfecopyCoff, APageBeyondTheFieldIsRefusedInVersion2) {
+  dir.write("in.obj", rich_image(version(), order()).build());
+  RUN_RESULT r = ofecopy({"--set-section-page", ".text=70000", "in.obj", "out.obj"});
+  std::string v = std::to_string(version());
+  if (version() == 2) {
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, ">>   error: QV-COFF Version 2 supports a maximum of 65535 pages\n");
+    EXPECT_FALSE(std::filesystem::exists(dir / "out.obj"));
+  } else {
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, ">> warning: QV-COFF Version " + v + " supports a maximum of 255 pages\n");
+    OPENED_COFF out(dir.read("out.obj"));
+    EXPECT_EQ(out.file()->get_section_table()->get_section(1)->get_page(), 70000u & 0xFF);
+  }
+}
+
+// A message as one line: USER_MSG wraps long ones at 79 columns.
+std::string unwrapped(std::string text) {
+  for (size_t at; (at = text.find("\n            ")) != std::string::npos;)
+    text.replace(at, 13, " ");
+  return text;
+}
+
+// A section whose raw data, relocations or line numbers run past the end of
+// the file cannot be copied faithfully: no output, exit 1, and a message
+// that names what was cut.
+TEST_P(OfecopyCoff, AFileWithATablePastItsEndIsNotCopied) {
+  struct CASE {
+    uint32_t COFF_SECTION_DEF::*pointer;
+    uint32_t COFF_SECTION_DEF::*count;
+    uint32_t back;  // bytes of it inside the file
+    const char *what;
+  } cases[] = {
+      {&COFF_SECTION_DEF::scnptr, &COFF_SECTION_DEF::size, 2, "raw data"},
+      {&COFF_SECTION_DEF::relptr, &COFF_SECTION_DEF::nreloc, 4, "relocation table"},
+      {&COFF_SECTION_DEF::lnnoptr, &COFF_SECTION_DEF::nlnno, 3, "line number table"},
+  };
+  for (const CASE &k : cases) {
+    COFF_IMAGE c = rich_image(version(), order());
+    c.sections.push_back({.name = ".cut"});
+    c.sections.back().*k.count = 2;
+    uint32_t at = static_cast<uint32_t>(c.build().size()) - k.back;
+    c.sections.back().*k.pointer = at;
+    dir.write("in.obj", c.build());
+    RUN_RESULT r = ofecopy({"in.obj", "out.obj"});
+    char expected[200];
+    snprintf(expected, sizeof expected,
+             ">>   error: 'in.obj' could not be read completely: the %s of section %zu (\".cut\") at offset 0x%x "
+             "runs past the end of the file\n",
+             k.what, c.sections.size(), at);
+    EXPECT_EQ(r.status, 1) << k.what;
+    EXPECT_EQ(unwrapped(r.err), expected);
+    EXPECT_FALSE(std::filesystem::exists(dir / "out.obj")) << k.what;
+    // The listing shows what is there, and says what is not.
+    RUN_RESULT listed = run({ofedump_path(), "-d", "all", "in.obj"}, dir.path());
+    EXPECT_EQ(listed.status, 1) << k.what;
+    EXPECT_EQ(unwrapped(listed.err), expected) << k.what;
+    EXPECT_NE(listed.out.find("(\".cut\")"), std::string::npos) << k.what;
+  }
+}
+
 INSTANTIATE_FOR_ALL_LAYOUTS(OfecopyCoff);
 
 }  // namespace

@@ -45,9 +45,8 @@ int main(int argc, char **argv) {
     fclose(stream);
     return 1;
   }
-  OFE::OF_SYMBOL_TABLE *table = object->get_symbol_table();
-  for (uint32_t i = 0; table && i < table->get_count(); i = table->next_index(i))
-    if (OFE::OF_SYMBOL *symbol = table->get_symbol(i); symbol && !symbol->get_name().empty())
+  for (OFE::OF_SYMBOL *symbol : object->symbols())
+    if (!symbol->get_name().empty())
       printf("%s %s %s\n", binding_word(symbol->get_binding()), kind_word(symbol->get_kind()),
              symbol->get_name().c_str());
   delete object;

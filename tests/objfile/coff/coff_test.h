@@ -61,11 +61,9 @@ inline std::string describe(OFE::QVCOFF_FILE *f) {
     o << "optional " << p.magic << " " << p.tool_version << " " << p.text_size << " " << p.data_size << " "
       << p.bss_size << " " << p.entry_point << " " << p.text_start << " " << p.data_start << "\n";
   }
-  QVCOFF_SECTION_TABLE *sections = f->get_qvcoff_section_table();
-  for (uint32_t i = 1; i <= sections->get_count(); i++) {
-    QVCOFF_SECTION *s = sections->get_qvcoff_section(i);
+  for (QVCOFF_SECTION *s : f->get_qvcoff_section_table()->qvcoff_sections()) {
     const QVCOFF_SECTION_HEADER &sh = s->get_header();
-    o << "section " << i << " '" << s->get_name() << "' paddr=" << sh.s_paddr << " vaddr=" << sh.s_vaddr
+    o << "section " << s->get_index() << " '" << s->get_name() << "' paddr=" << sh.s_paddr << " vaddr=" << sh.s_vaddr
       << " size=" << sh.s_size << " nreloc=" << sh.s_nreloc << " nlnno=" << sh.s_nlnno << " flags=" << sh.s_flags
       << " mwidth=" << int(sh.s_mwidth) << " page=" << sh.s_page << "\n";
     // Groups and build attributes are words in the file's byte order: they
@@ -73,9 +71,7 @@ inline std::string describe(OFE::QVCOFF_FILE *f) {
     bool by_value = (sh.s_flags & 0x00080000) || s->get_name() == "$build.attributes";
     if (DATA_MAP *d = s->get_data(); d && !by_value)
       o << "  data " << hex_bytes(d->slice(0, d->size()), d->slice(0, d->size()) ? d->size() : 0) << "\n";
-    QVCOFF_RELOC_TABLE *r = s->relocations();
-    for (uint32_t j = 0; j < r->get_count(); j++) {
-      QVCOFF_RELOC *e = r->get_qvcoff_reloc(j);
+    for (QVCOFF_RELOC *e : s->relocations()->qvcoff_relocs()) {
       OF_SYMBOL *sym = e->get_symbol();
       o << "  reloc " << e->get_address() << " type=" << e->get_type() << " word=" << e->get_symbol_index()
         << " second=" << e->get_second_word() << " field=" << int(e->get_field_offset()) << "/"
@@ -99,14 +95,8 @@ inline std::string describe(OFE::QVCOFF_FILE *f) {
       o << " " << i;
     o << "\n";
   }
-  QVCOFF_SYMBOL_TABLE *t = f->get_qvcoff_symbol_table();
-  for (uint32_t i = 0; i < t->get_count(); i = t->next_index(i)) {
-    QVCOFF_SYMBOL *s = t->get_qvcoff_symbol(i);
-    if (!s) {
-      o << "symbol " << i << " missing\n";
-      continue;
-    }
-    o << "symbol " << i << " '" << s->get_name() << "' value=" << s->get_value() << " scnum=" << s->get_section_number()
+  for (QVCOFF_SYMBOL *s : f->get_qvcoff_symbol_table()->qvcoff_symbols()) {
+    o << "symbol " << s->get_index() << " '" << s->get_name() << "' value=" << s->get_value() << " scnum=" << s->get_section_number()
       << " type=" << s->get_type_word() << " class=" << int(s->get_storage_class()) << " naux=" << int(s->get_aux_count())
       << "\n";
     for (const QVCOFF_AUX &a : s->get_aux()) {

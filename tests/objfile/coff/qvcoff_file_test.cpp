@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <set>
+#include <sstream>
 
 #include "objfile/coff/coff_test.h"
 #include "objfile/coff/qvcoff_const.h"
@@ -39,7 +41,10 @@ TEST_P(CoffFile, ReadsTheFileAndOptionalHeaders) {
   EXPECT_EQ(f->get_string_table()->get_first_offset(), 4u);
   EXPECT_STREQ(f->get_string_table()->get_string(4), "a_rather_long_name");
   EXPECT_STREQ(f->get_string_table()->get_string(23), "spare");
-  EXPECT_EQ(f->get_string_table()->get_string(0), nullptr) << "inside the length word";
+  // Offsets inside the length word (29) read its bytes, as any name there
+  // would.
+  EXPECT_STREQ(f->get_string_table()->get_string(0), order() == BIG ? "" : "\x1d");
+  EXPECT_STREQ(f->get_string_table()->get_string(3), order() == BIG ? "\x1d" "a_rather_long_name" : "");
   EXPECT_EQ(f->get_string_table()->get_string(29), nullptr) << "at the end";
   EXPECT_EQ(f->get_format_version(), static_cast<OF_FORMAT_VERSION>(version() + 1));
   EXPECT_EQ(f->get_data_endian(), order() == BIG ? OF_ENDIAN_BIG : OF_ENDIAN_LITTLE);
@@ -89,36 +94,123 @@ TEST_P(CoffFile, FindsTheStringTableOfAFileWithoutSymbolsBehindTheFurthestData) 
   EXPECT_EQ(o.error_code(), 0u) << o.error();
 }
 
-// Each damaged table is reported when the file is opened; what lies outside
-// the member is never read or allocated for.
-TEST_P(CoffFile, SymbolAndStringTablesPastTheEndAreReported) {
+// A symbol or string table whose place is damaged is reported when the file
+// is opened (with the messages of the format); a table that merely runs past
+// the end of the file holds what the file has, its cut entry completed with
+// zeros, and the short read is recorded instead of reported. Nothing outside
+// the member is read or allocated for, however large the count.
+TEST_P(CoffFile, TablesPastTheEndHoldWhatTheFileHas) {
   struct CASE {
     void (*damage)(COFF_IMAGE &);
-    const char *name;
-    uint32_t symbols;
-    const char *error;  // %x: the symbol table's offset, %zu: the file's size
+    size_t cut;         // bytes cut off the end of the built file
+    const char *error;  // pending error, or ""
+    std::vector<std::string> symbols;
+    const char *short_read;  // %x: the symbol table's offset
   } cases[] = {
-      {[](COFF_IMAGE &c) { c.strsize_override = 4000; }, "long_symbol_name", 1, "invalid string table size 4000"},
-      {[](COFF_IMAGE &c) { c.symptr_override = 0x7FFF0000; }, "main", 0, "invalid symbol table offset 0x7fff0000"},
-      {[](COFF_IMAGE &c) { c.nsyms_override = 0xFFFFFFFF; }, "main", 0,
-       "symbol table at offset 0x%x runs past the end of file \"big.obj\" (%zu bytes)"},
+      {[](COFF_IMAGE &c) { c.strsize_override = 4000; }, 0, "invalid string table size 4000", {"", "second"}, ""},
+      {[](COFF_IMAGE &c) { c.symptr_override = 0x7FFF0000; }, 0, "invalid symbol table offset 0x7fff0000", {}, ""},
+      // The file ends behind the two symbols' 36 bytes: the rest is absent.
+      {[](COFF_IMAGE &c) { c.nsyms_override = 0xFFFFFFFF, c.symbols[0].name = "main"; }, 0, "", {"main", "second"},
+       "the symbol table at offset 0x%x"},
+      // Half of the second symbol: its name and two bytes of its value.
+      {[](COFF_IMAGE &c) { c.symbols[0].name = "main"; }, 8, "", {"main", "second"}, "the symbol table at offset 0x%x"},
   };
   for (const CASE &k : cases) {
     COFF_IMAGE c = image();
-    c.symbols.push_back({.name = k.name, .scnum = 1});
+    c.symbols.push_back({.name = "long_symbol_name", .scnum = 1});
+    c.symbols.push_back({.name = "second", .value = 0x12345678, .scnum = 1, .sclass = 2});
     k.damage(c);
     std::string bytes = c.build();
+    bytes.resize(bytes.size() - k.cut);
     OPENED_COFF o(bytes, "big.obj");
     ASSERT_NE(o.file(), nullptr);
     char expected[128];
-    snprintf(expected, sizeof expected, k.error, c.symptr, bytes.size());
-    EXPECT_EQ(o.error(), expected);
-    EXPECT_EQ(o.error_code(), OF_ERR_MALFORMED) << expected;
-    ASSERT_EQ(o.symbols()->get_count(), k.symbols) << expected;
-    if (k.symbols) {
-      EXPECT_EQ(o.symbol(0)->get_name(), "");
+    snprintf(expected, sizeof expected, k.short_read, c.symptr);
+    EXPECT_EQ(o.error(), k.error) << expected;
+    EXPECT_EQ(o.file()->get_short_read(), expected);
+    std::vector<std::string> names;
+    for (OF_SYMBOL *s : o.file()->symbols())
+      names.push_back(s->get_name());
+    EXPECT_EQ(names, k.symbols) << expected;
+    if (k.cut) {
+      QVCOFF_SYMBOL *second = o.symbol(1);
+      EXPECT_EQ(second->get_value() & (order() == BIG ? 0xFFFF0000u : 0xFFFFu),
+                0x12345678u & (order() == BIG ? 0xFFFF0000u : 0xFFFFu));
+      EXPECT_EQ(second->get_kind(), OF_KIND_UNDEFINED) << "the zeros: no section";
     }
   }
+}
+
+// Relocations, line numbers and raw data that run past the end, and a
+// string table whose length word does: what the file holds, the cut entry
+// completed with zeros, the short read recorded when the part is first
+// read.
+TEST_P(CoffFile, SectionPartsPastTheEndHoldWhatTheFileHas) {
+  // An ARM file (8-bit units) whose last bytes are `tail`, where section 2
+  // points one of its parts with `count` entries.
+  auto cut_file = [&](uint32_t COFF_SECTION_DEF::*pointer, uint32_t COFF_SECTION_DEF::*count, uint32_t n,
+                      const std::string &tail) {
+    COFF_IMAGE c = image(0x97);
+    c.sections.push_back({.name = ".text", .size = 64, .data = std::string(64, 'd')});
+    c.sections.push_back({.name = ".cut"});
+    std::string bytes = c.build();
+    c.sections[1].*pointer = static_cast<uint32_t>(bytes.size() - tail.size());
+    c.sections[1].*count = n;
+    bytes = c.build();
+    return bytes.replace(bytes.size() - tail.size(), tail.size(), tail);
+  };
+  auto short_read = [](const char *what, size_t at) {
+    char text[96];
+    snprintf(text, sizeof text, "the %s of section 2 (\".cut\") at offset 0x%zx", what, at);
+    return std::string(text);
+  };
+  uint32_t reloc_size = version() == 0 ? 10 : 12;
+  COFF_IMAGE b = image(0x97);
+
+  std::string bytes = cut_file(&COFF_SECTION_DEF::relptr, &COFF_SECTION_DEF::nreloc, 5,
+                               b.reloc(0x11223344, 0x55667788, 0x99AA) + "\xAB\xCD");
+  OPENED_COFF relocs(bytes);
+  ASSERT_NE(relocs.file(), nullptr);
+  EXPECT_TRUE(relocs.file()->was_read_completely()) << "nothing is read before it is asked for";
+  QVCOFF_RELOC_TABLE *r = relocs.file()->get_qvcoff_section_table()->get_qvcoff_section(2)->relocations();
+  ASSERT_EQ(r->get_count(), 2u);
+  EXPECT_EQ(relocs.file()->get_short_read(), short_read("relocation table", bytes.size() - reloc_size - 2));
+  EXPECT_EQ(r->get_qvcoff_reloc(0)->get_address(), 0x11223344u);
+  EXPECT_EQ(r->get_qvcoff_reloc(1)->get_address(), order() == BIG ? 0xABCD0000u : 0xCDABu)
+      << "the bytes past the end read as zeros";
+  EXPECT_EQ(r->get_qvcoff_reloc(1)->get_type(), 0u);
+  EXPECT_EQ(relocs.error_code(), 0u) << relocs.error();
+
+  bytes = cut_file(&COFF_SECTION_DEF::lnnoptr, &COFF_SECTION_DEF::nlnno, 4,
+                   b.lnno(0xCAFEF00D, 7) + b.lnno(0x01020304, 9).substr(0, 3));
+  OPENED_COFF lines(bytes);
+  QVCOFF_LNNO_TABLE *l = lines.file()->get_qvcoff_section_table()->get_qvcoff_section(2)->line_numbers();
+  ASSERT_EQ(l->get_count(), 2u);
+  EXPECT_EQ(lines.file()->get_short_read(), short_read("line number table", bytes.size() - 9));
+  EXPECT_EQ(l->get_entry(0)->l_addr, 0xCAFEF00Du);
+  EXPECT_EQ(l->get_entry(1)->l_addr, order() == BIG ? 0x01020300u : 0x00020304u);
+  EXPECT_EQ(l->get_entry(1)->l_lnno, 0u);
+  EXPECT_EQ(lines.error_code(), 0u) << lines.error();
+
+  bytes = cut_file(&COFF_SECTION_DEF::scnptr, &COFF_SECTION_DEF::size, 9, "vwxyz");
+  OPENED_COFF data(bytes);
+  DATA_MAP *d = data.file()->get_section_table()->get_section(2)->get_data();
+  ASSERT_NE(d, nullptr);
+  EXPECT_EQ(contents(*d), "vwxyz") << "the bytes there are, nothing made up";
+  EXPECT_EQ(data.file()->get_short_read(), short_read("raw data", bytes.size() - 5));
+  EXPECT_EQ(data.error_code(), 0u) << data.error();
+
+  // Two bytes of the string table's length word: read with two zero bytes,
+  // a length that fits.
+  COFF_IMAGE w = image();
+  w.symbols.push_back({.name = "main", .scnum = 1});
+  std::string words = w.build() + BYTES(order()).u16(0).bytes();
+  OPENED_COFF x(words);
+  ASSERT_NE(x.file(), nullptr);
+  EXPECT_EQ(x.error_code(), 0u) << x.error();
+  char what[96];
+  snprintf(what, sizeof what, "the string table length word at offset 0x%zx", words.size() - 2);
+  EXPECT_EQ(x.file()->get_short_read(), what);
 }
 
 TEST_P(CoffFile, ChangingTheFileTypeAndByteOrder) {
@@ -270,8 +362,12 @@ TEST(CoffDump, EveryPartWithItsLabels) {
            "\n Symbol Table \"\"", "\n String Table \"\"", "\n Group \".grp\"", "  Kind:                     COMDAT\n",
            "\n Build Attributes in \"rich.obj\"\n"})
     EXPECT_TRUE(has(text, expected)) << expected;
-  // The line column: the ".bf" line 10 plus the relative line less one.
+  // The line column: the ".bf" line 10 plus the relative line less one, on
+  // the function's own row (line 0) too.
   EXPECT_TRUE(has(text, "main                     0x00000014 12\n")) << text;
+  char function_row[96];
+  snprintf(function_row, sizeof function_row, "  %-16s %-24s %-10s %s\n", ".file", "main", "", "9");
+  EXPECT_TRUE(has(text, function_row)) << text;
   EXPECT_FALSE(has(text, "PC Value:")) << "type 276 shows its value plainly";
 }
 
@@ -306,8 +402,19 @@ TEST(CoffDump, XmlElementsAndDescriptions) {
         "<line description=\"Source line number\">", "<addr description=\"PC address\">",
         "<raw_data description=\"Raw data (base64-encoded)\">QUJDREVGR0g=</raw_data>", "<page description=\"Memory page\">3</page>",
         "<byte_swapped description=\"Endianness of build host is opposite of current host\">true</byte_swapped>",
-        "<raw_data_ptr>", "<is_group>false</is_group>"})
+        "<raw_data_ptr>",
+        // Every flag boolean with its description.
+        "<regular description=\"True if this section is a regular section\">false</regular>",
+        "<text description=\"True if this section contains code\">true</text>",
+        "<vector description=\"True if this section contains a vector table (Pyxis only)\">false</vector>",
+        "<is_group description=\"True if this section represents a group\">false</is_group>",
+        "<in_group description=\"True if this section is member of a group\">false</in_group>",
+        // "strings" is one of the parts.
+        "<string_table name=\"\">", "<string offset=\"4\">a_long_array_name</string>"})
     EXPECT_TRUE(has(xml, expected)) << expected << "\n" << xml;
+  EXPECT_FALSE(has(xml, "<is_group>")) << xml;
+  ASSERT_TRUE(o.object->select_dump("strings", false));
+  EXPECT_FALSE(has(listing(o.object.get(), true), "<string_table ")) << "left out when not selected";
 }
 
 TEST(CoffDump, SymbolInformationShowsTheAuxiliaryFields) {
@@ -320,7 +427,23 @@ TEST(CoffDump, SymbolInformationShowsTheAuxiliaryFields) {
   EXPECT_TRUE(has(array, "  Dimensions:               [1][2][3][4]\n")) << array;
   EXPECT_TRUE(has(info(4), "  Line Number:              10\n"));
   EXPECT_TRUE(has(info(0), "  File Name:                file.c\n"));
-  EXPECT_TRUE(has(info(11), "  Section Length:           4\n  # Relocs:                 5\n"));
+  EXPECT_TRUE(has(info(11), "  Section Length:           4\n  # Relocs:                 5\n  # Line Entries:           3\n"));
+  EXPECT_TRUE(has(info(RICH_MAIN), "  Tag Index:                11\n  CSU Size:                 8\n")) << info(RICH_MAIN);
+  // Every row of every symbol, in each layout, has a label of the format's
+  // own list or of the generic one.
+  const std::set<std::string> labels = {
+      "Value:",       "Kind:",        "Binding:",        "Type:",          "Storage Class:",  "Basic Type:",
+      "Derived Type 1:", "Tag Index:", "CSU Size:",      "Next Symbol:",   "Line Offset:",    "Line Number:",
+      "# Line Entries:", "Register Mask:", "Frame Size:", "Dimensions:",   "Section Length:", "# Relocs:",
+      "File Name:"};
+  for (int version : {0, 1, 2}) {
+    OPENED_COFF v(rich_image(version, LITTLE).build());
+    for (QVCOFF_SYMBOL *s : v.symbols()->qvcoff_symbols()) {
+      std::istringstream rows(printed([&](FILE *f) { s->print_info(f); }));
+      for (std::string row; std::getline(rows, row);)
+        EXPECT_TRUE(labels.count(row.substr(2, row.find(':') - 1))) << version << " " << s->get_name() << ": " << row;
+    }
+  }
 }
 
 }  // namespace

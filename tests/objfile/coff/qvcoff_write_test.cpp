@@ -50,9 +50,8 @@ TEST_P(CoffWrite, RenumberedSymbolsKeepEveryReference) {
   ASSERT_EQ(t->select_for_removal(between->get_index()), 0);
   ASSERT_EQ(t->remove_selected(), 1);
   std::vector<std::string> walked;
-  for (uint32_t i = 0; i < t->get_count(); i = t->next_index(i))
-    if (OF_SYMBOL *s = t->get_symbol(i))
-      walked.push_back(s->get_name());
+  for (OF_SYMBOL *s : t->symbols())
+    walked.push_back(s->get_name());
   EXPECT_EQ(walked.size(), version() == 2 ? 10u : 9u);
   EXPECT_EQ(walked[0], "first");
 
