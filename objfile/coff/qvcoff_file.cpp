@@ -92,13 +92,13 @@ int QVCOFF_FILE::read(const OF_DESCRIPTOR &) {
   return 0;
 }
 
-bool QVCOFF_FILE::map_file_region(uint64_t offset, uint64_t size, DATA_MAP &map) {
+bool QVCOFF_FILE::map_file_region(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map) {
   if (!was_read_from_stream())
     return false;
-  uint64_t length = descriptor_.size;
+  FILE_OFFSET length = descriptor_.size;
   if (offset > length || size > length - offset)
     return false;
-  if (get_file_data(static_cast<uint32_t>(offset), static_cast<uint32_t>(size), map) != 0)
+  if (get_file_data(offset, size, map) != 0)
     return false;
   map.set_byte_order(order_);
   return true;
@@ -106,9 +106,9 @@ bool QVCOFF_FILE::map_file_region(uint64_t offset, uint64_t size, DATA_MAP &map)
 
 void QVCOFF_FILE::report_truncated(const char *what, uint64_t offset) {
   const std::string &name = get_file_name();
-  set_error(OF_ERR_MALFORMED, "%s at offset 0x%llx runs past the end of file \"%s\" (%u bytes)", what,
+  set_error(OF_ERR_MALFORMED, "%s at offset 0x%llx runs past the end of file \"%s\" (%llu bytes)", what,
             static_cast<unsigned long long>(offset), name.empty() ? "(unknown file)" : name.c_str(),
-            descriptor_.size);
+            static_cast<unsigned long long>(descriptor_.size));
 }
 
 void QVCOFF_FILE::load_tables() {

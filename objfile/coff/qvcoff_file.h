@@ -96,7 +96,7 @@ public:
   // Attaches `map` to `size` bytes at `offset` of the file, in the file's
   // byte order; false, with nothing attached, when they are not all inside
   // the file.
-  [[nodiscard]] bool map_file_region(uint64_t offset, uint64_t size, DATA_MAP &map);
+  [[nodiscard]] bool map_file_region(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map);
   // Error 3 naming what was cut off by the end of the file, and where.
   void report_truncated(const char *what, uint64_t offset);
 
