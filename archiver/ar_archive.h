@@ -26,6 +26,7 @@
 #include "archiver/ar_rewrite.h"
 #include "archiver/ar_source.h"
 #include "archiver/ar_stage.h"
+#include "support/file_offset.h"
 #include "support/regular_file.h"
 #include "support/zalloc.h"
 
@@ -36,7 +37,7 @@ inline constexpr int AR_MAGIC_SIZE = 8;
 // memory; larger ones are read piecemeal and copied inside the kernel.
 inline constexpr uint32_t AR_SMALL_MEMBER = 64 * 1024;
 
-inline constexpr uint64_t AR_NOT_STAGED = UINT64_MAX;
+inline constexpr FILE_OFFSET AR_NOT_STAGED = UINT64_MAX;
 
 // Ways of storing member names; the numbers are the internal codes.
 enum AR_FORMAT : uint32_t {
@@ -61,15 +62,15 @@ struct AR_MEMBER {
   const char *name;         // member name, no directories
   uint32_t name_offset;     // offset of its long name in the table being written; 0 if none
   uint32_t date;            // modification time, seconds since 1970
-  uint32_t size;            // data length in bytes
-  uint64_t data_offset;     // offset of the data in the source archive; 0 for a member from a file
+  FILE_OFFSET size;         // data length in bytes
+  FILE_OFFSET data_offset;  // offset of the data in the source archive; 0 for a member from a file
   AR_MEMBER *next;
   AR_MEMBER *prev;
   const char *source_file;  // file that supplies the data; null for a member copied from the archive
   int source_fd = -1;       // that file, kept open since it was looked at; -1 when not held
   const char *kept = nullptr;  // that file's bytes, read once when it was looked at; null when not kept
-  uint64_t staged_offset = AR_NOT_STAGED;  // or where those bytes are in the staging file
-  uint64_t header_offset;   // offset of its header in the new file
+  FILE_OFFSET staged_offset = AR_NOT_STAGED;  // or where those bytes are in the staging file
+  FILE_OFFSET header_offset;  // offset of its header in the new file
 };
 
 struct AR_SYMBOL {
@@ -92,7 +93,7 @@ struct ARCHIVE {
   AR_OPEN_RESULT open_result = AR_OPEN_MISSING;
 
   uint32_t format = AR_FORMAT_UNKNOWN;
-  uint64_t first_member_offset = AR_MAGIC_SIZE;
+  FILE_OFFSET first_member_offset = AR_MAGIC_SIZE;
   POOL pool{1024};                  // names, member records and index entries
 
   AR_MEMBER *head = nullptr;
@@ -158,14 +159,14 @@ void ar_extract_abandon(ARCHIVE *ar, bool from_signal);
 
 // Appends a member supplied by the file at `source_file`.
 AR_MEMBER *ar_append_member(ARCHIVE *ar, const char *name, const char *source_file,
-                            uint32_t date, uint32_t size);
+                            uint32_t date, FILE_OFFSET size);
 void ar_unlink_member(ARCHIVE *ar, AR_MEMBER *member);
 
 // What a member operand names, looked at once.
 struct AR_FILE_FACTS {
   bool exists = false;
   uint32_t date = 0;   // 0 when it cannot be read
-  uint32_t size = 0;   // likewise; a size too large for a member reads as UINT32_MAX
+  FILE_OFFSET size = 0;  // likewise
   int fd = -1;         // the file, open, for the member to keep (or -1)
 };
 
@@ -196,7 +197,7 @@ inline bool ar_member_from_file(const AR_MEMBER *m) { return m->source_file != n
 // Where a member's data is read: a descriptor and the offset of the first byte.
 struct AR_MEMBER_DATA {
   int fd = -1;
-  uint64_t offset = 0;
+  FILE_OFFSET offset = 0;
   bool owned = false;            // opened for this use: closed by ar_close_member_data
   const char *memory = nullptr;  // the bytes themselves, when they are in memory
 };
@@ -207,11 +208,11 @@ void ar_close_member_data(AR_MEMBER_DATA *data);
 
 // Copies `length` bytes; with `pad` an odd length is followed by "\n".
 // Returns 0, AR_ERR_READ on a short read or AR_ERR_WRITE on a short write.
-[[nodiscard]] int ar_copy_data(const AR_MEMBER_DATA &from, FILE *to, uint64_t length, bool pad);
+[[nodiscard]] int ar_copy_data(const AR_MEMBER_DATA &from, FILE *to, FILE_OFFSET length, bool pad);
 
 // Copies `length` bytes at `offset` of `from` to the end of the stream `to`,
 // large stretches inside the kernel. Returns as ar_copy_data does.
-[[nodiscard]] int ar_copy_range(int from, uint64_t offset, FILE *to, uint64_t length);
+[[nodiscard]] int ar_copy_range(int from, FILE_OFFSET offset, FILE *to, FILE_OFFSET length);
 
 // --- ar_index.cpp
 

@@ -49,7 +49,7 @@ void ar_close_member_data(AR_MEMBER_DATA *data) {
 
 // Below this a copy goes through the stream's buffer: flushing it for the
 // kernel's copy would cost more than the copy saves.
-static constexpr uint64_t KERNEL_COPY_MIN = 128 * 1024;
+static constexpr FILE_OFFSET KERNEL_COPY_MIN = 128 * 1024;
 
 // Whether copy_file_range(2) has refused this run's files (another file
 // system, or a kernel without it). Once refused it is not asked again: every
@@ -59,15 +59,15 @@ static bool copy_range_refused = false;
 
 // One kernel copy of up to `chunk` bytes from `offset` of `from` to the
 // current offset of `to`: the count, or -1 with errno.
-static ssize_t kernel_copy_chunk(int from, uint64_t offset, int to, size_t chunk) {
+static ssize_t kernel_copy_chunk(int from, FILE_OFFSET offset, int to, size_t chunk) {
   if (!copy_range_refused) {
-    loff_t in = static_cast<loff_t>(offset);
+    loff_t in = platform_offset(offset);
     ssize_t n = copy_file_range(from, &in, to, nullptr, chunk, 0);
     if (n >= 0 || (errno != EXDEV && errno != EINVAL && errno != EOPNOTSUPP && errno != ENOSYS))
       return n;
     copy_range_refused = true;
   }
-  off_t in = static_cast<off_t>(offset);
+  off_t in = platform_offset(offset);
   return sendfile(to, from, &in, chunk);
 }
 
@@ -75,13 +75,13 @@ static ssize_t kernel_copy_chunk(int from, uint64_t offset, int to, size_t chunk
 // `to`, as far as the kernel will; the rest is left to the caller. The
 // stream is flushed first, and its idea of the file offset is set right
 // after, since the copy moves the descriptor's offset behind its back.
-static uint64_t kernel_copy(int from, uint64_t *offset, FILE *to, uint64_t length) {
+static FILE_OFFSET kernel_copy(int from, FILE_OFFSET *offset, FILE *to, FILE_OFFSET length) {
   if (fflush(to) != 0)
     return 0;
   off_t start = ftello(to);
   if (start < 0)
     return 0;
-  uint64_t done = 0;
+  FILE_OFFSET done = 0;
   while (done < length) {
     size_t chunk = length - done < (1u << 30) ? static_cast<size_t>(length - done) : 1u << 30;
     ssize_t n = kernel_copy_chunk(from, *offset + done, fileno(to), chunk);
@@ -89,17 +89,17 @@ static uint64_t kernel_copy(int from, uint64_t *offset, FILE *to, uint64_t lengt
       continue;
     if (n <= 0)
       break;  // not a plain file, or short: read/write takes over
-    done += static_cast<uint64_t>(n);
+    done += static_cast<FILE_OFFSET>(n);
   }
-  if (done > 0 && fseeko(to, start + static_cast<off_t>(done), SEEK_SET) != 0)
+  if (done > 0 && fseeko(to, start + platform_offset(done), SEEK_SET) != 0)
     return 0;
   *offset += done;
   return done;
 }
 
-int ar_copy_range(int from, uint64_t offset, FILE *to, uint64_t length) {
+int ar_copy_range(int from, FILE_OFFSET offset, FILE *to, FILE_OFFSET length) {
   if (length >= KERNEL_COPY_MIN) {
-    uint64_t done = kernel_copy(from, &offset, to, length);
+    FILE_OFFSET done = kernel_copy(from, &offset, to, length);
     length -= done;
   }
   // As large as the streams' own buffers: stdio then moves whole blocks
@@ -107,7 +107,7 @@ int ar_copy_range(int from, uint64_t offset, FILE *to, uint64_t length) {
   static char buffer[MANAGED_BUFFER_SIZE];
   while (length > 0) {
     size_t chunk = length < sizeof buffer ? static_cast<size_t>(length) : sizeof buffer;
-    ssize_t got = pread(from, buffer, chunk, static_cast<off_t>(offset));
+    ssize_t got = pread(from, buffer, chunk, platform_offset(offset));
     if (got < 0 && errno == EINTR)
       continue;
     if (got <= 0)
@@ -121,7 +121,7 @@ int ar_copy_range(int from, uint64_t offset, FILE *to, uint64_t length) {
   return 0;
 }
 
-int ar_copy_data(const AR_MEMBER_DATA &from, FILE *to, uint64_t length, bool pad) {
+int ar_copy_data(const AR_MEMBER_DATA &from, FILE *to, FILE_OFFSET length, bool pad) {
   if (from.memory) {
     if (fwrite(from.memory, 1, length, to) != length)
       return AR_ERR_WRITE;

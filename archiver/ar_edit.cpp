@@ -118,7 +118,7 @@ void ar_replace(ARCHIVE *ar, OPTIONS &options) {
 
 // "  %8lu   %s    " put together by hand: the listing of a large library is
 // mostly this, once per member.
-static size_t table_row_start(char (&out)[96], uint32_t size, const char date[64]) {
+static size_t table_row_start(char (&out)[96], FILE_OFFSET size, const char date[64]) {
   char digits[16];
   size_t n_digits = static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, size).ptr - digits);
   size_t blanks = 2 + (n_digits < 8 ? 8 - n_digits : 0);

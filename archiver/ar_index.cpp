@@ -49,7 +49,7 @@ static FILE *member_stream(ARCHIVE *ar, const AR_MEMBER *member, const AR_MEMBER
       close(fd);
     return nullptr;
   }
-  if (fseeko(f, static_cast<off_t>(data.offset), SEEK_SET) != 0) {
+  if (fseeko(f, platform_offset(data.offset), SEEK_SET) != 0) {
     fclose(f);
     return nullptr;
   }
@@ -60,13 +60,13 @@ static void collect_member_symbols(ARCHIVE *ar, AR_MEMBER *member, const AR_MEMB
   static char whole[AR_SMALL_MEMBER];
   FILE *stream = nullptr;
   bool owned = true;
-  uint32_t size = member->size;
+  FILE_OFFSET size = member->size;
   if (data.memory) {
     // Opened for reading only: the bytes are never written through it.
     stream = fmemopen(const_cast<char *>(data.memory), size, "rb");
   } else if (size <= AR_SMALL_MEMBER) {
-    ssize_t got = pread(data.fd, whole, size, static_cast<off_t>(data.offset));
-    size = got > 0 ? static_cast<uint32_t>(got) : 0;
+    ssize_t got = pread(data.fd, whole, size, platform_offset(data.offset));
+    size = got > 0 ? static_cast<FILE_OFFSET>(got) : 0;
     stream = size > 0 ? fmemopen(whole, size, "rb") : nullptr;
   } else {
     stream = member_stream(ar, member, data, &owned);

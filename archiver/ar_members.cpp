@@ -12,7 +12,7 @@
 #include "support/regular_file.h"
 
 AR_MEMBER *ar_append_member(ARCHIVE *ar, const char *name, const char *source_file, uint32_t date,
-                            uint32_t size) {
+                            FILE_OFFSET size) {
   auto *m = ar->pool.make<AR_MEMBER>();
   m->name = name;
   m->source_file = source_file;
@@ -126,7 +126,7 @@ REGULAR_OPEN ar_open_member_file(const char *path, REGULAR_FILE *file) {
 // Reads a small member file whole into memory; null (and nothing kept) when
 // the budget is spent or the file gives other than `size` bytes, which the
 // writer then finds and reports.
-static const char *read_whole(int fd, uint32_t size) {
+static const char *read_whole(int fd, FILE_OFFSET size) {
   if (size > AR_SMALL_MEMBER || g_kept_bytes + size > KEEP_BUDGET)
     return nullptr;
   char *p = keep_alloc(size);
@@ -166,8 +166,7 @@ bool ar_member_file_facts(ARCHIVE *ar, const char *operand, AR_FILE_FACTS *facts
   }
   facts->exists = true;
   facts->date = static_cast<uint32_t>(file.st.st_mtime);
-  facts->size = file.st.st_size > static_cast<off_t>(UINT32_MAX) ? UINT32_MAX
-                                                                 : static_cast<uint32_t>(file.st.st_size);
+  facts->size = static_cast<FILE_OFFSET>(file.st.st_size);
   // Held for now; ar_set_member_file decides whether the member keeps it.
   facts->fd = file.fd;
   if (file.fd >= 0)

@@ -19,10 +19,10 @@ bool ar_test_magic(ARCHIVE *ar) {
 struct RAW_HEADER {
   char text[AR_HEADER_SIZE];
   std::string_view name;  // trailing blanks removed
-  uint64_t size;
+  FILE_OFFSET size;
   std::optional<uint64_t> date;
   std::optional<uint64_t> owner;
-  uint64_t data_offset;
+  FILE_OFFSET data_offset;
 };
 
 static bool is_special(std::string_view name) {
@@ -39,7 +39,7 @@ static const char *name_failure(ARCHIVE *ar) {
 }
 
 // 1 when a header was read, 0 at the end of the archive, -1 on failure.
-static int read_header(ARCHIVE *ar, uint64_t offset, RAW_HEADER *h) {
+static int read_header(ARCHIVE *ar, FILE_OFFSET offset, RAW_HEADER *h) {
   long n = ar_read_source(ar, offset, h->text, AR_HEADER_SIZE);
   if (n == 0)
     return 0;
@@ -63,7 +63,7 @@ static int read_header(ARCHIVE *ar, uint64_t offset, RAW_HEADER *h) {
   return 1;
 }
 
-static uint64_t round_even(uint64_t n) { return n + (n & 1); }
+static FILE_OFFSET round_even(FILE_OFFSET n) { return n + (n & 1); }
 
 // The member's full name from its stored name, or null after a failure.
 static const char *decode_name(ARCHIVE *ar, const RAW_HEADER &h) {
@@ -84,7 +84,7 @@ static const char *decode_name(ARCHIVE *ar, const RAW_HEADER &h) {
   if (!ar->has_name_table)
     return ar->pool.strdup(name);
 
-  uint64_t offset;
+  FILE_OFFSET offset;
   if (ar->format == AR_FORMAT_QV) {
     offset = h.owner.value_or(0);
     if (offset == 0)
@@ -107,20 +107,20 @@ static const char *decode_name(ARCHIVE *ar, const RAW_HEADER &h) {
 
 // Whether `length` bytes at `offset` lie within the source, asked before a
 // table is allocated: a size field is the file's word, not a promise.
-static bool within_source(ARCHIVE *ar, uint64_t offset, uint64_t length) {
-  uint64_t size = ar_source_size(ar);
+static bool within_source(ARCHIVE *ar, FILE_OFFSET offset, FILE_OFFSET length) {
+  FILE_OFFSET size = ar_source_size(ar);
   return offset <= size && length <= size - offset;
 }
 
 static bool load_name_table(ARCHIVE *ar, const RAW_HEADER &h) {
-  uint64_t length = round_even(h.size);
+  FILE_OFFSET length = round_even(h.size);
   if (!within_source(ar, h.data_offset, length))
     return ar_fail(ar, AR_ERR_STRUCTURE, "Cannot read name table: '%s'", ar->name);
   char *table = static_cast<char *>(ar->pool.alloc(length + 1));
   FILE *s = ar_source_at(ar, h.data_offset);
   if (!s || fread(table, 1, length, s) != length)
     return ar_fail(ar, AR_ERR_STRUCTURE, "Cannot read name table: '%s'", ar->name);
-  for (uint64_t i = 0; i < length; i++)
+  for (FILE_OFFSET i = 0; i < length; i++)
     if (table[i] == '\n' || table[i] == '/')
       table[i] = '\0';
   ar->name_table = table;
@@ -134,7 +134,7 @@ static uint32_t read_be32(const unsigned char *p) {
 }
 
 static bool load_symbol_index(ARCHIVE *ar, const RAW_HEADER &h) {
-  uint64_t length = round_even(h.size);
+  FILE_OFFSET length = round_even(h.size);
   if (!within_source(ar, h.data_offset, length))
     return ar_fail(ar, AR_ERR_STRUCTURE, "Cannot read symbol table: '%s'", ar->name);
   auto *data = static_cast<unsigned char *>(ar->pool.alloc(length + 1));
@@ -145,8 +145,8 @@ static bool load_symbol_index(ARCHIVE *ar, const RAW_HEADER &h) {
   ar->symbols_head = ar->symbols_tail = nullptr;
   ar->symbol_count = 0;
   // Counts and names that run past the member end the list early.
-  uint64_t name_at = 4 + 4 * static_cast<uint64_t>(count > 0 ? count : 0);
-  for (int64_t i = 0; i < count && name_at < length && 4 + 4 * uint64_t(i) + 4 <= length; i++) {
+  FILE_OFFSET name_at = 4 + 4 * static_cast<FILE_OFFSET>(count > 0 ? count : 0);
+  for (int64_t i = 0; i < count && name_at < length && 4 + 4 * FILE_OFFSET(i) + 4 <= length; i++) {
     auto *sym = ar->pool.make<AR_SYMBOL>();
     sym->header_offset = read_be32(data + 4 + 4 * i);
     sym->name = reinterpret_cast<const char *>(data + name_at);
@@ -169,7 +169,7 @@ bool ar_read_special_members(ARCHIVE *ar, bool load_index) {
   int r = read_header(ar, AR_MAGIC_SIZE, &h);
   if (r <= 0)
     return r == 0;
-  uint64_t next = AR_MAGIC_SIZE;
+  FILE_OFFSET next = AR_MAGIC_SIZE;
   if (h.name == "/") {
     if (load_index && !load_symbol_index(ar, h))
       return false;
@@ -193,7 +193,7 @@ bool ar_read_special_members(ARCHIVE *ar, bool load_index) {
 bool ar_load_members(ARCHIVE *ar) {
   if (!ar->source.file)
     return true;
-  uint64_t offset = ar->first_member_offset;
+  FILE_OFFSET offset = ar->first_member_offset;
   RAW_HEADER h;
   int r;
   while ((r = read_header(ar, offset, &h)) > 0) {
@@ -202,8 +202,7 @@ bool ar_load_members(ARCHIVE *ar) {
       r = -1;
       break;
     }
-    AR_MEMBER *m = ar_append_member(ar, name, nullptr, static_cast<uint32_t>(h.date.value_or(0)),
-                                    static_cast<uint32_t>(h.size));
+    AR_MEMBER *m = ar_append_member(ar, name, nullptr, static_cast<uint32_t>(h.date.value_or(0)), h.size);
     m->data_offset = h.data_offset;
     offset = h.data_offset + round_even(h.size);
   }

@@ -80,31 +80,31 @@ AR_OPEN_RESULT ar_open_source(ARCHIVE *ar, const char *path, AR_ACCESS access) {
   }
 }
 
-uint64_t ar_source_size(const ARCHIVE *ar) {
+FILE_OFFSET ar_source_size(const ARCHIVE *ar) {
   struct stat st;
   FILE *s = ar->source.file ? managed_stream(ar->source.file) : nullptr;
   if (!s || fstat(fileno(s), &st) != 0)
     return 0;
-  return static_cast<uint64_t>(st.st_size);
+  return static_cast<FILE_OFFSET>(st.st_size);
 }
 
 // Every seek is a system call, even inside the stream's buffer, and the
 // archive is mostly read front to back: a short hop forward (a header, a
 // padding byte) is read past instead.
-FILE *ar_source_at(ARCHIVE *ar, uint64_t offset) {
+FILE *ar_source_at(ARCHIVE *ar, FILE_OFFSET offset) {
   if (!ar->source.file)
     return nullptr;
   FILE *s = managed_stream(ar->source.file);
   if (!s)
     return nullptr;
   off_t here = ftello(s);
-  if (here >= 0 && static_cast<uint64_t>(here) <= offset && offset - here <= 256) {
+  if (here >= 0 && static_cast<FILE_OFFSET>(here) <= offset && offset - here <= 256) {
     char skip[256];
     size_t gap = static_cast<size_t>(offset - here);
     if (fread(skip, 1, gap, s) == gap)
       return s;
   }
-  if (here != static_cast<off_t>(offset) && fseeko(s, static_cast<off_t>(offset), SEEK_SET) != 0)
+  if (here != platform_offset(offset) && fseeko(s, platform_offset(offset), SEEK_SET) != 0)
     return nullptr;
   return s;
 }
@@ -116,7 +116,7 @@ static int source_fd(ARCHIVE *ar) {
   return s ? fileno(s) : -1;
 }
 
-const char *ar_source_view(ARCHIVE *ar, uint64_t offset, size_t n) {
+const char *ar_source_view(ARCHIVE *ar, FILE_OFFSET offset, size_t n) {
   AR_READ_CACHE &c = ar->source.cache;
   const char *p = window_holds(c.window, offset, n)
                       ? c.window.base + (offset - c.window.offset)
@@ -126,7 +126,7 @@ const char *ar_source_view(ARCHIVE *ar, uint64_t offset, size_t n) {
   return p;
 }
 
-long ar_read_source(ARCHIVE *ar, uint64_t offset, char *out, size_t n) {
+long ar_read_source(ARCHIVE *ar, FILE_OFFSET offset, char *out, size_t n) {
   if (!ar->source.file)
     return -1;
   AR_READ_CACHE &c = ar->source.cache;
@@ -137,15 +137,15 @@ long ar_read_source(ARCHIVE *ar, uint64_t offset, char *out, size_t n) {
   c.last_read_offset = offset;
   if (!inside && long_jump) {
     FILE *s = managed_stream(ar->source.file);
-    ssize_t got = s ? pread(fileno(s), out, n, static_cast<off_t>(offset)) : -1;
+    ssize_t got = s ? pread(fileno(s), out, n, platform_offset(offset)) : -1;
     if (got >= 0)
       return static_cast<long>(got);
   }
   if (inside || window_map(&c.window, source_fd(ar), ar_source_size(ar), offset)) {
-    uint64_t end = c.window.offset + c.window.length;
+    FILE_OFFSET end = c.window.offset + c.window.length;
     if (offset >= end)
       return 0;  // past the end of the file
-    uint64_t available = end - offset;
+    FILE_OFFSET available = end - offset;
     size_t count = n < available ? n : static_cast<size_t>(available);
     memcpy(out, c.window.base + (offset - c.window.offset), count);
     return static_cast<long>(count);

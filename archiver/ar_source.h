@@ -11,11 +11,12 @@
 
 #include "archiver/file_window.h"
 #include "support/fh_manager.h"
+#include "support/file_offset.h"
 
 // The headers are read through a window of the source mapped into memory.
 struct AR_READ_CACHE {
   FILE_WINDOW window;
-  uint64_t last_read_offset = 0;  // where the previous header was read
+  FILE_OFFSET last_read_offset = 0;  // where the previous header was read
 };
 
 enum AR_OPEN_RESULT {
@@ -44,19 +45,19 @@ struct ARCHIVE;
 AR_OPEN_RESULT ar_open_source(ARCHIVE *ar, const char *path, AR_ACCESS access);
 
 // The source's stream positioned at `offset`, or null.
-FILE *ar_source_at(ARCHIVE *ar, uint64_t offset);
+FILE *ar_source_at(ARCHIVE *ar, FILE_OFFSET offset);
 
 // Reads up to `n` bytes at `offset`, from the window when it can. Returns the
 // count read, 0 at the end of the file, -1 when the source cannot be read.
-long ar_read_source(ARCHIVE *ar, uint64_t offset, char *out, size_t n);
+long ar_read_source(ARCHIVE *ar, FILE_OFFSET offset, char *out, size_t n);
 
 // The `n` bytes at `offset` where they lie in the mapped window (which moves
 // to hold them), valid until the next read of the source; null when they are
 // not all in the file or cannot be mapped.
-const char *ar_source_view(ARCHIVE *ar, uint64_t offset, size_t n);
+const char *ar_source_view(ARCHIVE *ar, FILE_OFFSET offset, size_t n);
 
 // The source's size (it is always a plain file).
-uint64_t ar_source_size(const ARCHIVE *ar);
+FILE_OFFSET ar_source_size(const ARCHIVE *ar);
 
 // Lets go of the mapped window the header walk used.
 void ar_release_window(ARCHIVE *ar);

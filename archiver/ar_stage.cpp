@@ -9,7 +9,7 @@
 #include "support/filename.h"
 #include "support/regular_file.h"
 
-static constexpr uint64_t STAGE_BUFFER_SIZE = 1 << 20;
+static constexpr FILE_OFFSET STAGE_BUFFER_SIZE = 1 << 20;
 
 static bool open_stage(ARCHIVE *ar) {
   AR_STAGE &st = ar->stage;
@@ -39,8 +39,8 @@ static void unstage_pending(AR_STAGE &st) {
 // A failure (a full disk, say) costs speed, not the run: the members it
 // touches go back to their files, and nothing more is staged.
 static void flush(AR_STAGE &st) {
-  for (uint64_t done = 0; done < st.buffered;) {
-    ssize_t n = pwrite(st.fd, st.buffer + done, st.buffered - done, static_cast<off_t>(st.flushed + done));
+  for (FILE_OFFSET done = 0; done < st.buffered;) {
+    ssize_t n = pwrite(st.fd, st.buffer + done, st.buffered - done, platform_offset(st.flushed + done));
     if (n < 0 && errno == EINTR)
       continue;
     if (n <= 0) {
@@ -48,7 +48,7 @@ static void flush(AR_STAGE &st) {
       st.unusable = true;
       return;
     }
-    done += static_cast<uint64_t>(n);
+    done += static_cast<FILE_OFFSET>(n);
   }
   st.flushed += st.buffered;
   st.buffered = 0;

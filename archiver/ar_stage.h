@@ -17,8 +17,8 @@ struct AR_STAGE {
   int fd = -1;
   bool unusable = false;            // could not be created or written: members stay with their files
   char *buffer = nullptr;           // writes gathered into large ones
-  uint64_t buffered = 0;
-  uint64_t flushed = 0;             // bytes in the file
+  FILE_OFFSET buffered = 0;
+  FILE_OFFSET flushed = 0;             // bytes in the file
   std::vector<AR_MEMBER *> pending; // members whose bytes are still in the buffer
   FILE_WINDOW window;
 };

@@ -7,10 +7,10 @@
 #include "archiver/ar_archive.h"
 #include "archiver/ar_header.h"
 
-static constexpr uint64_t MAX_MEMBER_SIZE = 100000000;   // the size field's ten digits
-static constexpr uint64_t MAX_NAME_OFFSET = 1000000;     // the owner-id field's six digits
+static constexpr FILE_OFFSET MAX_MEMBER_SIZE = 100000000;   // the size field's ten digits
+static constexpr FILE_OFFSET MAX_NAME_OFFSET = 1000000;     // the owner-id field's six digits
 
-static uint64_t round_even(uint64_t n) { return n + (n & 1); }
+static FILE_OFFSET round_even(FILE_OFFSET n) { return n + (n & 1); }
 
 static bool is_long(const char *name) { return strlen(name) > 15; }
 
@@ -22,7 +22,7 @@ static bool write_header(ARCHIVE *ar, FILE *out, const AR_HEADER_VALUES &values)
 }
 
 static void assign_name_offsets(ARCHIVE *ar) {
-  uint64_t offset = ar->format == AR_FORMAT_QV ? 1 : 0;
+  FILE_OFFSET offset = ar->format == AR_FORMAT_QV ? 1 : 0;
   for (AR_MEMBER *m = ar->head; m; m = m->next) {
     m->name_offset = 0;
     if (ar->format != AR_FORMAT_ORIGINAL && is_long(m->name)) {
@@ -36,7 +36,7 @@ static void assign_name_offsets(ARCHIVE *ar) {
 // The index holds 32-bit offsets: a library whose indexed members start
 // beyond 4 GiB cannot be written.
 static bool assign_header_offsets(ARCHIVE *ar) {
-  uint64_t offset = AR_MAGIC_SIZE;
+  FILE_OFFSET offset = AR_MAGIC_SIZE;
   if (ar->symbol_count > 0)
     offset += AR_HEADER_SIZE + round_even(ar->symbol_index_length);
   if (ar->long_name_table_length > 0)
@@ -46,7 +46,7 @@ static bool assign_header_offsets(ARCHIVE *ar) {
     offset += AR_HEADER_SIZE + round_even(m->size);
   }
   for (AR_SYMBOL *s = ar->symbols_head; s; s = s->next) {
-    if (s->member->header_offset > UINT32_MAX)
+    if (!fits_u32(s->member->header_offset))
       return ar_fail(ar, AR_ERR_TOO_LARGE, "Archive too large for its symbol index (over 4 GiB): '%s'",
                      ar->name);
     s->header_offset = static_cast<uint32_t>(s->member->header_offset);
@@ -60,7 +60,7 @@ static void put_be32(std::string &out, uint32_t v) {
 }
 
 static bool write_symbol_index(ARCHIVE *ar, FILE *out) {
-  uint64_t length = round_even(ar->symbol_index_length);
+  FILE_OFFSET length = round_even(ar->symbol_index_length);
   if (!write_header(ar, out, {.name = "/", .size = length}))
     return false;
   std::string index;
@@ -77,7 +77,7 @@ static bool write_symbol_index(ARCHIVE *ar, FILE *out) {
 }
 
 static bool write_name_table(ARCHIVE *ar, FILE *out) {
-  uint64_t length = round_even(ar->long_name_table_length);
+  FILE_OFFSET length = round_even(ar->long_name_table_length);
   bool qv = ar->format == AR_FORMAT_QV;
   if (!write_header(ar, out, {.name = qv ? "<filenames>/" : "//", .owner = qv ? 1u : 0u,
                               .size = ar->long_name_table_length}))
@@ -160,8 +160,8 @@ static bool stands_as_written(ARCHIVE *ar, const AR_MEMBER *m, const char *heade
 // A stretch of the old archive that goes to the new one unchanged: members
 // that stand as they would be written, one after the other in both files.
 struct UNCHANGED_RUN {
-  uint64_t start = 0;
-  uint64_t end = 0;
+  FILE_OFFSET start = 0;
+  FILE_OFFSET end = 0;
 };
 
 static bool flush_run(ARCHIVE *ar, FILE *out, UNCHANGED_RUN *run) {
@@ -189,7 +189,7 @@ static bool write_members(ARCHIVE *ar, FILE *out) {
     if (!format_member_header(ar, m, header))
       return flush_run(ar, out, &run) && report_header_failure(ar, m);
     if (stands_as_written(ar, m, header)) {
-      uint64_t start = m->data_offset - AR_HEADER_SIZE;
+      FILE_OFFSET start = m->data_offset - AR_HEADER_SIZE;
       if (run.end != start && !flush_run(ar, out, &run))
         return false;
       if (run.end == run.start)

@@ -9,13 +9,13 @@ void window_release(FILE_WINDOW *w) {
   *w = {};
 }
 
-bool window_map(FILE_WINDOW *w, int fd, uint64_t file_size, uint64_t offset) {
+bool window_map(FILE_WINDOW *w, int fd, FILE_OFFSET file_size, FILE_OFFSET offset) {
   window_release(w);
-  uint64_t start = offset & ~static_cast<uint64_t>(sysconf(_SC_PAGESIZE) - 1);
+  FILE_OFFSET start = offset & ~static_cast<FILE_OFFSET>(sysconf(_SC_PAGESIZE) - 1);
   if (fd < 0 || start >= file_size)
     return false;
-  uint64_t length = file_size - start < FILE_WINDOW_SIZE ? file_size - start : FILE_WINDOW_SIZE;
-  void *p = mmap(nullptr, length, PROT_READ, MAP_PRIVATE, fd, static_cast<off_t>(start));
+  FILE_OFFSET length = file_size - start < FILE_WINDOW_SIZE ? file_size - start : FILE_WINDOW_SIZE;
+  void *p = mmap(nullptr, length, PROT_READ, MAP_PRIVATE, fd, platform_offset(start));
   if (p == MAP_FAILED)
     return false;
   w->base = static_cast<const char *>(p);
@@ -24,7 +24,7 @@ bool window_map(FILE_WINDOW *w, int fd, uint64_t file_size, uint64_t offset) {
   return true;
 }
 
-const char *window_view(FILE_WINDOW *w, int fd, uint64_t file_size, uint64_t offset, size_t n) {
+const char *window_view(FILE_WINDOW *w, int fd, FILE_OFFSET file_size, FILE_OFFSET offset, size_t n) {
   if (n > FILE_WINDOW_SIZE / 2)
     return nullptr;
   if (!window_holds(*w, offset, n) && (!window_map(w, fd, file_size, offset) || !window_holds(*w, offset, n)))

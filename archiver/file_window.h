@@ -7,25 +7,27 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "support/file_offset.h"
+
 struct FILE_WINDOW {
   const char *base = nullptr;  // the mapping, or null
-  uint64_t offset = 0;         // the file offset of its first byte (page aligned)
-  uint64_t length = 0;
+  FILE_OFFSET offset = 0;      // the file offset of its first byte (page aligned)
+  FILE_OFFSET length = 0;
 };
 
-inline constexpr uint64_t FILE_WINDOW_SIZE = 1 << 20;
+inline constexpr FILE_OFFSET FILE_WINDOW_SIZE = 1 << 20;
 
-inline bool window_holds(const FILE_WINDOW &w, uint64_t offset, size_t n) {
+inline bool window_holds(const FILE_WINDOW &w, FILE_OFFSET offset, size_t n) {
   return w.base && offset >= w.offset && offset + n <= w.offset + w.length;
 }
 
 // Maps the window (FILE_WINDOW_SIZE bytes, less at the end of the file) so
 // that it starts at or just before `offset` of the `file_size`-byte file
 // `fd`; false when it cannot be mapped or `offset` is past the end.
-[[nodiscard]] bool window_map(FILE_WINDOW *w, int fd, uint64_t file_size, uint64_t offset);
+[[nodiscard]] bool window_map(FILE_WINDOW *w, int fd, FILE_OFFSET file_size, FILE_OFFSET offset);
 
 // The `n` bytes at `offset`, mapping the window afresh when they are not in
 // it; valid until the window moves. Null when they are not all in the file.
-const char *window_view(FILE_WINDOW *w, int fd, uint64_t file_size, uint64_t offset, size_t n);
+const char *window_view(FILE_WINDOW *w, int fd, FILE_OFFSET file_size, FILE_OFFSET offset, size_t n);
 
 void window_release(FILE_WINDOW *w);

@@ -105,7 +105,7 @@ const char *byte_ordering_name(BYTE_ORDERING order) {
   return order == BYTE_ORDERING::BIG ? "big endian" : "little endian";
 }
 
-void DATA_MAP::attach(FILE *stream, int32_t file_offset, uint32_t count) {
+void DATA_MAP::attach(FILE *stream, FILE_OFFSET file_offset, FILE_OFFSET count) {
   buffer_.clear();
   file_ = stream;
   file_offset_ = file_offset;
@@ -151,7 +151,7 @@ void DATA_MAP::unload() {
   loaded_ = false;
 }
 
-void DATA_MAP::resize(uint64_t size) {
+void DATA_MAP::resize(FILE_OFFSET size) {
   load();
   buffer_.resize(size);
   size_ = size;
@@ -162,20 +162,20 @@ void DATA_MAP::resize(uint64_t size) {
 // waits in its output buffer: the stream's position is not touched, so no
 // seek there and back (each of which is a system call). A short read leaves
 // zeros, as a short fread does. False when the stream cannot be read so.
-static bool read_at(FILE *stream, uint64_t offset, uint8_t *buffer, uint64_t n) {
+static bool read_at(FILE *stream, FILE_OFFSET offset, uint8_t *buffer, FILE_OFFSET n) {
   int fd = fileno(stream);
   if (fd < 0 || __fpending(stream) != 0)
     return false;
-  uint64_t done = 0;
+  FILE_OFFSET done = 0;
   while (done < n) {
-    ssize_t got = pread(fd, buffer + done, n - done, static_cast<off_t>(offset + done));
+    ssize_t got = pread(fd, buffer + done, n - done, platform_offset(offset + done));
     if (got < 0 && errno == EINTR)
       continue;
     if (got < 0)
       return done > 0;  // nothing read at all: let the stream try
     if (got == 0)
       break;
-    done += static_cast<uint64_t>(got);
+    done += static_cast<FILE_OFFSET>(got);
   }
   return true;
 }
@@ -183,13 +183,13 @@ static bool read_at(FILE *stream, uint64_t offset, uint8_t *buffer, uint64_t n) 
 void DATA_MAP::load() {
   if (loaded_)
     return;
-  uint64_t n = size_ < load_count_ ? size_ : load_count_;
+  FILE_OFFSET n = size_ < load_count_ ? size_ : load_count_;
   if (n != 0) {
     buffer_.assign(n, 0);
     if (file_ && !read_at(file_, file_offset_, buffer_.data(), n)) {
       // The stream may be shared (an archive), so its position is put back.
       off_t saved = pftello(file_);
-      if (pfseeko(file_, file_offset_, SEEK_SET) == 0)
+      if (pfseeko(file_, platform_offset(file_offset_), SEEK_SET) == 0)
         (void)pfread(buffer_.data(), n, 1, file_);  // a short read leaves zeros
       pfseeko(file_, saved, SEEK_SET);
     }
@@ -199,7 +199,7 @@ void DATA_MAP::load() {
 
 uint64_t DATA_MAP::read_uint(unsigned width) {
   load();
-  uint64_t at = position_;
+  FILE_OFFSET at = position_;
   position_ += width;
   if (at + width > size_ || at >= buffer_.size())
     return 0;
@@ -225,16 +225,16 @@ void DATA_MAP::read_bytes(void *destination, size_t count) {
 
 const char *DATA_MAP::read_cstring() {
   load();
-  uint64_t at = position_;
-  uint64_t scanned = 0;
+  FILE_OFFSET at = position_;
+  FILE_OFFSET scanned = 0;
   bool terminated = false;
   if (at < buffer_.size()) {
     const void *nul = memchr(buffer_.data() + at, 0, buffer_.size() - at);
     terminated = nul != nullptr;
-    scanned = terminated ? static_cast<uint64_t>(static_cast<const uint8_t *>(nul) - (buffer_.data() + at))
+    scanned = terminated ? static_cast<FILE_OFFSET>(static_cast<const uint8_t *>(nul) - (buffer_.data() + at))
                          : buffer_.size() - at;
   }
-  uint64_t length = scanned + 1;
+  FILE_OFFSET length = scanned + 1;
   position_ += length;
   // Text that does not end within the map is never handed out unterminated.
   if (!terminated || at + length > size_)
@@ -255,12 +255,12 @@ uint64_t DATA_MAP::read_uleb128() {
   return value;
 }
 
-uint8_t DATA_MAP::get_byte(uint64_t index) {
+uint8_t DATA_MAP::get_byte(FILE_OFFSET index) {
   const uint8_t *p = slice(position_ + index, 1);
   return p ? *p : 0;
 }
 
-const uint8_t *DATA_MAP::slice(uint64_t offset, uint64_t size) {
+const uint8_t *DATA_MAP::slice(FILE_OFFSET offset, FILE_OFFSET size) {
   load();
   if (offset + size < offset)
     return nullptr;
@@ -269,9 +269,9 @@ const uint8_t *DATA_MAP::slice(uint64_t offset, uint64_t size) {
   return buffer_.data() + offset;
 }
 
-uint8_t *DATA_MAP::grow_for_write(uint64_t width) {
+uint8_t *DATA_MAP::grow_for_write(FILE_OFFSET width) {
   load();
-  uint64_t end = position_ + width;
+  FILE_OFFSET end = position_ + width;
   if (buffer_.size() < end)
     buffer_.resize(end, 0);
   uint8_t *p = buffer_.data() + position_;
@@ -301,23 +301,23 @@ void DATA_MAP::write_uleb128(uint32_t value) {
   } while (value);
 }
 
-int DATA_MAP::save(FILE *stream, uint64_t count) {
+int DATA_MAP::save(FILE *stream, FILE_OFFSET count) {
   if (count == 0)
     return 0;
   load();
-  uint64_t end = size_ < buffer_.size() ? size_ : buffer_.size();
-  uint64_t available = position_ < end ? end - position_ : 0;
+  FILE_OFFSET end = size_ < buffer_.size() ? size_ : buffer_.size();
+  FILE_OFFSET available = position_ < end ? end - position_ : 0;
   if (available > count)
     available = count;
   // With nothing available no element is written, so the sum below cannot
   // reach 1 even though all the padding goes out: such a save reports -1.
   long sum = available ? static_cast<long>(pfwrite(buffer_.data() + position_, available, 1, stream, false)) : 0;
-  for (uint64_t i = available; i < count; i++)
+  for (FILE_OFFSET i = available; i < count; i++)
     sum += fputc(0, stream) == EOF ? -1 : 0;
   return sum == 1 ? 0 : -1;
 }
 
-int DATA_MAP::dump_hex(FILE *stream, uint64_t count) {
+int DATA_MAP::dump_hex(FILE *stream, FILE_OFFSET count) {
   if (count == 0)
     return 0;
   if (count > 0xFFFFFFFFull) {
@@ -325,7 +325,7 @@ int DATA_MAP::dump_hex(FILE *stream, uint64_t count) {
     return -1;
   }
   char chars[17] = {};
-  for (uint64_t i = 0; i < count; i++) {
+  for (FILE_OFFSET i = 0; i < count; i++) {
     if (i % 16 == 0) {
       if (i != 0)
         fprintf(stream, "%s\n", chars);
@@ -336,7 +336,7 @@ int DATA_MAP::dump_hex(FILE *stream, uint64_t count) {
     fprintf(stream, "%02x ", byte);
     chars[i % 16] = isprint(byte) ? static_cast<char>(byte) : '.';
   }
-  for (uint64_t i = count; i % 16 != 0; i++)
+  for (FILE_OFFSET i = count; i % 16 != 0; i++)
     fputs("   ", stream);
   fprintf(stream, "%s\n", chars);
   return 0;

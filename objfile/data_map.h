@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "support/byte_order.h"
+#include "support/file_offset.h"
 #include "support/record_codec.h"
 
 namespace OFE {
@@ -45,7 +46,7 @@ public:
 
   // Backs the map with `count` bytes of `stream` from `file_offset`; nothing
   // is read until the first access. The stream stays the caller's.
-  void attach(FILE *stream, int32_t file_offset, uint32_t count);
+  void attach(FILE *stream, FILE_OFFSET file_offset, FILE_OFFSET count);
   // Copies `count` bytes in; the map is then loaded and unmodified.
   void assign(const void *bytes, size_t count);
   // Empties the map (size 0, cursor 0, no stream); the byte order stays.
@@ -55,13 +56,13 @@ public:
   void unload();
 
   // The cursor, in bytes from the start of the map.
-  uint64_t get_position() const { return position_; }
+  FILE_OFFSET get_position() const { return position_; }
   // Moves the cursor.
-  void set_position(uint64_t position) { position_ = position; }
+  void set_position(FILE_OFFSET position) { position_ = position; }
   // The number of bytes in the map.
-  uint64_t size() const { return size_; }
+  FILE_OFFSET size() const { return size_; }
   // Changes the logical size; growing zero-fills, shrinking drops bytes.
-  void resize(uint64_t size);
+  void resize(FILE_OFFSET size);
 
   // The byte order multi-byte reads and writes use.
   BYTE_ORDERING byte_order() const { return big_endian_ ? BYTE_ORDERING::BIG : BYTE_ORDERING::LITTLE; }
@@ -96,10 +97,10 @@ public:
   const char *read_cstring();
   uint64_t read_uleb128();
   // The byte at cursor + index, without moving the cursor; 0 when absent.
-  uint8_t get_byte(uint64_t index);
+  uint8_t get_byte(FILE_OFFSET index);
   // Bounds-checked view of `size` bytes at `offset`, or null when they are
   // not all in memory. The only way to get a pointer into the bytes.
-  const uint8_t *slice(uint64_t offset, uint64_t size);
+  const uint8_t *slice(FILE_OFFSET offset, FILE_OFFSET size);
 
   // Writes at the cursor, growing the map as needed.
   void write_u8(uint8_t value) { write_uint(value, 1); }
@@ -130,21 +131,21 @@ public:
   // Writes `count` bytes from the cursor, zero bytes beyond the data; 0 on
   // success, -1 on failure (and, deliberately, when nothing but padding was
   // written).
-  int save(FILE *stream, uint64_t count);
+  int save(FILE *stream, FILE_OFFSET count);
   // A hexadecimal listing of `count` bytes from the cursor, offsets relative
   // to the cursor; -1 for counts of 4 GB and more.
-  int dump_hex(FILE *stream, uint64_t count);
+  int dump_hex(FILE *stream, FILE_OFFSET count);
 
 private:
   void load();
-  uint8_t *grow_for_write(uint64_t width);
+  uint8_t *grow_for_write(FILE_OFFSET width);
 
   std::vector<uint8_t> buffer_;
-  uint64_t size_ = 0;
-  uint64_t position_ = 0;
+  FILE_OFFSET size_ = 0;
+  FILE_OFFSET position_ = 0;
   FILE *file_ = nullptr;
-  int32_t file_offset_ = 0;
-  uint32_t load_count_ = 0;
+  FILE_OFFSET file_offset_ = 0;
+  FILE_OFFSET load_count_ = 0;
   bool loaded_ = false;
   bool modified_ = false;
   bool file_backed_ = false;

@@ -12,7 +12,7 @@ namespace {
 uint32_t next_serial = 0;  // shared by all objects
 }  // namespace
 
-OBJECT_FILE *open_object(FILE *stream, uint32_t size, const char *name, OF_ERROR_HANDLER handler) {
+OBJECT_FILE *open_object(FILE *stream, FILE_OFFSET size, const char *name, OF_ERROR_HANDLER handler) {
   long position = pftell(stream);
   if (position < 0)
     return nullptr;

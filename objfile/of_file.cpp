@@ -111,7 +111,7 @@ void OBJECT_FILE::set_error_handler(OF_ERROR_HANDLER handler) {
     handler_(this, error_code_, error_text_.c_str());
 }
 
-void OBJECT_FILE::note_short_read(const char *what, uint64_t offset) {
+void OBJECT_FILE::note_short_read(const char *what, FILE_OFFSET offset) {
   if (!short_read_.empty())
     return;
   char at[32];
@@ -119,17 +119,17 @@ void OBJECT_FILE::note_short_read(const char *what, uint64_t offset) {
   short_read_ = std::string("the ") + what + at;
 }
 
-int OBJECT_FILE::get_file_data(uint32_t offset, uint32_t size, DATA_MAP &map) {
+int OBJECT_FILE::get_file_data(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map) {
   if (!descriptor_.stream) {
     set_error(OF_ERR_INTERNAL, "illegal call to OBJECT_FILE::get_file_data() when the OBJECT_FILE object was "
                                "not read from an input file");
     return -1;
   }
-  map.attach(descriptor_.stream, static_cast<int32_t>(descriptor_.offset + offset), size);
+  map.attach(descriptor_.stream, descriptor_.offset + offset, size);
   return 0;
 }
 
-int OBJECT_FILE::put_file_data(DATA_MAP &map, uint64_t count) {
+int OBJECT_FILE::put_file_data(DATA_MAP &map, FILE_OFFSET count) {
   if (!output_) {
     set_error(OF_ERR_INTERNAL, "illegal call to OBJECT_FILE::put_file_data() when a valid output file pointer "
                                "is not present");
@@ -265,7 +265,7 @@ int OBJECT_FILE::attach_file(const OF_DESCRIPTOR &descriptor) {
   descriptor_.size = descriptor.size;
   descriptor_.owns_stream = descriptor.owns_stream;
   if (descriptor_.stream)
-    return pfseek(descriptor_.stream, static_cast<long>(descriptor_.offset), SEEK_SET);
+    return pfseeko(descriptor_.stream, platform_offset(descriptor_.offset), SEEK_SET);
   return 0;
 }
 
@@ -289,9 +289,9 @@ void OBJECT_FILE::print_info(FILE *stream) {
   OF_SECTION_TABLE *sections = get_section_table();
   snprintf(buf, sizeof buf, "%u", sections ? sections->get_count() : 0);
   row("Number of Sections:", buf);
-  snprintf(buf, sizeof buf, "%u", descriptor_.size);
+  snprintf(buf, sizeof buf, "%llu", static_cast<unsigned long long>(descriptor_.size));
   row("File Length:", buf);
-  snprintf(buf, sizeof buf, "0x%x", descriptor_.offset);
+  snprintf(buf, sizeof buf, "0x%llx", static_cast<unsigned long long>(descriptor_.offset));
   row("File Offset in Archive:", buf);
 }
 

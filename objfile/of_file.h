@@ -38,8 +38,8 @@ struct OF_DESCRIPTOR {
   OF_FORMAT_VERSION version = OF_VERSION_UNKNOWN;
   OF_ENDIAN endian = OF_ENDIAN_UNKNOWN;
   OF_MACHINE machine = OF_MACHINE_UNKNOWN;
-  uint32_t offset = 0;  // stream offset of the file's first byte
-  uint32_t size = 0;    // 0: to the end of the stream
+  FILE_OFFSET offset = 0;  // stream offset of the file's first byte
+  FILE_OFFSET size = 0;    // 0: to the end of the stream
   bool owns_stream = false;
 };
 
@@ -217,16 +217,16 @@ public:
   // such short read is recorded here (what was cut, where), for the callers
   // that must not pass on a file they could not read whole. Not an error:
   // the object stays usable.
-  void note_short_read(const char *what, uint64_t offset);
+  void note_short_read(const char *what, FILE_OFFSET offset);
   bool was_read_completely() const { return short_read_.empty(); }
   // "the symbol table at offset 0x40", or empty.
   const std::string &get_short_read() const { return short_read_; }
 
   // Attaches `map` to `size` bytes of the file from `offset` (relative to
   // the object's first byte); error 7 and -1 when the object was not read.
-  int get_file_data(uint32_t offset, uint32_t size, DATA_MAP &map);
+  int get_file_data(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map);
   // Saves `count` bytes of `map` from its cursor to the output stream.
-  int put_file_data(DATA_MAP &map, uint64_t count);
+  int put_file_data(DATA_MAP &map, FILE_OFFSET count);
   // The stream the write pipeline writes to (write() sets it).
   void set_output_stream(FILE *stream) { output_ = stream; }
   FILE *get_output_stream() const { return output_; }
@@ -297,7 +297,7 @@ private:
 // Opens the object at the stream's position. At a non-zero position (an
 // archive member) the size is required. Returns null, silently, for a
 // stream that holds no recognised object.
-OBJECT_FILE *open_object(FILE *stream, uint32_t size, const char *name, OF_ERROR_HANDLER handler);
+OBJECT_FILE *open_object(FILE *stream, FILE_OFFSET size, const char *name, OF_ERROR_HANDLER handler);
 // Recognises the descriptor's stream, when it has one, and builds the
 // format's class; null for an unknown format.
 OBJECT_FILE *create_object(OF_DESCRIPTOR descriptor, OF_ERROR_HANDLER handler);

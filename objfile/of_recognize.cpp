@@ -67,9 +67,9 @@ bool recognize_object(OF_DESCRIPTOR &d) {
     pfseek(d.stream, offset, SEEK_SET);
     if (end < 0)
       return false;
-    d.size = static_cast<uint32_t>(end);
+    d.size = static_cast<FILE_OFFSET>(end);
   }
-  d.offset = static_cast<uint32_t>(offset);
+  d.offset = static_cast<FILE_OFFSET>(offset);
   d.format = OF_FORMAT_UNKNOWN;
   d.version = OF_VERSION_UNKNOWN;
   d.endian = OF_ENDIAN_UNKNOWN;
@@ -77,7 +77,7 @@ bool recognize_object(OF_DESCRIPTOR &d) {
 
   // Never past the object's end: in an archive the next member follows.
   DATA_MAP head;
-  head.attach(d.stream, static_cast<int32_t>(offset), d.size < 24 ? d.size : 24);
+  head.attach(d.stream, d.offset, d.size < 24 ? d.size : 24);
   bool elf = head.get_byte(0) == 0x7F && head.get_byte(1) == 'E' && head.get_byte(2) == 'L' && head.get_byte(3) == 'F';
   if (elf) {
     d.format = OF_FORMAT_ELF;

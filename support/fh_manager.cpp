@@ -90,7 +90,8 @@ static int evict_one(FH_MANAGER *m) {
   if (victim < 0)
     return -1;
   MANAGED_FILE *f = m->ring[victim];
-  f->saved_position = ftello(f->stream);
+  off_t at = ftello(f->stream);
+  f->saved_position = at < 0 ? 0 : static_cast<FILE_OFFSET>(at);
   fclose(f->stream);
   free(f->buffer);
   f->buffer = nullptr;
@@ -195,7 +196,7 @@ FILE *managed_stream(MANAGED_FILE *f) {
   if (!f->stream) {
     if (!open_stream(m, f))
       return nullptr;
-    fseeko(f->stream, f->saved_position, SEEK_SET);
+    fseeko(f->stream, platform_offset(f->saved_position), SEEK_SET);
     f->reopen_count++;
   }
   f->last_use = ++m->use_counter;

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "support/file_offset.h"
+
 inline constexpr int MAX_OPEN_STREAMS = 15;
 // Each open stream gets a buffer of this size: fewer system calls for the
 // archive copies, and no size query on the first read.
@@ -20,7 +22,7 @@ struct MANAGED_FILE {
   char *buffer;         // the stream's buffer, while it is open
   char *path;
   char mode[8];         // the mode for the next open
-  long long saved_position;
+  FILE_OFFSET saved_position;  // where an evicted stream stood
   bool pinned;          // never evicted
   unsigned reopen_count;
   uint64_t last_use;    // use-counter stamp

@@ -61,8 +61,8 @@ std::string XML_WRITER::escape(std::string_view text) {
   return out;
 }
 
-std::string XML_WRITER::hex(uint32_t value, int digits) {
-  char buf[16];
-  snprintf(buf, sizeof buf, "0x%0*x", digits, value);
+std::string XML_WRITER::hex(uint64_t value, int digits) {
+  char buf[24];
+  snprintf(buf, sizeof buf, "0x%0*llx", digits, static_cast<unsigned long long>(value));
   return buf;
 }

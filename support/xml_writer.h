@@ -36,7 +36,8 @@ public:
 
   // Escaped text: & < > " and the bytes XML cannot carry.
   static std::string escape(std::string_view text);
-  static std::string hex(uint32_t value, int digits = 8);
+  // Wide enough for a file offset (a member may lie past 4 GiB).
+  static std::string hex(uint64_t value, int digits = 8);
 
 private:
   void indent();

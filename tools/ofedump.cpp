@@ -195,7 +195,7 @@ private:
         stream = fd >= 0 ? fdopen(fd, "rb") : nullptr;
         if (!stream && fd >= 0)
           close(fd);
-        if (stream && fseeko(stream, static_cast<off_t>(data.offset), SEEK_SET) != 0) {
+        if (stream && fseeko(stream, platform_offset(data.offset), SEEK_SET) != 0) {
           fclose(stream);
           stream = nullptr;
         }
@@ -206,7 +206,7 @@ private:
         }
       }
       if (options_.xml)
-        xml_.open("member", {{"name", m->name}, {"offset", XML_WRITER::hex(static_cast<uint32_t>(m->data_offset))}});
+        xml_.open("member", {{"name", m->name}, {"offset", XML_WRITER::hex(m->data_offset)}});
       else
         printf("\nFile: %s\n", printable(name).c_str());
       ok = (stream ? list_object(stream, m->size, name, true) : list_not_object()) && ok;
@@ -231,7 +231,7 @@ private:
     return true;
   }
 
-  bool list_object(FILE *stream, uint32_t size, const std::string &name, bool member) {
+  bool list_object(FILE *stream, FILE_OFFSET size, const std::string &name, bool member) {
     tools::REPORTS reports;
     std::unique_ptr<OFE::OBJECT_FILE> object(
         OFE::open_object(stream, size, name.c_str(), tools::reporting_handler(reports)));

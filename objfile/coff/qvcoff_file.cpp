@@ -94,15 +94,15 @@ int QVCOFF_FILE::read(const OF_DESCRIPTOR &) {
   return 0;
 }
 
-bool QVCOFF_FILE::map_file_region(uint64_t offset, uint64_t size, DATA_MAP &map, const std::string &what,
-                                  uint64_t unit) {
+bool QVCOFF_FILE::map_file_region(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map, const std::string &what,
+                                  FILE_OFFSET unit) {
   map.clear();
   map.set_byte_order(order_);
   if (!was_read_from_stream())
     return false;
-  uint64_t length = descriptor_.size;
-  uint64_t inside = offset >= length ? 0 : std::min(size, length - offset);
-  if (inside != 0 && get_file_data(static_cast<uint32_t>(offset), static_cast<uint32_t>(inside), map) != 0)
+  FILE_OFFSET length = descriptor_.size;
+  FILE_OFFSET inside = offset >= length ? 0 : std::min(size, length - offset);
+  if (inside != 0 && get_file_data(offset, inside, map) != 0)
     return false;
   map.set_byte_order(order_);
   if (inside == size)
@@ -118,9 +118,9 @@ bool QVCOFF_FILE::map_file_region(uint64_t offset, uint64_t size, DATA_MAP &map,
 
 void QVCOFF_FILE::report_truncated(const char *what, uint64_t offset) {
   const std::string &name = get_file_name();
-  set_error(OF_ERR_MALFORMED, "%s at offset 0x%llx runs past the end of file \"%s\" (%u bytes)", what,
+  set_error(OF_ERR_MALFORMED, "%s at offset 0x%llx runs past the end of file \"%s\" (%llu bytes)", what,
             static_cast<unsigned long long>(offset), name.empty() ? "(unknown file)" : name.c_str(),
-            descriptor_.size);
+            static_cast<unsigned long long>(descriptor_.size));
 }
 
 void QVCOFF_FILE::load_tables() {

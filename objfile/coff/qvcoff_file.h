@@ -110,8 +110,8 @@ public:
   // part that is, completed with zeros to a whole number of `unit`-byte
   // entries, the short read is recorded under `what` ("symbol table"), and
   // the result is false.
-  [[nodiscard]] bool map_file_region(uint64_t offset, uint64_t size, DATA_MAP &map, const std::string &what,
-                                     uint64_t unit = 1);
+  [[nodiscard]] bool map_file_region(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map, const std::string &what,
+                                     FILE_OFFSET unit = 1);
   // Error 3 naming a header that was cut off by the end of the file, and
   // where: without its headers a file has nothing to read.
   void report_truncated(const char *what, uint64_t offset);

@@ -150,7 +150,7 @@ void ELF_FILE::dump_format(FILE *stream) {
 
 namespace {
 
-std::string hex(uint32_t value) { return XML_WRITER::hex(value); }
+std::string hex(uint64_t value) { return XML_WRITER::hex(value); }
 std::string dec(uint64_t value) { return std::to_string(value); }
 
 void header_xml(XML_WRITER &xml, ELF_FILE &file, const ELF32_HEADER_RECORD &h) {

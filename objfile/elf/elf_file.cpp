@@ -57,8 +57,8 @@ void ELF_FILE::report_malformed(uint64_t offset, const char *format, ...) {
   set_error(OF_ERR_MALFORMED, "%s: %s at offset 0x%llx", name, text, static_cast<unsigned long long>(offset));
 }
 
-bool ELF_FILE::file_region(uint64_t offset, uint64_t size, DATA_MAP &map, const char *what) {
-  uint64_t length = descriptor_.size;
+bool ELF_FILE::file_region(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map, const char *what) {
+  FILE_OFFSET length = descriptor_.size;
   // Overflow first, then the end of the file, so that neither a huge count
   // nor an offset past the end is ever turned into an allocation.
   if (offset + size < offset || offset > length || size > length - offset) {
@@ -66,7 +66,7 @@ bool ELF_FILE::file_region(uint64_t offset, uint64_t size, DATA_MAP &map, const 
                      static_cast<unsigned long long>(size), static_cast<unsigned long long>(length));
     return false;
   }
-  return get_file_data(static_cast<uint32_t>(offset), static_cast<uint32_t>(size), map) == 0;
+  return get_file_data(offset, size, map) == 0;
 }
 
 int ELF_FILE::read(const OF_DESCRIPTOR &) {

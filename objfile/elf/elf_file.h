@@ -140,7 +140,7 @@ public:
   // Attaches `map` to `size` bytes at file offset `offset` when they lie
   // within the file; otherwise error 3 naming `what` and false. The one
   // place where offsets read from the file are checked.
-  [[nodiscard]] bool file_region(uint64_t offset, uint64_t size, DATA_MAP &map, const char *what);
+  [[nodiscard]] bool file_region(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map, const char *what);
   // Error 3 with the file's name and the byte offset of the fault.
   void report_malformed(uint64_t offset, const char *format, ...) __attribute__((format(printf, 3, 4)));
 

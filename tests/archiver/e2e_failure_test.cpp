@@ -156,14 +156,19 @@ TEST(FailedRewrite, MissingDirectoryAndMemberTooLargeForItsHeader) {
   TEMP_DIR dir;
   // The size field holds eight digits' worth; a sparse file reaches the limit
   // without writing 100 MB.
+  // A file past 4 GiB is measured whole, not cut to 32 bits on the way in.
   dir.write("big.obj", "");
   fs::resize_file(dir / "big.obj", 100000000);
+  dir.write("huge.obj", "");
+  fs::resize_file(dir / "huge.obj", (4ull << 30) + 2);
   run_steps(dir, {{{{"f.obj", "F"}}, {"aq", "nodir/lib", "f.obj"}, "",
                    error_line("Cannot create archive: 'nodir/lib.lib'"), 1,
-                   {}, "big.obj f.obj"},
+                   {}, "big.obj f.obj huge.obj"},
                   {{{"lib.lib", GOOD, T1}}, {"aq", "lib", "big.obj"}, "",
                    error_line("Member file too large: 'big.obj'"), 1,
-                   {{"lib.lib", GOOD, T1}}, "big.obj f.obj lib.lib"}});
+                   {{"lib.lib", GOOD, T1}}, "big.obj f.obj huge.obj lib.lib"},
+                  {{}, {"aq", "lib", "huge.obj"}, "", error_line("Member file too large: 'huge.obj'"), 1,
+                   {{"lib.lib", GOOD, T1}}, "big.obj f.obj huge.obj lib.lib"}});
 }
 
 // A directory where nothing can be created. Root ignores permission bits, so
