@@ -1,5 +1,6 @@
 #include "objfile/of_file.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstring>
 
@@ -111,6 +112,12 @@ void OBJECT_FILE::set_error_handler(OF_ERROR_HANDLER handler) {
     handler_(this, error_code_, error_text_.c_str());
 }
 
+void OBJECT_FILE::set_write_error() {
+  int reason = errno ? errno : EIO;
+  set_error(OF_ERR_OPEN, "%s: cannot write the object file: %s",
+            get_file_name().empty() ? "(unknown file)" : get_file_name().c_str(), strerror(reason));
+}
+
 int OBJECT_FILE::get_file_data(uint32_t offset, uint32_t size, DATA_MAP &map) {
   if (!descriptor_.stream) {
     set_error(OF_ERR_INTERNAL, "illegal call to OBJECT_FILE::get_file_data() when the OBJECT_FILE object was "
@@ -150,7 +157,7 @@ int OBJECT_FILE::dump(FILE *stream) {
 int OBJECT_FILE::dump_to_path(const char *path) {
   FILE *stream = fopen(path, "w");
   if (!stream) {
-    set_error(OF_ERR_OPEN, "%s", "");
+    set_error(OF_ERR_OPEN, "cannot open '%s': %s", path, strerror(errno));
     return -1;
   }
   int result = dump(stream);
@@ -204,7 +211,7 @@ int OBJECT_FILE::write(FILE *stream) {
   int result = set_state(OF_STATE_SAVED);
   output_ = previous;
   if (result == 0 && fflush(stream) != 0) {
-    set_error(OF_ERR_OPEN, "%s", "");
+    set_write_error();
     result = -1;
   }
   return result;
@@ -213,12 +220,12 @@ int OBJECT_FILE::write(FILE *stream) {
 int OBJECT_FILE::write_to_path(const char *path) {
   FILE *stream = fopen(path, "wb");
   if (!stream) {
-    set_error(OF_ERR_OPEN, "%s", "");
+    set_error(OF_ERR_OPEN, "cannot open '%s': %s", path, strerror(errno));
     return -1;
   }
   int result = write(stream);
   if (fclose(stream) != 0 && result == 0) {
-    set_error(OF_ERR_OPEN, "%s", "");
+    set_write_error();
     result = -1;
   }
   return result;
@@ -239,7 +246,7 @@ int OBJECT_FILE::dump_xml(XML_WRITER &xml) {
 int OBJECT_FILE::dump_xml_to_path(const char *path) {
   FILE *stream = fopen(path, "w");
   if (!stream) {
-    set_error(OF_ERR_OPEN, "%s", "");
+    set_error(OF_ERR_OPEN, "cannot open '%s': %s", path, strerror(errno));
     return -1;
   }
   XML_WRITER(stream).declaration();
