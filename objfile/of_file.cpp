@@ -157,7 +157,7 @@ int OBJECT_FILE::dump(FILE *stream) {
 int OBJECT_FILE::dump_to_path(const char *path) {
   FILE *stream = fopen(path, "w");
   if (!stream) {
-    set_error(OF_ERR_OPEN, "cannot open '%s': %s", path, strerror(errno));
+    set_error(OF_ERR_OPEN, "%s", "");
     return -1;
   }
   int result = dump(stream);
@@ -220,7 +220,7 @@ int OBJECT_FILE::write(FILE *stream) {
 int OBJECT_FILE::write_to_path(const char *path) {
   FILE *stream = fopen(path, "wb");
   if (!stream) {
-    set_error(OF_ERR_OPEN, "cannot open '%s': %s", path, strerror(errno));
+    set_error(OF_ERR_OPEN, "%s", "");
     return -1;
   }
   int result = write(stream);
@@ -246,7 +246,7 @@ int OBJECT_FILE::dump_xml(XML_WRITER &xml) {
 int OBJECT_FILE::dump_xml_to_path(const char *path) {
   FILE *stream = fopen(path, "w");
   if (!stream) {
-    set_error(OF_ERR_OPEN, "cannot open '%s': %s", path, strerror(errno));
+    set_error(OF_ERR_OPEN, "%s", "");
     return -1;
   }
   XML_WRITER(stream).declaration();
