@@ -1,5 +1,6 @@
 #include "objfile/of_file.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstring>
 
@@ -119,6 +120,12 @@ void OBJECT_FILE::note_short_read(const char *what, FILE_OFFSET offset) {
   short_read_ = std::string("the ") + what + at;
 }
 
+void OBJECT_FILE::set_write_error() {
+  int reason = errno ? errno : EIO;
+  set_error(OF_ERR_OPEN, "%s: cannot write the object file: %s",
+            get_file_name().empty() ? "(unknown file)" : get_file_name().c_str(), strerror(reason));
+}
+
 int OBJECT_FILE::get_file_data(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map) {
   if (!descriptor_.stream) {
     set_error(OF_ERR_INTERNAL, "illegal call to OBJECT_FILE::get_file_data() when the OBJECT_FILE object was "
@@ -212,7 +219,7 @@ int OBJECT_FILE::write(FILE *stream) {
   int result = set_state(OF_STATE_SAVED);
   output_ = previous;
   if (result == 0 && fflush(stream) != 0) {
-    set_error(OF_ERR_OPEN, "%s", "");
+    set_write_error();
     result = -1;
   }
   return result;
@@ -226,7 +233,7 @@ int OBJECT_FILE::write_to_path(const char *path) {
   }
   int result = write(stream);
   if (fclose(stream) != 0 && result == 0) {
-    set_error(OF_ERR_OPEN, "%s", "");
+    set_write_error();
     result = -1;
   }
   return result;

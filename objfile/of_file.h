@@ -204,6 +204,9 @@ public:
 
   // Pending error. See the ranking in of_file.cpp.
   void set_error(uint32_t code, const char *format, ...) __attribute__((format(printf, 3, 4)));
+  // Error 2 for a write to the output that the system refused, with the
+  // system's reason (errno, as the failed call left it).
+  void set_write_error();
   uint32_t get_error_code() const { return error_code_; }
   // The pending error's text; empty when none is pending.
   const std::string &get_error_text() const { return error_text_; }

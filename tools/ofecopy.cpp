@@ -20,6 +20,7 @@
 #include "objfile/of_file.h"
 #include "objfile/of_section.h"
 #include "objfile/of_symbol.h"
+#include "support/tool_name.h"
 #include "support/user_msg.h"
 #include "tools/tool_support.h"
 
@@ -216,6 +217,7 @@ bool apply(OFE::OBJECT_FILE &object, const EDIT &edit) {
 int main(int argc, char **argv) {
   std::vector<std::string> files;
   std::vector<EDIT> edits = parse(argc, argv, files);
+  set_tool_name("ofecopy");  // the program the library's messages tell the user to update
   tools::install_signal_cleanup();
 
   tools::REPORTS reports;

@@ -21,6 +21,7 @@
 #include "archiver/ar_archive.h"
 #include "objfile/of_file.h"
 #include "support/printable.h"
+#include "support/tool_name.h"
 #include "support/user_msg.h"
 #include "support/xml_writer.h"
 #include "tools/tool_support.h"
@@ -308,6 +309,7 @@ bool output_written() {
 
 int main(int argc, char **argv) {
   OPTIONS options = parse(argc, argv);
+  set_tool_name("ofedump");  // the program the library's messages tell the user to update
   keep_output_errors();
   // A damaged library may report many errors; every file is still listed.
   msg().set_error_limit(0x7FFFFFFF);

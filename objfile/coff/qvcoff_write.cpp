@@ -216,7 +216,7 @@ bool QVCOFF_FILE::write_out(FILE *stream) {
   put(symbol_bytes_.data(), symbol_bytes_.size());
   put(string_bytes_.data(), string_bytes_.size());
   if (!ok)
-    set_error(OF_ERR_OPEN, "%s", "");
+    set_write_error();  // the failed write is the last call that set errno
   return ok;
 }
 

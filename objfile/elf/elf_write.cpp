@@ -415,7 +415,7 @@ bool ELF_FILE::write_out(FILE *stream) {
     while (ok && size != 0) {
       size_t n = static_cast<size_t>(std::min<uint64_t>(size, bytes ? size : sizeof zeros));
       if (fwrite(bytes ? bytes : zeros, 1, n, stream) != n) {
-        set_error(OF_ERR_OPEN, "%s", "");
+        set_write_error();
         return false;
       }
       position += n;

@@ -257,3 +257,23 @@ TEST_F(Ofedump, AListingThatCannotBeWrittenFails) {
   r = run({"bash", "-c", closed_pipe + "exec \"$0\" -d all good.o >&4", ofedump_path()}, dir.path());
   EXPECT_EQ(r.status, 128 + 13);
 }
+
+// The library's "update recommended" warnings name the program that runs.
+TEST_F(Ofedump, TheLibrarysWarningsNameTheRunningTool) {
+  // A section-attribute table of a format newer than any known, in an object
+  // of the machine that has such tables (141).
+  assemble("qa.o", ".text\nf: nop\n.section .QV.section.flags,\"\",@0x7f000005\n.byte 2,0,0,0,0,0,0,0\n");
+  std::string object = dir.read("qa.o");
+  object[18] = '\x8d';
+  object[19] = '\0';
+  dir.write("qa.o", object);
+  const std::string warning = ">> warning: Unrecognized QV extended section attributes format. All extended\n"
+                              "            section attributes will be ignored. %s update recommended.\n";
+  for (const std::string tool : {"ofedump", "ofecopy"}) {
+    RUN_RESULT r = tool == "ofedump" ? ofedump({"qa.o"}) : run({ofecopy_path(), "qa.o", "copy.o"}, dir.path());
+    EXPECT_EQ(r.status, 0) << r.err;
+    std::string expected = warning;
+    expected.replace(expected.find("%s"), 2, tool);
+    EXPECT_EQ(r.err, expected);
+  }
+}
