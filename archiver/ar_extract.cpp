@@ -5,10 +5,10 @@
 // does the same further on, and the main thread accepts each file in member
 // order: it prints its status line then, and whatever the fast way left
 // undone (a name that already exists, a failed write, a large member, a name
-// met before) it does itself at that point the one-at-a-time way. Messages,
-// their order and the files left behind, by an error or a signal too, are
-// those of extracting one member after another: files made ahead of a member
-// that stops the run are removed.
+// that another member shares) it does itself at that point the one-at-a-time
+// way. Messages, their order and the files left behind, by an error or a
+// signal too, are those of extracting one member after another: files made
+// ahead of a member that stops the run are removed.
 #include <algorithm>
 #include <atomic>
 #include <cctype>
@@ -24,7 +24,7 @@
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
-#include <unordered_set>
+#include <unordered_map>
 #include <vector>
 
 #include "archiver/ar_edit.h"
@@ -273,20 +273,39 @@ static void *helper_main(void *argument) {
   return nullptr;
 }
 
-// Only members whose files may be made in any order go ahead: small ones
-// (read whole), under a name of plain ASCII met for the first time, ignoring
-// case (so a case-insensitive directory cannot make two of them one file).
-static bool may_go_ahead(const AR_MEMBER *m, std::unordered_set<uint64_t> &names) {
-  if (m->size > AR_SMALL_MEMBER || m->source_file)
-    return false;
+// The key a case-insensitive directory would file a name under (ASCII
+// letters folded); names that share a key are treated as one. None for a
+// name beyond plain ASCII: such a directory may fold it onto any other
+// (a Kelvin sign onto "k").
+static bool folded_key(const char *name, uint64_t *key) {
   uint64_t hash = 14695981039346656037ull;
-  for (const unsigned char *p = reinterpret_cast<const unsigned char *>(m->name); *p; p++) {
+  for (const unsigned char *p = reinterpret_cast<const unsigned char *>(name); *p; p++) {
     if (*p >= 0x80)
       return false;
     hash = (hash ^ static_cast<unsigned char>(tolower(*p))) * 1099511628211ull;
   }
-  // Two names that share a hash are treated as one: the later waits its turn.
-  return names.insert(hash).second;
+  *key = hash;
+  return true;
+}
+
+// Which members may have their files made in any order: small ones (read
+// whole) under a name that no other member shares, case ignored. Every
+// member of a shared name, the first one met included, waits for its turn,
+// so that each replaces the one before it in list order. A name beyond plain
+// ASCII might share its file with any other, so then none goes ahead.
+static std::vector<bool> members_ahead(const std::vector<AR_MEMBER *> &members) {
+  std::vector<uint64_t> keys(members.size());
+  std::unordered_map<uint64_t, uint32_t> uses;
+  uses.reserve(members.size());
+  for (size_t j = 0; j < members.size(); j++) {
+    if (!folded_key(members[j]->name, &keys[j]))
+      return std::vector<bool>(members.size(), false);
+    uses[keys[j]]++;
+  }
+  std::vector<bool> ahead(members.size());
+  for (size_t j = 0; j < members.size(); j++)
+    ahead[j] = members[j]->size <= AR_SMALL_MEMBER && !members[j]->source_file && uses[keys[j]] == 1;
+  return ahead;
 }
 
 static bool second_processor() {
@@ -299,13 +318,11 @@ static AR_EXTRACT_AHEAD *start_ahead(ARCHIVE *ar, std::vector<AR_MEMBER *> &memb
   if (members.size() < AHEAD_MIN_MEMBERS || !ar->source.file || !second_processor())
     return nullptr;
   std::unique_ptr<std::atomic<uint8_t>[]> state(new std::atomic<uint8_t>[members.size()]);
-  std::unordered_set<uint64_t> names;
-  names.reserve(members.size());
+  std::vector<bool> ahead = members_ahead(members);
   size_t may = 0;
   for (size_t j = 0; j < members.size(); j++) {
-    bool ahead = may_go_ahead(members[j], names);
-    state[j].store(ahead ? JOB_FREE : JOB_SERIAL);
-    may += ahead;
+    state[j].store(ahead[j] ? JOB_FREE : JOB_SERIAL);
+    may += ahead[j];
   }
   FILE *s = may >= AHEAD_MIN_MEMBERS ? managed_stream(ar->source.file) : nullptr;
   int fd = s ? dup(fileno(s)) : -1;
