@@ -258,13 +258,13 @@ SCENE random_scene(std::mt19937 &random) {
   const size_t stop_kind = pick(7);  // 0, 1: none; then directory, library, unsafe, cut short, limit
   if (stop_kind == 6)
     scene.size_limit = 4000;
-  static const char *const SHARED[] = {"dup.o", "DUP.O", "Dup.o", "two.o", "Two.o"};
+  static const char *const SHARED[] = {"dup.o", "DUP.O", "Dup.o", "two.o", "Two.o", "d\xc3\xbcp.o"};
   for (size_t n = 1 + pick(6); n > 0; n--) {
     std::string data = "#" + std::to_string(n) + std::string(pick(30), 'd');
     if (!scene.size_limit && pick(3) == 0)
       data += std::string(70000, 'L');  // too large to be read whole
     scene.members.insert(scene.members.begin() + static_cast<ptrdiff_t>(pick(scene.members.size() + 1)),
-                         {SHARED[pick(5)], data});
+                         {SHARED[pick(std::size(SHARED))], data});
   }
   // A slow member before the first shared name lets the helper run ahead.
   if (!scene.size_limit && pick(2)) {
