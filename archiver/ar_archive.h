@@ -133,16 +133,10 @@ void ar_destroy(ARCHIVE *ar);
 [[nodiscard]] bool ar_fail(ARCHIVE *ar, int error_class, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
 
-// Undoes whatever a failed write or extraction did: the half-written file
-// goes, the old archive stays under its own name. From a signal handler pass
-// true: only async-signal-safe calls are made then.
+// Undoes whatever a failed write did: the half-written file goes, the old
+// archive stays under its own name. From a signal handler pass true: only
+// async-signal-safe calls are made then.
 void ar_emergency_cleanup(ARCHIVE *ar, bool from_signal = false);
-
-// --- ar_extract.cpp
-
-// Removes the files an extraction created ahead of their turn and stops the
-// thread that created them; from a signal handler, without waiting for it.
-void ar_extract_abandon(ARCHIVE *ar, bool from_signal);
 
 // --- ar_read.cpp
 
