@@ -10,6 +10,8 @@
 #include <sys/stat.h>
 
 #include "archiver/ar_match.h"
+#include "archiver/ar_members.h"
+#include "archiver/ar_write.h"
 #include "archiver/report.h"
 #include "archiver/stdout_buffer.h"
 #include "support/filename.h"

@@ -11,6 +11,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "archiver/ar_copy.h"
+#include "archiver/ar_members.h"
 #include "archiver/report.h"
 #include "support/replacement_file.h"
 

@@ -7,6 +7,8 @@
 
 #include "archiver/ar_archive.h"
 #include "archiver/ar_header.h"
+#include "archiver/ar_members.h"
+#include "archiver/ar_read.h"
 #include "support/byte_order.h"
 
 bool ar_test_magic(ARCHIVE *ar) {

@@ -5,7 +5,10 @@
 #include <string>
 
 #include "archiver/ar_archive.h"
+#include "archiver/ar_copy.h"
 #include "archiver/ar_header.h"
+#include "archiver/ar_index.h"
+#include "archiver/ar_write.h"
 #include "support/byte_order.h"
 
 static constexpr uint64_t MAX_MEMBER_SIZE = 100000000;   // the size field's ten digits

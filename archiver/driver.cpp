@@ -9,6 +9,7 @@
 
 #include "archiver/ar_edit.h"
 #include "archiver/ar_extract.h"
+#include "archiver/ar_read.h"
 #include "archiver/banner.h"
 #include "archiver/cmdfile.h"
 #include "archiver/fatal_signal.h"

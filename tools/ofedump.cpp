@@ -16,6 +16,8 @@
 #include <vector>
 
 #include "archiver/ar_archive.h"
+#include "archiver/ar_copy.h"
+#include "archiver/ar_read.h"
 #include "objfile/of_file.h"
 #include "support/user_msg.h"
 #include "support/xml_writer.h"
