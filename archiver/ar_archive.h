@@ -1,17 +1,7 @@
 // The in-memory archive: the member list loaded from an existing library (or
 // empty for a new one), the name table it was read with, and the symbol index
 // that each write rebuilds. The commands only edit the member list; every byte
-// on disk is read and written by the archive layer:
-//
-//   ar_create.cpp   creating the archive object, its error report
-//   ar_source.cpp   opening and locking the library, the read window
-//   ar_read.cpp     loading the special members and the member list
-//   ar_members.cpp  editing the member list, looking at member files
-//   ar_stage.cpp    the staging file for member files beyond the memory budget
-//   ar_copy.cpp     member data and the copy the writer and extraction share
-//   ar_index.cpp    building the symbol index
-//   ar_write.cpp    laying out and writing the new archive
-//   ar_rewrite.cpp  putting the new archive in the old one's place
+// on disk is read and written by the archive layer (ar_read.h, ar_write.h).
 //
 // On disk: "!<arch>\n", then the "/" symbol index (when any symbol is indexed),
 // then the name table ("//" or "<filenames>/", when a long name needs it),
@@ -73,6 +63,9 @@ struct AR_MEMBER {
   FILE_OFFSET header_offset;  // offset of its header in the new file
 };
 
+// Whether the member takes its data from a file rather than the archive.
+inline bool ar_member_from_file(const AR_MEMBER *m) { return m->source_file != nullptr; }
+
 struct AR_SYMBOL {
   const char *name;
   AR_MEMBER *member;        // the member that defines it
@@ -118,7 +111,6 @@ struct ARCHIVE {
   AR_ERROR_CALLBACK error_callback = nullptr;
 };
 
-// --- ar_create.cpp
 
 // Opens and locks the archive at `path` (see ar_open_source); whether that
 // worked is in `open_result`, and a missing file is a new, empty archive.
@@ -134,93 +126,7 @@ void ar_destroy(ARCHIVE *ar);
 [[nodiscard]] bool ar_fail(ARCHIVE *ar, int error_class, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
 
-// Undoes whatever a failed write or extraction did: the half-written file
-// goes, the old archive stays under its own name. From a signal handler pass
-// true: only async-signal-safe calls are made then.
+// Undoes whatever a failed write did: the half-written file goes, the old
+// archive stays under its own name. From a signal handler pass true: only
+// async-signal-safe calls are made then.
 void ar_emergency_cleanup(ARCHIVE *ar, bool from_signal = false);
-
-// --- ar_extract.cpp
-
-// Removes the files an extraction created ahead of their turn and stops the
-// thread that created them; from a signal handler, without waiting for it.
-void ar_extract_abandon(ARCHIVE *ar, bool from_signal);
-
-// --- ar_read.cpp
-
-// True when the first 8 bytes are the archive magic.
-[[nodiscard]] bool ar_test_magic(ARCHIVE *ar);
-
-// Reads the "/" and name-table members that precede the ordinary members;
-// the old symbol index is loaded only when asked.
-[[nodiscard]] bool ar_read_special_members(ARCHIVE *ar, bool load_index);
-[[nodiscard]] bool ar_load_members(ARCHIVE *ar);
-
-// --- ar_members.cpp
-
-// Appends a member supplied by the file at `source_file`.
-AR_MEMBER *ar_append_member(ARCHIVE *ar, const char *name, const char *source_file,
-                            uint32_t date, FILE_OFFSET size);
-void ar_unlink_member(ARCHIVE *ar, AR_MEMBER *member);
-
-// What a member operand names, looked at once.
-struct AR_FILE_FACTS {
-  bool exists = false;
-  uint32_t date = 0;   // 0 when it cannot be read
-  FILE_OFFSET size = 0;  // likewise
-  int fd = -1;         // the file, open, for the member to keep (or -1)
-};
-
-// Opens a member's file for reading, as open_regular_file does, with the
-// file system's kind asked only for the first file of each device.
-[[nodiscard]] REGULAR_OPEN ar_open_member_file(const char *path, REGULAR_FILE *file);
-
-// Looks at the file a member operand names (a trailing "/" or "\" is not
-// part of the test). A FIFO, device, directory or pseudo-file, or the
-// archive itself, is refused through the error callback (false).
-[[nodiscard]] bool ar_member_file_facts(ARCHIVE *ar, const char *operand, AR_FILE_FACTS *facts);
-
-// Lets go of the file the facts hold open, when no member takes it.
-void ar_release_file_facts(AR_FILE_FACTS *facts);
-
-// Makes the member take its data from the file the facts describe.
-void ar_set_member_file(ARCHIVE *ar, AR_MEMBER *member, const char *operand, const AR_FILE_FACTS &facts);
-
-inline bool ar_member_from_file(const AR_MEMBER *m) { return m->source_file != nullptr; }
-
-// Whether `path` names the archive's own file (through any link). With
-// `named`, the status of the name itself is left there (a zero mode when
-// there is nothing at the path).
-[[nodiscard]] bool ar_is_archive_file(const ARCHIVE *ar, const char *path, struct stat *named = nullptr);
-
-// --- ar_copy.cpp
-
-// Where a member's data is read: a descriptor and the offset of the first byte.
-struct AR_MEMBER_DATA {
-  int fd = -1;
-  FILE_OFFSET offset = 0;
-  bool owned = false;            // opened for this use: closed by ar_close_member_data
-  const char *memory = nullptr;  // the bytes themselves, when they are in memory
-};
-
-// The member's own file, or the archive itself.
-[[nodiscard]] bool ar_open_member_data(ARCHIVE *ar, AR_MEMBER *member, AR_MEMBER_DATA *data);
-void ar_close_member_data(AR_MEMBER_DATA *data);
-
-// Copies `length` bytes; with `pad` an odd length is followed by "\n".
-// Returns 0, AR_ERR_READ on a short read or AR_ERR_WRITE on a short write.
-[[nodiscard]] int ar_copy_data(const AR_MEMBER_DATA &from, FILE *to, FILE_OFFSET length, bool pad);
-
-// Copies `length` bytes at `offset` of `from` to the end of the stream `to`,
-// large stretches inside the kernel. Returns as ar_copy_data does.
-[[nodiscard]] int ar_copy_range(int from, FILE_OFFSET offset, FILE *to, FILE_OFFSET length);
-
-// --- ar_index.cpp
-
-// Fills the symbol index from the members (run by the writer).
-[[nodiscard]] bool build_symbol_index(ARCHIVE *ar);
-
-// --- ar_write.cpp
-
-// Rebuilds the whole archive in `requested_format` (0: keep the archive's own,
-// POSIX for a new one) and puts it in the old one's place.
-[[nodiscard]] bool ar_write(ARCHIVE *ar, uint32_t requested_format);

@@ -9,6 +9,8 @@
 #include <unistd.h>
 
 #include "archiver/ar_archive.h"
+#include "archiver/ar_copy.h"
+#include "archiver/ar_members.h"
 #include "support/regular_file.h"
 
 bool ar_open_member_data(ARCHIVE *ar, AR_MEMBER *m, AR_MEMBER_DATA *data) {

@@ -10,13 +10,11 @@
 #include <sys/stat.h>
 
 #include "archiver/ar_match.h"
+#include "archiver/ar_members.h"
+#include "archiver/ar_write.h"
+#include "archiver/report.h"
 #include "archiver/stdout_buffer.h"
 #include "support/filename.h"
-
-// Names shown here may come from an archive: control characters are escaped.
-void status(const char *verb, const char *name) {
-  out_printf("  ==>  %s '%s'\n", verb, printable(name).c_str());
-}
 
 // The date a member taken from a file gets, and the one `u` compares: the
 // file's modification time, but never later than SOURCE_DATE_EPOCH when that
@@ -154,16 +152,5 @@ void ar_table(ARCHIVE *ar, OPTIONS &options) {
     out_write(row, table_row_start(row, m->size, date));
     out_write_printable(m->name);
     out_write("\n", 1);
-  }
-}
-
-void ar_dispatch(ARCHIVE *ar, OPTIONS &options) {
-  switch (options.command) {
-  case CMD_ADD: ar_add(ar, options); break;
-  case CMD_DELETE: ar_delete(ar, options); break;
-  case CMD_REPLACE: ar_replace(ar, options); break;
-  case CMD_TABLE: ar_table(ar, options); break;
-  case CMD_EXTRACT: ar_extract(ar, options); break;
-  default: break;
   }
 }

@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include "archiver/ar_archive.h"
+#include "archiver/ar_copy.h"
+#include "archiver/ar_index.h"
 #include "objfile/of_file.h"
 #include "objfile/of_symbol.h"
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "archiver/ar_archive.h"
+#include "archiver/ar_members.h"
 #include "support/regular_file.h"
 
 AR_MEMBER *ar_append_member(ARCHIVE *ar, const char *name, const char *source_file, uint32_t date,

@@ -7,6 +7,9 @@
 
 #include "archiver/ar_archive.h"
 #include "archiver/ar_header.h"
+#include "archiver/ar_members.h"
+#include "archiver/ar_read.h"
+#include "support/byte_order.h"
 
 bool ar_test_magic(ARCHIVE *ar) {
   if (!ar->source.file)
@@ -129,10 +132,6 @@ static bool load_name_table(ARCHIVE *ar, const RAW_HEADER &h) {
   return true;
 }
 
-static uint32_t read_be32(const unsigned char *p) {
-  return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3];
-}
-
 static bool load_symbol_index(ARCHIVE *ar, const RAW_HEADER &h) {
   FILE_OFFSET length = round_even(h.size);
   if (!within_source(ar, h.data_offset, length))
@@ -141,14 +140,14 @@ static bool load_symbol_index(ARCHIVE *ar, const RAW_HEADER &h) {
   FILE *s = ar_source_at(ar, h.data_offset);
   if (!s || fread(data, 1, length, s) != length)
     return ar_fail(ar, AR_ERR_STRUCTURE, "Cannot read symbol table: '%s'", ar->name);
-  int64_t count = length >= 4 ? static_cast<int32_t>(read_be32(data)) : 0;
+  int64_t count = length >= 4 ? static_cast<int32_t>(read_u32(data, BYTE_ORDERING::BIG)) : 0;
   ar->symbols_head = ar->symbols_tail = nullptr;
   ar->symbol_count = 0;
   // Counts and names that run past the member end the list early.
   FILE_OFFSET name_at = 4 + 4 * static_cast<FILE_OFFSET>(count > 0 ? count : 0);
   for (int64_t i = 0; i < count && name_at < length && 4 + 4 * FILE_OFFSET(i) + 4 <= length; i++) {
     auto *sym = ar->pool.make<AR_SYMBOL>();
-    sym->header_offset = read_be32(data + 4 + 4 * i);
+    sym->header_offset = read_u32(data + 4 + 4 * i, BYTE_ORDERING::BIG);
     sym->name = reinterpret_cast<const char *>(data + name_at);
     name_at += strlen(sym->name) + 1;
     if (ar->symbols_tail)

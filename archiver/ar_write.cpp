@@ -5,7 +5,11 @@
 #include <string>
 
 #include "archiver/ar_archive.h"
+#include "archiver/ar_copy.h"
 #include "archiver/ar_header.h"
+#include "archiver/ar_index.h"
+#include "archiver/ar_write.h"
+#include "support/byte_order.h"
 
 static constexpr FILE_OFFSET MAX_MEMBER_SIZE = 100000000;   // the size field's ten digits
 static constexpr FILE_OFFSET MAX_NAME_OFFSET = 1000000;     // the owner-id field's six digits
@@ -54,23 +58,22 @@ static bool assign_header_offsets(ARCHIVE *ar) {
   return true;
 }
 
-static void put_be32(std::string &out, uint32_t v) {
-  const char bytes[4] = {char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
-  out.append(bytes, 4);
-}
-
 static bool write_symbol_index(ARCHIVE *ar, FILE *out) {
   FILE_OFFSET length = round_even(ar->symbol_index_length);
   if (!write_header(ar, out, {.name = "/", .size = length}))
     return false;
-  std::string index;
-  index.reserve(length);
-  put_be32(index, ar->symbol_count);
-  for (AR_SYMBOL *s = ar->symbols_head; s; s = s->next)
-    put_be32(index, s->header_offset);
-  for (AR_SYMBOL *s = ar->symbols_head; s; s = s->next)
-    index.append(s->name, strlen(s->name) + 1);
-  index.resize(length, '\0');
+  // The count and the offsets, big-endian; then the names; zero padding.
+  std::string index(length, '\0');
+  auto *bytes = reinterpret_cast<uint8_t *>(index.data());
+  write_u32(bytes, ar->symbol_count, BYTE_ORDERING::BIG);
+  size_t at = 4;
+  for (AR_SYMBOL *s = ar->symbols_head; s; s = s->next, at += 4)
+    write_u32(bytes + at, s->header_offset, BYTE_ORDERING::BIG);
+  for (AR_SYMBOL *s = ar->symbols_head; s; s = s->next) {
+    size_t n = strlen(s->name) + 1;
+    memcpy(bytes + at, s->name, n);
+    at += n;
+  }
   if (fwrite(index.data(), 1, index.size(), out) != length)
     return ar_fail(ar, AR_ERR_WRITE, "Cannot write symbol table");
   return true;

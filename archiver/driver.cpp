@@ -8,30 +8,21 @@
 #include <unistd.h>
 
 #include "archiver/ar_edit.h"
+#include "archiver/ar_extract.h"
+#include "archiver/ar_read.h"
 #include "archiver/banner.h"
 #include "archiver/cmdfile.h"
 #include "archiver/fatal_signal.h"
+#include "archiver/report.h"
+#include "archiver/run_cleanup.h"
 #include "archiver/stdout_buffer.h"
 #include "archiver/toolname.h"
 #include "support/filename.h"
 #include "support/regular_file.h"
 
-ARCHIVE *g_archive = nullptr;
-
 // The one options record; it lives, with the operands the archive's members
 // point to, until the process ends.
 static OPTIONS g_options;
-
-void error(const char *format, const char *argument) {
-  out_flush();
-  // Whatever stops the run, a half-written file does not stay.
-  if (g_archive)
-    ar_emergency_cleanup(g_archive);
-  fputs("  -->  error: ", stderr);
-  fprintf(stderr, format, argument);
-  fputc('\n', stderr);
-  exit(1);
-}
 
 // The archive layer's failures: put the old archive back, then report.
 static void archive_error(ARCHIVE *ar, int, const char *text) {
@@ -170,9 +161,22 @@ static void occupy_standard_descriptors() {
       return;
 }
 
+// Runs the command the options select.
+static void dispatch(ARCHIVE *ar, OPTIONS &options) {
+  switch (options.command) {
+  case CMD_ADD: ar_add(ar, options); break;
+  case CMD_DELETE: ar_delete(ar, options); break;
+  case CMD_REPLACE: ar_replace(ar, options); break;
+  case CMD_TABLE: ar_table(ar, options); break;
+  case CMD_EXTRACT: ar_extract(ar, options); break;
+  default: break;
+  }
+}
+
 int run_archiver(int argc, char **argv) {
   occupy_standard_descriptors();
   install_fatal_signal_handlers();
+  set_error_cleanup([] { clean_up_run(false); });
   atexit(out_flush);
   OPTIONS &options = g_options;
   scan_arguments(argc, argv, options);
@@ -180,7 +184,7 @@ int run_archiver(int argc, char **argv) {
 
   bool writes = options.command == CMD_ADD || options.command == CMD_REPLACE || options.command == CMD_DELETE;
   ARCHIVE *ar = ar_create(name, archive_error, writes ? AR_WRITE : AR_READ);
-  g_archive = ar;
+  set_run_archive(ar);
   // A FIFO would hold the run forever, a device or pseudo-file would be read
   // as an endless or empty library: only a plain file is an archive.
   if (ar->open_result == AR_OPEN_NOT_REGULAR)
@@ -192,7 +196,7 @@ int run_archiver(int argc, char **argv) {
     error("'%s' is not an archive", name);
   check_reported(ar_read_special_members(ar, false) && ar_load_members(ar));
 
-  ar_dispatch(ar, options);
+  dispatch(ar, options);
 
   bool unfound = false;
   for (const char *f : options.files)

@@ -19,8 +19,5 @@ void set_archive_name(OPTIONS &options, const char *name);
 // Fills the options from the command line (or the command file it names).
 void scan_arguments(int argc, char **argv, OPTIONS &options);
 
-// The archive this run works on, for the signal handler and the error callback.
-extern ARCHIVE *g_archive;
-
 // The whole run; returns the exit status.
 int run_archiver(int argc, char **argv);

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "archiver/driver.h"
+#include "archiver/run_cleanup.h"
 #include "archiver/stdout_buffer.h"
 #include "support/ending_signals.h"
 
@@ -49,8 +49,7 @@ void fatal_signal(int signal_number) {
   } else if (signal_number != SIGPIPE) {
     out_flush_from_signal();  // a broken pipe would only raise it again
   }
-  if (g_archive)
-    ar_emergency_cleanup(g_archive, true);
+  clean_up_run(true);
   if (signal_number == SIGTERM || fault)
     _exit(1);
   // The default action, now that the handler is gone (SA_RESETHAND).

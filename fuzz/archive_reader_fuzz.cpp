@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include "archiver/ar_archive.h"
+#include "archiver/ar_copy.h"
+#include "archiver/ar_read.h"
 
 static void ignore_error(ARCHIVE *, int, const char *) {}
 

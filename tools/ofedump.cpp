@@ -19,6 +19,8 @@
 #include <vector>
 
 #include "archiver/ar_archive.h"
+#include "archiver/ar_copy.h"
+#include "archiver/ar_read.h"
 #include "objfile/of_file.h"
 #include "support/printable.h"
 #include "support/tool_name.h"
