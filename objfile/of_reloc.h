@@ -34,13 +34,14 @@ public:
   virtual int make_internal() = 0;
 };
 
-class OF_RELOC_TABLE {
+// A relocation table holds symbol indexes: it follows the map of the symbol
+// table its entries refer to (follow_symbols), and refuses an entry whose
+// symbol was removed rather than point it elsewhere.
+class OF_RELOC_TABLE : public OF_INDEX_HOLDER {
 public:
-  virtual ~OF_RELOC_TABLE() = default;
+  explicit OF_RELOC_TABLE(OBJECT_FILE *file) : OF_INDEX_HOLDER(file) {}
   virtual uint32_t get_count() = 0;
   virtual OF_RELOC *get_reloc(uint32_t index) = 0;
-  // Follows a renumbering of the symbol table the entries refer to.
-  virtual void apply_symbol_map(const OF_INDEX_MAP &map) = 0;
   virtual void dump(FILE *stream) = 0;
 };
 

@@ -32,6 +32,7 @@
 namespace OFE {
 
 class OF_BUILD_ATTR_TABLE;
+class QVCOFF_SECTION;
 class QVCOFF_SECTION_TABLE;
 class QVCOFF_STRING_TABLE;
 class QVCOFF_SYMBOL_TABLE;
@@ -97,6 +98,8 @@ public:
   // byte order; false, with nothing attached, when they are not all inside
   // the file.
   [[nodiscard]] bool map_file_region(uint64_t offset, uint64_t size, DATA_MAP &map);
+  // Drops what the file caches about `section`, which is being removed.
+  void forget_section(const QVCOFF_SECTION &section);
   // Error 3 naming what was cut off by the end of the file, and where.
   void report_truncated(const char *what, uint64_t offset);
 
@@ -133,7 +136,9 @@ private:
   std::unique_ptr<QVCOFF_SECTION_TABLE> sections_;
   uint32_t icode_index_ = UINT32_MAX;  // not looked up yet
   std::unique_ptr<OF_BUILD_ATTR_TABLE> build_attributes_;
-  uint32_t build_attributes_section_ = 0;  // its index + 1; 0 not found
+  // Held by pointer: the section keeps its identity when sections are
+  // renumbered.
+  QVCOFF_SECTION *build_attributes_section_ = nullptr;
   // What the write pipeline encoded, per section (index - 1), and the
   // symbol and string tables.
   std::vector<std::vector<uint8_t>> reloc_bytes_, lnno_bytes_;

@@ -17,6 +17,7 @@
 #include "objfile/elf/elf_string.h"
 #include "objfile/elf/elf_symbol.h"
 #include "objfile/elf/elf_types.h"
+#include "tools/readelf_view.h"
 
 using namespace OFE;
 using namespace testing_support;
@@ -340,3 +341,69 @@ TEST_P(ElfWrite, ASectionZeroThatIsNotNullIsReplaced) {
 }
 
 INSTANTIATE_TEST_SUITE_P(BothOrders, ElfWrite, ::testing::Values(LITTLE, BIG), order_name);
+
+// A section removed through the library, with the symbols defined in it,
+// gives the object GNU objcopy makes with --remove-section: every section
+// link, relocation target, symbol section, group member and relocation
+// symbol follows. A relocation whose symbol was removed stops the write.
+TEST(ElfRemoveSection, EveryReferenceFollowsAsWithObjcopy) {
+  ASSERT_TRUE(have_program("arm-none-eabi-as")) << "binutils-arm-none-eabi is needed";
+  TEMP_DIR dir;
+  dir.write("a.s", R"(.syntax unified
+.section .rodata.x,"a",%progbits
+x:  .word 7
+.text
+.global f
+.type f, %function
+f:  bl g
+    ldr r0, =d
+    bx lr
+.section .text.g,"axG",%progbits,g,comdat
+.global g
+.type g, %function
+g:  bx lr
+.data
+.global d
+d:  .word f
+    .word g
+)");
+  RUN_RESULT r = run({"arm-none-eabi-as", "-o", "a.o", "a.s"}, dir.path());
+  ASSERT_EQ(r.status, 0) << r.err;
+  r = run({"arm-none-eabi-objcopy", "--remove-section=.rodata.x", "a.o", "peer.o"}, dir.path());
+  ASSERT_EQ(r.status, 0) << r.err;
+
+  OPENED in(read_file(dir / "a.o"));
+  ELF_SECTION_TABLE *t = in.elf()->get_section_table();
+  uint32_t removed = t->find_elf_section(".rodata.x")->get_index();
+  ASSERT_LT(removed, t->find_elf_section(".text.g")->get_index()) << "the group member must move";
+  OF_SYMBOL_TABLE *symbols = in.object->get_symbol_table();
+  for (uint32_t i = 1; i < symbols->get_count(); i++) {
+    if (symbols->get_symbol(i)->get_section_index() == removed) {
+      ASSERT_EQ(symbols->select_for_removal(i), 0);
+    }
+  }
+  ASSERT_EQ(symbols->remove_selected(), 2) << "the section symbol and x";
+  ASSERT_EQ(t->remove_section(removed), 0) << in.object->get_error_text();
+  EXPECT_EQ(t->remove_section(0), -1);
+  EXPECT_EQ(in.object->get_error_text(), "(unknown file): there is no section 0 to remove");
+  in.object->clear_error();
+  int result;
+  write_file(dir / "ours.o", written(in.object.get(), &result));
+  ASSERT_EQ(result, 0) << in.object->get_error_text();
+  READELF_VIEW ours = readelf_view("arm-none-eabi-readelf", (dir / "ours.o").string());
+  READELF_VIEW peer = readelf_view("arm-none-eabi-readelf", (dir / "peer.o").string());
+  EXPECT_EQ(ours.sections, peer.sections) << first_difference(ours, peer);
+  EXPECT_EQ(ours.rest, peer.rest) << first_difference(ours, peer);
+
+  // Removing "g", which relocations use, is refused at the write, as
+  // objcopy refuses to strip a symbol that a relocation names.
+  OPENED again(read_file(dir / "a.o"));
+  OF_SYMBOL_TABLE *s = again.object->get_symbol_table();
+  ASSERT_EQ(s->select_for_removal(s->find_symbol("g")->get_index()), 0);
+  ASSERT_EQ(s->remove_selected(), 1);
+  (void)written(again.object.get(), &result);
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(again.object->get_error_code(), OF_ERR_INVALID_REQUEST);
+  EXPECT_EQ(again.object->get_error_text(), "(unknown file): relocation 0 of section .rel.text refers to symbol 13, "
+                                            "which was removed");
+}
