@@ -141,6 +141,41 @@ TEST_P(ElfWrite, LocalsGoFirstAndRelocationsAndTheHashFollowTheirSymbols) {
   }
 }
 
+// Symbols that do not move still change the hash: a new name, or a new byte
+// order, gives a table built anew.
+TEST_P(ElfWrite, TheHashIsBuiltOnEveryWrite) {
+  std::string strtab(1, '\0');
+  std::string symbols = builder.symbols({{}, {"l", 4, 0, LOCAL_NOTYPE, 0, 1}, {"g", 0, 0, GLOBAL_FUNC, 0, 1}}, strtab);
+  builder.add({".text", SHT_PROGBITS, std::string(16, '\0'), 0, 0, 0, SHF_ALLOC | SHF_EXECINSTR});
+  uint32_t str = builder.add({".strtab", SHT_STRTAB, strtab});
+  uint32_t sym = builder.add({".symtab", SHT_SYMTAB, symbols, str, 2, 16});
+  builder.add({".hash", SHT_HASH, std::string(4 * (2 + 3 + 3), '\0'), sym, 0, 4});
+  auto finds = [](OPENED &o, uint32_t index) {
+    DATA_MAP &d = *o.section(".hash")->get_data();
+    d.set_position(0);
+    uint32_t nbucket = d.read_u32();
+    if (nbucket == 0)
+      return false;
+    d.set_position(4ull * (2 + elf_symbol_hash(o.symbol_name(index).c_str()) % nbucket));
+    for (uint32_t at = d.read_u32(), steps = 0; at != 0 && steps < 8; at = d.read_u32(), steps++) {
+      if (at == index)
+        return true;
+      d.set_position(4ull * (2 + nbucket + at));
+    }
+    return false;
+  };
+  OPENED in(builder.build());
+  ASSERT_EQ(in.symbol(2)->set_name("renamed"), 0);
+  uint32_t other = GetParam() == LITTLE ? OF_ENDIAN_BIG : OF_ENDIAN_LITTLE;
+  OPENED renamed(written(in.object.get()));
+  EXPECT_TRUE(finds(renamed, 2)) << "renamed";
+  EXPECT_TRUE(finds(renamed, 1)) << "l";
+  ASSERT_EQ(renamed.object->set_endian(other), 0);
+  OPENED swapped(written(renamed.object.get()));
+  EXPECT_EQ(swapped.object->get_endian(), other);
+  EXPECT_TRUE(finds(swapped, 2)) << "in the other byte order";
+}
+
 TEST_P(ElfWrite, ANamedSymbolZeroGetsANullSymbolBeforeItAndStrayNullRecordsGo) {
   builder.add_symtab({{"first", 1, 0, GLOBAL_FUNC, 0, 1}, {}, {"loc", 0, 0, LOCAL_NOTYPE, 0, 1}, {},
                       {"last", 2, 0, GLOBAL_FUNC, 0, 1}},
@@ -406,4 +441,16 @@ d:  .word f
   EXPECT_EQ(again.object->get_error_code(), OF_ERR_INVALID_REQUEST);
   EXPECT_EQ(again.object->get_error_text(), "(unknown file): relocation 0 of section .rel.text refers to symbol 13, "
                                             "which was removed");
+  // So is renaming it to nothing: a nameless all-zero record is not
+  // written.
+  OPENED nameless(read_file(dir / "a.o"));
+  OF_SYMBOL *g = nameless.object->get_symbol_table()->find_symbol("g");
+  ASSERT_EQ(g->set_name(""), 0);
+  ASSERT_EQ(g->set_value(0), 0);
+  ASSERT_EQ(g->set_binding(OF_BIND_LOCAL), 0);
+  ASSERT_EQ(g->set_type(OF_TYPE_NONE), 0);
+  ASSERT_EQ(g->set_kind(OF_KIND_UNDEFINED), 0);
+  (void)written(nameless.object.get(), &result);
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(nameless.object->get_error_code(), OF_ERR_INVALID_REQUEST);
 }
