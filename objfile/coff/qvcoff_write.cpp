@@ -71,9 +71,10 @@ bool QVCOFF_FILE::prepare_dependents() {
   lnno_bytes_.assign(count, {});
   for (uint32_t i = 1; i <= count; i++) {
     QVCOFF_SECTION *s = sections->get_qvcoff_section(i);
+    // A group without its signature symbol is reported and keeps its
+    // contents; the rest of the file is still written.
     if (QVCOFF_GROUP_TABLE *group = s->group())
-      if (!group->encode())
-        return false;
+      (void)group->encode();
     s->set_reloc_count(s->relocations()->get_count());
     s->set_lnno_count(s->line_numbers()->get_count());
     reloc_bytes_[i - 1] = s->relocations()->encode(s->get_header().s_nreloc);

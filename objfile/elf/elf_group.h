@@ -45,7 +45,8 @@ public:
   void follow_sections(const OF_INDEX_MAP &map) override;
   bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // The flags word and the members; "a symbol has not been specified for
-  // the group section %s" and false without a signature symbol.
+  // the group section %s" (error 3) and false, with the contents left as
+  // they were, without a signature symbol.
   bool write();
   void dump(FILE *stream) override;
 

@@ -160,9 +160,10 @@ bool ELF_FILE::prepare_dependents() {
     bool image = keeps_image() && (s->get_flags() & SHF_ALLOC);
     if (ELF_RELOC_TABLE *relocs = s->relocations(); relocs && !image)
       relocs->write();
+    // A group without its signature symbol is reported and keeps its
+    // contents; the rest of the file is still written.
     if (ELF_GROUP_TABLE *group = s->group())
-      if (!group->write())
-        return false;
+      (void)group->write();
   }
   // Extended attribute sections: one value per section, in the new order.
   OF_MACHINE_DB *db = get_machine_db();
