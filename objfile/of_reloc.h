@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <string>
 
 #include "objfile/of_index_map.h"
 
@@ -42,6 +43,10 @@ public:
   explicit OF_RELOC_TABLE(OBJECT_FILE *file) : OF_INDEX_HOLDER(file) {}
   virtual uint32_t get_count() = 0;
   virtual OF_RELOC *get_reloc(uint32_t index) = 0;
+  // A table kept in a section of its own and named after the section it
+  // relocates (".rel" or ".rela" and the name `from`) takes the name `to`
+  // after the same prefix; any other table keeps its name. 0, or -1.
+  virtual int rename_with(const std::string &, const std::string &) { return 0; }
   virtual void dump(FILE *stream) = 0;
 };
 

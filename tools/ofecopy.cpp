@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "objfile/of_file.h"
+#include "objfile/of_reloc.h"
 #include "objfile/of_section.h"
 #include "objfile/of_symbol.h"
 #include "support/user_msg.h"
@@ -168,16 +169,15 @@ bool apply(OFE::OBJECT_FILE &object, const EDIT &edit) {
     return for_each_symbol(object, edit.name, [](OFE::OF_SYMBOL &s) { return s.set_binding(OFE::OF_BIND_GLOBAL); });
   case WEAKEN:
     return for_each_symbol(object, edit.name, [](OFE::OF_SYMBOL &s) { return s.set_binding(OFE::OF_BIND_WEAK); });
-  case RENAME_SECTION: {
-    // Relocation sections named after the section follow it.
-    OFE::OF_SECTION_TABLE *table = object.get_section_table();
-    for (const char *prefix : {".rel", ".rela"})
-      for (uint32_t i = 0; table && i < table->get_count(); i++)
-        if (OFE::OF_SECTION *s = table->get_section(i); s && s->get_index() != 0 && s->get_name() == prefix + edit.name)
-          if (s->set_name(prefix + edit.value) != 0)
-            return false;
-    return for_each_section(object, edit.name, [&](OFE::OF_SECTION &s) { return s.set_name(edit.value); });
-  }
+  case RENAME_SECTION:
+    // The section's own relocation tables (found by what they relocate, not
+    // by their names) follow it.
+    return for_each_section(object, edit.name, [&](OFE::OF_SECTION &s) {
+      for (uint32_t i = 0; i < s.get_reloc_table_count(); i++)
+        if (s.get_reloc_table(i)->rename_with(edit.name, edit.value) != 0)
+          return -1;
+      return s.set_name(edit.value);
+    });
   case SECTION_ALIGNMENT:
   case SECTION_PAGE: {
     uint32_t number;

@@ -151,6 +151,13 @@ bool ELF_RELOC_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_IN
   return true;
 }
 
+int ELF_RELOC_TABLE::rename_with(const std::string &from, const std::string &to) {
+  for (const char *prefix : {".rela", ".rel"})
+    if (section_->get_name() == prefix + from)
+      return section_->set_name(prefix + to);
+  return 0;
+}
+
 void ELF_RELOC_TABLE::write() {
   load();
   DATA_MAP &data = *section_->get_data();
