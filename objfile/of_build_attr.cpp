@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "objfile/data_map.h"
+#include "objfile/of_file.h"
 
 namespace OFE {
 
@@ -177,17 +178,18 @@ bool OFBA_ATTR_LIST::remove(uint32_t tag) {
   return true;
 }
 
-bool OFBA_ATTR_LIST::apply_map(const std::vector<uint32_t> &old_to_new) {
-  if (old_to_new.empty() || stored_.empty())
+bool OFBA_ATTR_LIST::apply_map(const OF_INDEX_MAP &map) {
+  if (stored_.empty())
     return true;
   std::vector<uint32_t> mapped;
   bool changed = false;
   for (uint32_t position = 0; position < stored_.size(); position++) {
     uint32_t index = get_index(position);
-    uint32_t now = index < old_to_new.size() ? old_to_new[index] : index;
-    changed |= now != index;
+    uint32_t now = index;
+    bool kept = map.keep(now);
+    changed |= !kept || now != index;
     // A removed entry leaves the list; so does one that could not be stored.
-    if (now != OFBA_NO_INDEX && now + bias() != 0)
+    if (kept && now + bias() != 0)
       mapped.push_back(now + bias());
   }
   if (changed) {
@@ -370,11 +372,11 @@ OFBA_ATTR_LIST *OF_BUILD_ATTR_TABLE::add_list(const std::string &vendor, uint32_
   return list;
 }
 
-void OF_BUILD_ATTR_TABLE::apply_map(uint32_t scope, const std::vector<uint32_t> &old_to_new) {
+void OF_BUILD_ATTR_TABLE::apply_map(uint32_t scope, const OF_INDEX_MAP &map) {
   for (const auto &v : vendors_) {
     auto &lists = v->lists_;
     for (size_t i = 0; i < lists.size();) {
-      if (lists[i]->get_scope() == scope && !lists[i]->apply_map(old_to_new)) {
+      if (lists[i]->get_scope() == scope && !lists[i]->apply_map(map)) {
         // Every section or symbol it applied to is gone.
         lists.erase(lists.begin() + static_cast<ptrdiff_t>(i));
         v->touch();
@@ -385,12 +387,14 @@ void OF_BUILD_ATTR_TABLE::apply_map(uint32_t scope, const std::vector<uint32_t> 
   }
 }
 
-void OF_BUILD_ATTR_TABLE::apply_section_map(const std::vector<uint32_t> &old_to_new) {
-  apply_map(OFBA_SCOPE_SECTION, old_to_new);
-}
+void OF_BUILD_ATTR_TABLE::apply_section_map(const OF_INDEX_MAP &map) { apply_map(OFBA_SCOPE_SECTION, map); }
 
-void OF_BUILD_ATTR_TABLE::apply_symbol_map(const std::vector<uint32_t> &old_to_new) {
-  apply_map(OFBA_SCOPE_SYMBOL, old_to_new);
+void OF_BUILD_ATTR_TABLE::apply_symbol_map(const OF_INDEX_MAP &map) { apply_map(OFBA_SCOPE_SYMBOL, map); }
+
+bool OF_BUILD_ATTR_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+  if (&symbols == file_->get_symbol_table())
+    apply_symbol_map(map);
+  return true;
 }
 
 }  // namespace OFE

@@ -27,6 +27,7 @@
 #include <string>
 #include <vector>
 
+#include "objfile/of_index_map.h"
 #include "support/byte_order.h"
 
 class XML_WRITER;
@@ -126,7 +127,7 @@ private:
   bool put(const OFBA_ATTR &attr);
   // Renumbers the index list; false when nothing is left of a list that
   // had indexes.
-  bool apply_map(const std::vector<uint32_t> &old_to_new);
+  bool apply_map(const OF_INDEX_MAP &map);
   uint32_t bias() const;
   void touch();
 
@@ -176,9 +177,12 @@ private:
   std::vector<uint8_t> as_read_;
 };
 
-class OF_BUILD_ATTR_TABLE {
+// Tag_Section and Tag_Symbol lists hold indexes: the table follows the
+// section map and the map of the file's own symbol table.
+class OF_BUILD_ATTR_TABLE : public OF_INDEX_HOLDER {
 public:
-  OF_BUILD_ATTR_TABLE() = default;
+  // Registered with `file` when one is given.
+  explicit OF_BUILD_ATTR_TABLE(OBJECT_FILE *file = nullptr) : OF_INDEX_HOLDER(file), file_(file) {}
   virtual ~OF_BUILD_ATTR_TABLE();
   OF_BUILD_ATTR_TABLE(const OF_BUILD_ATTR_TABLE &) = delete;
   OF_BUILD_ATTR_TABLE &operator=(const OF_BUILD_ATTR_TABLE &) = delete;
@@ -226,11 +230,12 @@ public:
   OFBA_ATTR_LIST *add_list(const std::string &vendor, uint32_t scope, const std::vector<uint32_t> &indexes);
 
   // Old-to-new maps of the section and symbol tables: every index of the
-  // matching lists is renumbered, a removed one (OFBA_NO_INDEX) leaves its
-  // list, and a list left with no index goes. An index the map does not
-  // cover is kept. An empty map is the identity.
-  void apply_section_map(const std::vector<uint32_t> &old_to_new);
-  void apply_symbol_map(const std::vector<uint32_t> &old_to_new);
+  // matching lists is renumbered, a removed one leaves its list, and a list
+  // left with no index goes.
+  void apply_section_map(const OF_INDEX_MAP &map);
+  void apply_symbol_map(const OF_INDEX_MAP &map);
+  void follow_sections(const OF_INDEX_MAP &map) override { apply_section_map(map); }
+  bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
 
   // " Build Attributes" (or " Build Attributes in "name"" when a file name
   // is given), then per vendor, per list, one row per attribute.
@@ -242,9 +247,10 @@ private:
   friend class OFBA_ATTR_LIST;
   class PARSER;
   void encode_vendor(std::vector<uint8_t> &out, const OFBA_VENDOR_SCN &vendor, BYTE_ORDERING order) const;
-  void apply_map(uint32_t scope, const std::vector<uint32_t> &old_to_new);
+  void apply_map(uint32_t scope, const OF_INDEX_MAP &map);
   OFBA_ATTR_LIST *list_for_edit(const std::string &vendor, uint32_t scope, uint32_t nth);
 
+  OBJECT_FILE *file_;
   std::vector<std::unique_ptr<OFBA_VENDOR_SCN>> vendors_;
   uint32_t index_bias_ = 0;
   BYTE_ORDERING read_order_ = BYTE_ORDERING::LITTLE;

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "objfile/of_section.h"
+#include "objfile/of_symbol.h"
 #include "support/xml_writer.h"
 #include "support/printable.h"
 
@@ -187,11 +188,53 @@ bool OBJECT_FILE::prepare_strings() { return missing_step("preparing string tabl
 bool OBJECT_FILE::lay_out() { return missing_step("laying out"); }
 bool OBJECT_FILE::write_out(FILE *) { return missing_step("writing"); }
 
+OF_INDEX_HOLDER::OF_INDEX_HOLDER(OBJECT_FILE *file) : file_(file) {
+  if (file_)
+    file_->add_index_holder(this);
+}
+
+OF_INDEX_HOLDER::~OF_INDEX_HOLDER() {
+  if (file_)
+    file_->remove_index_holder(this);
+}
+
+void OBJECT_FILE::remove_index_holder(OF_INDEX_HOLDER *holder) {
+  std::erase(index_holders_, holder);
+}
+
+bool OBJECT_FILE::follow_section_map() {
+  OF_SECTION_TABLE *sections = get_section_table();
+  OF_INDEX_MAP map = sections ? sections->take_index_map() : OF_INDEX_MAP();
+  if (map.is_identity())
+    return true;
+  // A copy: following never adds or drops a table, but the list must not
+  // move under the walk if it did.
+  for (OF_INDEX_HOLDER *holder : std::vector<OF_INDEX_HOLDER *>(index_holders_))
+    holder->follow_sections(map);
+  return true;
+}
+
+bool OBJECT_FILE::follow_symbol_maps() {
+  std::vector<OF_INDEX_HOLDER *> holders = index_holders_;
+  for (OF_INDEX_HOLDER *table : holders) {
+    auto *symbols = dynamic_cast<OF_SYMBOL_TABLE *>(table);
+    if (!symbols)
+      continue;
+    OF_INDEX_MAP map = symbols->take_index_map();
+    if (map.is_identity())
+      continue;
+    for (OF_INDEX_HOLDER *holder : holders)
+      if (!holder->follow_symbols(*symbols, map))
+        return false;
+  }
+  return true;
+}
+
 bool OBJECT_FILE::promote_state(uint32_t target) {
   switch (target) {
   case OF_STATE_LOCKED:
-    return load_for_writing() && prepare_sections() && prepare_symbols() && prepare_dependents() &&
-           prepare_strings();
+    return load_for_writing() && prepare_sections() && follow_section_map() && prepare_symbols() &&
+           follow_symbol_maps() && prepare_dependents() && prepare_strings();
   case OF_STATE_FORMATTED:
     return lay_out();
   case OF_STATE_SAVED:

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "objfile/data_map.h"
+#include "objfile/of_index_map.h"
 #include "objfile/of_mach.h"
 #include "objfile/of_section.h"
 #include "objfile/of_state.h"
@@ -268,6 +269,14 @@ public:
   // it has not built fails with error 7.
   bool promote_state(uint32_t target) override;
 
+  // Brings every table into memory (the first write step), so that an edit
+  // that renumbers sections leaves nothing to decode at the old indexes.
+  [[nodiscard]] bool load_everything() { return load_for_writing(); }
+  // The tables that hold section or symbol indexes (OF_INDEX_HOLDER
+  // registers and leaves through these).
+  void add_index_holder(OF_INDEX_HOLDER *holder) { index_holders_.push_back(holder); }
+  void remove_index_holder(OF_INDEX_HOLDER *holder);
+
 protected:
   virtual bool load_for_writing();
   virtual bool prepare_sections();
@@ -278,6 +287,10 @@ protected:
   virtual bool write_out(FILE *stream);
   // Error 7 naming a pipeline step the format has not built; false.
   bool missing_step(const char *step);
+  // After the section step and after the symbol step: every registered
+  // table follows the published maps.
+  bool follow_section_map();
+  bool follow_symbol_maps();
 
   // The format's own listings, after the information listing.
   virtual void dump_format(FILE *) {}
@@ -295,6 +308,7 @@ private:
   FILE *output_ = nullptr;
   uint32_t dump_parts_ = OF_DUMP_ALL;
   uint32_t serial_ = 0;
+  std::vector<OF_INDEX_HOLDER *> index_holders_;
 };
 
 // Opens the object at the stream's position. At a non-zero position (an

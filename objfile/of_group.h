@@ -15,9 +15,9 @@ namespace OFE {
 class OF_SECTION;
 class OF_SYMBOL;
 
-class OF_GROUP_TABLE {
+class OF_GROUP_TABLE : public OF_INDEX_HOLDER {
 public:
-  virtual ~OF_GROUP_TABLE() = default;
+  explicit OF_GROUP_TABLE(OBJECT_FILE *file) : OF_INDEX_HOLDER(file) {}
   virtual std::string get_name() const = 0;
   virtual uint32_t get_count() = 0;
   virtual OF_SECTION *get_member(uint32_t index) = 0;
@@ -26,8 +26,6 @@ public:
   virtual int set_signature(OF_SYMBOL *symbol) = 0;
   virtual bool is_comdat() = 0;
   virtual int set_comdat(bool comdat) = 0;
-  virtual void apply_section_map(const OF_INDEX_MAP &map) = 0;
-  virtual void apply_symbol_map(const OF_INDEX_MAP &map) = 0;
   virtual void dump(FILE *stream) = 0;
 };
 

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <string>
 
 #include "objfile/of_index_map.h"
 #include "objfile/of_range.h"
@@ -52,17 +53,22 @@ public:
   virtual int make_internal() = 0;
 };
 
-class OF_RELOC_TABLE {
+// A relocation table holds symbol indexes: it follows the map of the symbol
+// table its entries refer to (follow_symbols), and refuses an entry whose
+// symbol was removed rather than point it elsewhere.
+class OF_RELOC_TABLE : public OF_INDEX_HOLDER {
 public:
-  virtual ~OF_RELOC_TABLE() = default;
+  explicit OF_RELOC_TABLE(OBJECT_FILE *file) : OF_INDEX_HOLDER(file) {}
   // The number of entries.
   virtual uint32_t get_count() = 0;
   // The entry at `index`, or null at or past the count.
   virtual OF_RELOC *get_reloc(uint32_t index) = 0;
   // Every entry, in order.
   OF_RELOC_RANGE relocs() { return OF_RELOC_RANGE(this); }
-  // Follows a renumbering of the symbol table the entries refer to.
-  virtual void apply_symbol_map(const OF_INDEX_MAP &map) = 0;
+  // A table kept in a section of its own and named after the section it
+  // relocates (".rel" or ".rela" and the name `from`) takes the name `to`
+  // after the same prefix; any other table keeps its name. 0, or -1.
+  virtual int rename_with(const std::string &, const std::string &) { return 0; }
   // "\n Relocation Table" listing.
   virtual void dump(FILE *stream) = 0;
 };

@@ -28,6 +28,26 @@ OF_SECTION *OF_SECTION_TABLE::find_section(const std::string &name) {
   return nullptr;
 }
 
-void OF_SECTION_TABLE::publish(const std::vector<uint32_t> &old_to_new) { index_map_.compose(old_to_new); }
+bool OF_SECTION_TABLE::begin_removal(OBJECT_FILE *object, const OF_SECTION *section, uint32_t index) {
+  if (!section) {
+    object->set_error(OF_ERR_INVALID_REQUEST, "%s: there is no section %u to remove",
+                      object->get_file_name().empty() ? "(unknown file)" : object->get_file_name().c_str(), index);
+    return false;
+  }
+  if (object->get_state() > OF_STATE_OPEN && object->set_state(OF_STATE_OPEN) != 0)
+    return false;
+  return object->load_everything();
+}
+
+void OF_SECTION_TABLE::publish_removal(uint32_t index, uint32_t count) {
+  std::vector<uint32_t> old_to_new(count);
+  for (uint32_t i = 0; i < count; i++)
+    old_to_new[i] = i < index ? i : i == index ? OF_INDEX_MAP::REMOVED : i - 1;
+  publish(old_to_new);
+}
+
+void OF_SECTION_TABLE::publish(const std::vector<uint32_t> &old_to_new) {
+  index_map_.compose(OF_INDEX_MAP(old_to_new));
+}
 
 }  // namespace OFE

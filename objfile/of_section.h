@@ -16,6 +16,8 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "objfile/of_index_map.h"
 #include "objfile/of_range.h"
@@ -110,12 +112,25 @@ public:
   // Appends a new, empty section of that name; null when the format
   // refuses.
   virtual OF_SECTION *create_section(const std::string &) { return nullptr; }
-  // Every renumbering since the dependent tables last applied it.
+  // Every renumbering since the dependent tables last applied it; the write
+  // pipeline hands it to them and then consumes it.
   const OF_INDEX_MAP &get_index_map() const { return index_map_; }
+  OF_INDEX_MAP take_index_map() { return std::exchange(index_map_, OF_INDEX_MAP()); }
+  // Removes the section (by the number get_section takes) with its own
+  // tables; every reference to a later section moves down at the next
+  // write, and references to this one go. 0, or -1 with the pending error.
+  virtual int remove_section(uint32_t index) = 0;
 
 protected:
   // Composes a renumbering into the published map.
   void publish(const std::vector<uint32_t> &old_to_new);
+  // What every removal does first: refuses a section that is not there
+  // (null) and brings `object` back to the open state with every table in
+  // memory, so that nothing is left to decode at the old indexes.
+  [[nodiscard]] bool begin_removal(OBJECT_FILE *object, const OF_SECTION *section, uint32_t index);
+  // Publishes the removal of entry `index` of a map of `count` entries:
+  // later entries move down one.
+  void publish_removal(uint32_t index, uint32_t count);
   OF_INDEX_MAP index_map_;
 };
 

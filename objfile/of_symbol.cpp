@@ -149,7 +149,7 @@ void OF_SYMBOL_TABLE::reorder(std::vector<std::unique_ptr<OF_SYMBOL>> symbols, s
 }
 
 void OF_SYMBOL_TABLE::publish(std::vector<uint32_t> old_to_new) {
-  index_map_.compose(std::move(old_to_new));
+  index_map_.compose(OF_INDEX_MAP(std::move(old_to_new)));
   renumbered_ = true;
 }
 

@@ -116,12 +116,14 @@ private:
   bool changed_ = false;
 };
 
-class OF_SYMBOL_TABLE {
+// A symbol table is itself a holder of indexes: a format whose symbols
+// name sections, or whose entries name other entries, follows the maps.
+class OF_SYMBOL_TABLE : public OF_INDEX_HOLDER {
 public:
   // Published in index maps for entries that were removed.
   static constexpr uint32_t REMOVED = OF_INDEX_MAP::REMOVED;
 
-  explicit OF_SYMBOL_TABLE(OBJECT_FILE *object) : object_(object) {}
+  explicit OF_SYMBOL_TABLE(OBJECT_FILE *object) : OF_INDEX_HOLDER(object), object_(object) {}
   virtual ~OF_SYMBOL_TABLE();
   OF_SYMBOL_TABLE(const OF_SYMBOL_TABLE &) = delete;
   OF_SYMBOL_TABLE &operator=(const OF_SYMBOL_TABLE &) = delete;
@@ -165,9 +167,8 @@ public:
   // last applied it (empty: identity). The write pipeline hands it to them
   // and then consumes it.
   const OF_INDEX_MAP &get_index_map() const { return index_map_; }
-  // The new index of an old one after renumbering (0xFFFFFFFF: removed).
-  uint32_t map_index(uint32_t old_index) const { return index_map_(old_index); }
-  // Hands over the published map and empties it.
+  // The new index of an old one after renumbering (REMOVED: removed).
+  uint32_t map_index(uint32_t old_index) const { return index_map_.keep(old_index) ? old_index : REMOVED; }
   OF_INDEX_MAP take_index_map() { return std::exchange(index_map_, OF_INDEX_MAP()); }
   // Indices in the order symbols were appended.
   const std::vector<uint32_t> &get_order() const { return order_; }

@@ -18,6 +18,7 @@
 
 #include "objfile/of_binding_edit.h"
 #include "objfile/of_file.h"
+#include "objfile/of_reloc.h"
 #include "objfile/of_section.h"
 #include "objfile/of_symbol.h"
 #include "support/tool_name.h"
@@ -189,14 +190,15 @@ bool apply(OFE::OBJECT_FILE &object, const EDIT &edit) {
                                                           : OFE::OF_EDIT_WEAKEN;
     return for_each_symbol(object, edit.name, [which](OFE::OF_SYMBOL &s) { return OFE::edit_binding(s, which); });
   }
-  case RENAME_SECTION: {
-    // Relocation sections named after the section follow it.
-    for (const char *prefix : {".rel", ".rela"})
-      for (OFE::OF_SECTION *s : object.sections())
-        if (s->get_name() == prefix + edit.name && s->set_name(prefix + edit.value) != 0)
-          return false;
-    return for_each_section(object, edit.name, [&](OFE::OF_SECTION &s) { return s.set_name(edit.value); });
-  }
+  case RENAME_SECTION:
+    // The section's own relocation tables (found by what they relocate, not
+    // by their names) follow it.
+    return for_each_section(object, edit.name, [&](OFE::OF_SECTION &s) {
+      for (uint32_t i = 0; i < s.get_reloc_table_count(); i++)
+        if (s.get_reloc_table(i)->rename_with(edit.name, edit.value) != 0)
+          return -1;
+      return s.set_name(edit.value);
+    });
   case SECTION_ALIGNMENT:
   case SECTION_PAGE: {
     uint32_t number;

@@ -266,17 +266,16 @@ OF_BUILD_ATTR_TABLE *QVCOFF_FILE::get_build_attributes(bool create) {
   if (build_attributes_)
     return build_attributes_.get();
   QVCOFF_SECTION_TABLE *sections = get_qvcoff_section_table();
-  if (build_attributes_section_ == 0)
-    if (OF_SECTION *s = sections->find_section("$build.attributes"))
-      build_attributes_section_ = s->get_index() + 1;
+  if (!build_attributes_section_)
+    build_attributes_section_ = static_cast<QVCOFF_SECTION *>(sections->find_section("$build.attributes"));
   // Only version "2" can name the section ("$build.attributes" is longer
   // than the 8 characters of the older layouts).
-  if (build_attributes_section_ == 0 && (!create || get_format_version() != OF_VERSION_COFF2))
+  if (!build_attributes_section_ && (!create || get_format_version() != OF_VERSION_COFF2))
     return nullptr;
-  auto table = std::make_unique<OF_BUILD_ATTR_TABLE>();
+  auto table = std::make_unique<OF_BUILD_ATTR_TABLE>(this);
   table->set_index_bias(1);
-  if (build_attributes_section_ != 0) {
-    DATA_MAP *data = sections->get_section(build_attributes_section_ - 1)->get_data();
+  if (build_attributes_section_) {
+    DATA_MAP *data = build_attributes_section_->get_data();
     const uint8_t *bytes = data ? data->slice(0, data->size()) : nullptr;
     if (bytes && !table->read(bytes, data->size(), order_)) {
       set_error(OF_ERR_MALFORMED, "invalid build attributes at offset %llu of section \"$build.attributes\": %s",
@@ -284,13 +283,20 @@ OF_BUILD_ATTR_TABLE *QVCOFF_FILE::get_build_attributes(bool create) {
       return nullptr;
     }
   } else {
-    OF_SECTION *made = sections->create_section("$build.attributes");
-    if (!made)
+    build_attributes_section_ = static_cast<QVCOFF_SECTION *>(sections->create_section("$build.attributes"));
+    if (!build_attributes_section_)
       return nullptr;
-    build_attributes_section_ = made->get_index() + 1;
   }
   build_attributes_ = std::move(table);
   return build_attributes_.get();
+}
+
+void QVCOFF_FILE::forget_section(const QVCOFF_SECTION &section) {
+  if (build_attributes_section_ == &section) {
+    build_attributes_section_ = nullptr;
+    build_attributes_.reset();
+  }
+  icode_index_ = UINT32_MAX;
 }
 
 uint32_t QVCOFF_FILE::section_size(const char *name) {

@@ -36,6 +36,7 @@
 namespace OFE {
 
 class OF_BUILD_ATTR_TABLE;
+class QVCOFF_SECTION;
 class QVCOFF_SECTION_TABLE;
 class QVCOFF_STRING_TABLE;
 class QVCOFF_SYMBOL_TABLE;
@@ -112,6 +113,8 @@ public:
   // the result is false.
   [[nodiscard]] bool map_file_region(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map, const std::string &what,
                                      FILE_OFFSET unit = 1);
+  // Drops what the file caches about `section`, which is being removed.
+  void forget_section(const QVCOFF_SECTION &section);
   // Error 3 naming a header that was cut off by the end of the file, and
   // where: without its headers a file has nothing to read.
   void report_truncated(const char *what, uint64_t offset);
@@ -149,7 +152,9 @@ private:
   std::unique_ptr<QVCOFF_SECTION_TABLE> sections_;
   uint32_t icode_index_ = UINT32_MAX;  // not looked up yet
   std::unique_ptr<OF_BUILD_ATTR_TABLE> build_attributes_;
-  uint32_t build_attributes_section_ = 0;  // its index + 1; 0 not found
+  // Held by pointer: the section keeps its identity when sections are
+  // renumbered.
+  QVCOFF_SECTION *build_attributes_section_ = nullptr;
   // What the write pipeline encoded, per section (index - 1), and the
   // symbol and string tables.
   std::vector<std::vector<uint8_t>> reloc_bytes_, lnno_bytes_;

@@ -8,7 +8,8 @@
 
 namespace OFE {
 
-QVCOFF_GROUP_TABLE::QVCOFF_GROUP_TABLE(QVCOFF_SECTION *section) : section_(section) {
+QVCOFF_GROUP_TABLE::QVCOFF_GROUP_TABLE(QVCOFF_SECTION *section)
+    : OF_GROUP_TABLE(section->get_file()), section_(section) {
   DATA_MAP *data = section->get_data();
   if (!data || data->size() < 8)
     return;
@@ -57,19 +58,10 @@ int QVCOFF_GROUP_TABLE::set_comdat(bool comdat) {
   return 0;
 }
 
-void QVCOFF_GROUP_TABLE::apply_section_map(const OF_INDEX_MAP &map) {
-  std::vector<uint32_t> kept;
-  for (uint32_t member : members_)
-    if (uint32_t index = map(member); index != OF_INDEX_MAP::REMOVED)
-      kept.push_back(index);
-  members_ = std::move(kept);
-}
-
-void QVCOFF_GROUP_TABLE::apply_symbol_map(const OF_INDEX_MAP &map) {
-  if (signature_ != 0) {
-    uint32_t index = map(signature_);
-    signature_ = index == OF_INDEX_MAP::REMOVED ? 0 : index;
-  }
+bool QVCOFF_GROUP_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+  if (signature_ != 0 && &symbols == section_->get_file()->get_symbol_table())
+    signature_ = map.follow(signature_);
+  return true;
 }
 
 bool QVCOFF_GROUP_TABLE::encode() {

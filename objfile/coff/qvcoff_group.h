@@ -41,8 +41,10 @@ public:
   int set_comdat(bool comdat) override;
   const char *get_kind_name() const { return "COMDAT"; }
 
-  void apply_section_map(const OF_INDEX_MAP &map) override;
-  void apply_symbol_map(const OF_INDEX_MAP &map) override;
+  // Members whose section was removed leave the group; a removed signature
+  // symbol leaves none.
+  void follow_sections(const OF_INDEX_MAP &map) override { map.keep(members_); }
+  bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // Rebuilds the section's contents; "a symbol has not been specified for
   // the group section %s" (error 3) and false, with the contents left as
   // they were, when there is no signature symbol.

@@ -52,14 +52,16 @@ int QVCOFF_LNNO_TABLE::add_entry(uint32_t address_or_symbol, uint16_t line) {
   return 0;
 }
 
-void QVCOFF_LNNO_TABLE::apply_symbol_map(const OF_INDEX_MAP &map) {
+QVCOFF_LNNO_TABLE::QVCOFF_LNNO_TABLE(QVCOFF_SECTION *section) : OF_INDEX_HOLDER(section->get_file()), section_(section) {}
+
+bool QVCOFF_LNNO_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+  if (&symbols != file()->get_symbol_table())
+    return true;
   load();
-  for (QVCOFF_LINENO_RECORD &e : entries_) {
-    if (e.l_lnno != 0)
-      continue;
-    uint32_t index = map(e.l_addr);
-    e.l_addr = index == OF_INDEX_MAP::REMOVED ? 0 : index;
-  }
+  for (QVCOFF_LINENO_RECORD &e : entries_)
+    if (e.l_lnno == 0)
+      e.l_addr = map.follow(e.l_addr);
+  return true;
 }
 
 std::vector<uint8_t> QVCOFF_LNNO_TABLE::encode(uint32_t count) {

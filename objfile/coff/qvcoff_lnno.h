@@ -25,16 +25,18 @@ namespace OFE {
 class QVCOFF_FILE;
 class QVCOFF_SECTION;
 
-class QVCOFF_LNNO_TABLE {
+// A function's row (line 0) names its symbol: the table follows the file's
+// symbol table.
+class QVCOFF_LNNO_TABLE : public OF_INDEX_HOLDER {
 public:
-  explicit QVCOFF_LNNO_TABLE(QVCOFF_SECTION *section) : section_(section) {}
+  explicit QVCOFF_LNNO_TABLE(QVCOFF_SECTION *section);
 
   uint32_t get_count();
   // Entry `index`; "request for line number entry %ld which does not exist"
   // (error 5) and null past the end.
   const QVCOFF_LINENO_RECORD *get_entry(uint32_t index);
   int add_entry(uint32_t address_or_symbol, uint16_t line);
-  void apply_symbol_map(const OF_INDEX_MAP &map);
+  bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // The absolute first line of the function whose symbol is `index`, from
   // its ".bf" symbol; none when it has none.
   std::optional<uint32_t> function_first_line(uint32_t index);

@@ -150,14 +150,24 @@ QVCOFF_RELOC *QVCOFF_RELOC_TABLE::add_reloc(uint32_t address, uint32_t symbol_in
   return &entries_.back();
 }
 
-void QVCOFF_RELOC_TABLE::apply_symbol_map(const OF_INDEX_MAP &map) {
+QVCOFF_RELOC_TABLE::QVCOFF_RELOC_TABLE(QVCOFF_SECTION *section)
+    : OF_RELOC_TABLE(section->get_file()), section_(section) {}
+
+bool QVCOFF_RELOC_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+  QVCOFF_FILE *file = get_file();
+  if (&symbols != file->get_symbol_table())
+    return true;
   load();
-  for (QVCOFF_RELOC &entry : entries_) {
-    if (!entry.refers_to_symbol())
-      continue;
-    uint32_t index = map(entry.symndx_);
-    entry.symndx_ = index == OF_INDEX_MAP::REMOVED ? 0 : index;
+  for (uint32_t i = 0; i < entries_.size(); i++) {
+    QVCOFF_RELOC &entry = entries_[i];
+    if (entry.refers_to_symbol() && !map.keep(entry.symndx_)) {
+      file->set_error(OF_ERR_INVALID_REQUEST, "%s: relocation %u of section %s refers to symbol %u, which was removed",
+                      file->get_file_name().empty() ? "(unknown file)" : file->get_file_name().c_str(), i,
+                      section_->get_name().c_str(), entry.symndx_);
+      return false;
+    }
   }
+  return true;
 }
 
 std::vector<uint8_t> QVCOFF_RELOC_TABLE::encode(uint32_t count) {

@@ -80,7 +80,7 @@ private:
 
 class QVCOFF_RELOC_TABLE : public OF_RELOC_TABLE {
 public:
-  explicit QVCOFF_RELOC_TABLE(QVCOFF_SECTION *section) : section_(section) {}
+  explicit QVCOFF_RELOC_TABLE(QVCOFF_SECTION *section);
 
   uint32_t get_count() override;
   OF_RELOC *get_reloc(uint32_t index) override;
@@ -88,8 +88,9 @@ public:
   // Every entry, as the COFF class.
   OF_RANGE<QVCOFF_RELOC, OF_RELOC_WALK> qvcoff_relocs() { return OF_RANGE<QVCOFF_RELOC, OF_RELOC_WALK>(this); }
   QVCOFF_RELOC *add_reloc(uint32_t address, uint32_t symbol_index, uint32_t type);
-  // Entries whose symbol was removed refer to symbol 0.
-  void apply_symbol_map(const OF_INDEX_MAP &map) override;
+  // Entries that refer to a symbol follow the file's symbol table; one
+  // whose symbol was removed is refused (error 5).
+  bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // The first `count` entries, encoded in the file's layout and byte order.
   std::vector<uint8_t> encode(uint32_t count);
   void dump(FILE *stream) override;

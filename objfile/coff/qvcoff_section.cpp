@@ -374,6 +374,24 @@ OF_SECTION *QVCOFF_SECTION_TABLE::create_section(const std::string &name) {
   return made;
 }
 
+int QVCOFF_SECTION_TABLE::remove_section(uint32_t number) {
+  QVCOFF_SECTION *removed = get_qvcoff_section(number);
+  if (!begin_removal(file_, removed, number))
+    return -1;
+  file_->forget_section(*removed);
+  if (QVCOFF_GROUP_TABLE *group = removed->group())
+    for (const auto &s : sections_)
+      if (s->get_owning_group() == group)
+        s->set_owning_group(nullptr);
+  // Numbers count from 1; entry 0 of the map is "no section".
+  uint32_t count = get_count() + 1;
+  sections_.erase(sections_.begin() + (number - 1));
+  for (uint32_t i = number - 1; i < sections_.size(); i++)
+    sections_[i]->index_ = i + 1;
+  publish_removal(number, count);
+  return 0;
+}
+
 uint64_t QVCOFF_SECTION_TABLE::end_of_furthest_data(uint64_t start) const {
   uint64_t candidate = start, candidate_size = 0;
   uint64_t reloc_size = qvcoff_reloc_size(file_->get_format_version());

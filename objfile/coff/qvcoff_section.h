@@ -138,6 +138,10 @@ public:
   // Appends an empty section; "Attempt to create too many QV COFF sections"
   // (error 5) and null when the file already holds the most it can.
   OF_SECTION *create_section(const std::string &name) override;
+  // Removes section `number` with its relocations, line numbers and group;
+  // later sections move down one number at the next write, and every
+  // reference follows.
+  int remove_section(uint32_t number) override;
 
   // Where the string table of a file without symbols begins: behind the
   // piece of section data (raw data, relocations or line numbers) that

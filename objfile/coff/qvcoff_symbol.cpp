@@ -393,12 +393,20 @@ void QVCOFF_SYMBOL_TABLE::prepare_for_writing() {
   reorder(std::move(renumbered), std::move(old_to_new));
 }
 
-void QVCOFF_SYMBOL_TABLE::apply_map_to_aux(const OF_INDEX_MAP &map, uint32_t old_count) {
+void QVCOFF_SYMBOL_TABLE::follow_sections(const OF_INDEX_MAP &map) {
+  for (uint32_t i = 0; i < get_count(); i = next_index(i))
+    if (QVCOFF_SYMBOL *s = get_qvcoff_symbol(i); s && s->is_defined_in_section())
+      s->record_.n_scnum = static_cast<uint16_t>(map.follow(s->record_.n_scnum));
+}
+
+bool QVCOFF_SYMBOL_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+  if (&symbols != this)
+    return true;
+  // The map knows every entry the table had.
+  uint32_t old_count = static_cast<uint32_t>(map.size());
   auto follow = [&](uint32_t &index) {
-    if (index == 0)
-      return;
-    uint32_t moved = map(index);
-    index = moved != REMOVED ? moved : index == old_count ? get_count() : 0;
+    if (index != 0)
+      index = index == old_count ? get_count() : map.follow(index);
   };
   for (QVCOFF_SYMBOL *s : qvcoff_symbols()) {
     for (QVCOFF_AUX &aux : s->aux_) {
@@ -419,6 +427,7 @@ void QVCOFF_SYMBOL_TABLE::apply_map_to_aux(const OF_INDEX_MAP &map, uint32_t old
       }
     }
   }
+  return true;
 }
 
 bool QVCOFF_SYMBOL_TABLE::encode(QVCOFF_STRING_TABLE *strings, std::vector<uint8_t> &out) {

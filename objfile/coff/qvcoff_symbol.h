@@ -117,10 +117,14 @@ public:
   // over entries (auxiliary ones included) is published.
   void load_for_writing();
   void prepare_for_writing();
+  // Symbols' section numbers follow the section map; a symbol whose
+  // section was removed becomes undefined (N_UNDEF).
+  void follow_sections(const OF_INDEX_MAP &map) override;
   // The symbol indexes inside auxiliary entries (tag indexes, the index of
-  // the entry behind a function, scope or structure) follow a renumbering;
-  // one that pointed just past the table keeps pointing past it.
-  void apply_map_to_aux(const OF_INDEX_MAP &map, uint32_t old_count);
+  // the entry behind a function, scope or structure) follow this table's
+  // renumbering; one that pointed just past the table keeps pointing past
+  // it.
+  bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // The table's bytes, long names added to `strings`; false when the
   // string table refuses.
   [[nodiscard]] bool encode(class QVCOFF_STRING_TABLE *strings, std::vector<uint8_t> &out);

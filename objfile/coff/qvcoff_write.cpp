@@ -4,11 +4,15 @@
 //             line-number and group table, every symbol and the build
 //             attributes into memory, before the string table is rebuilt
 //             and symbols move
-//   sections  sections keep their numbers (nothing here removes one), so
-//             there is no map to apply
+//   sections  renumbered only by removals; the published map moves every
+//             section reference (symbols' section numbers, group members,
+//             Tag_Section lists), applied by the pipeline to every table
+//             that holds indexes
 //   symbols   renumbered entry by entry, auxiliary entries included; the
-//             map moves relocation symbol indexes, line-number function
-//             indexes, group signatures and Tag_Symbol lists
+//             map moves relocation symbol indexes (a relocation whose
+//             symbol was removed is refused), line-number function
+//             indexes, group signatures, auxiliary indexes and Tag_Symbol
+//             lists, again through the pipeline
 //   tables    relocation and line-number entries encoded with their counts
 //             (cut, with a warning, in versions "0" and "1"), groups and
 //             build attributes into their sections
@@ -52,26 +56,11 @@ bool QVCOFF_FILE::load_for_writing() {
   return code == OF_ERR_NONE || code == OF_ERR_WARNING || code == OF_ERR_LIMITATION;
 }
 
+// Sections are renumbered only by edits (removal), which publish their map.
 bool QVCOFF_FILE::prepare_sections() { return true; }
 
 bool QVCOFF_FILE::prepare_symbols() {
-  QVCOFF_SYMBOL_TABLE *symbols = get_qvcoff_symbol_table();
-  symbols->prepare_for_writing();
-  // Every renumbering since the file was read: edits and the one above.
-  OF_INDEX_MAP map = symbols->take_index_map();
-  if (map.is_identity())
-    return true;
-  symbols->apply_map_to_aux(map, static_cast<uint32_t>(map.size()));
-  QVCOFF_SECTION_TABLE *sections = get_qvcoff_section_table();
-  for (uint32_t i = 1; i <= sections->get_count(); i++) {
-    QVCOFF_SECTION *s = sections->get_qvcoff_section(i);
-    s->relocations()->apply_symbol_map(map);
-    s->line_numbers()->apply_symbol_map(map);
-    if (QVCOFF_GROUP_TABLE *group = s->group())
-      group->apply_symbol_map(map);
-  }
-  if (build_attributes_)
-    build_attributes_->apply_symbol_map(map.entries());
+  get_qvcoff_symbol_table()->prepare_for_writing();
   return true;
 }
 
@@ -82,18 +71,18 @@ bool QVCOFF_FILE::prepare_dependents() {
   lnno_bytes_.assign(count, {});
   for (uint32_t i = 1; i <= count; i++) {
     QVCOFF_SECTION *s = sections->get_qvcoff_section(i);
+    // A group without its signature symbol is reported and keeps its
+    // contents; the rest of the file is still written.
     if (QVCOFF_GROUP_TABLE *group = s->group())
-      if (!group->encode())
-        return false;
+      (void)group->encode();
     s->set_reloc_count(s->relocations()->get_count());
     s->set_lnno_count(s->line_numbers()->get_count());
     reloc_bytes_[i - 1] = s->relocations()->encode(s->get_header().s_nreloc);
     lnno_bytes_[i - 1] = s->line_numbers()->encode(s->get_header().s_nlnno);
   }
-  if (build_attributes_ && build_attributes_section_ != 0) {
+  if (build_attributes_ && build_attributes_section_) {
     std::vector<uint8_t> bytes = build_attributes_->encode(order_);
-    OF_SECTION *s = sections->get_section(build_attributes_section_ - 1);
-    if (!s || s->set_data(bytes.data(), static_cast<uint32_t>(bytes.size())) != 0)
+    if (build_attributes_section_->set_data(bytes.data(), static_cast<uint32_t>(bytes.size())) != 0)
       return false;
   }
   return true;

@@ -372,7 +372,7 @@ OF_BUILD_ATTR_TABLE *ELF_FILE::get_build_attributes(bool create) {
     return nullptr;
   if (!s)
     s = sections->create_section("__QV_build_attributes", SHT_ATTRIBUTES);
-  auto table = std::make_unique<OF_BUILD_ATTR_TABLE>();
+  auto table = std::make_unique<OF_BUILD_ATTR_TABLE>(this);
   DATA_MAP *data = s->get_data();
   const uint8_t *bytes = data->size() ? data->slice(0, data->size()) : nullptr;
   if (data->size() && (!bytes || !table->read(bytes, data->size(), data->byte_order()))) {
@@ -399,10 +399,23 @@ ELF_SYMALIAS_TABLE *ELF_FILE::get_alias_table() {
   ELF_SECTION *s = find_special_section(OF_SPECIAL_SYMBOL_ALIAS, false);
   if (!s)
     return nullptr;
-  aliases_ = std::make_unique<ELF_SYMALIAS_TABLE>();
+  aliases_ = std::make_unique<ELF_SYMALIAS_TABLE>(this);
   // A refused or damaged table is reported and read as empty.
   (void)aliases_->load(this, *s->get_data(), get_producer());
   return aliases_.get();
+}
+
+void ELF_FILE::forget_section(const ELF_SECTION &section) {
+  for (ELF_SECTION *&cached : special_sections_)
+    if (cached == &section) {
+      if (&cached == &special_sections_[OF_SPECIAL_SYMBOL_ALIAS])
+        aliases_.reset();
+      cached = nullptr;
+    }
+  if (build_attribute_section_ == &section) {
+    build_attribute_section_ = nullptr;
+    build_attributes_.reset();
+  }
 }
 
 bool ELF_FILE::is_special_section(const ELF_SECTION &section) {

@@ -121,6 +121,9 @@ public:
   // The cached section of a special kind (OF_SPECIAL_KIND); found by the
   // machine database's type or name, and made with `create`.
   ELF_SECTION *find_special_section(uint32_t kind, bool create);
+  // Drops every cached pointer to `section`, which is being removed, with
+  // the tables read from it.
+  void forget_section(const ELF_SECTION &section);
   // Reads the extended attribute sections into the sections, once.
   void load_section_attributes();
   // The symbol alias table, loaded on first request; null without an alias

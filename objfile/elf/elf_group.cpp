@@ -8,6 +8,8 @@
 
 namespace OFE {
 
+ELF_GROUP_TABLE::ELF_GROUP_TABLE(ELF_SECTION *section) : OF_GROUP_TABLE(section->get_file()), section_(section) {}
+
 std::string ELF_GROUP_TABLE::get_name() const { return section_->get_name(); }
 
 void ELF_GROUP_TABLE::load() {
@@ -75,21 +77,16 @@ int ELF_GROUP_TABLE::set_comdat(bool comdat) {
   return 0;
 }
 
-void ELF_GROUP_TABLE::apply_section_map(const OF_INDEX_MAP &map) {
+void ELF_GROUP_TABLE::follow_sections(const OF_INDEX_MAP &map) {
   load();
-  std::vector<uint32_t> kept;
-  for (uint32_t member : members_)
-    if (uint32_t index = map(member); index != OF_INDEX_MAP::REMOVED)
-      kept.push_back(index);
-  members_ = std::move(kept);
+  map.keep(members_);
 }
 
-void ELF_GROUP_TABLE::apply_symbol_map(const OF_INDEX_MAP &map) {
-  uint32_t &info = section_->header().sh_info;
-  if (info != 0) {
-    uint32_t index = map(info);
-    info = index == OF_INDEX_MAP::REMOVED ? 0 : index;
-  }
+bool ELF_GROUP_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+  ELF32_SECTION_HEADER_RECORD &h = section_->header();
+  if (section_->get_file()->get_symbol_table_of(h.sh_link) == &symbols && h.sh_info != 0)
+    h.sh_info = map.follow(h.sh_info);
+  return true;
 }
 
 bool ELF_GROUP_TABLE::write() {

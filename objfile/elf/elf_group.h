@@ -24,7 +24,7 @@ inline constexpr uint32_t GRP_COMDAT = 1;
 
 class ELF_GROUP_TABLE : public OF_GROUP_TABLE {
 public:
-  explicit ELF_GROUP_TABLE(ELF_SECTION *section) : section_(section) {}
+  explicit ELF_GROUP_TABLE(ELF_SECTION *section);
 
   std::string get_name() const override;
   uint32_t get_count() override;
@@ -40,10 +40,13 @@ public:
   uint32_t get_flags();
   static const char *flag_name(uint32_t bit) { return bit == GRP_COMDAT ? "GRP_COMDAT" : nullptr; }
 
-  void apply_section_map(const OF_INDEX_MAP &map) override;
-  void apply_symbol_map(const OF_INDEX_MAP &map) override;
+  // Members whose section was removed leave the group; a removed signature
+  // symbol leaves none.
+  void follow_sections(const OF_INDEX_MAP &map) override;
+  bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // The flags word and the members; "a symbol has not been specified for
-  // the group section %s" and false without a signature symbol.
+  // the group section %s" (error 3) and false, with the contents left as
+  // they were, without a signature symbol.
   bool write();
   void dump(FILE *stream) override;
 

@@ -76,7 +76,7 @@ int ELF_RELOC::make_internal() {
   return -1;
 }
 
-ELF_RELOC_TABLE::ELF_RELOC_TABLE(ELF_SECTION *section) : section_(section) {}
+ELF_RELOC_TABLE::ELF_RELOC_TABLE(ELF_SECTION *section) : OF_RELOC_TABLE(section->get_file()), section_(section) {}
 
 ELF_FILE *ELF_RELOC_TABLE::get_file() const { return section_->get_file(); }
 bool ELF_RELOC_TABLE::is_rela() const { return section_->get_type() == SHT_RELA; }
@@ -133,12 +133,30 @@ ELF_RELOC *ELF_RELOC_TABLE::add_reloc(uint32_t offset, uint32_t symbol_index, ui
   return &entries_.back();
 }
 
-void ELF_RELOC_TABLE::apply_symbol_map(const OF_INDEX_MAP &map) {
+bool ELF_RELOC_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+  ELF_FILE *file = get_file();
+  if (file->get_symbol_table_of(section_->header().sh_link) != &symbols)
+    return true;
   load();
-  for (ELF_RELOC &entry : entries_) {
-    uint32_t index = map(entry.get_symbol_index());
-    entry.record_.r_info = elf32_r_info(index == OF_INDEX_MAP::REMOVED ? 0 : index, entry.get_type());
+  for (uint32_t i = 0; i < entries_.size(); i++) {
+    ELF_RELOC &entry = entries_[i];
+    uint32_t index = entry.get_symbol_index();
+    if (!map.keep(index)) {
+      file->set_error(OF_ERR_INVALID_REQUEST, "%s: relocation %u of section %s refers to symbol %u, which was removed",
+                      file->get_file_name().empty() ? "(unknown file)" : file->get_file_name().c_str(), i,
+                      section_->get_name().c_str(), entry.get_symbol_index());
+      return false;
+    }
+    entry.record_.r_info = elf32_r_info(index, entry.get_type());
   }
+  return true;
+}
+
+int ELF_RELOC_TABLE::rename_with(const std::string &from, const std::string &to) {
+  for (const char *prefix : {".rela", ".rel"})
+    if (section_->get_name() == prefix + from)
+      return section_->set_name(prefix + to);
+  return 0;
 }
 
 void ELF_RELOC_TABLE::write() {

@@ -89,9 +89,11 @@ public:
   ELF_RELOC *get_elf_reloc(uint32_t index);
   // Appends an entry; with_addend is ignored for REL tables.
   ELF_RELOC *add_reloc(uint32_t offset, uint32_t symbol_index, uint32_t type, int32_t addend = 0);
-  // Rewrites every entry's symbol index; an entry whose symbol was removed
-  // refers to symbol 0.
-  void apply_symbol_map(const OF_INDEX_MAP &map) override;
+  // Rewrites every entry's symbol index when `symbols` is the table sh_link
+  // names; an entry whose symbol was removed is refused (error 5), not a
+  // relocation against some other symbol.
+  bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
+  int rename_with(const std::string &from, const std::string &to) override;
   // Encodes the entries into the section's contents.
   void write();
   void dump(FILE *stream) override;

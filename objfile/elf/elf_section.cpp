@@ -245,7 +245,7 @@ void ELF_SECTION::dump(FILE *stream) {
     row("QV ext_flag:", flag);
 }
 
-ELF_SECTION_TABLE::ELF_SECTION_TABLE(ELF_FILE *file) : file_(file) {}
+ELF_SECTION_TABLE::ELF_SECTION_TABLE(ELF_FILE *file) : OF_INDEX_HOLDER(file), file_(file) {}
 ELF_SECTION_TABLE::~ELF_SECTION_TABLE() = default;
 
 bool ELF_SECTION_TABLE::load(uint32_t shoff, uint32_t entsize, uint32_t count) {
@@ -356,6 +356,37 @@ int ELF_SECTION_TABLE::prepare() {
     sections_[i]->index_ = i;
   publish(old_to_new);
   return 0;
+}
+
+int ELF_SECTION_TABLE::remove_section(uint32_t index) {
+  ELF_SECTION *s = index != 0 ? get_section(index) : nullptr;
+  uint32_t type = s ? s->get_type() : SHT_NULL;
+  if (s && (file_->keeps_image() || type == SHT_SYMTAB || type == SHT_DYNSYM || type == SHT_STRTAB ||
+            type == SHT_SYMTAB_SHNDX || type == SHT_GNU_versym)) {
+    file_->set_error(OF_ERR_INVALID_REQUEST, "%s: section %s cannot be removed",
+                     file_->get_file_name().empty() ? "(unknown file)" : file_->get_file_name().c_str(),
+                     s->get_name().c_str());
+    return -1;
+  }
+  if (!begin_removal(file_, s, index))
+    return -1;
+  file_->forget_section(*s);
+  uint32_t count = get_count();
+  sections_.erase(sections_.begin() + index);
+  for (uint32_t i = index; i < sections_.size(); i++)
+    sections_[i]->index_ = i;
+  publish_removal(index, count);
+  return 0;
+}
+
+void ELF_SECTION_TABLE::follow_sections(const OF_INDEX_MAP &map) {
+  file_->set_shstrndx(map.follow(file_->get_shstrndx()));
+  for (uint32_t i = 1; i < get_count(); i++) {
+    ELF32_SECTION_HEADER_RECORD &h = get_section(i)->header();
+    h.sh_link = map.follow(h.sh_link);
+    if (h.sh_type == SHT_REL || h.sh_type == SHT_RELA || (h.sh_flags & SHF_INFO_LINK))
+      h.sh_info = map.follow(h.sh_info);
+  }
 }
 
 }  // namespace OFE

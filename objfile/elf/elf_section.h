@@ -98,10 +98,6 @@ public:
   ELF_RELOC_TABLE *relocations();
   ELF_GROUP_TABLE *group();
 
-  // A hash section whose symbol table was renumbered is built again.
-  void set_rebuild_hash() { rebuild_hash_ = true; }
-  bool needs_hash_rebuild() const { return rebuild_hash_; }
-
   // Rows with the section's header, attributes and links.
   void dump(FILE *stream);
 
@@ -122,14 +118,15 @@ private:
   DATA_MAP data_;
   bool data_ready_ = false;
   std::array<uint32_t, ELF_SCN_ATTR_KIND_COUNT> attributes_{};
-  bool rebuild_hash_ = false;
   std::unique_ptr<ELF_SYMBOL_TABLE> symbols_;
   std::unique_ptr<ELF_STRING_TABLE> strings_;
   std::unique_ptr<ELF_RELOC_TABLE> relocations_;
   std::unique_ptr<ELF_GROUP_TABLE> group_;
 };
 
-class ELF_SECTION_TABLE : public OF_SECTION_TABLE {
+// The table holds the section references of its headers (sh_link, and
+// sh_info where it names a section), and follows the section map.
+class ELF_SECTION_TABLE : public OF_SECTION_TABLE, public OF_INDEX_HOLDER {
 public:
   explicit ELF_SECTION_TABLE(ELF_FILE *file);
   ~ELF_SECTION_TABLE() override;
@@ -156,7 +153,11 @@ public:
   // pins, plain data and uninitialised sections, and everything else, each
   // class in its current order. The map is published.
   int prepare();
-  OF_INDEX_MAP take_index_map() { return std::exchange(index_map_, OF_INDEX_MAP()); }
+  // Refused for section 0 and for a read image, whose loader names
+  // sections by place; the sections that other tables are read through
+  // (symbol, string, extended-index and version tables) stay as well.
+  int remove_section(uint32_t index) override;
+  void follow_sections(const OF_INDEX_MAP &map) override;
 
   ELF_FILE *get_file() const { return file_; }
 

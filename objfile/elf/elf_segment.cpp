@@ -143,17 +143,14 @@ ELF_SEGMENT *ELF_SEGMENT_TABLE::find_container(uint32_t index) {
   return nullptr;
 }
 
-void ELF_SEGMENT_TABLE::apply_section_map(const OF_INDEX_MAP &map) {
+ELF_SEGMENT_TABLE::ELF_SEGMENT_TABLE(ELF_FILE *file) : OF_INDEX_HOLDER(file), file_(file) {}
+
+void ELF_SEGMENT_TABLE::follow_sections(const OF_INDEX_MAP &map) {
   for (auto &s : segments_) {
     std::vector<ELF_SEGMENT_ITEM> kept;
-    for (ELF_SEGMENT_ITEM item : s->contents_) {
-      if (item.kind == ELF_SEGMENT_SECTION) {
-        item.index = map(item.index);
-        if (item.index == OF_INDEX_MAP::REMOVED)
-          continue;
-      }
-      kept.push_back(item);
-    }
+    for (ELF_SEGMENT_ITEM item : s->contents_)
+      if (item.kind != ELF_SEGMENT_SECTION || map.keep(item.index))
+        kept.push_back(item);
     s->contents_ = std::move(kept);
   }
 }

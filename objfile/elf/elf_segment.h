@@ -76,9 +76,9 @@ private:
   std::vector<ELF_SEGMENT_ITEM> contents_;
 };
 
-class ELF_SEGMENT_TABLE {
+class ELF_SEGMENT_TABLE : public OF_INDEX_HOLDER {
 public:
-  explicit ELF_SEGMENT_TABLE(ELF_FILE *file) : file_(file) {}
+  explicit ELF_SEGMENT_TABLE(ELF_FILE *file);
 
   ELF_FILE *get_file() const { return file_; }
   // Reads the file's program headers and works out what each holds; false
@@ -94,7 +94,7 @@ public:
   ELF_SEGMENT *find_container(uint32_t index);
 
   // Section items follow a renumbering; removed sections leave their lists.
-  void apply_section_map(const OF_INDEX_MAP &map);
+  void follow_sections(const OF_INDEX_MAP &map) override;
 
   // Places the program header table at `position` (aligned to 4) and every
   // PT_PHDR segment over it; returns the position after the table.

@@ -89,17 +89,18 @@ void ELF_SYMALIAS_TABLE::write(DATA_MAP &out) const {
     out.write_record(ELF_SYMALIAS_PAIR_RECORD{p.alias, p.target});
 }
 
-void ELF_SYMALIAS_TABLE::apply_symbol_map(const std::vector<uint32_t> &old_to_new) {
-  if (old_to_new.empty())
-    return;
-  auto map = [&](uint32_t index) { return index < old_to_new.size() ? old_to_new[index] : index; };
+void ELF_SYMALIAS_TABLE::apply_symbol_map(const OF_INDEX_MAP &map) {
   std::vector<PAIR> kept;
-  for (const PAIR &p : pairs_) {
-    PAIR now{map(p.alias), map(p.target)};
-    if (now.alias != 0xFFFFFFFF && now.target != 0xFFFFFFFF)
-      kept.push_back(now);
-  }
+  for (PAIR p : pairs_)
+    if (map.keep(p.alias) && map.keep(p.target))
+      kept.push_back(p);
   pairs_ = std::move(kept);
+}
+
+bool ELF_SYMALIAS_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+  if (&symbols == file_->get_symbol_table())
+    apply_symbol_map(map);
+  return true;
 }
 
 void ELF_SYMALIAS_TABLE::dump(FILE *stream) const {

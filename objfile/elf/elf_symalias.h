@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "objfile/of_index_map.h"
 #include "support/record_codec.h"
 
 class XML_WRITER;
@@ -50,7 +51,8 @@ struct ELF_SYMALIAS_PAIR_RECORD {
 };
 static_assert(record_size<ELF_SYMALIAS_PAIR_RECORD>() == 8);
 
-class ELF_SYMALIAS_TABLE {
+// Pairs name symbols of the file's own symbol table, and follow its map.
+class ELF_SYMALIAS_TABLE : public OF_INDEX_HOLDER {
 public:
   struct PAIR {
     uint32_t alias;
@@ -61,6 +63,9 @@ public:
   // The vendor string the writer puts in the table.
   static constexpr const char *VENDOR = "QV";
 
+  // Registered with `file` when one is given.
+  explicit ELF_SYMALIAS_TABLE(OBJECT_FILE *file = nullptr) : OF_INDEX_HOLDER(file), file_(file) {}
+
   // Loads the section's contents when the table is still empty and the
   // section has bytes; messages about the format go to USER_MSG. False when
   // the contents are short or run past the section's end; a refused format
@@ -70,9 +75,9 @@ public:
   // sh_entsize 8 and the section type.
   void write(DATA_MAP &out) const;
   // Renumbers both indexes of every pair through an old-to-new symbol map;
-  // a pair with a removed symbol (0xFFFFFFFF) goes, the rest keep their
-  // order. An index the map does not cover is kept.
-  void apply_symbol_map(const std::vector<uint32_t> &old_to_new);
+  // a pair with a removed symbol goes, the rest keep their order.
+  void apply_symbol_map(const OF_INDEX_MAP &map);
+  bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
 
   const std::vector<PAIR> &get_pairs() const { return pairs_; }
   void add_pair(uint32_t alias, uint32_t target) { pairs_.push_back({alias, target}); }
@@ -82,6 +87,7 @@ public:
   void dump_xml(XML_WRITER &xml) const;
 
 private:
+  OBJECT_FILE *file_;
   std::vector<PAIR> pairs_;
 };
 

@@ -297,18 +297,13 @@ int ELF_SYMBOL_TABLE::prepare_for_writing() {
   return 0;
 }
 
-void ELF_SYMBOL_TABLE::apply_section_map(const OF_INDEX_MAP &map) {
+void ELF_SYMBOL_TABLE::follow_sections(const OF_INDEX_MAP &map) {
   for (uint32_t i = 0; i < get_count(); i++) {
     auto *symbol = static_cast<ELF_SYMBOL *>(get_symbol(i));
     if (!symbol || !symbol->is_defined_in_section())
       continue;
-    uint32_t index = map(symbol->get_section_index());
-    if (index == OF_INDEX_MAP::REMOVED) {
-      symbol->record_.st_shndx = SHN_UNDEF;
-      symbol->extended_index_ = 0;
-    } else {
-      symbol->move_to_section(index);
-    }
+    // SHN_UNDEF is 0: a symbol whose section was removed becomes undefined.
+    symbol->move_to_section(map.follow(symbol->get_section_index()));
   }
 }
 

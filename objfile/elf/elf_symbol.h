@@ -100,7 +100,7 @@ public:
   void load_for_writing() { load_all(); }
   // Moves the section index of every symbol defined in a section; a symbol
   // whose section was removed becomes undefined.
-  void apply_section_map(const OF_INDEX_MAP &map);
+  void follow_sections(const OF_INDEX_MAP &map) override;
   bool is_prepared() const { return prepared_; }
   void symbol_changed() { prepared_ = false; }
   // Encodes the symbols into the section's contents (names into the string

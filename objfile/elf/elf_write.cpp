@@ -2,11 +2,14 @@
 //
 //   load      every section header, name and table into memory, so that
 //             nothing is decoded from the file after indexes have moved
-//   sections  renumbered class by class; the map moves every section
-//             reference (sh_link, sh_info, symbols' st_shndx, group
-//             members, e_shstrndx)
-//   symbols   renumbered (null, locals, the rest); the map moves every
-//             symbol reference (r_info, group signatures)
+//   sections  renumbered class by class; the pipeline hands the map to
+//             every table that holds section indexes (sh_link, sh_info,
+//             symbols' st_shndx, group members, segments, attribute lists,
+//             e_shstrndx)
+//   symbols   renumbered (null, locals, the rest); the pipeline hands each
+//             table's map to every table that holds symbol indexes
+//             (r_info, group signatures, aliases, attribute lists); a
+//             relocation whose symbol was removed is refused
 //   tables    relocations and groups encoded into their sections
 //   strings   section and symbol names put into rebuilt string tables,
 //             symbols encoded with their st_name
@@ -120,35 +123,10 @@ bool ELF_FILE::load_image_for_writing() {
 }
 
 bool ELF_FILE::prepare_sections() {
-  ELF_SECTION_TABLE *sections = get_section_table();
-  uint32_t names = get_shstrndx();
-  if (sections->prepare() != 0)
-    return false;
-  OF_INDEX_MAP map = sections->take_index_map();
-  auto follow = [&map](uint32_t &index) {
-    if (index != 0) {
-      uint32_t moved = map(index);
-      index = moved == OF_INDEX_MAP::REMOVED ? 0 : moved;
-    }
-  };
-  for (uint32_t i = 1; i < sections->get_count(); i++) {
-    ELF_SECTION *s = sections->get_section(i);
-    ELF32_SECTION_HEADER_RECORD &h = s->header();
-    follow(h.sh_link);
-    if (h.sh_type == SHT_REL || h.sh_type == SHT_RELA || (h.sh_flags & SHF_INFO_LINK))
-      follow(h.sh_info);
-    if (ELF_GROUP_TABLE *group = s->group())
-      group->apply_section_map(map);
-    if (ELF_SYMBOL_TABLE *symbols = s->symbols())
-      symbols->apply_section_map(map);
-  }
-  follow(names);
-  set_shstrndx(names);
-  if (segments_)
-    segments_->apply_section_map(map);
-  if (build_attributes_)
-    build_attributes_->apply_section_map(map.entries());
-  return true;
+  // Stored again so that an index that fits e_shstrndx goes there, whether
+  // or not the sections move.
+  set_shstrndx(get_shstrndx());
+  return get_section_table()->prepare() == 0;
 }
 
 bool ELF_FILE::prepare_symbols() {
@@ -160,25 +138,6 @@ bool ELF_FILE::prepare_symbols() {
       continue;
     if (s->symbols()->prepare_for_writing() != 0)
       return false;
-    OF_INDEX_MAP map = s->symbols()->take_index_map();
-    for (uint32_t j = 1; j < sections->get_count(); j++) {
-      ELF_SECTION *d = sections->get_section(j);
-      if (d->header().sh_link != i)
-        continue;
-      if (ELF_RELOC_TABLE *relocs = d->relocations())
-        relocs->apply_symbol_map(map);
-      if (ELF_GROUP_TABLE *group = d->group())
-        group->apply_symbol_map(map);
-      if (d->get_type() == SHT_HASH && !map.is_identity())
-        d->set_rebuild_hash();
-    }
-    // The file's own symbol table is the one aliases and attributes name.
-    if (s == get_elf_symbol_table()->get_section()) {
-      if (aliases_)
-        aliases_->apply_symbol_map(map.entries());
-      if (build_attributes_)
-        build_attributes_->apply_symbol_map(map.entries());
-    }
   }
   return true;
 }
@@ -201,9 +160,10 @@ bool ELF_FILE::prepare_dependents() {
     bool image = keeps_image() && (s->get_flags() & SHF_ALLOC);
     if (ELF_RELOC_TABLE *relocs = s->relocations(); relocs && !image)
       relocs->write();
+    // A group without its signature symbol is reported and keeps its
+    // contents; the rest of the file is still written.
     if (ELF_GROUP_TABLE *group = s->group())
-      if (!group->write())
-        return false;
+      (void)group->write();
   }
   // Extended attribute sections: one value per section, in the new order.
   OF_MACHINE_DB *db = get_machine_db();
@@ -275,7 +235,10 @@ bool ELF_FILE::prepare_strings() {
   }
   for (uint32_t i = 1; i < sections->get_count(); i++) {
     ELF_SECTION *s = sections->get_section(i);
-    if (s->needs_hash_rebuild())
+    // A hash table is built anew on every write: names, order and byte
+    // order may all have changed. A loaded image keeps its own, with the
+    // dynamic symbols it indexes.
+    if (s->get_type() == SHT_HASH && !keeps_image())
       ELF_SYMBOL_HASH(this, s).build(get_symbol_table_of(s->header().sh_link));
     if (s->get_type() != SHT_NOBITS)
       s->header().sh_size = static_cast<uint32_t>(s->get_data()->size());

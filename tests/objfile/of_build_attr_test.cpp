@@ -180,17 +180,17 @@ TEST_P(BuildAttr, SectionAndSymbolMaps) {
   ASSERT_TRUE(read(in));
   table.apply_section_map({});  // the identity
   EXPECT_EQ(written(), in);
-  table.apply_section_map({0, 5, OFBA_NO_INDEX, 1});
+  table.apply_section_map(OF_INDEX_MAP({0, 5, OFBA_NO_INDEX, 1}));
   OFBA_VENDOR_SCN *v = table.get_vendor(0);
   // 1 2 3 -> 5 1 (2 removed); the list over 2 alone goes; 9 is past the map.
   ASSERT_EQ(v->get_list_count(), 2u);
   EXPECT_EQ(v->find_list(OFBA_SCOPE_SECTION)->get_indexes(), (std::vector<uint32_t>{5, 1}));
   EXPECT_EQ(v->find_list(OFBA_SCOPE_SYMBOL)->get_indexes(), (std::vector<uint32_t>{2, 9}));
-  table.apply_symbol_map({0, 0, 7});
+  table.apply_symbol_map(OF_INDEX_MAP({0, 0, 7}));
   EXPECT_EQ(v->find_list(OFBA_SCOPE_SYMBOL)->get_indexes(), (std::vector<uint32_t>{7, 9}));
-  table.apply_symbol_map({0, 0, 0, 0, 0, 0, 0, 9, 0, 0});  // 7 -> 9, 9 -> 0: not storable, dropped
+  table.apply_symbol_map(OF_INDEX_MAP({0, 0, 0, 0, 0, 0, 0, 9, 0, 0}));  // 7 -> 9, 9 -> 0: not storable, dropped
   EXPECT_EQ(v->find_list(OFBA_SCOPE_SYMBOL)->get_indexes(), (std::vector<uint32_t>{9}));
-  table.apply_symbol_map({0, 0, 0, 0, 0, 0, 0, 0, 0, 7});
+  table.apply_symbol_map(OF_INDEX_MAP({0, 0, 0, 0, 0, 0, 0, 0, 0, 7}));
   EXPECT_EQ(v->find_list(OFBA_SCOPE_SECTION)->get_indexes(), (std::vector<uint32_t>{5, 1}));
   std::string expect = "A" + vendor(order, "aeabi", subsub(order, 2, std::string("\x05\x01\x00\x1a\x02", 5)) +
                                                         subsub(order, 3, std::string("\x07\x00\x1a\x01", 4)));
@@ -207,7 +207,7 @@ TEST_P(BuildAttr, IndexBiasCountsFromOne) {
   EXPECT_EQ(l->get_index(2), OFBA_NO_INDEX);
   EXPECT_TRUE(l->has_index(0));
   EXPECT_FALSE(l->has_index(4));
-  table.apply_section_map({2, OFBA_NO_INDEX, 0, 6});
+  table.apply_section_map(OF_INDEX_MAP({2, OFBA_NO_INDEX, 0, 6}));
   EXPECT_EQ(l->get_indexes(), (std::vector<uint32_t>{2, 6}));
   EXPECT_FALSE(l->set_index(5, 1));  // past the end
   EXPECT_FALSE(l->add_index(0xFFFFFFFF));  // would be stored as the terminator

@@ -115,6 +115,17 @@ TEST_F(Ofecopy, SymbolAndSectionEditsKeepTheRelocationsAndTheLink) {
   }
   ASSERT_EQ(ofecopy({"out.o", "again.o"}).status, 0);
   EXPECT_EQ(dir.read("again.o"), dir.read("out.o"));
+
+  // Relocation sections follow the section whose sh_info they name, not a
+  // name: renaming .text to .rel.text and back gives the input, and a
+  // later edit of the result still finds its one section.
+  r = ofecopy({"--rename-section", ".text=.rel.text", "--rename-section", ".rel.text=.text", "--rename-section",
+               ".data=.d", "in.o", "back.o"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  ASSERT_EQ(ofecopy({"--rename-section", ".d=.data", "back.o", "back2.o"}).status, 0);
+  READELF_VIEW in = readelf_view("arm-none-eabi-readelf", (dir / "in.o").string());
+  READELF_VIEW back = readelf_view("arm-none-eabi-readelf", (dir / "back2.o").string());
+  EXPECT_EQ(back, in) << first_difference(back, in);
 }
 
 // Failures exit 1 with the library's message, or one line naming a mistake

@@ -145,7 +145,7 @@ TEST_P(SymAlias, RenumberingWritingAndListings) {
     table.add_pair(a, t);
   table.apply_symbol_map({});
   EXPECT_EQ(table.get_pairs(), (PAIRS{{5, 1}, {2, 3}, {4, 1}, {9, 2}}));
-  table.apply_symbol_map({0, 7, 6, 0xFFFFFFFF, 1, 2});
+  table.apply_symbol_map(OF_INDEX_MAP({0, 7, 6, 0xFFFFFFFF, 1, 2}));
   EXPECT_EQ(table.get_pairs(), (PAIRS{{2, 7}, {1, 7}, {9, 6}}));  // 9 is past the map
   std::string out = written();
   EXPECT_EQ(out, image(1, 0, 0, {{2, 7}, {1, 7}, {9, 6}}).bytes());
