@@ -106,9 +106,8 @@ bool write_to_memory(OFE::OBJECT_FILE *object, std::string &bytes) {
 
 // Writes the object, reads the result back and holds it to the oracle.
 void rewrite(OFE::OBJECT_FILE *object, FILE *sink) {
-  bool whole = object->was_read_completely();
   std::string first;
-  if (!write_to_memory(object, first) || !whole)
+  if (!write_to_memory(object, first) || !object->was_read_completely())
     return;
   std::string written = model(object);
   FILE *in = fmemopen(first.data(), first.size(), "rb");
