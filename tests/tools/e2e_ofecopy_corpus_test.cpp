@@ -15,7 +15,7 @@ using namespace testing_support;
 namespace {
 
 struct CORPUS {
-  const char *label, *path, *readelf, *objdump;
+  const char *label, *path, *readelf, *objdump, *package;
 };
 
 void PrintTo(const CORPUS &c, std::ostream *os) { *os << c.label; }
@@ -26,8 +26,10 @@ class OfecopyCorpus : public ::testing::TestWithParam<CORPUS> {};
 
 TEST_P(OfecopyCorpus, EveryMemberCopiesToTheSameObjectAndTheWriterIsAFixedPoint) {
   const CORPUS &corpus = GetParam();
-  ASSERT_TRUE(std::filesystem::exists(corpus.path)) << corpus.path << " is not installed (see .ci/run)";
-  ASSERT_TRUE(have_program(corpus.readelf) && have_program(corpus.objdump));
+  ASSERT_TRUE(std::filesystem::exists(corpus.path)) << corpus.path << " is missing: the Debian package " << corpus.package
+                                                    << " is needed (scripts/test installs it)";
+  ASSERT_TRUE(have_program(corpus.readelf) && have_program(corpus.objdump))
+      << corpus.readelf << " and " << corpus.objdump << " are needed (binutils, binutils-arm-none-eabi)";
   TEMP_DIR dir;
   std::vector<std::string> members = extract_unique(dir.path(), corpus.path);
   ASSERT_GT(members.size(), 100u);
@@ -55,7 +57,7 @@ TEST_P(OfecopyCorpus, EveryMemberCopiesToTheSameObjectAndTheWriterIsAFixedPoint)
 INSTANTIATE_TEST_SUITE_P(
     Libraries, OfecopyCorpus,
     ::testing::Values(CORPUS{"PicolibcV7m", "/usr/lib/picolibc/arm-none-eabi/lib/release/thumb/v7-m/nofp/libc.a",
-                             "arm-none-eabi-readelf", "arm-none-eabi-objdump"},
-                      CORPUS{"ArmelLibm", "/usr/arm-linux-gnueabi/lib/libm.a", "readelf", "arm-none-eabi-objdump"},
-                      CORPUS{"M68kLibm", "/usr/m68k-linux-gnu/lib/libm.a", "readelf", "objdump"}),
+                             "arm-none-eabi-readelf", "arm-none-eabi-objdump", "picolibc-arm-none-eabi"},
+                      CORPUS{"ArmelLibm", "/usr/arm-linux-gnueabi/lib/libm.a", "readelf", "arm-none-eabi-objdump", "libc6-dev-armel-cross"},
+                      CORPUS{"M68kLibm", "/usr/m68k-linux-gnu/lib/libm.a", "readelf", "objdump", "libc6-dev-m68k-cross"}),
     [](const ::testing::TestParamInfo<CORPUS> &info) { return info.param.label; });

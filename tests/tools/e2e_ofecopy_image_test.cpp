@@ -155,7 +155,7 @@ TEST(OfecopyImage, AnI386ProgramItsLibraryAndTheCLibraryRunAfterCopying) {
 }
 
 TEST(OfecopyImage, AnArmLinuxProgramAndItsCLibraryRunUnderQemuAfterCopying) {
-  ASSERT_TRUE(have_program("qemu-arm") && have_program("arm-linux-gnueabi-ld")) << "see .ci/run";
+  ASSERT_TRUE(have_program("qemu-arm") && have_program("arm-linux-gnueabi-ld")) << "the Debian packages qemu-user and binutils-arm-linux-gnueabi are needed (scripts/test installs them)";
   TEMP_DIR dir;
   dir.write("main.s", "\t.text\n\t.global main\n\t.type main, %function\nmain:\n\tpush {r4, lr}\n\tldr r0, =msg\n"
                       "\tbl puts\n\tmov r0, #5\n\tpop {r4, pc}\n\t.section .rodata\nmsg:\t.asciz \"hello from arm\"\n"
@@ -189,7 +189,7 @@ TEST(OfecopyImage, ABareArmProgramLinkedAgainstPicolibcCopiesItsImage) {
                        "\t.bss\nbuffer:\t.space 64\n");
   ASSERT_EQ(run({"arm-none-eabi-as", "-mcpu=cortex-m3", "-o", "start.o", "start.s"}, dir.path()).status, 0);
   std::string libc = "/usr/lib/picolibc/arm-none-eabi/lib/release/thumb/v7-m/nofp/libc.a";
-  ASSERT_TRUE(std::filesystem::exists(libc));
+  ASSERT_TRUE(std::filesystem::exists(libc)) << libc << " is missing: the Debian package picolibc-arm-none-eabi is needed";
   RUN_RESULT linked = run({"arm-none-eabi-ld", "-Ttext=0x8000", "-o", "bare", "start.o", libc}, dir.path());
   ASSERT_EQ(linked.status, 0) << linked.err;
   EXPECT_TRUE(copy_and_compare(dir / "bare", dir / "bare.copy"));
@@ -201,7 +201,7 @@ TEST(OfecopyImage, EverySharedObjectOfTheI386ArmelAndM68kCLibrariesCopiesItsImag
   size_t copied = 0, failures = 0;
   // The m68k libraries are big-endian.
   for (const char *root : {"/usr/lib32", "/usr/arm-linux-gnueabi/lib", "/usr/m68k-linux-gnu/lib"}) {
-    ASSERT_TRUE(std::filesystem::is_directory(root)) << root << " (see .ci/run)";
+    ASSERT_TRUE(std::filesystem::is_directory(root)) << root << " is missing: the Debian packages libc6-i386, libc6-dev-armel-cross and libc6-dev-m68k-cross are needed (scripts/test installs them)";
     std::vector<std::filesystem::path> objects;
     for (const auto &entry : std::filesystem::directory_iterator(root)) {
       std::string name = entry.path().filename().string();

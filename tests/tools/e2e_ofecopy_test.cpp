@@ -43,7 +43,7 @@ h:  bx lr
 class Ofecopy : public ::testing::Test {
 protected:
   void SetUp() override {
-    ASSERT_TRUE(have_program("arm-none-eabi-as")) << "binutils-arm-none-eabi is needed (see .ci/run)";
+    ASSERT_TRUE(have_program("arm-none-eabi-as")) << "the Debian package binutils-arm-none-eabi is needed (scripts/test installs it)";
     dir.write("in.s", SOURCE);
     RUN_RESULT r = run({"arm-none-eabi-as", "-o", "in.o", "in.s"}, dir.path());
     ASSERT_EQ(r.status, 0) << r.err;
@@ -301,7 +301,7 @@ TEST_F(Ofecopy, ARunEndedDuringTheWriteLeavesTheOldOutputAndNothingElse) {
 // same executable as one linked against the originals.
 TEST(OfecopyLink, AProgramLinkedAgainstRewrittenMembersIsByteIdentical) {
   const std::string library = "/usr/lib/picolibc/arm-none-eabi/lib/release/thumb/v7-m/nofp/libc.a";
-  ASSERT_TRUE(std::filesystem::exists(library)) << library << " is not installed (see .ci/run)";
+  ASSERT_TRUE(std::filesystem::exists(library)) << library << " is missing: the Debian package picolibc-arm-none-eabi is needed (scripts/test installs it)";
   TEMP_DIR dir;
   dir.write("prog.s", ".syntax unified\n.thumb\n.global _start\n.thumb_func\n_start:\n"
                       "  bl strlen\n  bl memcpy\n  bl strcmp\n  bl memset\n  bl strchr\n  bl qsort\n  b _start\n");
