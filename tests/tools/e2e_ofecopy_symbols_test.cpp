@@ -84,7 +84,7 @@ protected:
     for (const char *tool : {"arm-none-eabi-objcopy", "arm-none-eabi-ld", "arm-none-eabi-readelf"})
       ASSERT_TRUE(have_program(tool)) << tool << ": binutils-arm-none-eabi is needed";
     ASSERT_TRUE(have_program("gcc") && have_program("g++") && have_program("objcopy"))
-        << "g++-multilib and binutils are needed";
+        << "the Debian packages g++, gcc-multilib and binutils are needed";
     ASSERT_TRUE(std::filesystem::exists(PICOLIBC)) << PICOLIBC << ": picolibc-arm-none-eabi is needed";
     for (const char *member : {"ssp_stack_protector", "ctype_towctrans_l"}) {
       std::string name = std::string("libc_") + member + ".c.o";
