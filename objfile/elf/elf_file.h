@@ -168,6 +168,9 @@ private:
   // Write steps for the image tables (elf_write.cpp).
   bool load_image_for_writing();
   uint64_t lay_out_image(uint64_t position);
+  // Whether a section of a kept image lies over the file header or a header
+  // table; error 3 naming the first one that does.
+  [[nodiscard]] bool image_overlaps_headers();
   bool load_sections();
   // False, with error 7, when the guarded builder is already running.
   bool enter_builder();

@@ -317,7 +317,43 @@ bool ELF_FILE::lay_out() {
   if (header_.e_version == 0)
     header_.e_version = 1;
   file_size_ = position;
+  if (keeps_image() && image_overlaps_headers())
+    return false;
   return !dynamic_ || dynamic_->format();
+}
+
+// The allocated sections of a kept image stay where the image has them,
+// and the header and its tables are written afresh; a section that lies
+// over them would be written over the new header (or have it written over
+// its bytes), so such a file is refused rather than copied wrong.
+bool ELF_FILE::image_overlaps_headers() {
+  ELF_SECTION_TABLE *sections = get_section_table();
+  uint32_t count = sections->get_count();
+  const struct {
+    const char *what;
+    uint64_t offset, size;
+  } tables[] = {
+      {"the file header", 0, is_headerless() ? 0 : record_size<ELF32_HEADER_RECORD>()},
+      {"the program header table", header_.e_phoff,
+       static_cast<uint64_t>(header_.e_phnum) * record_size<ELF32_PROGRAM_HEADER_RECORD>()},
+      {"the section header table", header_.e_shoff,
+       static_cast<uint64_t>(count) * record_size<ELF32_SECTION_HEADER_RECORD>()},
+  };
+  for (uint32_t i = 1; i < count; i++) {
+    ELF_SECTION *s = sections->get_section(i);
+    const ELF32_SECTION_HEADER_RECORD &h = s->header();
+    if (h.sh_type == SHT_NOBITS || h.sh_size == 0)
+      continue;
+    for (const auto &t : tables)
+      if (t.size != 0 && h.sh_offset < t.offset + t.size && t.offset < uint64_t{h.sh_offset} + h.sh_size) {
+        set_error(OF_ERR_MALFORMED, "%s: section %u (\"%s\") at offset 0x%x overlaps %s; it cannot be written "
+                  "without changing one of them",
+                  get_file_name().empty() ? "(unknown file)" : get_file_name().c_str(), i, s->get_name().c_str(),
+                  h.sh_offset, t.what);
+        return true;
+      }
+  }
+  return false;
 }
 
 bool ELF_FILE::write_out(FILE *stream) {

@@ -152,6 +152,27 @@ TEST(OfecopyImage, AnI386ProgramItsLibraryAndTheCLibraryRunAfterCopying) {
   EXPECT_EQ(stdout_of({"readelf", "-W", "--dyn-syms", "weak"}, dir.path()),
             stdout_of({"readelf", "-W", "--dyn-syms", "main"}, dir.path()));
   EXPECT_EQ(loaded_bytes(dir / "weak"), loaded_bytes(dir / "main"));
+
+  // An allocated section moved over the ELF header (.dynstr, larger than
+  // the header) still reads cleanly, but cannot be copied without one of
+  // the two written over the other: refused, nothing written.
+  std::string patched = read_file(dir / "main");
+  uint32_t shoff = u32_at(patched, 32), dynstr = 0;
+  for (uint32_t i = 1; i < field_at(patched, 48, 2) && !dynstr; i++)
+    if (u32_at(patched, shoff + 40 * i + 4) == 3 && (u32_at(patched, shoff + 40 * i + 8) & 2))
+      dynstr = i;
+  ASSERT_NE(dynstr, 0u);
+  patched.replace(shoff + 40 * dynstr + 16, 4, 4, '\0');
+  dir.write("over", patched);
+  EXPECT_EQ(run({"readelf", "-S", "-W", "over"}, dir.path()).err, "");
+  RUN_RESULT over = run({ofecopy_path(), "--rename-symbol", "main=a_name_long_enough_to_move_the_tables", "over",
+                         "over.copy"},
+                        dir.path());
+  EXPECT_EQ(over.status, 1);
+  EXPECT_NE(over.err.find("over: section " + std::to_string(dynstr) + " (\".dynstr\") at offset 0x0 overlaps the file"),
+            std::string::npos)
+      << over.err;
+  EXPECT_FALSE(std::filesystem::exists(dir / "over.copy"));
 }
 
 TEST(OfecopyImage, AnArmLinuxProgramAndItsCLibraryRunUnderQemuAfterCopying) {
