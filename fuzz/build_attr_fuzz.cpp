@@ -35,8 +35,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   std::vector<uint32_t> map(16);
   for (uint32_t i = 0; i < map.size(); i++)
     map[i] = i % 3 == 0 ? OFE::OFBA_NO_INDEX : i * 2;
-  table.apply_section_map(map);
-  table.apply_symbol_map(map);
+  table.apply_section_map(OFE::OF_INDEX_MAP(map));
+  table.apply_symbol_map(OFE::OF_INDEX_MAP(map));
   table.write(out);
   return 0;
 }

@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     table.dump(sink);
     XML_WRITER xml(sink);
     table.dump_xml(xml);
-    table.apply_symbol_map({0, 2, 0xFFFFFFFF, 1});
+    table.apply_symbol_map(OFE::OF_INDEX_MAP({0, 2, 0xFFFFFFFF, 1}));
     table.write(contents);
   }
   return 0;
