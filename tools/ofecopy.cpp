@@ -9,7 +9,6 @@
 // Any error, and an input with a table that runs past its end: exit status 1
 // and the output neither created nor changed.
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -72,18 +71,6 @@ const OPTION OPTIONS[] = {
 
 USER_MSG &msg() { return USER_MSG::instance(); }
 
-// A mistake on the command line: one line that names it, and where the
-// options are explained.
-[[noreturn]] __attribute__((format(printf, 1, 2))) void usage_error(const char *format, ...) {
-  fputs("ofecopy: ", stderr);
-  va_list args;
-  va_start(args, format);
-  vfprintf(stderr, format, args);
-  va_end(args);
-  fputs("; try 'ofecopy --help'\n", stderr);
-  exit(1);
-}
-
 // Parses "--flag VALUE" and "--flag=VALUE"; "--" ends the options.
 std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) {
   std::vector<EDIT> edits;
@@ -112,30 +99,30 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) 
           operand = arg.substr(n + 1);
         } else {
           if (i + 1 >= argc)
-            usage_error("option '%s' needs %s", o.flag, o.pair ? "NAME=VALUE" : "a NAME");
+            tools::usage_error("ofecopy", "option '%s' needs %s", o.flag, o.pair ? "NAME=VALUE" : "a NAME");
           operand = argv[++i];
         }
         break;
       }
     }
     if (!option)
-      usage_error("unknown option '%s'", arg.c_str());
+      tools::usage_error("ofecopy", "unknown option '%s'", arg.c_str());
     EDIT edit{option->kind, operand, ""};
     if (option->pair) {
       size_t equals = operand.find('=');
       if (equals == std::string::npos || equals == 0)
-        usage_error("option '%s' needs NAME=VALUE, not '%s'", option->flag, operand.c_str());
+        tools::usage_error("ofecopy", "option '%s' needs NAME=VALUE, not '%s'", option->flag, operand.c_str());
       edit.name = operand.substr(0, equals);
       edit.value = operand.substr(equals + 1);
     }
     edits.push_back(edit);
   }
   if (files.empty())
-    usage_error("no INPUT and OUTPUT given");
+    tools::usage_error("ofecopy", "no INPUT and OUTPUT given");
   if (files.size() == 1)
-    usage_error("no OUTPUT given after INPUT '%s'", files[0].c_str());
+    tools::usage_error("ofecopy", "no OUTPUT given after INPUT '%s'", files[0].c_str());
   if (files.size() > 2)
-    usage_error("one INPUT and one OUTPUT expected, but '%s' follows OUTPUT '%s'", files[2].c_str(),
+    tools::usage_error("ofecopy", "one INPUT and one OUTPUT expected, but '%s' follows OUTPUT '%s'", files[2].c_str(),
                 files[1].c_str());
   return edits;
 }

@@ -11,7 +11,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -56,18 +55,6 @@ std::string keyword_help() {
   return text;
 }
 
-// A mistake on the command line: one line that names it, and where the
-// options are explained.
-[[noreturn]] __attribute__((format(printf, 1, 2))) void usage_error(const char *format, ...) {
-  fputs("ofedump: ", stderr);
-  va_list args;
-  va_start(args, format);
-  vfprintf(stderr, format, args);
-  va_end(args);
-  fputs("; try 'ofedump --help'\n", stderr);
-  exit(1);
-}
-
 struct OPTIONS {
   std::vector<std::string> listings;
   bool xml = false;
@@ -86,7 +73,7 @@ std::vector<std::string> parse_listings(const std::string &list) {
       std::string valid;
       for (const char *k : OFE::dump_part_keywords())
         valid += std::string(k) + ", ";
-      usage_error("unknown listing '%s' (valid: %sall)", keyword.c_str(), valid.c_str());
+      tools::usage_error("ofedump", "unknown listing '%s' (valid: %sall)", keyword.c_str(), valid.c_str());
     }
     keywords.push_back(keyword);
     if (comma == std::string::npos)
@@ -112,16 +99,16 @@ OPTIONS parse(int argc, char **argv) {
       options.xml = true;
     } else if (arg == "-d") {
       if (++i == argc)
-        usage_error("option '-d' needs a LIST of listings");
+        tools::usage_error("ofedump", "option '-d' needs a LIST of listings");
       list = argv[i];
     } else if (arg.compare(0, 2, "-d") == 0) {
       list = arg.substr(2);
     } else {
-      usage_error("unknown option '%s'", arg.c_str());
+      tools::usage_error("ofedump", "unknown option '%s'", arg.c_str());
     }
   }
   if (options.files.empty())
-    usage_error("no FILE to list");
+    tools::usage_error("ofedump", "no FILE to list");
   options.listings = parse_listings(list);
   return options;
 }

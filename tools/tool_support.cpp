@@ -6,12 +6,23 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstring>
 
 #include "support/ending_signals.h"
 #include "support/user_msg.h"
 
 namespace tools {
+
+void usage_error(const char *tool, const char *format, ...) {
+  fprintf(stderr, "%s: ", tool);
+  va_list args;
+  va_start(args, format);
+  vfprintf(stderr, format, args);
+  va_end(args);
+  fprintf(stderr, "; try '%s --help'\n", tool);
+  exit(1);
+}
 
 namespace {
 

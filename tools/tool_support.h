@@ -14,6 +14,10 @@
 
 namespace tools {
 
+// A mistake on the command line: "TOOL: " and the text, one line that names
+// it and where the options are explained ("; try 'TOOL --help'"); exit 1.
+[[noreturn]] void usage_error(const char *tool, const char *format, ...) __attribute__((format(printf, 2, 3)));
+
 // Counts what the library reported through an object's error handler.
 struct REPORTS {
   uint32_t errors = 0;    // anything but the warnings 4 and 6
