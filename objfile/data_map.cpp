@@ -312,8 +312,16 @@ int DATA_MAP::save(FILE *stream, FILE_OFFSET count) {
   // With nothing available no element is written, so the sum below cannot
   // reach 1 even though all the padding goes out: such a save reports -1.
   long sum = available ? static_cast<long>(pfwrite(buffer_.data() + position_, available, 1, stream, false)) : 0;
-  for (FILE_OFFSET i = available; i < count; i++)
-    sum += fputc(0, stream) == EOF ? -1 : 0;
+  // The padding goes out in blocks, and stops at the first failed write: a
+  // short map saved with a large count (a section whose data the file did
+  // not hold) must not cost a call per byte.
+  static const uint8_t zeros[4096] = {};
+  for (FILE_OFFSET left = count - available; left != 0 && sum >= 0;) {
+    size_t n = left < sizeof zeros ? static_cast<size_t>(left) : sizeof zeros;
+    if (fwrite(zeros, 1, n, stream) != n)
+      sum = -1;
+    left -= n;
+  }
   return sum == 1 ? 0 : -1;
 }
 
