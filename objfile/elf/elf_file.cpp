@@ -178,11 +178,15 @@ ELF_STRING_TABLE *ELF_FILE::get_section_name_table(bool create) {
   ELF_SECTION_TABLE *sections = get_section_table();
   if (!sections)
     return nullptr;
-  if (index == 0 || index >= sections->get_count()) {
+  // Only a string table names the sections: a header that points at a
+  // section of another kind (a group, say) would have names appended to
+  // that section's contents on every write.
+  if (index == 0 || index >= sections->get_count() || sections->get_section(index)->get_type() != SHT_STRTAB) {
     if (!create)
       return nullptr;
     OF_SECTION *found = sections->find_section(".shstrtab");
-    index = found ? found->get_index() : sections->create_section(".shstrtab", SHT_STRTAB)->get_index();
+    index = found && found->get_type() == SHT_STRTAB ? found->get_index()
+                                                      : sections->create_section(".shstrtab", SHT_STRTAB)->get_index();
     set_shstrndx(index);
   }
   return get_string_table_of(index);
