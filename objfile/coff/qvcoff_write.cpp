@@ -145,7 +145,11 @@ bool QVCOFF_FILE::lay_out() {
   for (uint32_t i = 1; i <= count; i++)
     sections->get_qvcoff_section(i)->header().s_lnnoptr = place(lnno_bytes_[i - 1].size());
   uint32_t nsyms = get_qvcoff_symbol_table()->get_count();
-  header_.f_symptr = place(symbol_bytes_.size());
+  // The string table follows the symbol table. Without symbols the pointer
+  // still says where it is, or would be (a count of 0 there): a reader that
+  // looks behind the furthest section data instead would, in a file that
+  // has none, read the section headers as a string table.
+  header_.f_symptr = symbol_bytes_.empty() ? static_cast<uint32_t>(position) : place(symbol_bytes_.size());
   header_.f_nsyms = nsyms;
   position += string_bytes_.size();
   if (position > 0xFFFFFFFFull) {

@@ -153,6 +153,21 @@ TEST_P(OfecopyCoff, EditsReachTheLastSection) {
   }
 }
 
+// A file without symbols or section data: the copy says where its string
+// table would be, so that reading it back does not take the section headers
+// for one.
+TEST_P(OfecopyCoff, AFileWithoutSymbolsOrSectionDataReadsBack) {
+  COFF_IMAGE c = image();
+  c.sections.push_back({.name = ".empty", .flags = 0x0020});
+  c.symptr_override = static_cast<uint32_t>(c.build().size());  // the input says it has no string table
+  dir.write("in.obj", c.build());
+  RUN_RESULT r = ofecopy({"in.obj", "out.obj"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  RUN_RESULT listed = run({ofedump_path(), "-d", "all", "out.obj"}, dir.path());
+  EXPECT_EQ(listed.status, 0);
+  EXPECT_EQ(listed.err, "");
+}
+
 // A page that does not fit version "2"'s 16-bit field is refused; the older
 // layouts cut it to their 8 bits with a warning.
 TEST_P(OfecopyCoff, APageBeyondTheFieldIsRefusedInVersion2) {
