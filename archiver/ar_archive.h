@@ -64,7 +64,7 @@ struct AR_MEMBER {
 };
 
 // Whether the member takes its data from a file rather than the archive.
-inline bool ar_member_from_file(const AR_MEMBER *m) { return m->source_file != nullptr; }
+[[nodiscard]] inline bool ar_member_from_file(const AR_MEMBER *m) { return m->source_file != nullptr; }
 
 struct AR_SYMBOL {
   const char *name;

@@ -15,8 +15,9 @@ void ar_destroy(ARCHIVE *ar) {
   ar_release_window(ar);
   ar_stage_close(ar);
   ar_emergency_cleanup(ar);
+  // The source was only read: a failed close loses nothing.
   if (ar->source.file)
-    managed_close(ar->source.file);
+    (void)managed_close(ar->source.file);
   if (ar->source.directory_lock >= 0)
     close(ar->source.directory_lock);
   for (AR_MEMBER *m = ar->head; m; m = m->next)

@@ -50,7 +50,7 @@ private:
 
 // A new file at `path`, or -1 where anything at all stands there: O_EXCL
 // never follows a link.
-int create_new(const char *path);
+[[nodiscard]] int create_new(const char *path);
 
 // Extracts member `m` to `path`, replacing whatever stands there, with the
 // "extract" status line when `verbose`; every failure goes to the error

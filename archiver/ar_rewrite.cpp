@@ -57,7 +57,7 @@ void ar_abandon_rewrite(ARCHIVE *ar, bool from_signal) {
   if (from_signal)
     return;
   if (rw.stream)
-    managed_close(rw.stream);
+    (void)managed_close(rw.stream);  // the output is being thrown away
   rw.stream = nullptr;
   replacement_close(&rw.output);
 }

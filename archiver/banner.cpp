@@ -17,51 +17,42 @@ constexpr const char *COPYRIGHT_PATTERN = "Copyright (C) %s QV.  All rights rese
 
 // Formatting a few numbers and names cannot fail in practice; should it, the
 // text is empty rather than null.
-const char *or_empty(const char *text) { return text ? text : ""; }
+template <class... ARGS> const char *format_or_empty(const char *format, ARGS... args) {
+  char *text = nullptr;
+  return format_alloc(&text, format, args...) < 0 ? "" : text;
+}
 
 }  // namespace
 
 char *format_version(int major, int minor, int patch, int build) {
   char *text = nullptr;
-  if (build >= 0)
-    format_alloc(&text, "%d.%d.%d.%d", major, minor, patch, build);
-  else
-    format_alloc(&text, "%d.%d.%d", major, minor, patch);
-  return text;
+  int length = build >= 0 ? format_alloc(&text, "%d.%d.%d.%d", major, minor, patch, build)
+                          : format_alloc(&text, "%d.%d.%d", major, minor, patch);
+  return length < 0 ? nullptr : text;
 }
 
 // The texts are formatted on first use and live until the process ends.
 
 const char *version_text() {
-  static const char *text =
-      or_empty(format_version(VERSION_MAJOR, VERSION_MINOR, VERSION_PATCH, VERSION_BUILD));
+  static const char *text = [] {
+    const char *t = format_version(VERSION_MAJOR, VERSION_MINOR, VERSION_PATCH, VERSION_BUILD);
+    return t ? t : "";
+  }();
   return text;
 }
 
 const char *full_version() {
-  static const char *text = [] {
-    char *t = nullptr;
-    format_alloc(&t, "v%s%s", version_text(), RELEASE_SUFFIX);
-    return or_empty(t);
-  }();
+  static const char *text = format_or_empty("v%s%s", version_text(), RELEASE_SUFFIX);
   return text;
 }
 
 const char *product_line() {
-  static const char *text = [] {
-    char *t = nullptr;
-    format_alloc(&t, "%s %s", BANNER_PRODUCT_NAME, BANNER_TOOL_NAME);
-    return or_empty(t);
-  }();
+  static const char *text = format_or_empty("%s %s", BANNER_PRODUCT_NAME, BANNER_TOOL_NAME);
   return text;
 }
 
 const char *copyright_line() {
-  static const char *text = [] {
-    char *t = nullptr;
-    format_alloc(&t, COPYRIGHT_PATTERN, COPYRIGHT_YEARS);
-    return or_empty(t);
-  }();
+  static const char *text = format_or_empty(COPYRIGHT_PATTERN, COPYRIGHT_YEARS);
   return text;
 }
 

@@ -20,4 +20,4 @@ void set_archive_name(OPTIONS &options, const char *name);
 void scan_arguments(int argc, char **argv, OPTIONS &options);
 
 // The whole run; returns the exit status.
-int run_archiver(int argc, char **argv);
+[[nodiscard]] int run_archiver(int argc, char **argv);

@@ -17,7 +17,7 @@ struct FILE_WINDOW {
 
 inline constexpr FILE_OFFSET FILE_WINDOW_SIZE = 1 << 20;
 
-inline bool window_holds(const FILE_WINDOW &w, FILE_OFFSET offset, size_t n) {
+[[nodiscard]] inline bool window_holds(const FILE_WINDOW &w, FILE_OFFSET offset, size_t n) {
   return w.base && offset >= w.offset && offset + n <= w.offset + w.length;
 }
 

@@ -191,7 +191,7 @@ void DATA_MAP::load() {
       off_t saved = pftello(file_);
       if (pfseeko(file_, platform_offset(file_offset_), SEEK_SET) == 0)
         (void)pfread(buffer_.data(), n, 1, file_);  // a short read leaves zeros
-      pfseeko(file_, saved, SEEK_SET);
+      (void)pfseeko(file_, saved, SEEK_SET);  // every reader seeks before it reads
     }
   }
   loaded_ = true;

@@ -29,9 +29,9 @@ size_t pfread(void *buffer, size_t size, size_t count, FILE *stream);
 // fwrite that reports bad arguments, and a short write unless quiet, through USER_MSG.
 size_t pfwrite(const void *buffer, size_t size, size_t count, FILE *stream, bool quiet = false);
 // fseek that reports a null stream or a negative SEEK_SET offset through USER_MSG.
-int pfseek(FILE *stream, long offset, int origin);
+[[nodiscard]] int pfseek(FILE *stream, long offset, int origin);
 // fseeko that reports a null stream or a negative SEEK_SET offset through USER_MSG.
-int pfseeko(FILE *stream, off_t offset, int origin);
+[[nodiscard]] int pfseeko(FILE *stream, off_t offset, int origin);
 // ftell that reports a null stream or a failure through USER_MSG.
 long pftell(FILE *stream);
 // ftello that reports a null stream or a failure through USER_MSG.
@@ -67,7 +67,7 @@ public:
   // The byte order multi-byte reads and writes use.
   BYTE_ORDERING byte_order() const { return big_endian_ ? BYTE_ORDERING::BIG : BYTE_ORDERING::LITTLE; }
   // Whether that order is big-endian.
-  bool is_big_endian() const { return big_endian_; }
+  [[nodiscard]] bool is_big_endian() const { return big_endian_; }
   // Reads and writes big-endian from now on.
   void set_big_endian() { big_endian_ = true; }
   // Reads and writes little-endian from now on.
@@ -76,11 +76,11 @@ public:
   void set_byte_order(BYTE_ORDERING order) { big_endian_ = order == BYTE_ORDERING::BIG; }
 
   // Whether the bytes are in memory (a stream-backed map reads them on first access).
-  bool is_loaded() const { return loaded_; }
+  [[nodiscard]] bool is_loaded() const { return loaded_; }
   // Whether the bytes were written to since they were read.
-  bool is_modified() const { return modified_; }
+  [[nodiscard]] bool is_modified() const { return modified_; }
   // Whether the map stands for a region of a stream.
-  bool is_file_backed() const { return file_backed_; }
+  [[nodiscard]] bool is_file_backed() const { return file_backed_; }
   // Counts the bytes as unmodified again.
   void clear_modified() { modified_ = false; }
 
@@ -131,10 +131,10 @@ public:
   // Writes `count` bytes from the cursor, zero bytes beyond the data; 0 on
   // success, -1 on failure (and, deliberately, when nothing but padding was
   // written).
-  int save(FILE *stream, FILE_OFFSET count);
+  [[nodiscard]] int save(FILE *stream, FILE_OFFSET count);
   // A hexadecimal listing of `count` bytes from the cursor, offsets relative
   // to the cursor; -1 for counts of 4 GB and more.
-  int dump_hex(FILE *stream, FILE_OFFSET count);
+  [[nodiscard]] int dump_hex(FILE *stream, FILE_OFFSET count);
 
 private:
   void load();

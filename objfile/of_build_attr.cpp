@@ -366,7 +366,7 @@ OFBA_ATTR_LIST *OF_BUILD_ATTR_TABLE::add_list(const std::string &vendor, uint32_
   if (list)
     for (uint32_t index : indexes)
       if (!list->add_index(index)) {
-        list->vendor_->remove_list(list);
+        (void)list->vendor_->remove_list(list);  // undoing the list just added
         return nullptr;
       }
   return list;

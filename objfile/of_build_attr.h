@@ -72,7 +72,7 @@ OFBA_VALUE_KIND ofba_value_kind(uint32_t tag);
 // Whether the subsection of `vendor` is parsed (its tag encodings are known):
 // "aeabi" and the tool chain's "fornaxabi", "vela28abi", "carinaabi",
 // "grusabi", "doradoabi".
-bool ofba_is_parsed_vendor(const std::string &vendor);
+[[nodiscard]] bool ofba_is_parsed_vendor(const std::string &vendor);
 // The name of a well-known tag ("Tag_CPU_name"), or "Tag_%u".
 std::string ofba_tag_name(uint32_t tag);
 
@@ -93,7 +93,7 @@ public:
   OFBA_ATTR_LIST(OFBA_VENDOR_SCN *vendor, uint32_t scope) : vendor_(vendor), scope_(scope) {}
 
   uint32_t get_scope() const { return scope_; }
-  bool is_opaque() const { return scope_ < OFBA_SCOPE_FILE || scope_ > OFBA_SCOPE_SYMBOL; }
+  [[nodiscard]] bool is_opaque() const { return scope_ < OFBA_SCOPE_FILE || scope_ > OFBA_SCOPE_SYMBOL; }
 
   // Index list, as section or symbol indexes (the stored value less the bias).
   uint32_t get_index_count() const { return static_cast<uint32_t>(stored_.size()); }
@@ -102,9 +102,9 @@ public:
   // False, and nothing changed, for a position past the end or an index
   // that cannot be stored (index + bias would be 0, the list's terminator:
   // ELF section or symbol 0, or 0xFFFFFFFF with the COFF bias).
-  bool set_index(uint32_t position, uint32_t index);
+  [[nodiscard]] bool set_index(uint32_t position, uint32_t index);
   bool add_index(uint32_t index);
-  bool has_index(uint32_t index) const;
+  [[nodiscard]] bool has_index(uint32_t index) const;
   std::vector<uint32_t> get_indexes() const;
 
   uint32_t get_attr_count() const { return static_cast<uint32_t>(attrs_.size()); }
@@ -117,17 +117,17 @@ public:
   [[nodiscard]] bool set_string(uint32_t tag, const std::string &value);
   [[nodiscard]] bool set_number_and_string(uint32_t tag, uint64_t value, const std::string &text);
   // False when the tag is not there.
-  bool remove(uint32_t tag);
+  [[nodiscard]] bool remove(uint32_t tag);
 
   const std::vector<uint8_t> &get_opaque_payload() const { return opaque_; }
 
 private:
   friend class OF_BUILD_ATTR_TABLE;
   friend class OFBA_VENDOR_SCN;
-  bool put(const OFBA_ATTR &attr);
+  [[nodiscard]] bool put(const OFBA_ATTR &attr);
   // Renumbers the index list; false when nothing is left of a list that
   // had indexes.
-  bool apply_map(const OF_INDEX_MAP &map);
+  [[nodiscard]] bool apply_map(const OF_INDEX_MAP &map);
   uint32_t bias() const;
   void touch();
 
@@ -146,7 +146,7 @@ public:
   const std::string &get_name() const { return name_; }
   // A vendor whose tags are unknown: its content after the name is kept as
   // bytes and has no lists.
-  bool is_opaque() const { return opaque_; }
+  [[nodiscard]] bool is_opaque() const { return opaque_; }
   const std::vector<uint8_t> &get_opaque_content() const { return content_; }
   void set_opaque_content(const std::vector<uint8_t> &content);
 
@@ -157,7 +157,7 @@ public:
   uint32_t count_lists(uint32_t scope) const;
   // Appends an empty list; null for an opaque vendor or a scope outside 1-3.
   OFBA_ATTR_LIST *add_list(uint32_t scope);
-  bool remove_list(const OFBA_ATTR_LIST *list);
+  [[nodiscard]] bool remove_list(const OFBA_ATTR_LIST *list);
 
   OF_BUILD_ATTR_TABLE *get_table() const { return table_; }
 
@@ -199,7 +199,7 @@ public:
   std::vector<uint8_t> encode(BYTE_ORDERING order) const;
 
   // Whether anything was edited since the last read.
-  bool is_modified() const { return modified_; }
+  [[nodiscard]] bool is_modified() const { return modified_; }
   void clear_modified() { modified_ = false; }
 
   // Stored index = index + bias in every Tag_Section / Tag_Symbol list.
@@ -213,7 +213,7 @@ public:
   OFBA_VENDOR_SCN *find_vendor(const std::string &name) const;
   // The vendor's subsection, appended when there is none.
   OFBA_VENDOR_SCN *add_vendor(const std::string &name);
-  bool remove_vendor(const std::string &name);
+  [[nodiscard]] bool remove_vendor(const std::string &name);
 
   // Attributes by vendor, scope and tag; `nth` picks among the vendor's
   // lists of that scope (0 for the file scope).
@@ -225,7 +225,7 @@ public:
                                 uint64_t value);
   [[nodiscard]] bool set_string(const std::string &vendor, uint32_t scope, uint32_t nth, uint32_t tag,
                                 const std::string &value);
-  bool remove_attr(const std::string &vendor, uint32_t scope, uint32_t nth, uint32_t tag);
+  [[nodiscard]] bool remove_attr(const std::string &vendor, uint32_t scope, uint32_t nth, uint32_t tag);
   // A new Tag_Section / Tag_Symbol list of the vendor over `indexes`.
   OFBA_ATTR_LIST *add_list(const std::string &vendor, uint32_t scope, const std::vector<uint32_t> &indexes);
 
@@ -235,7 +235,7 @@ public:
   void apply_section_map(const OF_INDEX_MAP &map);
   void apply_symbol_map(const OF_INDEX_MAP &map);
   void follow_sections(const OF_INDEX_MAP &map) override { apply_section_map(map); }
-  bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
+  [[nodiscard]] bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
 
   // " Build Attributes" (or " Build Attributes in "name"" when a file name
   // is given), then per vendor, per list, one row per attribute.

@@ -86,22 +86,22 @@ public:
   virtual OF_FORMAT_VERSION get_format_version() const = 0;
   // Relocatable, executable, shared object or core (OF_FILE_TYPE).
   virtual OF_FILE_TYPE get_file_type() const = 0;
-  virtual int set_file_type(uint32_t type) = 0;  // "invalid file type" outside 1-4
+  [[nodiscard]] virtual int set_file_type(uint32_t type) = 0;  // "invalid file type" outside 1-4
   // The target the file is built for.
   virtual OF_MACHINE get_machine() const = 0;
   // Whether the file names an entry point.
-  virtual bool has_entry_point() const { return get_entry_point() != 0; }
+  [[nodiscard]] virtual bool has_entry_point() const { return get_entry_point() != 0; }
   // The entry point address, or 0.
   virtual uint32_t get_entry_point() const = 0;
   // Sets the entry point address; 0, or -1 with the error pending.
-  virtual int set_entry_point(uint32_t address) = 0;
+  [[nodiscard]] virtual int set_entry_point(uint32_t address) = 0;
   // The byte order the file is written in.
   virtual OF_ENDIAN get_endian() const = 0;
-  virtual int set_endian(uint32_t endian) = 0;  // "invalid endian setting" unless 1 or 2
+  [[nodiscard]] virtual int set_endian(uint32_t endian) = 0;  // "invalid endian setting" unless 1 or 2
   // The byte order of the section contents (the file's, unless the format says otherwise).
   virtual OF_ENDIAN get_data_endian() const = 0;
   // Back to the open state with no pending error.
-  virtual int reset() = 0;
+  [[nodiscard]] virtual int reset() = 0;
   // The sections, read on first request and owned by the object.
   virtual OF_SECTION_TABLE *get_section_table() = 0;
   // The symbols, read on first request and owned by the object.
@@ -113,17 +113,17 @@ public:
   // Writes the whole object file through the write pipeline: the object
   // goes back to "open" and up to "saved" again, so every edit is
   // prepared, laid out and written. 0, or -1 with the error pending.
-  virtual int write(FILE *stream);
+  [[nodiscard]] virtual int write(FILE *stream);
   // write() into a new file ("wb"); error 2 and -1 when it cannot be made.
-  virtual int write_to_path(const char *path);
+  [[nodiscard]] virtual int write_to_path(const char *path);
   // The XML listing, and its path form.
-  virtual int dump_xml(FILE *stream);
+  [[nodiscard]] virtual int dump_xml(FILE *stream);
   // The XML listing as one element of a larger document.
-  int dump_xml(::XML_WRITER &xml);
+  [[nodiscard]] int dump_xml(::XML_WRITER &xml);
   // dump_xml() into a new file; error 2 and -1 when it cannot be opened.
-  virtual int dump_xml_to_path(const char *path);
+  [[nodiscard]] virtual int dump_xml_to_path(const char *path);
   // Reads the file from the descriptor's stream region.
-  virtual int read(const OF_DESCRIPTOR &descriptor) = 0;
+  [[nodiscard]] virtual int read(const OF_DESCRIPTOR &descriptor) = 0;
 
   // Generic operations, with neutral answers that formats may refine.
   virtual const char *get_vendor() const { return ""; }
@@ -133,11 +133,11 @@ public:
   virtual uint32_t get_time_stamp() const { return 0; }
   // "\n Object File Information\n\n" and print_info() when "header" is
   // selected, then the format's listings (dump_format).
-  virtual int dump(FILE *stream);
+  [[nodiscard]] virtual int dump(FILE *stream);
   // dump() into a new file; error 2 and -1 when it cannot be opened.
-  virtual int dump_to_path(const char *path);
+  [[nodiscard]] virtual int dump_to_path(const char *path);
   // Adopts a new stream, name, offset and size and positions the stream.
-  virtual int attach_file(const OF_DESCRIPTOR &descriptor);
+  [[nodiscard]] virtual int attach_file(const OF_DESCRIPTOR &descriptor);
   // The information listing.
   virtual void print_info(FILE *stream);
 
@@ -222,15 +222,15 @@ public:
   // that must not pass on a file they could not read whole. Not an error:
   // the object stays usable.
   void note_short_read(const char *what, FILE_OFFSET offset);
-  bool was_read_completely() const { return short_read_.empty(); }
+  [[nodiscard]] bool was_read_completely() const { return short_read_.empty(); }
   // "the symbol table at offset 0x40", or empty.
   const std::string &get_short_read() const { return short_read_; }
 
   // Attaches `map` to `size` bytes of the file from `offset` (relative to
   // the object's first byte); error 7 and -1 when the object was not read.
-  int get_file_data(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map);
+  [[nodiscard]] int get_file_data(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map);
   // Saves `count` bytes of `map` from its cursor to the output stream.
-  int put_file_data(DATA_MAP &map, FILE_OFFSET count);
+  [[nodiscard]] int put_file_data(DATA_MAP &map, FILE_OFFSET count);
   // The stream the write pipeline writes to (write() sets it).
   void set_output_stream(FILE *stream) { output_ = stream; }
   FILE *get_output_stream() const { return output_; }
@@ -244,7 +244,7 @@ public:
   // The stream the object reads from; the opener's, not the object's, unless it owns it.
   FILE *get_stream() const { return descriptor_.stream; }
   // Whether the object was read from a stream (not built from nothing).
-  bool was_read_from_stream() const { return descriptor_.stream != nullptr; }
+  [[nodiscard]] bool was_read_from_stream() const { return descriptor_.stream != nullptr; }
   // What the library knows of the file's target (relocation types, attributes).
   OF_MACHINE_DB *get_machine_db() const { return machine_db_.get(); }
   uint32_t get_serial() const { return serial_; }
@@ -252,14 +252,14 @@ public:
   void set_serial(uint32_t serial) { serial_ = serial; }
 
   // Whether the file is written without a file header.
-  bool is_headerless() const { return headerless_; }
+  [[nodiscard]] bool is_headerless() const { return headerless_; }
   // Writes the file without its file header.
   void set_headerless(bool headerless) { headerless_ = headerless; }
 
   // Listing selection: a keyword of dump_part(), or "all".
-  bool select_dump(const char *keyword, bool on = true);
+  [[nodiscard]] bool select_dump(const char *keyword, bool on = true);
   // Whether dump() prints that part (OF_DUMP_...).
-  bool is_dump_selected(uint32_t part) const { return (dump_parts_ & part) != 0; }
+  [[nodiscard]] bool is_dump_selected(uint32_t part) const { return (dump_parts_ & part) != 0; }
 
   // The build steps of the write pipeline, run in this order by
   // promote_state: into "locked" every table is brought into memory and
@@ -267,7 +267,7 @@ public:
   // strings last), into "formatted" the file is laid out, into "saved" it
   // is written to the output stream. Each format supplies the steps; a step
   // it has not built fails with error 7.
-  bool promote_state(uint32_t target) override;
+  [[nodiscard]] bool promote_state(uint32_t target) override;
 
   // Brings every table into memory (the first write step), so that an edit
   // that renumbers sections leaves nothing to decode at the old indexes.
@@ -278,18 +278,18 @@ public:
   void remove_index_holder(OF_INDEX_HOLDER *holder);
 
 protected:
-  virtual bool load_for_writing();
+  [[nodiscard]] virtual bool load_for_writing();
   virtual bool prepare_sections();
-  virtual bool prepare_symbols();
+  [[nodiscard]] virtual bool prepare_symbols();
   virtual bool prepare_dependents();
-  virtual bool prepare_strings();
+  [[nodiscard]] virtual bool prepare_strings();
   virtual bool lay_out();
-  virtual bool write_out(FILE *stream);
+  [[nodiscard]] virtual bool write_out(FILE *stream);
   // Error 7 naming a pipeline step the format has not built; false.
-  bool missing_step(const char *step);
+  [[nodiscard]] bool missing_step(const char *step);
   // After the section step and after the symbol step: every registered
   // table follows the published maps.
-  bool follow_section_map();
+  [[nodiscard]] bool follow_section_map();
   bool follow_symbol_maps();
 
   // The format's own listings, after the information listing.

@@ -21,11 +21,11 @@ public:
   virtual std::string get_name() const = 0;
   virtual uint32_t get_count() = 0;
   virtual OF_SECTION *get_member(uint32_t index) = 0;
-  virtual int add_member(uint32_t section_index) = 0;
+  [[nodiscard]] virtual int add_member(uint32_t section_index) = 0;
   virtual OF_SYMBOL *get_signature() = 0;
-  virtual int set_signature(OF_SYMBOL *symbol) = 0;
+  [[nodiscard]] virtual int set_signature(OF_SYMBOL *symbol) = 0;
   virtual bool is_comdat() = 0;
-  virtual int set_comdat(bool comdat) = 0;
+  [[nodiscard]] virtual int set_comdat(bool comdat) = 0;
   virtual void dump(FILE *stream) = 0;
 };
 

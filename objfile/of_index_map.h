@@ -73,7 +73,7 @@ public:
         index = then.map(index);
   }
 
-  bool is_identity() const {
+  [[nodiscard]] bool is_identity() const {
     for (uint32_t i = 0; i < old_to_new_.size(); i++)
       if (old_to_new_[i] != i)
         return false;

@@ -97,7 +97,7 @@ public:
   virtual uint16_t get_coff_target_id() const { return traits_.coff_target_id; }
   virtual unsigned get_address_unit_bits() const { return traits_.address_unit_bits; }
   virtual const char *get_build_attribute_vendor() const { return traits_.attribute_vendor; }
-  virtual bool supports_build_attributes() const { return traits_.attribute_vendor[0] != '\0'; }
+  [[nodiscard]] virtual bool supports_build_attributes() const { return traits_.attribute_vendor[0] != '\0'; }
   virtual bool uses_symbol_versioning() const { return traits_.symbol_versioning; }
 
   // Told when a symbol is added to one of the object's tables.
@@ -107,7 +107,7 @@ public:
 
   // Whether the section is of the target's special kind that the section
   // table marks with a flag.
-  virtual bool is_flagged_section(const OF_SECTION &section) const;
+  [[nodiscard]] virtual bool is_flagged_section(const OF_SECTION &section) const;
   // The properties of a relocation type of the object's format, or null.
   virtual const OF_RELOC_TYPE_INFO *get_reloc_type(uint32_t type) const;
   // Name and type of a special section, or null when the target has none.
@@ -116,7 +116,7 @@ public:
   virtual const char *get_section_type_name(uint32_t type) const;
   // The kind the target gives symbols of a reserved section index; false
   // when it gives none.
-  virtual bool get_symbol_kind(uint32_t section_index, OF_SYMBOL_KIND *kind) const;
+  [[nodiscard]] virtual bool get_symbol_kind(uint32_t section_index, OF_SYMBOL_KIND *kind) const;
   // Name of a target-specific extended section flag, or null.
   virtual const char *get_section_ext_flag_name(uint32_t flag) const;
   // Names of the e_flags bits that are set.

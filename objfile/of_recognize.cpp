@@ -61,11 +61,9 @@ bool recognize_object(OF_DESCRIPTOR &d) {
   if (offset < 0)
     return false;
   if (d.size == 0) {
-    if (pfseek(d.stream, 0, SEEK_END) != 0)
-      return false;
-    long end = pftell(d.stream);
-    pfseek(d.stream, offset, SEEK_SET);
-    if (end < 0)
+    bool ended = pfseek(d.stream, 0, SEEK_END) == 0;
+    long end = ended ? pftell(d.stream) : -1;
+    if (pfseek(d.stream, offset, SEEK_SET) != 0 || end < 0)
       return false;
     d.size = static_cast<FILE_OFFSET>(end);
   }
@@ -107,8 +105,8 @@ bool recognize_object(OF_DESCRIPTOR &d) {
       d.machine = machine_from_coff_target(is_coff0_target(little) ? little : big);
     }
   }
-  pfseek(d.stream, offset, SEEK_SET);
-  return true;
+  // The head is read in place; a read through the stream has moved it.
+  return pfseek(d.stream, offset, SEEK_SET) == 0;
 }
 
 }  // namespace OFE

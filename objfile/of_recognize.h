@@ -17,7 +17,7 @@ namespace OFE {
 // its stream (at most the first 24 bytes are read) and leaves the stream at
 // the object's first byte. Reports nothing: an unknown format is left as
 // OF_FORMAT_UNKNOWN. False when the stream's position cannot be told.
-bool recognize_object(OF_DESCRIPTOR &d);
+[[nodiscard]] bool recognize_object(OF_DESCRIPTOR &d);
 
 // The recognition tables: e_machine and COFF target id to machine.
 OF_MACHINE machine_from_elf(uint16_t e_machine);

@@ -38,19 +38,19 @@ public:
   // The target's relocation type.
   virtual uint32_t get_type() const = 0;
   // Sets the relocation type; 0, or -1 with the error pending.
-  virtual int set_type(uint32_t type) = 0;
+  [[nodiscard]] virtual int set_type(uint32_t type) = 0;
   // The symbol the entry refers to, or null (field-description types).
   virtual OF_SYMBOL *get_symbol() = 0;
   // The index of that symbol in the symbol table.
   virtual uint32_t get_symbol_index() const = 0;
   // Points the entry at another symbol of the same object.
-  virtual int set_symbol(OF_SYMBOL *symbol) = 0;
+  [[nodiscard]] virtual int set_symbol(OF_SYMBOL *symbol) = 0;
   // Offset within the relocated section.
   virtual uint32_t get_offset() = 0;
   // Moves the entry within its section.
-  virtual int set_offset(uint32_t offset) = 0;
+  [[nodiscard]] virtual int set_offset(uint32_t offset) = 0;
   // Refused by formats whose entries cannot be internal.
-  virtual int make_internal() = 0;
+  [[nodiscard]] virtual int make_internal() = 0;
 };
 
 // A relocation table holds symbol indexes: it follows the map of the symbol
@@ -68,7 +68,7 @@ public:
   // A table kept in a section of its own and named after the section it
   // relocates (".rel" or ".rela" and the name `from`) takes the name `to`
   // after the same prefix; any other table keeps its name. 0, or -1.
-  virtual int rename_with(const std::string &, const std::string &) { return 0; }
+  [[nodiscard]] virtual int rename_with(const std::string &, const std::string &) { return 0; }
   // "\n Relocation Table" listing.
   virtual void dump(FILE *stream) = 0;
 };

@@ -53,38 +53,38 @@ public:
 
   // Editing, 0 or -1 with the object's pending error set. The defaults
   // refuse with error 7: a format that cannot express an edit says so.
-  virtual int set_name(const std::string &name);
+  [[nodiscard]] virtual int set_name(const std::string &name);
   // The format's section type.
   virtual uint32_t get_type() const { return 0; }
   // Sets the format's section type.
-  virtual int set_type(uint32_t type);
+  [[nodiscard]] virtual int set_type(uint32_t type);
   // The format's section flags.
   virtual uint32_t get_flags() const { return 0; }
   // Sets the format's section flags.
-  virtual int set_flags(uint32_t flags);
+  [[nodiscard]] virtual int set_flags(uint32_t flags);
   // The address the section is loaded at.
   virtual uint32_t get_address() const { return 0; }
   // Sets the load address.
-  virtual int set_address(uint32_t address);
+  [[nodiscard]] virtual int set_address(uint32_t address);
   // The alignment in address units (a power of 2), or 0 when none is recorded.
   virtual uint32_t get_alignment() const { return 0; }
   // "only powers of 2 are valid alignment values" for 0 and non-powers.
-  virtual int set_alignment(uint32_t alignment);
+  [[nodiscard]] virtual int set_alignment(uint32_t alignment);
   // The index of the section it refers to (ELF sh_link), or 0.
   virtual uint32_t get_link() const { return 0; }
   // Sets the linked section's index.
-  virtual int set_link(uint32_t link);
+  [[nodiscard]] virtual int set_link(uint32_t link);
   // The format's extra information field (ELF sh_info).
   virtual uint32_t get_info() const { return 0; }
   // Sets the extra information field.
-  virtual int set_info(uint32_t info);
+  [[nodiscard]] virtual int set_info(uint32_t info);
   // The memory page the section is placed in (a header field in COFF, an
   // extended attribute section in ELF, where the target has one).
   virtual uint32_t get_page() const { return 0; }
   // Sets the memory page; refused where the target has none.
-  virtual int set_page(uint32_t page);
+  [[nodiscard]] virtual int set_page(uint32_t page);
   // Replaces the contents (and the size with them).
-  virtual int set_data(const void *bytes, uint32_t size);
+  [[nodiscard]] virtual int set_data(const void *bytes, uint32_t size);
   // The relocation tables that apply to this section.
   virtual uint32_t get_reloc_table_count() { return 0; }
   // The relocation table at that position (below get_reloc_table_count()), or null.
@@ -93,7 +93,7 @@ public:
 protected:
   // The object whose pending error receives refusals.
   virtual class OBJECT_FILE *get_object() const { return nullptr; }
-  int refuse(const char *what);
+  [[nodiscard]] int refuse(const char *what);
 };
 
 class OF_SECTION_TABLE {
@@ -119,7 +119,7 @@ public:
   // Removes the section (by the number get_section takes) with its own
   // tables; every reference to a later section moves down at the next
   // write, and references to this one go. 0, or -1 with the pending error.
-  virtual int remove_section(uint32_t index) = 0;
+  [[nodiscard]] virtual int remove_section(uint32_t index) = 0;
 
 protected:
   // Composes a renumbering into the published map.

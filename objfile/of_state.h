@@ -34,18 +34,18 @@ public:
   OBJECT_FILE *get_owner() const { return owner_; }
 
   // 0, or -1 with error 5 when the state is above (below) `state`.
-  int require_state_at_most(uint32_t state);
+  [[nodiscard]] int require_state_at_most(uint32_t state);
   int require_state_at_least(uint32_t state);
   // Steps up or down one state at a time through the hooks; on a failing
   // step the machine stays in the last state reached and the result is -1.
-  int set_state(uint32_t state);
+  [[nodiscard]] int set_state(uint32_t state);
 
   // Runs the build step that leads into `target`; false on failure.
-  virtual bool promote_state(uint32_t target);
+  [[nodiscard]] virtual bool promote_state(uint32_t target);
   // Whether the machine may step down into `target` at all.
-  virtual bool can_revert(uint32_t target);
+  [[nodiscard]] virtual bool can_revert(uint32_t target);
   // Undoes the build step that led out of `target`; false on failure.
-  virtual bool revert_state(uint32_t target);
+  [[nodiscard]] virtual bool revert_state(uint32_t target);
 
 protected:
   // Jumps to a state without running any hook (for resets).

@@ -53,7 +53,7 @@ public:
   const std::string &get_name() const { return name_; }
   // Renames the symbol; formats undo a laid-out file's build state first.
   // 0, or -1 with the error pending.
-  virtual int set_name(const std::string &name) {
+  [[nodiscard]] virtual int set_name(const std::string &name) {
     name_ = name;
     return 0;
   }
@@ -61,35 +61,35 @@ public:
   // The value (in a relocatable file, its offset in its section).
   virtual uint32_t get_value() const = 0;
   // Sets the value; 0, or -1 with the error pending.
-  virtual int set_value(uint32_t value) = 0;
+  [[nodiscard]] virtual int set_value(uint32_t value) = 0;
   // Whether the symbol is defined in one of the file's sections.
-  virtual bool is_defined_in_section() const = 0;
+  [[nodiscard]] virtual bool is_defined_in_section() const = 0;
   // The index of its section in the section table (meaningful when defined in one).
   virtual uint32_t get_section_index() const = 0;
   // The size of the object or function it names, or 0.
   virtual uint32_t get_size() const = 0;
   // Sets the size; 0, or -1 with the error pending.
-  virtual int set_size(uint32_t size) = 0;
+  [[nodiscard]] virtual int set_size(uint32_t size) = 0;
   // Undefined, defined, absolute, common or debug.
   virtual OF_SYMBOL_KIND get_kind() const = 0;
   // Kind 2 (defined) is refused: a symbol becomes defined only through its
   // section reference.
-  virtual int set_kind(uint32_t kind) = 0;
+  [[nodiscard]] virtual int set_kind(uint32_t kind) = 0;
   // Local, global or weak.
   virtual OF_SYMBOL_BINDING get_binding() const = 0;
   // Sets the binding (OF_SYMBOL_BINDING); -1 when the format cannot express it.
-  virtual int set_binding(uint32_t binding) = 0;
+  [[nodiscard]] virtual int set_binding(uint32_t binding) = 0;
   // What it names: object, function, section, file ...
   virtual OF_SYMBOL_TYPE get_type() const = 0;
   // Sets the type (OF_SYMBOL_TYPE); 0, or -1 with the error pending.
-  virtual int set_type(uint32_t type) = 0;
+  [[nodiscard]] virtual int set_type(uint32_t type) = 0;
   // Refused with error 5 unless the format supports near-common symbols.
-  virtual int set_near_common(bool near);
+  [[nodiscard]] virtual int set_near_common(bool near);
   // The rows "Value:", "Kind:", "Binding:" and "Type:".
   virtual void print_info(FILE *stream) const;
 
   // A changed symbol survives OF_SYMBOL_TABLE::unload_symbol.
-  bool is_changed() const { return changed_; }
+  [[nodiscard]] bool is_changed() const { return changed_; }
   // Marks the symbol changed, or not.
   void set_changed(bool changed = true) { changed_ = changed; }
   // Its index in the symbol table.
@@ -105,7 +105,7 @@ protected:
   // "open", so the next write prepares the change too); the symbol is then
   // marked changed. False, with the error pending, when the file refuses to
   // revert.
-  bool begin_edit();
+  [[nodiscard]] bool begin_edit();
 
   std::string name_;
 
@@ -149,10 +149,10 @@ public:
   // it is add_symbol.
   virtual OF_SYMBOL *insert_symbol(uint32_t index);
   // Marks the symbol at `index` for remove_selected(); 0, or -1.
-  virtual int select_for_removal(uint32_t index);
+  [[nodiscard]] virtual int select_for_removal(uint32_t index);
   // Removes the selected symbols and publishes the old-to-new index map;
   // returns the number removed, or -1.
-  virtual int remove_selected();
+  [[nodiscard]] virtual int remove_selected();
 
   // Frees an unchanged symbol of a table read from a file; it is loaded
   // again on the next get_symbol.

@@ -39,7 +39,7 @@ MANAGED_FILE *managed_open(const char *path, const char *mode);
 MANAGED_FILE *managed_adopt(FILE *stream, const char *path);
 // Closes for good and frees the record; the standard streams are left alone
 // and give 0. Returns the result of closing the stream.
-int managed_close(MANAGED_FILE *file);
+[[nodiscard]] int managed_close(MANAGED_FILE *file);
 // The stream, reopened first when it was evicted.
 FILE *managed_stream(MANAGED_FILE *file);
 void set_pinned(MANAGED_FILE *file, bool pinned);
@@ -50,4 +50,4 @@ MANAGED_FILE *managed_stdout();
 MANAGED_FILE *managed_stderr();
 
 // Number of operating-system streams the manager holds open right now.
-int managed_open_stream_count();
+[[nodiscard]] int managed_open_stream_count();

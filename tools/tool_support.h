@@ -42,7 +42,7 @@ FILE *open_input_file(const char *path);
 
 // Opens `path` as an object file; false with a message when it cannot be
 // read or is not an object.
-bool open_object_file(const char *path, REPORTS &reports, OPENED_OBJECT &opened);
+[[nodiscard]] bool open_object_file(const char *path, REPORTS &reports, OPENED_OBJECT &opened);
 
 // The output file, written as a replacement (support/replacement_file.h) for
 // the file the path leads to: it appears whole or not at all, and keeps the

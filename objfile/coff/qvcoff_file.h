@@ -59,21 +59,21 @@ public:
   const char *get_vendor() const override { return "QV"; }
   OF_FORMAT_VERSION get_format_version() const override { return descriptor_.version; }
   OF_FILE_TYPE get_file_type() const override;
-  int set_file_type(uint32_t type) override;
+  [[nodiscard]] int set_file_type(uint32_t type) override;
   uint32_t get_time_stamp() const override { return header_.f_timdat; }
   // Sets the file header's time stamp.
-  int set_time_stamp(uint32_t stamp);
+  [[nodiscard]] int set_time_stamp(uint32_t stamp);
   OF_MACHINE get_machine() const override { return qvcoff_machine(header_.f_target_id); }
   // Whether the file carries the optional header.
-  bool has_optional_header() const { return header_.f_opthdr == QVCOFF_OPT_HEADER_SIZE; }
+  [[nodiscard]] bool has_optional_header() const { return header_.f_opthdr == QVCOFF_OPT_HEADER_SIZE; }
   uint32_t get_entry_point() const override;
-  int set_entry_point(uint32_t address) override;
+  [[nodiscard]] int set_entry_point(uint32_t address) override;
   OF_ENDIAN get_endian() const override;
-  int set_endian(uint32_t endian) override;
+  [[nodiscard]] int set_endian(uint32_t endian) override;
   // The byte order of the file's control data.
   OF_ENDIAN get_data_endian() const override { return descriptor_.endian; }
   // Requires the open state, as in every format; clears the pending error.
-  int reset() override;
+  [[nodiscard]] int reset() override;
   OF_SECTION_TABLE *get_section_table() override;
   OF_SYMBOL_TABLE *get_symbol_table() override;
   // The sections with their QV-COFF fields.
@@ -84,7 +84,7 @@ public:
   QVCOFF_STRING_TABLE *get_string_table();
   // Reads the file and optional headers and finds the symbol and string
   // tables (their damage is reported here); the rest follows on demand.
-  int read(const OF_DESCRIPTOR &descriptor) override;
+  [[nodiscard]] int read(const OF_DESCRIPTOR &descriptor) override;
   // The rows of the COFF header around the generic ones.
   void print_info(FILE *stream) override;
   // "$build.attributes", read on first request; with `create`, an empty
@@ -104,7 +104,7 @@ public:
   // The byte order of the control data, for decoding and encoding alike.
   BYTE_ORDERING byte_order() const { return order_; }
   // Whether anything was changed since the file was read.
-  bool is_modified() const { return modified_; }
+  [[nodiscard]] bool is_modified() const { return modified_; }
 
   // Attaches `map` to `size` bytes at `offset` of the file, in the file's
   // byte order. When they are not all inside the file, the map holds the
@@ -124,13 +124,13 @@ protected:
   void dump_format_xml(XML_WRITER &xml) override;
 
   // The write pipeline (qvcoff_write.cpp).
-  bool load_for_writing() override;
+  [[nodiscard]] bool load_for_writing() override;
   bool prepare_sections() override;
-  bool prepare_symbols() override;
+  [[nodiscard]] bool prepare_symbols() override;
   bool prepare_dependents() override;
-  bool prepare_strings() override;
+  [[nodiscard]] bool prepare_strings() override;
   bool lay_out() override;
-  bool write_out(FILE *stream) override;
+  [[nodiscard]] bool write_out(FILE *stream) override;
 
 private:
   void load_tables();

@@ -32,23 +32,23 @@ public:
   uint32_t get_count() override { return static_cast<uint32_t>(members_.size()); }
   OF_SECTION *get_member(uint32_t index) override;
   uint32_t get_member_index(uint32_t index) const { return index < members_.size() ? members_[index] : 0; }
-  int add_member(uint32_t section_index) override;
+  [[nodiscard]] int add_member(uint32_t section_index) override;
   OF_SYMBOL *get_signature() override;
   uint32_t get_signature_index() const { return signature_; }
-  int set_signature(OF_SYMBOL *symbol) override;
+  [[nodiscard]] int set_signature(OF_SYMBOL *symbol) override;
   bool get_flag() const { return flag_; }
-  bool is_comdat() override { return true; }
+  [[nodiscard]] bool is_comdat() override { return true; }
   int set_comdat(bool comdat) override;
   const char *get_kind_name() const { return "COMDAT"; }
 
   // Members whose section was removed leave the group; a removed signature
   // symbol leaves none.
   void follow_sections(const OF_INDEX_MAP &map) override { map.keep(members_); }
-  bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
+  [[nodiscard]] bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // Rebuilds the section's contents; "a symbol has not been specified for
   // the group section %s" (error 3) and false, with the contents left as
   // they were, when there is no signature symbol.
-  bool encode();
+  [[nodiscard]] bool encode();
   void dump(FILE *stream) override;
   void dump_xml(XML_WRITER &xml);
 

@@ -35,7 +35,7 @@ public:
   // Entry `index`; "request for line number entry %ld which does not exist"
   // (error 5) and null past the end.
   const QVCOFF_LINENO_RECORD *get_entry(uint32_t index);
-  int add_entry(uint32_t address_or_symbol, uint16_t line);
+  [[nodiscard]] int add_entry(uint32_t address_or_symbol, uint16_t line);
   bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // The absolute first line of the function whose symbol is `index`, from
   // its ".bf" symbol; none when it has none.

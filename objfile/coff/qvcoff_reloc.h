@@ -37,27 +37,27 @@ public:
   QVCOFF_RELOC(QVCOFF_RELOC_TABLE *table, uint32_t type) : table_(table), type_(static_cast<uint16_t>(type)) {}
 
   uint32_t get_address() const override { return vaddr_; }
-  int set_address(uint32_t address);
+  [[nodiscard]] int set_address(uint32_t address);
   uint32_t get_type() const override { return type_; }
-  int set_type(uint32_t type) override;
+  [[nodiscard]] int set_type(uint32_t type) override;
   // Null for types whose bytes 4 to 7 hold no symbol index.
   OF_SYMBOL *get_symbol() override;
   uint32_t get_symbol_index() const override { return symndx_; }
-  int set_symbol(OF_SYMBOL *symbol) override;
+  [[nodiscard]] int set_symbol(OF_SYMBOL *symbol) override;
   int set_symbol_index(uint32_t index);
   // COFF addresses the field by its virtual address.
   uint32_t get_offset() override { return vaddr_; }
-  int set_offset(uint32_t offset) override { return set_address(offset); }
+  [[nodiscard]] int set_offset(uint32_t offset) override { return set_address(offset); }
   // "QV-COFF relocation entries cannot be made internal".
-  int make_internal() override;
+  [[nodiscard]] int make_internal() override;
 
   // The machine database's properties of the type (OF_RELOC_PROPERTY bits).
   uint32_t get_properties() const;
   const OF_RELOC_TYPE_INFO *get_type_info() const;
   // Whether bytes 4 to 7 hold a symbol index that follows renumbering.
-  bool refers_to_symbol() const;
+  [[nodiscard]] bool refers_to_symbol() const;
   uint16_t get_displacement() const { return disp_; }
-  int set_displacement(uint16_t disp);
+  [[nodiscard]] int set_displacement(uint16_t disp);
   // The operand value (bytes 4 to 7 as a word).
   uint32_t get_value() const { return symndx_; }
   uint16_t get_second_word() const { return word1_; }  // split types
@@ -67,7 +67,7 @@ public:
 
 private:
   friend class QVCOFF_RELOC_TABLE;
-  bool begin_change();
+  [[nodiscard]] bool begin_change();
 
   QVCOFF_RELOC_TABLE *table_;
   uint32_t vaddr_ = 0;
@@ -90,7 +90,7 @@ public:
   QVCOFF_RELOC *add_reloc(uint32_t address, uint32_t symbol_index, uint32_t type);
   // Entries that refer to a symbol follow the file's symbol table; one
   // whose symbol was removed is refused (error 5).
-  bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
+  [[nodiscard]] bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // The first `count` entries, encoded in the file's layout and byte order.
   std::vector<uint8_t> encode(uint32_t count);
   void dump(FILE *stream) override;

@@ -350,16 +350,16 @@ uint32_t qvcoff_reloc_size(OF_FORMAT_VERSION version);
 // "Invalid QV-COFF version".
 std::optional<QVCOFF_FILE_HEADER> decode_file_header(const uint8_t *bytes, OF_FORMAT_VERSION version,
                                                      BYTE_ORDERING order);
-bool encode_file_header(const QVCOFF_FILE_HEADER &header, OF_FORMAT_VERSION version, BYTE_ORDERING order,
+[[nodiscard]] bool encode_file_header(const QVCOFF_FILE_HEADER &header, OF_FORMAT_VERSION version, BYTE_ORDERING order,
                         uint8_t *out);
 std::optional<QVCOFF_SECTION_HEADER> decode_section_header(const uint8_t *bytes, OF_FORMAT_VERSION version,
                                                            BYTE_ORDERING order);
-bool encode_section_header(const QVCOFF_SECTION_HEADER &header, OF_FORMAT_VERSION version,
+[[nodiscard]] bool encode_section_header(const QVCOFF_SECTION_HEADER &header, OF_FORMAT_VERSION version,
                            BYTE_ORDERING order, uint8_t *out);
 
 // An 8-byte name field: inline when its first 4 bytes are not all zero,
 // otherwise a string-table offset in bytes 4-7 (in the file's order).
-bool name_is_inline(const std::array<uint8_t, 8> &name);
+[[nodiscard]] bool name_is_inline(const std::array<uint8_t, 8> &name);
 uint32_t name_string_offset(const std::array<uint8_t, 8> &name, BYTE_ORDERING order);
 // The inline text: up to 8 characters, whole when it has no terminator.
 std::string inline_name(const std::array<uint8_t, 8> &name);

@@ -49,23 +49,23 @@ public:
   // has (the short read is recorded with the file).
   DATA_MAP *get_data() override;
 
-  int set_name(const std::string &name) override;
+  [[nodiscard]] int set_name(const std::string &name) override;
   uint32_t get_flags() const override { return header_.s_flags; }
-  int set_flags(uint32_t flags) override;
+  [[nodiscard]] int set_flags(uint32_t flags) override;
   uint32_t get_address() const override { return header_.s_vaddr; }
-  int set_address(uint32_t address) override;
+  [[nodiscard]] int set_address(uint32_t address) override;
   // 1 << the flag word's alignment field.
   uint32_t get_alignment() const override;
-  int set_alignment(uint32_t alignment) override;
+  [[nodiscard]] int set_alignment(uint32_t alignment) override;
   uint32_t get_page() const override { return header_.s_page; }
-  int set_page(uint32_t page) override;
+  [[nodiscard]] int set_page(uint32_t page) override;
   // Octets; the size becomes that many address units.
-  int set_data(const void *bytes, uint32_t size) override;
+  [[nodiscard]] int set_data(const void *bytes, uint32_t size) override;
   uint8_t get_mwidth() const { return header_.s_mwidth; }
-  int set_mwidth(uint8_t mwidth);
+  [[nodiscard]] int set_mwidth(uint8_t mwidth);
   int set_physical_address(uint32_t address);
   // The counts the header will carry, cut to the version's width.
-  int set_reloc_count(uint32_t count);
+  [[nodiscard]] int set_reloc_count(uint32_t count);
   int set_lnno_count(uint32_t count);
   uint32_t get_reloc_table_count() override { return 1; }
   OF_RELOC_TABLE *get_reloc_table(uint32_t index) override;
@@ -76,7 +76,7 @@ public:
   uint64_t get_raw_size() const;
   QVCOFF_FILE *get_file() const { return file_; }
   // Whether the section was made in memory (nothing of it is in the file).
-  bool is_new() const { return new_; }
+  [[nodiscard]] bool is_new() const { return new_; }
 
   QVCOFF_RELOC_TABLE *relocations();
   QVCOFF_LNNO_TABLE *line_numbers();
@@ -88,7 +88,7 @@ public:
 
   // Undoes a laid-out file's build state before a change; false when that
   // is refused (the error is pending).
-  bool begin_change();
+  [[nodiscard]] bool begin_change();
   // "`what` of section 1 (".text")", naming a part of the section in
   // records and messages.
   std::string describe(const char *what) const;
@@ -103,7 +103,7 @@ private:
   friend class QVCOFF_SECTION_TABLE;
   // Error 6 for a value cut to the version's width.
   void warn_limit(const char *format, unsigned long limit);
-  bool is_v01() const;
+  [[nodiscard]] bool is_v01() const;
 
   QVCOFF_FILE *file_;
   uint32_t index_;
@@ -141,7 +141,7 @@ public:
   // Removes section `number` with its relocations, line numbers and group;
   // later sections move down one number at the next write, and every
   // reference follows.
-  int remove_section(uint32_t number) override;
+  [[nodiscard]] int remove_section(uint32_t number) override;
 
   // Where the string table of a file without symbols begins: behind the
   // piece of section data (raw data, relocations or line numbers) that

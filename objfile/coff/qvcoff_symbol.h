@@ -48,28 +48,28 @@ public:
 
   // Names of up to 8 characters stand in the entry, longer ones in the
   // string table when the file is written.
-  int set_name(const std::string &name) override;
+  [[nodiscard]] int set_name(const std::string &name) override;
   uint32_t get_value() const override { return record_.n_value; }
-  int set_value(uint32_t value) override;
+  [[nodiscard]] int set_value(uint32_t value) override;
   bool is_defined_in_section() const override;
   uint32_t get_section_index() const override { return record_.n_scnum; }
   uint32_t get_size() const override;
-  int set_size(uint32_t size) override;
+  [[nodiscard]] int set_size(uint32_t size) override;
   OF_SYMBOL_KIND get_kind() const override;
-  int set_kind(uint32_t kind) override;
+  [[nodiscard]] int set_kind(uint32_t kind) override;
   OF_SYMBOL_BINDING get_binding() const override { return storage_class_binding(record_.n_sclass); }
-  int set_binding(uint32_t binding) override;
+  [[nodiscard]] int set_binding(uint32_t binding) override;
   OF_SYMBOL_TYPE get_type() const override;
   // The type follows from the storage class and the auxiliary entries.
-  int set_type(uint32_t type) override;
+  [[nodiscard]] int set_type(uint32_t type) override;
   // Adds "Storage Class:", "Basic Type:" and "Derived Type 1:".
   void print_info(FILE *stream) const override;
 
   // The section reference: 1-based number, N_UNDEF, N_ABS or N_DEBUG.
   uint16_t get_section_number() const { return record_.n_scnum; }
-  int set_section(uint16_t section_number);
+  [[nodiscard]] int set_section(uint16_t section_number);
   uint8_t get_storage_class() const { return record_.n_sclass; }
-  int set_storage_class(uint8_t storage_class);
+  [[nodiscard]] int set_storage_class(uint8_t storage_class);
   uint16_t get_type_word() const { return record_.n_type; }
   QVCOFF_AUX_FORMAT get_aux_format() const;
   // Auxiliary entries in memory (an unrecognised format leaves none).
@@ -81,7 +81,7 @@ public:
 private:
   friend class QVCOFF_SYMBOL_TABLE;
   // Asks the file whether the table may change and marks the symbol changed.
-  bool begin_change();
+  [[nodiscard]] bool begin_change();
   OBJECT_FILE *object() const { return get_object(); }
   OF_FORMAT_VERSION version() const;
 
@@ -98,7 +98,7 @@ public:
   // an auxiliary entry of no known format).
   uint32_t next_index(uint32_t index) override;
   // Selects the symbol's auxiliary entries with it.
-  int select_for_removal(uint32_t index) override;
+  [[nodiscard]] int select_for_removal(uint32_t index) override;
   // An index inside a symbol's auxiliary entries inserts behind them.
   OF_SYMBOL *insert_symbol(uint32_t index) override;
   uint32_t get_entry_size() const { return QVCOFF_SYMBOL_SIZE; }
@@ -110,7 +110,7 @@ public:
     return OF_RANGE<QVCOFF_SYMBOL, OF_SYMBOL_WALK>(this, from);
   }
   // Whether the .bb/.eb and .bf/.ef symbols balance; reports when not.
-  bool check_scopes();
+  [[nodiscard]] bool check_scopes();
 
   // Writing: every symbol in memory, then renumbered so that each takes
   // one entry plus one per auxiliary entry, in order; the old-to-new map
@@ -124,7 +124,7 @@ public:
   // the entry behind a function, scope or structure) follow this table's
   // renumbering; one that pointed just past the table keeps pointing past
   // it.
-  bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
+  [[nodiscard]] bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // The table's bytes, long names added to `strings`; false when the
   // string table refuses.
   [[nodiscard]] bool encode(class QVCOFF_STRING_TABLE *strings, std::vector<uint8_t> &out);

@@ -75,8 +75,9 @@ bool QVCOFF_FILE::prepare_dependents() {
     // contents; the rest of the file is still written.
     if (QVCOFF_GROUP_TABLE *group = s->group())
       (void)group->encode();
-    s->set_reloc_count(s->relocations()->get_count());
-    s->set_lnno_count(s->line_numbers()->get_count());
+    if (s->set_reloc_count(s->relocations()->get_count()) != 0 ||
+        s->set_lnno_count(s->line_numbers()->get_count()) != 0)
+      return false;
     reloc_bytes_[i - 1] = s->relocations()->encode(s->get_header().s_nreloc);
     lnno_bytes_[i - 1] = s->line_numbers()->encode(s->get_header().s_nlnno);
   }

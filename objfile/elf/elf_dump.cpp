@@ -123,7 +123,7 @@ void ELF_FILE::dump_format(FILE *stream) {
       fprintf(stream, "\n Raw Data of Section %u \"%s\"\n\n", i, printable(section->get_name()).c_str());
       DATA_MAP *data = section->get_data();
       data->set_position(0);
-      data->dump_hex(stream, data->size());
+      (void)data->dump_hex(stream, data->size());  // a section holds less than 4 GiB
     }
     if (is_dump_selected(OF_DUMP_RELOCS) && section->relocations())
       section->relocations()->dump(stream);

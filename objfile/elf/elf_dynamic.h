@@ -41,17 +41,17 @@ public:
   std::string get_name() const { return ELF_DYNAMIC_DB::name(record_.d_tag); }
   // 0 and the field in `value`, or -1 (error 5) when the tag has no such
   // field.
-  int get_val(uint32_t &value) const { return get_field(ELF_DYN_VALUE, "val", value); }
+  [[nodiscard]] int get_val(uint32_t &value) const { return get_field(ELF_DYN_VALUE, "val", value); }
   int set_val(uint32_t value) { return set_field(ELF_DYN_VALUE, "val", value); }
-  int get_ptr(uint32_t &address) const { return get_field(ELF_DYN_POINTER, "ptr", address); }
+  [[nodiscard]] int get_ptr(uint32_t &address) const { return get_field(ELF_DYN_POINTER, "ptr", address); }
   int set_ptr(uint32_t address) { return set_field(ELF_DYN_POINTER, "ptr", address); }
   const ELF32_DYN_RECORD &record() const { return record_; }
 
 private:
   friend class ELF_DYNAMIC_TABLE;
-  bool allowed(ELF_DYNAMIC_KIND kind, const char *field, const char *verb) const;
+  [[nodiscard]] bool allowed(ELF_DYNAMIC_KIND kind, const char *field, const char *verb) const;
   // d_un read or written as `field`, when the tag's kind has that field.
-  int get_field(ELF_DYNAMIC_KIND kind, const char *field, uint32_t &value) const;
+  [[nodiscard]] int get_field(ELF_DYNAMIC_KIND kind, const char *field, uint32_t &value) const;
   int set_field(ELF_DYNAMIC_KIND kind, const char *field, uint32_t value);
 
   ELF_DYNAMIC_TABLE *table_;
@@ -77,25 +77,25 @@ public:
   ELF_DYNAMIC *find(int32_t tag);
   // Appends an entry before the terminating DT_NULL entries.
   ELF_DYNAMIC *add_entry(int32_t tag, uint32_t value);
-  bool is_modified() const { return modified_; }
+  [[nodiscard]] bool is_modified() const { return modified_; }
   void mark_modified() { modified_ = true; }
   // Whether `section` is the dynamic section or its string table, as found
   // so far (the table is never searched, so this is safe while sections
   // are being renumbered).
-  bool pins(const ELF_SECTION &section) const { return &section == section_ || &section == strings_; }
+  [[nodiscard]] bool pins(const ELF_SECTION &section) const { return &section == section_ || &section == strings_; }
 
   // With a single table the DT_REL (or DT_RELA) entries cover the PLT
   // relocations too, which must then follow them directly.
   void set_single_relocation_table(bool single) { single_table_ = single; }
-  bool is_single_relocation_table() const { return single_table_; }
+  [[nodiscard]] bool is_single_relocation_table() const { return single_table_; }
 
   // Write step: warns of a missing mandatory tag (error 4) and encodes the
   // entries when they changed or the file is not a read image.
-  bool prepare();
+  [[nodiscard]] bool prepare();
   // Lay-out step, once the sections are placed: the single-table check
   // (error 5, false) and, for files built here, the addresses and sizes of
   // the sections the entries name.
-  bool format();
+  [[nodiscard]] bool format();
 
   void dump(FILE *stream);
   void dump_xml(XML_WRITER &xml);

@@ -48,22 +48,22 @@ public:
   OF_FILE_TYPE get_file_type() const override;
   // 1-4 give ET_REL, ET_EXEC, ET_DYN, ET_CORE; anything else ET_NONE and
   // "invalid file type".
-  int set_file_type(uint32_t type) override;
+  [[nodiscard]] int set_file_type(uint32_t type) override;
   OF_MACHINE get_machine() const override { return descriptor_.machine; }
   uint32_t get_entry_point() const override { return header_.e_entry; }
-  int set_entry_point(uint32_t address) override;
+  [[nodiscard]] int set_entry_point(uint32_t address) override;
   OF_ENDIAN get_endian() const override { return descriptor_.endian; }
-  int set_endian(uint32_t endian) override;
+  [[nodiscard]] int set_endian(uint32_t endian) override;
   OF_ENDIAN get_data_endian() const override { return descriptor_.endian; }
   // Back to the open state with a fresh header and no pending error.
-  int reset() override;
+  [[nodiscard]] int reset() override;
   ELF_SECTION_TABLE *get_section_table() override;
   // The file's SHT_SYMTAB table (".symtab"); an empty table when it has
   // none, so that every caller can walk what it gets.
   OF_SYMBOL_TABLE *get_symbol_table() override;
   // The same, or null when the file has no SHT_SYMTAB section.
   ELF_SYMBOL_TABLE *get_elf_symbol_table();
-  int read(const OF_DESCRIPTOR &descriptor) override;
+  [[nodiscard]] int read(const OF_DESCRIPTOR &descriptor) override;
   void print_info(FILE *stream) override;
 
   ELF32_HEADER_RECORD &header() { return header_; }
@@ -107,7 +107,7 @@ public:
   // A file read as an executable or shared object: a loader's image, whose
   // allocated sections keep their addresses, file offsets and contents when
   // it is written, and whose program headers stay as they are.
-  bool keeps_image() const;
+  [[nodiscard]] bool keeps_image() const;
 
   // The build-attribute table: the SHT_ATTRIBUTES section, else the one
   // named "__QV_build_attributes" (made with `create`); null when the
@@ -132,13 +132,13 @@ public:
 
   // Whether the dynamic table pins this section at the front of the
   // section order (see prepare of the section table).
-  bool is_pinned_by_dynamic(const ELF_SECTION &section);
+  [[nodiscard]] bool is_pinned_by_dynamic(const ELF_SECTION &section);
   // Whether the section is one of the file's extended attribute sections
   // or its symbol alias section, which are written apart from plain data.
-  bool is_special_section(const ELF_SECTION &section);
+  [[nodiscard]] bool is_special_section(const ELF_SECTION &section);
   // Whether r_offset of entries relocating `section` counts from the
   // section's start (see ELF_RELOC::get_offset).
-  bool has_section_relative_offsets(const ELF_SECTION &section);
+  [[nodiscard]] bool has_section_relative_offsets(const ELF_SECTION &section);
 
   // Attaches `map` to `size` bytes at file offset `offset` when they lie
   // within the file; otherwise error 3 naming `what` and false. The one
@@ -152,13 +152,13 @@ protected:
   void dump_format_xml(XML_WRITER &xml) override;
 
   // The write pipeline (elf_write.cpp).
-  bool load_for_writing() override;
+  [[nodiscard]] bool load_for_writing() override;
   bool prepare_sections() override;
-  bool prepare_symbols() override;
+  [[nodiscard]] bool prepare_symbols() override;
   bool prepare_dependents() override;
-  bool prepare_strings() override;
+  [[nodiscard]] bool prepare_strings() override;
   bool lay_out() override;
-  bool write_out(FILE *stream) override;
+  [[nodiscard]] bool write_out(FILE *stream) override;
 
 private:
   void reset_header();
@@ -166,14 +166,14 @@ private:
   // `stream`, or XML to `xml` when it is given.
   void dump_image(FILE *stream, XML_WRITER *xml);
   // Write steps for the image tables (elf_write.cpp).
-  bool load_image_for_writing();
+  [[nodiscard]] bool load_image_for_writing();
   uint64_t lay_out_image(uint64_t position);
   // Whether a section of a kept image lies over the file header or a header
   // table; error 3 naming the first one that does.
   [[nodiscard]] bool image_overlaps_headers();
   bool load_sections();
   // False, with error 7, when the guarded builder is already running.
-  bool enter_builder();
+  [[nodiscard]] bool enter_builder();
 
   ELF32_HEADER_RECORD header_{};
   BYTE_ORDERING file_order_ = BYTE_ORDERING::LITTLE;

@@ -30,24 +30,24 @@ public:
   uint32_t get_count() override;
   OF_SECTION *get_member(uint32_t index) override;
   uint32_t get_member_index(uint32_t index);
-  int add_member(uint32_t section_index) override;
+  [[nodiscard]] int add_member(uint32_t section_index) override;
   // Entry sh_info of the symbol table sh_link names; null when sh_info is 0.
   OF_SYMBOL *get_signature() override;
   // sh_link to the symbol's table, sh_info to its index; null clears both.
-  int set_signature(OF_SYMBOL *symbol) override;
+  [[nodiscard]] int set_signature(OF_SYMBOL *symbol) override;
   bool is_comdat() override;
-  int set_comdat(bool comdat) override;
+  [[nodiscard]] int set_comdat(bool comdat) override;
   uint32_t get_flags();
   static const char *flag_name(uint32_t bit) { return bit == GRP_COMDAT ? "GRP_COMDAT" : nullptr; }
 
   // Members whose section was removed leave the group; a removed signature
   // symbol leaves none.
   void follow_sections(const OF_INDEX_MAP &map) override;
-  bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
+  [[nodiscard]] bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // The flags word and the members; "a symbol has not been specified for
   // the group section %s" (error 3) and false, with the contents left as
   // they were, without a signature symbol.
-  bool write();
+  [[nodiscard]] bool write();
   void dump(FILE *stream) override;
 
   ELF_SECTION *get_section() const { return section_; }

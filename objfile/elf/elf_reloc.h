@@ -52,28 +52,28 @@ public:
   ELF_RELOC(ELF_RELOC_TABLE *table, const ELF32_RELA_RECORD &record) : table_(table), record_(record) {}
 
   uint32_t get_address() const override { return record_.r_offset; }
-  int set_address(uint32_t address);
+  [[nodiscard]] int set_address(uint32_t address);
   uint32_t get_type() const override { return elf32_r_type(record_.r_info); }
-  int set_type(uint32_t type) override;
+  [[nodiscard]] int set_type(uint32_t type) override;
   OF_SYMBOL *get_symbol() override;
   uint32_t get_symbol_index() const override { return elf32_r_sym(record_.r_info); }
   // Keeps the type byte and replaces the symbol index.
-  int set_symbol(OF_SYMBOL *symbol) override;
+  [[nodiscard]] int set_symbol(OF_SYMBOL *symbol) override;
   int set_symbol_index(uint32_t index);
   // Section-relative offset (see ELF_FILE::has_section_relative_offsets).
   uint32_t get_offset() override;
-  int set_offset(uint32_t offset) override;
+  [[nodiscard]] int set_offset(uint32_t offset) override;
   // RELA tables only; false and no value for a REL table.
-  bool get_addend(int32_t *addend) const;
+  [[nodiscard]] bool get_addend(int32_t *addend) const;
   int set_addend(int32_t addend);
   // "ELF relocation entries cannot be made internal".
-  int make_internal() override;
+  [[nodiscard]] int make_internal() override;
 
   const ELF32_RELA_RECORD &record() const { return record_; }
 
 private:
   friend class ELF_RELOC_TABLE;
-  bool begin_change();
+  [[nodiscard]] bool begin_change();
   ELF_RELOC_TABLE *table_;
   ELF32_RELA_RECORD record_;  // r_addend unused in REL tables
 };
@@ -82,7 +82,7 @@ class ELF_RELOC_TABLE : public OF_RELOC_TABLE {
 public:
   explicit ELF_RELOC_TABLE(ELF_SECTION *section);
 
-  bool is_rela() const;
+  [[nodiscard]] bool is_rela() const;
   uint32_t get_entry_size() const;
   uint32_t get_count() override;
   OF_RELOC *get_reloc(uint32_t index) override;
@@ -92,7 +92,7 @@ public:
   // Rewrites every entry's symbol index when `symbols` is the table sh_link
   // names; an entry whose symbol was removed is refused (error 5), not a
   // relocation against some other symbol.
-  bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
+  [[nodiscard]] bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   int rename_with(const std::string &from, const std::string &to) override;
   // Encodes the entries into the section's contents.
   void write();

@@ -40,36 +40,36 @@ public:
   ~ELF_SECTION() override;
 
   std::string get_name() const override;
-  int set_name(const std::string &name) override;
+  [[nodiscard]] int set_name(const std::string &name) override;
   uint32_t get_index() const override { return index_; }
   uint32_t get_size() const override { return header_.sh_size; }
   // The contents, attached to the file on first request (bounds-checked);
   // a SHT_NOBITS section and a section whose bytes lie outside the file have
   // an empty map.
   DATA_MAP *get_data() override;
-  int set_data(const void *bytes, uint32_t size) override;
+  [[nodiscard]] int set_data(const void *bytes, uint32_t size) override;
   // The contents for a caller that means to read or change them: a section
   // that its attributes call uninitialised (SHT_NOBITS, or the extended
   // flag QV_SHF_NOINIT) warns that changes may be lost (error 4).
   DATA_MAP *get_raw_data();
 
   uint32_t get_type() const override { return header_.sh_type; }
-  int set_type(uint32_t type) override;
+  [[nodiscard]] int set_type(uint32_t type) override;
   uint32_t get_flags() const override { return header_.sh_flags; }
-  int set_flags(uint32_t flags) override;
+  [[nodiscard]] int set_flags(uint32_t flags) override;
   uint32_t get_address() const override { return header_.sh_addr; }
-  int set_address(uint32_t address) override;
+  [[nodiscard]] int set_address(uint32_t address) override;
   uint32_t get_alignment() const override { return header_.sh_addralign; }
-  int set_alignment(uint32_t alignment) override;
+  [[nodiscard]] int set_alignment(uint32_t alignment) override;
   uint32_t get_link() const override { return header_.sh_link; }
-  int set_link(uint32_t link) override;
+  [[nodiscard]] int set_link(uint32_t link) override;
   uint32_t get_info() const override { return header_.sh_info; }
-  int set_info(uint32_t info) override;
+  [[nodiscard]] int set_info(uint32_t info) override;
   int set_entsize(uint32_t entsize);
   uint32_t get_page() const override { return get_attribute(ELF_SCN_ATTR_PAGE); }
   // Refused, naming the target, when its files have no page attribute
   // section.
-  int set_page(uint32_t page) override;
+  [[nodiscard]] int set_page(uint32_t page) override;
   // Extended attributes, read from the file's attribute sections on first
   // request.
   uint32_t get_attribute(uint32_t kind) const;
@@ -108,7 +108,7 @@ private:
   friend class ELF_SECTION_TABLE;
   // Undoes a laid-out file's build state before a change; false when that
   // is refused (the error is pending).
-  bool begin_change();
+  [[nodiscard]] bool begin_change();
 
   ELF_SECTION_TABLE *table_;
   uint32_t index_;
@@ -133,7 +133,7 @@ public:
 
   // Reads `count` headers of `entsize` bytes from file offset `shoff`;
   // false (with the file's pending error set) when they are not all there.
-  bool load(uint32_t shoff, uint32_t entsize, uint32_t count);
+  [[nodiscard]] bool load(uint32_t shoff, uint32_t entsize, uint32_t count);
   // Decodes every header not yet decoded.
   void load_all();
 
@@ -152,11 +152,11 @@ public:
   // section" when it was not), then groups, the sections the dynamic table
   // pins, plain data and uninitialised sections, and everything else, each
   // class in its current order. The map is published.
-  int prepare();
+  [[nodiscard]] int prepare();
   // Refused for section 0 and for a read image, whose loader names
   // sections by place; the sections that other tables are read through
   // (symbol, string, extended-index and version tables) stay as well.
-  int remove_section(uint32_t index) override;
+  [[nodiscard]] int remove_section(uint32_t index) override;
   void follow_sections(const OF_INDEX_MAP &map) override;
 
   ELF_FILE *get_file() const { return file_; }

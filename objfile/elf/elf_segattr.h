@@ -78,7 +78,7 @@ public:
   // The attributes of one segment, in code order.
   std::vector<ELF_SEG_ATTR> of_segment(uint32_t segment) const;
   const std::vector<ELF_SEG_ATTR> &all() const { return attributes_; }
-  bool is_modified() const { return modified_; }
+  [[nodiscard]] bool is_modified() const { return modified_; }
 
   // Encodes the attributes into ".QV.phattrs" (found or made) when there
   // are any or the file has the section.

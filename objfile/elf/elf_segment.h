@@ -58,9 +58,9 @@ public:
 
   // Appends an item; each is listed once. Adding a segment to a segment
   // that is not PT_LOAD is refused (error 5) and changes nothing. 0, or -1.
-  int add_file_header();
+  [[nodiscard]] int add_file_header();
   int add_section(uint32_t section_index);
-  int add_segment(uint32_t segment_index);
+  [[nodiscard]] int add_segment(uint32_t segment_index);
   bool contains(ELF_SEGMENT_ITEM item) const;
 
   // The labelled rows, the "Contains:" list among them.
@@ -68,7 +68,7 @@ public:
 
 private:
   friend class ELF_SEGMENT_TABLE;
-  int add(ELF_SEGMENT_ITEM item);
+  [[nodiscard]] int add(ELF_SEGMENT_ITEM item);
 
   ELF_SEGMENT_TABLE *table_;
   uint32_t index_;
@@ -83,13 +83,13 @@ public:
   ELF_FILE *get_file() const { return file_; }
   // Reads the file's program headers and works out what each holds; false
   // (error pending) when they cannot be read.
-  bool load();
+  [[nodiscard]] bool load();
   uint32_t get_count() const { return static_cast<uint32_t>(segments_.size()); }
   ELF_SEGMENT *get_segment(uint32_t index) { return index < segments_.size() ? segments_[index].get() : nullptr; }
   // A new segment with an all-zero header but its type; null, with a
   // warning, once the table has been frozen by a placed PT_PHDR segment.
   ELF_SEGMENT *add_segment(uint32_t type);
-  bool is_frozen() const { return frozen_; }
+  [[nodiscard]] bool is_frozen() const { return frozen_; }
   // The PT_LOAD segment that holds segment `index`, or null.
   ELF_SEGMENT *find_container(uint32_t index);
 
@@ -113,7 +113,7 @@ public:
 private:
   void find_contents();
   // File and memory range of an item; false when it has none.
-  bool item_range(ELF_SEGMENT_ITEM item, uint64_t &offset, uint64_t &file_end, uint64_t &address,
+  [[nodiscard]] bool item_range(ELF_SEGMENT_ITEM item, uint64_t &offset, uint64_t &file_end, uint64_t &address,
                   uint64_t &memory_end);
   void cover_items(ELF_SEGMENT &segment);
 

@@ -62,7 +62,7 @@ public:
   ELF_SYMBOL_TABLE *get_symbol_table();
   // Fills the section from `symbols`; chains list their symbols in
   // ascending index order. False when `symbols` is not an ELF table.
-  bool build(OF_SYMBOL_TABLE *symbols);
+  [[nodiscard]] bool build(OF_SYMBOL_TABLE *symbols);
   // The bucket table with the names of each chain.
   void dump(FILE *stream);
   // The same as a "symbol_hash" element, one "bucket" per bucket.

@@ -31,31 +31,31 @@ class ELF_SYMBOL : public OF_SYMBOL {
 public:
   ELF_SYMBOL(ELF_SYMBOL_TABLE *table, uint32_t index);
 
-  int set_name(const std::string &name) override;
+  [[nodiscard]] int set_name(const std::string &name) override;
   uint32_t get_value() const override { return record_.st_value; }
-  int set_value(uint32_t value) override;
+  [[nodiscard]] int set_value(uint32_t value) override;
   bool is_defined_in_section() const override;
   // st_shndx below SHN_XINDEX, else the extended section index.
   uint32_t get_section_index() const override;
   // Makes the symbol defined in section `index` (SHN_XINDEX beyond 0xFEFF).
-  int set_section_id(uint32_t index);
+  [[nodiscard]] int set_section_id(uint32_t index);
   // The same without undoing the build state, for renumbering.
   void move_to_section(uint32_t index);
   uint32_t get_size() const override { return record_.st_size; }
-  int set_size(uint32_t size) override;
+  [[nodiscard]] int set_size(uint32_t size) override;
   OF_SYMBOL_KIND get_kind() const override;
-  int set_kind(uint32_t kind) override;
+  [[nodiscard]] int set_kind(uint32_t kind) override;
   OF_SYMBOL_BINDING get_binding() const override;
-  int set_binding(uint32_t binding) override;
+  [[nodiscard]] int set_binding(uint32_t binding) override;
   OF_SYMBOL_TYPE get_type() const override;
-  int set_type(uint32_t type) override;
+  [[nodiscard]] int set_type(uint32_t type) override;
   uint8_t get_visibility() const { return record_.st_other & 3; }
   uint16_t get_version_index() const { return version_index_; }
   // Adds the rows "Size:", "Visibility:" and "Version Index:".
   void print_info(FILE *stream) const override;
 
   // An empty name and an all-zero record.
-  bool is_null() const;
+  [[nodiscard]] bool is_null() const;
 
   const ELF32_SYMBOL_RECORD &record() const { return record_; }
   uint32_t get_extended_index() const { return extended_index_; }
@@ -64,7 +64,7 @@ private:
   friend class ELF_SYMBOL_TABLE;
   // Every setter first undoes the file's build state and marks the symbol
   // changed, so that a prepared table is prepared again.
-  bool begin_change();
+  [[nodiscard]] bool begin_change();
 
   ELF32_SYMBOL_RECORD record_{};
   uint32_t extended_index_ = 0;  // meaningful when st_shndx is SHN_XINDEX
@@ -94,18 +94,18 @@ public:
   // Renumbers for writing: a null symbol 0, then the locals, then the rest
   // (null symbols after 0 are dropped); sets sh_info to the first
   // non-local and publishes the old-to-new map. 0, or -1.
-  int prepare_for_writing();
+  [[nodiscard]] int prepare_for_writing();
   // Loads every symbol, so that nothing is decoded from the file after the
   // sections have moved.
   void load_for_writing() { load_all(); }
   // Moves the section index of every symbol defined in a section; a symbol
   // whose section was removed becomes undefined.
   void follow_sections(const OF_INDEX_MAP &map) override;
-  bool is_prepared() const { return prepared_; }
+  [[nodiscard]] bool is_prepared() const { return prepared_; }
   void symbol_changed() { prepared_ = false; }
   // Encodes the symbols into the section's contents (names into the string
   // table). 0, or -1.
-  int write();
+  [[nodiscard]] int write();
 
   // One row per symbol with every field of its record: index, value, size,
   // type, binding, visibility, section index, the version index in a

@@ -238,8 +238,10 @@ bool ELF_FILE::prepare_strings() {
     // A hash table is built anew on every write: names, order and byte
     // order may all have changed. A loaded image keeps its own, with the
     // dynamic symbols it indexes.
+    // One whose link names no symbol table has nothing to be built from:
+    // its bytes go out as they were read.
     if (s->get_type() == SHT_HASH && !keeps_image())
-      ELF_SYMBOL_HASH(this, s).build(get_symbol_table_of(s->header().sh_link));
+      (void)ELF_SYMBOL_HASH(this, s).build(get_symbol_table_of(s->header().sh_link));
     if (s->get_type() != SHT_NOBITS)
       s->header().sh_size = static_cast<uint32_t>(s->get_data()->size());
   }

@@ -107,8 +107,8 @@ TEST_P(ElfFile, SettersRefusalsAndReset) {
 TEST_P(ElfFile, HeaderDumpUsesTheGabiNames) {
   builder.machine = 141;
   OPENED o(builder.build());
-  o.object->select_dump("all", false);
-  o.object->select_dump("header");
+  ASSERT_TRUE(o.object->select_dump("all", false));
+  ASSERT_TRUE(o.object->select_dump("header"));
   std::string text = printed([&](FILE *out) { o.object->dump(out); });
   for (const char *expected : {"ELFCLASS32", GetParam() == LITTLE ? "ELFDATA2LSB" : "ELFDATA2MSB", "ET_REL",
                                "EM_QV_VELA", "ELFOSABI_NONE (None specified)", "ELF Class:", "32-bit objects",
