@@ -108,6 +108,9 @@ public:
   // allocated sections keep their addresses, file offsets and contents when
   // it is written, and whose program headers stay as they are.
   [[nodiscard]] bool keeps_image() const;
+  // Whether a write renumbers and encodes the symbols of section `s`: the
+  // symbol table's always, the dynamic symbols' outside a loaded image.
+  [[nodiscard]] bool rewrites_symbols(ELF_SECTION *s) const;
 
   // The build-attribute table: the SHT_ATTRIBUTES section, else the one
   // named "__QV_build_attributes" (made with `create`); null when the

@@ -126,17 +126,29 @@ bool ELF_FILE::prepare_sections() {
   // Stored again so that an index that fits e_shstrndx goes there, whether
   // or not the sections move.
   set_shstrndx(get_shstrndx());
+  // The dynamic and version tables may make their sections: that happens
+  // before the sections are put in order, or the first write of a built
+  // shared object would number them differently from every later one.
+  if (dynamic_ && !dynamic_->prepare())
+    return false;
+  if (verdefs_)
+    verdefs_->prepare();
+  if (verneeds_)
+    verneeds_->prepare();
   return get_section_table()->prepare() == 0;
+}
+
+bool ELF_FILE::rewrites_symbols(ELF_SECTION *s) const {
+  // The dynamic symbols of a loaded image stay where the image has them.
+  uint32_t type = s->get_type();
+  return s->symbols() && (type == SHT_SYMTAB || (type == SHT_DYNSYM && !keeps_image()));
 }
 
 bool ELF_FILE::prepare_symbols() {
   ELF_SECTION_TABLE *sections = get_section_table();
   for (uint32_t i = 1; i < sections->get_count(); i++) {
     ELF_SECTION *s = sections->get_section(i);
-    // The dynamic symbols of a loaded image stay where the image has them.
-    if (s->get_type() != SHT_SYMTAB || !s->symbols())
-      continue;
-    if (s->symbols()->prepare_for_writing() != 0)
+    if (rewrites_symbols(s) && s->symbols()->prepare_for_writing() != 0)
       return false;
   }
   return true;
@@ -144,14 +156,6 @@ bool ELF_FILE::prepare_symbols() {
 
 bool ELF_FILE::prepare_dependents() {
   ELF_SECTION_TABLE *sections = get_section_table();
-  // The image tables first: they may add sections, which the extended
-  // attributes below must count.
-  if (dynamic_ && !dynamic_->prepare())
-    return false;
-  if (verdefs_)
-    verdefs_->prepare();
-  if (verneeds_)
-    verneeds_->prepare();
   if (seg_attrs_)
     seg_attrs_->write();
   for (uint32_t i = 1; i < sections->get_count(); i++) {
@@ -230,7 +234,7 @@ bool ELF_FILE::prepare_strings() {
   }
   for (uint32_t i = 1; i < sections->get_count(); i++) {
     ELF_SECTION *s = sections->get_section(i);
-    if (s->get_type() == SHT_SYMTAB && s->symbols() && s->symbols()->write() != 0)
+    if (rewrites_symbols(s) && s->symbols()->write() != 0)
       return false;
   }
   for (uint32_t i = 1; i < sections->get_count(); i++) {

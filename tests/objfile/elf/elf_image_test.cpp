@@ -360,6 +360,26 @@ TEST_P(ElfImage, ABuiltSharedObjectPinsItsDynamicSectionsAndLaysOutItsSegments) 
               std::make_tuple(uint32_t{PT_LOAD}, load->header().p_vaddr, load->header().p_filesz));
 }
 
+// A dynamic section the write makes is numbered with the rest on the first
+// write already: a second write of the same object changes nothing.
+TEST_P(ElfImage, TheFirstWriteOfABuiltSharedObjectIsAlreadyInOrder) {
+  OF_DESCRIPTOR d{.name = {},
+                  .format = OF_FORMAT_ELF,
+                  .version = OF_VERSION_ELF1,
+                  .endian = GetParam() == LITTLE ? OF_ENDIAN_LITTLE : OF_ENDIAN_BIG,
+                  .machine = OF_MACHINE_ARM};
+  std::unique_ptr<OBJECT_FILE> object(create_object(d, nullptr));
+  ELF_FILE *f = get_elf_interface(object.get());
+  ASSERT_EQ(f->set_file_type(OF_FILE_TYPE_SHARED), 0);
+  ELF_SECTION *text = f->get_section_table()->create_section(".text", SHT_PROGBITS);
+  ASSERT_EQ(text->set_data("\x01\x02\x03\x04", 4), 0);
+  text->header().sh_flags = SHF_ALLOC | SHF_EXECINSTR;
+  f->get_dynamic_table()->add_entry(DT_NULL, 0);
+  std::string first = written(object.get());
+  EXPECT_EQ(f->get_section_table()->get_section(1)->get_name(), ".dynamic");
+  EXPECT_EQ(written(object.get()), first);
+}
+
 // The rules of the names; the known names are tables the code holds.
 TEST(ElfImageNames, VersionIndexesSegmentsAndFlags) {
   EXPECT_EQ(elf_version_index_name(0xFF01), "VER_NDX_ELIMINATE");

@@ -141,6 +141,31 @@ TEST_P(ElfWrite, LocalsGoFirstAndRelocationsAndTheHashFollowTheirSymbols) {
   }
 }
 
+// The dynamic symbols of an object that is not a loaded image are
+// renumbered and written as the symbol table is: a symbol added to them
+// reaches the file, with its name in their string table.
+TEST_P(ElfWrite, DynamicSymbolsOutsideAnImageAreWrittenLikeTheSymbolTable) {
+  std::string dynstr(1, '\0');
+  std::string symbols = builder.symbols({{}, {"g", 0, 0, GLOBAL_FUNC, 0, 1}, {"l", 4, 0, LOCAL_NOTYPE, 0, 1}}, dynstr);
+  builder.add({".text", SHT_PROGBITS, std::string(16, '\0'), 0, 0, 0, SHF_ALLOC | SHF_EXECINSTR});
+  uint32_t str = builder.add({".dynstr", SHT_STRTAB, dynstr, 0, 0, 0, SHF_ALLOC});
+  builder.add({".dynsym", SHT_DYNSYM, symbols, str, 1, 16, SHF_ALLOC});
+  OPENED in(builder.build());
+  OF_SYMBOL *added = in.section(".dynsym")->symbols()->add_symbol();
+  ASSERT_NE(added, nullptr);
+  ASSERT_EQ(added->set_name("added"), 0);
+  ASSERT_EQ(added->set_binding(OF_BIND_GLOBAL), 0);
+  OPENED o(written(in.object.get()));
+  ELF_SECTION *dynsym = o.section(".dynsym");
+  ASSERT_NE(dynsym, nullptr);
+  EXPECT_EQ(dynsym->header().sh_entsize, 16u);
+  EXPECT_EQ(dynsym->header().sh_info, 2u) << "first non-local";
+  std::vector<std::string> names;
+  for (OF_SYMBOL *symbol : dynsym->symbols()->symbols())
+    names.push_back(symbol->get_name());
+  EXPECT_EQ(names, (std::vector<std::string>{"", "l", "g", "added"}));
+}
+
 // Symbols that do not move still change the hash: a new name, or a new byte
 // order, gives a table built anew.
 TEST_P(ElfWrite, TheHashIsBuiltOnEveryWrite) {
