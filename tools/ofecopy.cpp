@@ -22,6 +22,7 @@
 #include "objfile/of_symbol.h"
 #include "support/tool_name.h"
 #include "support/user_msg.h"
+#include "tools/flash_image.h"
 #include "tools/tool_support.h"
 
 namespace {
@@ -42,13 +43,24 @@ const char USAGE[] =
     "  --rename-section OLD=NEW       rename section OLD (and its relocation sections)\n"
     "  --set-section-alignment NAME=N set the alignment of section NAME to N\n"
     "  --set-section-page NAME=N      set the memory page of section NAME to N\n"
+    "  -O, --output-target FORMAT     write the loaded image of an executable instead:\n"
+    "                                 binary, ihex (Intel hex) or srec (S-records)\n"
     "  --help                         print this text\n"
     "\n"
     "Symbol edits apply to the file's symbol table (.symtab in ELF files) only;\n"
     "the dynamic symbols (.dynsym) of executables and shared objects never change.\n"
     "A name that matches nothing is an error. On any error nothing is written.\n";
 
-enum EDIT_KIND { RENAME_SYMBOL, LOCALIZE, GLOBALIZE, WEAKEN, RENAME_SECTION, SECTION_ALIGNMENT, SECTION_PAGE };
+enum EDIT_KIND {
+  RENAME_SYMBOL,
+  LOCALIZE,
+  GLOBALIZE,
+  WEAKEN,
+  RENAME_SECTION,
+  SECTION_ALIGNMENT,
+  SECTION_PAGE,
+  OUTPUT_FORMAT,  // not an edit: what OUTPUT becomes
+};
 
 struct EDIT {
   EDIT_KIND kind;
@@ -67,6 +79,7 @@ const OPTION OPTIONS[] = {
     {"--globalize-symbol", GLOBALIZE, false},        {"--weaken-symbol", WEAKEN, false},
     {"--rename-section", RENAME_SECTION, true},      {"--set-section-alignment", SECTION_ALIGNMENT, true},
     {"--set-section-page", SECTION_PAGE, true},
+    {"--output-target", OUTPUT_FORMAT, false},       {"-O", OUTPUT_FORMAT, false},
 };
 
 USER_MSG &msg() { return USER_MSG::instance(); }
@@ -197,6 +210,8 @@ bool apply(OFE::OBJECT_FILE &object, const EDIT &edit) {
       return edit.kind == SECTION_PAGE ? s.set_page(number) : s.set_alignment(number);
     });
   }
+  case OUTPUT_FORMAT:
+    return true;
   }
   return false;
 }
@@ -206,6 +221,10 @@ bool apply(OFE::OBJECT_FILE &object, const EDIT &edit) {
 int main(int argc, char **argv) {
   std::vector<std::string> files;
   std::vector<EDIT> edits = parse(argc, argv, files);
+  tools::IMAGE_FORMAT image = tools::IMAGE_NONE;
+  for (const EDIT &edit : edits)
+    if (edit.kind == OUTPUT_FORMAT && (image = tools::image_format(edit.name)) == tools::IMAGE_NONE)
+      tools::usage_error("ofecopy", "unknown output format '%s' (binary, ihex or srec)", edit.name.c_str());
   set_tool_name("ofecopy");  // the program the library's messages tell the user to update
   tools::install_signal_cleanup();
 
@@ -218,6 +237,9 @@ int main(int argc, char **argv) {
     if (!apply(object, edit) || reports.errors != 0)
       return 1;
 
+  if (image != tools::IMAGE_NONE)
+    exit(tools::make_flash_image(object, image, files[0], files[1]));
+
   tools::OUTPUT_FILE output(files[1]);
   FILE *stream = output.open();
   if (!stream)
@@ -229,11 +251,8 @@ int main(int argc, char **argv) {
   }
   // Writing read every table; a copy of one the file did not hold whole
   // would pass zeros on as if they were data.
-  if (!object.was_read_completely()) {
-    msg().error("'%s' could not be read completely: %s runs past the end of the file", files[0].c_str(),
-                object.get_short_read().c_str());
+  if (!tools::read_completely(object, files[0]))
     return 1;
-  }
   int status = output.commit() ? 0 : 1;
   // The process ends here: tearing down every table of a large object
   // costs more than copying it, so the object is left to the exit.
