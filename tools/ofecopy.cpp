@@ -12,16 +12,19 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "objfile/of_binding_edit.h"
 #include "objfile/of_file.h"
 #include "objfile/of_reloc.h"
 #include "objfile/of_section.h"
 #include "objfile/of_symbol.h"
 #include "support/tool_name.h"
 #include "support/user_msg.h"
+#include "tools/flash_image.h"
+#include "tools/symbol_lists.h"
 #include "tools/tool_support.h"
 
 namespace {
@@ -34,32 +37,61 @@ const char USAGE[] =
     "ELF executables and shared objects are copied too: their loaded image\n"
     "(allocated sections, program headers, dynamic section) is kept as it is.\n"
     "\n"
-    "  --rename-symbol OLD=NEW        rename every symbol named OLD\n"
-    "  --localize-symbol NAME         make NAME local where it is defined global or weak\n"
+    "  --rename-symbol OLD=NEW        rename every symbol named OLD (also spelt\n"
+    "                                 --redefine-sym OLD=NEW)\n"
+    "  --redefine-syms FILE           rename at once every OLD of FILE's OLD NEW lines\n"
+    "  --prefix-symbols PREFIX        put PREFIX before every name but section symbols'\n"
+    "  -L, --localize-symbol NAME     make NAME local where it is defined global or weak\n"
     "  --globalize-symbol NAME        make NAME global where it is defined local\n"
     "                                 (file and section symbols stay local)\n"
-    "  --weaken-symbol NAME           make NAME weak where it is global and not common\n"
+    "  -W, --weaken-symbol NAME       make NAME weak where it is global and not common\n"
+    "  -G, --keep-global-symbol NAME  make every defined global or weak symbol local\n"
+    "                                 but the NAMEs given\n"
+    "  --localize-symbols FILE        the same with each name of FILE; also\n"
+    "  --globalize-symbols FILE       --weaken-symbols FILE, --keep-global-symbols FILE\n"
+    "  -w, --wildcard                 symbol NAMEs are patterns (*, ?, [...]); \"!PATTERN\"\n"
+    "                                 takes names out of its kind's list\n"
     "  --rename-section OLD=NEW       rename section OLD (and its relocation sections)\n"
     "  --set-section-alignment NAME=N set the alignment of section NAME to N\n"
     "  --set-section-page NAME=N      set the memory page of section NAME to N\n"
+    "  -O, --output-target FORMAT     write the loaded image of an executable instead:\n"
+    "                                 binary, ihex (Intel hex) or srec (S-records)\n"
     "  --help                         print this text\n"
     "\n"
     "Symbol edits apply to the file's symbol table (.symtab in ELF files) only;\n"
     "the dynamic symbols (.dynsym) of executables and shared objects never change.\n"
-    "A name that matches nothing is an error. On any error nothing is written.\n";
+    "A name given on the command line that matches nothing is an error (a name of\n"
+    "a list FILE need not match). List files hold a name a line; '#' begins a\n"
+    "comment. On any error nothing is written.\n";
 
-enum EDIT_KIND { RENAME_SYMBOL, LOCALIZE, GLOBALIZE, WEAKEN, RENAME_SECTION, SECTION_ALIGNMENT, SECTION_PAGE };
+enum EDIT_KIND {
+  RENAME_SYMBOL,
+  LOCALIZE,
+  GLOBALIZE,
+  WEAKEN,
+  RENAME_SECTION,
+  SECTION_ALIGNMENT,
+  SECTION_PAGE,
+  KEEP_GLOBAL,
+  PREFIX_SYMBOLS,
+  OUTPUT_FORMAT,  // not an edit: what OUTPUT becomes
+  WILDCARD,       // not an edit: symbol names are patterns
+};
 
 struct EDIT {
   EDIT_KIND kind;
   std::string name;
   std::string value;  // the NEW of OLD=NEW, or N
+  bool file = false;  // `name` is a list file
+  std::map<std::string, std::string> renames;  // a rename list's pairs
 };
 
 struct OPTION {
   const char *flag;
   EDIT_KIND kind;
-  bool pair;  // takes NAME=VALUE
+  bool pair;          // takes NAME=VALUE
+  bool file = false;  // takes the path of a list file
+  bool bare = false;  // takes nothing
 };
 
 const OPTION OPTIONS[] = {
@@ -67,6 +99,14 @@ const OPTION OPTIONS[] = {
     {"--globalize-symbol", GLOBALIZE, false},        {"--weaken-symbol", WEAKEN, false},
     {"--rename-section", RENAME_SECTION, true},      {"--set-section-alignment", SECTION_ALIGNMENT, true},
     {"--set-section-page", SECTION_PAGE, true},
+    {"--output-target", OUTPUT_FORMAT, false},       {"-O", OUTPUT_FORMAT, false},
+    {"--redefine-sym", RENAME_SYMBOL, true},         {"--redefine-syms", RENAME_SYMBOL, false, true},
+    {"--prefix-symbols", PREFIX_SYMBOLS, false},     {"-L", LOCALIZE, false},
+    {"--localize-symbols", LOCALIZE, false, true},   {"--globalize-symbols", GLOBALIZE, false, true},
+    {"-W", WEAKEN, false},                           {"--weaken-symbols", WEAKEN, false, true},
+    {"--keep-global-symbol", KEEP_GLOBAL, false},    {"-G", KEEP_GLOBAL, false},
+    {"--keep-global-symbols", KEEP_GLOBAL, false, true},
+    {"--wildcard", WILDCARD, false, false, true},    {"-w", WILDCARD, false, false, true},
 };
 
 USER_MSG &msg() { return USER_MSG::instance(); }
@@ -95,11 +135,15 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) 
       size_t n = strlen(o.flag);
       if (arg.compare(0, n, o.flag) == 0 && (arg.size() == n || arg[n] == '=')) {
         option = &o;
-        if (arg.size() > n) {
+        if (o.bare) {
+          if (arg.size() > n)
+            tools::usage_error("ofecopy", "option '%s' takes no value", o.flag);
+        } else if (arg.size() > n) {
           operand = arg.substr(n + 1);
         } else {
           if (i + 1 >= argc)
-            tools::usage_error("ofecopy", "option '%s' needs %s", o.flag, o.pair ? "NAME=VALUE" : "a NAME");
+            tools::usage_error("ofecopy", "option '%s' needs %s", o.flag,
+                               o.pair ? "NAME=VALUE" : o.file ? "a FILE" : "a NAME");
           operand = argv[++i];
         }
         break;
@@ -107,7 +151,7 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) 
     }
     if (!option)
       tools::usage_error("ofecopy", "unknown option '%s'", arg.c_str());
-    EDIT edit{option->kind, operand, ""};
+    EDIT edit{option->kind, operand, "", option->file, {}};
     if (option->pair) {
       size_t equals = operand.find('=');
       if (equals == std::string::npos || equals == 0)
@@ -165,18 +209,54 @@ bool parse_number(const std::string &text, uint32_t &value) {
   return true;
 }
 
-bool apply(OFE::OBJECT_FILE &object, const EDIT &edit) {
+tools::SYMBOL_LIST_KIND list_kind(EDIT_KIND kind) {
+  return kind == LOCALIZE    ? tools::LIST_LOCALIZE
+         : kind == GLOBALIZE ? tools::LIST_GLOBALIZE
+         : kind == WEAKEN    ? tools::LIST_WEAKEN
+                             : tools::LIST_KEEP_GLOBAL;
+}
+
+// Gathers the names of the binding edits into `lists`, each kind's at its
+// first edit (the later ones leave the list of edits), and reads the rename
+// lists. False with a message when a list file cannot be read.
+bool gather_symbol_lists(std::vector<EDIT> &edits, tools::SYMBOL_LISTS &lists) {
+  bool seen[tools::LIST_KIND_COUNT] = {};
+  std::vector<EDIT> kept;
+  for (EDIT &edit : edits) {
+    if (edit.kind == WILDCARD) {
+      lists.set_wildcard();
+      continue;
+    }
+    if (edit.kind == LOCALIZE || edit.kind == GLOBALIZE || edit.kind == WEAKEN || edit.kind == KEEP_GLOBAL) {
+      tools::SYMBOL_LIST_KIND kind = list_kind(edit.kind);
+      if (!edit.file)
+        lists.add_name(kind, edit.name);
+      else if (!lists.add_file(kind, edit.name))
+        return false;
+      if (std::exchange(seen[kind], true))
+        continue;
+    } else if (edit.kind == RENAME_SYMBOL && edit.file && !tools::read_rename_list(edit.name, edit.renames)) {
+      return false;
+    }
+    kept.push_back(std::move(edit));
+  }
+  edits = std::move(kept);
+  return true;
+}
+
+bool apply(OFE::OBJECT_FILE &object, const EDIT &edit, const tools::SYMBOL_LISTS &lists) {
   switch (edit.kind) {
   case RENAME_SYMBOL:
+    if (edit.file)
+      return tools::rename_symbols(object, edit.renames);
     return for_each_symbol(object, edit.name, [&](OFE::OF_SYMBOL &s) { return s.set_name(edit.value); });
   case LOCALIZE:
   case GLOBALIZE:
-  case WEAKEN: {
-    OFE::OF_BINDING_EDIT which = edit.kind == LOCALIZE    ? OFE::OF_EDIT_LOCALIZE
-                                 : edit.kind == GLOBALIZE ? OFE::OF_EDIT_GLOBALIZE
-                                                          : OFE::OF_EDIT_WEAKEN;
-    return for_each_symbol(object, edit.name, [which](OFE::OF_SYMBOL &s) { return OFE::edit_binding(s, which); });
-  }
+  case WEAKEN:
+  case KEEP_GLOBAL:
+    return lists.apply(object, list_kind(edit.kind));
+  case PREFIX_SYMBOLS:
+    return tools::prefix_symbols(object, edit.name);
   case RENAME_SECTION:
     // The section's own relocation tables (found by what they relocate, not
     // by their names) follow it.
@@ -197,6 +277,9 @@ bool apply(OFE::OBJECT_FILE &object, const EDIT &edit) {
       return edit.kind == SECTION_PAGE ? s.set_page(number) : s.set_alignment(number);
     });
   }
+  case OUTPUT_FORMAT:
+  case WILDCARD:
+    return true;
   }
   return false;
 }
@@ -206,7 +289,14 @@ bool apply(OFE::OBJECT_FILE &object, const EDIT &edit) {
 int main(int argc, char **argv) {
   std::vector<std::string> files;
   std::vector<EDIT> edits = parse(argc, argv, files);
-  set_tool_name("ofecopy");  // the program the library's messages tell the user to update
+  tools::IMAGE_FORMAT image = tools::IMAGE_NONE;
+  for (const EDIT &edit : edits)
+    if (edit.kind == OUTPUT_FORMAT && (image = tools::image_format(edit.name)) == tools::IMAGE_NONE)
+      tools::usage_error("ofecopy", "unknown output format '%s' (binary, ihex or srec)", edit.name.c_str());
+  set_tool_name("ofecopy");
+  tools::SYMBOL_LISTS lists;
+  if (!gather_symbol_lists(edits, lists))
+    return 1;  // the program the library's messages tell the user to update
   tools::install_signal_cleanup();
 
   tools::REPORTS reports;
@@ -215,8 +305,11 @@ int main(int argc, char **argv) {
     return 1;
   OFE::OBJECT_FILE &object = *input.object;
   for (const EDIT &edit : edits)
-    if (!apply(object, edit) || reports.errors != 0)
+    if (!apply(object, edit, lists) || reports.errors != 0)
       return 1;
+
+  if (image != tools::IMAGE_NONE)
+    exit(tools::make_flash_image(object, image, files[0], files[1]));
 
   tools::OUTPUT_FILE output(files[1]);
   FILE *stream = output.open();
@@ -229,11 +322,8 @@ int main(int argc, char **argv) {
   }
   // Writing read every table; a copy of one the file did not hold whole
   // would pass zeros on as if they were data.
-  if (!object.was_read_completely()) {
-    msg().error("'%s' could not be read completely: %s runs past the end of the file", files[0].c_str(),
-                object.get_short_read().c_str());
+  if (!tools::read_completely(object, files[0]))
     return 1;
-  }
   int status = output.commit() ? 0 : 1;
   // The process ends here: tearing down every table of a large object
   // costs more than copying it, so the object is left to the exit.

@@ -105,6 +105,14 @@ bool open_object_file(const char *path, REPORTS &reports, OPENED_OBJECT &opened)
   return true;
 }
 
+bool read_completely(const OFE::OBJECT_FILE &object, const std::string &input) {
+  if (object.was_read_completely())
+    return true;
+  USER_MSG::instance().error("'%s' could not be read completely: %s runs past the end of the file", input.c_str(),
+                             object.get_short_read().c_str());
+  return false;
+}
+
 OUTPUT_FILE::~OUTPUT_FILE() {
   if (stream_)
     fclose(stream_);

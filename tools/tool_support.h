@@ -44,6 +44,10 @@ FILE *open_input_file(const char *path);
 // read or is not an object.
 [[nodiscard]] bool open_object_file(const char *path, REPORTS &reports, OPENED_OBJECT &opened);
 
+// Whether everything read from `object` was in the file; a message naming
+// what was cut when not (a copy would pass zeros on as if they were data).
+[[nodiscard]] bool read_completely(const OFE::OBJECT_FILE &object, const std::string &input);
+
 // The output file, written as a replacement (support/replacement_file.h) for
 // the file the path leads to: it appears whole or not at all, and keeps the
 // old file's mode, owner, group and links. A FIFO, device or directory at

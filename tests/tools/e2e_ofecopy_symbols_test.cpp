@@ -86,7 +86,7 @@ protected:
     ASSERT_TRUE(have_program("gcc") && have_program("g++") && have_program("objcopy"))
         << "the Debian packages g++, gcc-multilib and binutils are needed";
     ASSERT_TRUE(std::filesystem::exists(PICOLIBC)) << PICOLIBC << ": picolibc-arm-none-eabi is needed";
-    for (const char *member : {"ssp_stack_protector", "ctype_towctrans_l"}) {
+    for (const char *member : {"ssp_stack_protector", "ctype_towctrans_l", "tinystdio_vfprintf"}) {
       std::string name = std::string("libc_") + member + ".c.o";
       RUN_RESULT r = run({"ar", "x", PICOLIBC, name}, dir.path());
       ASSERT_EQ(r.status, 0) << r.err;
@@ -131,5 +131,86 @@ TEST_F(OfecopySymbolEdits, EachEditMovesOnlyTheSymbolsItIsMeantForAsGnuObjcopyDo
       EXPECT_EQ(r.status, 0) << what << ": " << r.err;
       EXPECT_EQ(r.err, "") << what;
     }
+  }
+}
+
+namespace {
+
+// The list files of the bulk edits, written as people write them: comments,
+// blank lines, blanks around names, names the object does not have.
+const std::pair<const char *, const char *> LISTS[] = {
+    {"names.txt", "# the public printf entry points\n  vfprintf  \n\n__d_vfprintf # the double one\nnot_there\n"},
+    {"swap.txt", "vfprintf __d_vfprintf\n__d_vfprintf vfprintf  # both at once\n__ultoa_invert invert\n"},
+    {"locals.txt", "st\nnot_there\n"},
+    {"keep.txt", "gl\n"},
+    {"patterns.txt", "*\n!vf*\n"},
+};
+
+struct BULK_ROW {
+  const char *object;
+  const TOOLS *tools;
+  std::vector<std::string> options;  // the same for both tools
+};
+
+const BULK_ROW BULK_ROWS[] = {
+    {"vfprintf.o", &ARM, {"--prefix-symbols", "pre_"}},
+    {"common.o", &I386, {"--prefix-symbols", "pre_"}},
+    {"vfprintf.o", &ARM, {"--redefine-sym", "vfprintf=my_vfprintf"}},
+    {"vfprintf.o", &ARM, {"--redefine-syms", "swap.txt"}},
+    {"vfprintf.o", &ARM, {"--localize-symbols", "names.txt"}},
+    {"common.o", &I386, {"--globalize-symbols", "locals.txt"}},
+    {"vfprintf.o", &ARM, {"--weaken-symbols", "names.txt"}},
+    {"vfprintf.o", &ARM, {"--keep-global-symbol", "vfprintf", "--keep-global-symbol", "strnlen"}},
+    {"common.o", &I386, {"--keep-global-symbols", "keep.txt"}},
+    {"vfprintf.o", &ARM, {"-w", "--localize-symbol", "*printf", "--localize-symbol", "!__d*"}},
+    {"vfprintf.o", &ARM, {"--wildcard", "--weaken-symbols", "patterns.txt"}},
+    {"common.o", &I386, {"-w", "-G", "g?"}},
+};
+
+}  // namespace
+
+TEST_F(OfecopySymbolEdits, BulkEditsGiveTheSymbolsGnuObjcopyGives) {
+  for (const auto &[name, text] : LISTS)
+    dir.write(name, text);
+  for (const BULK_ROW &row : BULK_ROWS) {
+    std::string what = row.object;
+    for (const std::string &o : row.options)
+      what += " " + o;
+    std::vector<std::string> ours = {ofecopy_path()}, gnu = {row.tools->objcopy};
+    for (std::vector<std::string> *argv : {&ours, &gnu})
+      argv->insert(argv->end(), row.options.begin(), row.options.end());
+    ours.insert(ours.end(), {row.object, "ours.o"});
+    gnu.insert(gnu.end(), {row.object, "gnu.o"});
+    RUN_RESULT r = run(ours, dir.path());
+    ASSERT_EQ(r.status, 0) << what << ": " << r.err;
+    EXPECT_EQ(r.out + r.err, "") << what;
+    r = run(gnu, dir.path());
+    ASSERT_EQ(r.status, 0) << what << ": " << r.err;
+    std::string ours_nm = run({"nm", "-a", "ours.o"}, dir.path()).out;
+    EXPECT_NE(ours_nm, run({"nm", "-a", row.object}, dir.path()).out) << what << " changed nothing";
+    EXPECT_EQ(ours_nm, run({"nm", "-a", "gnu.o"}, dir.path()).out) << what;
+  }
+}
+
+// A name the command line gives must match; a list file's need not, but it
+// must be there and say what it means.
+TEST_F(OfecopySymbolEdits, BulkEditsRefuseWhatTheyCannotDo) {
+  dir.write("half.txt", "# old and new\nvfprintf\n");
+  dir.write("twice.txt", "vfprintf a\nvfprintf b\n");
+  const std::pair<std::vector<std::string>, std::string> CASES[] = {
+      {{"--redefine-sym", "not_there=x"}, ">>   error: no symbol named 'not_there' in 'vfprintf.o'\n"},
+      {{"-w", "-G", "zz*"}, ">>   error: no symbol named 'zz*' in 'vfprintf.o'\n"},
+      {{"--localize-symbols", "missing.txt"}, ">>   error: cannot open 'missing.txt': No such file or directory\n"},
+      {{"--redefine-syms", "half.txt"}, ">>   error: line 2 of 'half.txt' names no new name for 'vfprintf'\n"},
+      {{"--redefine-syms", "twice.txt"}, ">>   error: line 2 of 'twice.txt' renames 'vfprintf' a second time\n"},
+  };
+  for (const auto &[options, message] : CASES) {
+    std::vector<std::string> argv = {ofecopy_path()};
+    argv.insert(argv.end(), options.begin(), options.end());
+    argv.insert(argv.end(), {"vfprintf.o", "out.o"});
+    RUN_RESULT r = run(argv, dir.path());
+    EXPECT_EQ(r.status, 1) << options[0];
+    EXPECT_EQ(r.err, message) << options[0];
+    EXPECT_FALSE(std::filesystem::exists(dir / "out.o")) << options[0];
   }
 }
