@@ -42,6 +42,7 @@ const char USAGE[] =
     "  --rename-section OLD=NEW       rename section OLD (and its relocation sections)\n"
     "  --set-section-alignment NAME=N set the alignment of section NAME to N\n"
     "  --set-section-page NAME=N      set the memory page of section NAME to N\n"
+    "  --version                      print the version\n"
     "  --help                         print this text\n"
     "\n"
     "Symbol edits apply to the file's symbol table (.symtab in ELF files) only;\n"
@@ -89,6 +90,8 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) 
       fputs(USAGE, stdout);
       exit(0);
     }
+    if (arg == "--version")
+      tools::print_version();
     const OPTION *option = nullptr;
     std::string operand;
     for (const OPTION &o : OPTIONS) {

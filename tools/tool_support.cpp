@@ -9,6 +9,7 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "archiver/banner.h"
 #include "support/ending_signals.h"
 #include "support/user_msg.h"
 
@@ -22,6 +23,11 @@ void usage_error(const char *tool, const char *format, ...) {
   va_end(args);
   fprintf(stderr, "; try '%s --help'\n", tool);
   exit(1);
+}
+
+void print_version() {
+  print_version_report(stdout);
+  exit(fflush(stdout) == 0 ? 0 : 1);
 }
 
 namespace {
