@@ -10,6 +10,8 @@
 // the object has already decoded, so nothing here decodes a record twice.
 #include "tools/ofedump_tables.h"
 
+#include <algorithm>
+
 #include "objfile/coff/qvcoff_const.h"
 #include "objfile/coff/qvcoff_file.h"
 #include "objfile/coff/qvcoff_reloc.h"
@@ -225,18 +227,20 @@ void coff_relocs(FILE *out, QVCOFF_FILE &file, const std::string &filter) {
 
 // ---- both formats ---------------------------------------------------------
 
-// Sixteen bytes a line in groups of four, then the bytes as text.
-void contents(FILE *out, OF_SECTION &section, const std::string &filter) {
+// Sixteen bytes a line in groups of four, then the bytes as text. The
+// address counts the target's address units, which may be wider than a byte.
+void contents(FILE *out, OBJECT_FILE &object, OF_SECTION &section, const std::string &filter) {
   DATA_MAP *data = wanted(filter, section.get_name()) ? section.get_data() : nullptr;
   if (!data || data->size() == 0)
     return;
+  unsigned unit_bytes = std::max(1u, object.get_machine_db()->get_address_unit_bits() / 8);
   fprintf(out, "\n Contents of section \"%s\":\n", printable(section.get_name()).c_str());
   uint8_t line[16];
   for (FILE_OFFSET offset = 0; offset < data->size(); offset += sizeof line) {
     size_t n = static_cast<size_t>(std::min<FILE_OFFSET>(sizeof line, data->size() - offset));
     data->set_position(offset);
     data->read_bytes(line, n);
-    fprintf(out, "  %08x ", static_cast<uint32_t>(section.get_address() + offset));
+    fprintf(out, "  %08x ", static_cast<uint32_t>(section.get_address() + offset / unit_bytes));
     for (size_t k = 0; k < sizeof line; k++) {
       if (k < n)
         fprintf(out, "%02x", line[k]);
@@ -274,7 +278,7 @@ void print_tables(FILE *out, OBJECT_FILE &object, const TABLE_CHOICE &choice) {
   if (choice.rawdata)
     for (OF_SECTION *section : object.sections())
       if (!(object.get_format() == OF_FORMAT_ELF && section->get_type() == SHT_NOBITS))
-        contents(out, *section, choice.rawdata_section);
+        contents(out, object, *section, choice.rawdata_section);
 }
 
 SIZE_SPLIT &SIZE_SPLIT::operator+=(const SIZE_SPLIT &other) {
