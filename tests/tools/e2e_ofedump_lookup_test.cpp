@@ -6,26 +6,18 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <sstream>
 
 #include "common/coff_image.h"
 #include "common/process.h"
+#include "tools/readelf_view.h"
 
 using namespace testing_support;
 
 namespace {
 
-std::vector<std::string> lines_of(const std::string &text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);)
-    lines.push_back(line);
-  return lines;
-}
-
 // The lines from "Archive index:" to the blank line that ends it.
 std::vector<std::string> index_lines(const std::string &text) {
-  std::vector<std::string> all = lines_of(text), index;
+  std::vector<std::string> all = split_lines(text), index;
   bool in_index = false;
   for (const std::string &line : all) {
     if (line == "Archive index:")
@@ -44,7 +36,7 @@ std::map<std::string, std::string> contents(const std::string &text, const char 
   std::map<std::string, std::string> bytes;
   std::string member;
   bool in_section = false;
-  for (const std::string &line : lines_of(text)) {
+  for (const std::string &line : split_lines(text)) {
     if (line.rfind(member_line, 0) == 0) {
       member = line.substr(line.rfind('(') + 1, line.size() - line.rfind('(') - 2);  // "File: LIB(MEMBER)"
       in_section = false;
