@@ -159,3 +159,71 @@ TEST(OfedumpCoffTables, EveryFieldInItsColumn) {
 }
 
 }  // namespace
+
+namespace {
+
+// Per "File: " heading, the ARM header flags and build attributes in
+// readelf's words: "flag WORDS" and "Tag_NAME: VALUE" lines.
+std::map<std::string, std::vector<std::string>> arm_notes(const std::string &text, bool readelf) {
+  static const std::map<std::string, std::string> flag_words = {{"EF_ARM_EABI_VER5", "Version5 EABI"},
+                                                                {"EF_ARM_ABI_FLOAT_SOFT", "soft-float ABI"},
+                                                                {"EF_ARM_ABI_FLOAT_HARD", "hard-float ABI"},
+                                                                {"EF_ARM_BE8", "BE8"}};
+  std::map<std::string, std::vector<std::string>> notes;
+  std::string file;
+  for (const std::string &line : split_lines(text)) {
+    std::vector<std::string> t = tokens(line);
+    if (line.rfind("File: ", 0) == 0) {
+      file = line.substr(6);
+    } else if (readelf && line.rfind("  Flags:", 0) == 0) {
+      // "  Flags:   0x5000200, Version5 EABI, soft-float ABI"
+      for (size_t comma = line.find(", "); comma != std::string::npos;) {
+        size_t next = line.find(", ", comma + 2);
+        notes[file].push_back("flag " + line.substr(comma + 2, next == std::string::npos ? next : next - comma - 2));
+        comma = next;
+      }
+    } else if (!readelf && line.rfind("  ELF e_flag:", 0) == 0) {
+      auto words = flag_words.find(t[2]);
+      notes[file].push_back("flag " + (words == flag_words.end() ? t[2] : words->second));
+    } else if (readelf && !t.empty() && t[0].rfind("Tag_", 0) == 0 && t[0].back() == ':') {
+      notes[file].push_back(line.substr(line.find("Tag_")));
+    } else if (!readelf && t.size() >= 2 && line.rfind("       Tag_", 0) == 0) {
+      // "Tag_NAME   NUMBER (MEANING)", "Tag_NAME   NUMBER" or "Tag_NAME   "TEXT""
+      size_t value = line.find_first_not_of(' ', line.find(' ', 7));
+      std::string text = line.substr(value);
+      size_t open = text.find(" (");
+      if (open != std::string::npos && text.back() == ')')
+        text = text.substr(open + 2, text.size() - open - 3);
+      notes[file].push_back(t[0] + ": " + text);
+    }
+  }
+  return notes;
+}
+
+// The ARM header flags and the public ABI's build attributes by the names
+// readelf gives them, on every member of libraries for both float ABIs.
+TEST(OfedumpArmNotes, FlagsAndBuildAttributesByReadelfsNames) {
+  size_t decoded = 0;
+  for (const char *path : {"/usr/lib/picolibc/arm-none-eabi/lib/release/thumb/v8-m.main+fp/hard/libc.a",
+                           "/usr/lib/picolibc/arm-none-eabi/lib/release/thumb/v6-m/nofp/libc.a",
+                           "/usr/arm-linux-gnueabi/lib/libm.a"}) {
+    SCOPED_TRACE(path);
+    RUN_RESULT ours = run({ofedump_path(), "-d", "header,battrs", path}, ".");
+    RUN_RESULT theirs = run({"arm-none-eabi-readelf", "-h", "-A", path}, ".");
+    ASSERT_EQ(ours.status, 0) << ours.err;
+    ASSERT_EQ(theirs.status, 0) << "arm-none-eabi-readelf (Debian package binutils-arm-none-eabi): " << theirs.err;
+    std::map<std::string, std::vector<std::string>> a = arm_notes(ours.out, false), b = arm_notes(theirs.out, true);
+    ASSERT_EQ(a.size(), b.size());
+    size_t mismatches = 0;
+    for (auto i = a.begin(), j = b.begin(); i != a.end(); ++i, ++j) {
+      if (i->second != j->second && mismatches++ < 5)
+        ADD_FAILURE() << i->first << "\n ofedump: " << ::testing::PrintToString(i->second)
+                      << "\n readelf: " << ::testing::PrintToString(j->second);
+      for (const std::string &note : i->second)
+        decoded += note.find(": ") != std::string::npos && !isdigit(note[note.find(": ") + 2]);
+    }
+  }
+  EXPECT_GE(decoded, 1000u);
+}
+
+}  // namespace
