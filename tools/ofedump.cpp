@@ -1,13 +1,16 @@
 // ofedump: lists what the object-file library sees in object files and in
 // whole libraries, as text or as one XML document.
 //
-// Objects are opened with open_object and listed by OBJECT_FILE::dump or
-// dump_xml with the selected categories; a category that does not apply to a
-// format is simply not printed by that format. Libraries are read through the
-// archiver's own reader, so member names come out exactly as the archiver
-// resolves them. The library's messages go to standard error through
-// USER_MSG; a file that could not be read completely still lists what could
-// be read, the remaining files are still listed, and the exit status is 1.
+// Objects are opened with open_object. Sections, segments, symbols,
+// relocations and raw data are shown as compact tables (ofedump_tables.cpp);
+// the other categories, and all of them with --full, are listed by
+// OBJECT_FILE::dump or dump_xml; a category that does not apply to a format
+// is simply not printed by that format. Libraries are read through the
+// archiver's own reader, so member names and the symbol index come out
+// exactly as the archiver resolves them. The library's messages go to
+// standard error through USER_MSG, the tool's own begin with its name; a
+// file that could not be read completely still lists what could be read,
+// the remaining files are still listed, and the exit status is 1.
 #include <unistd.h>
 
 #include <cerrno>
@@ -339,7 +342,7 @@ private:
     if (!object) {
       if (member)
         return list_not_object();
-      msg().error("'%s' is not an ELF or QV-COFF object file", name.c_str());
+      tools::error("'%s' is not an ELF or QV-COFF object file", name.c_str());
       if (options_.xml)
         xml_.empty("unreadable", {{"name", name}});
       return false;
@@ -355,9 +358,9 @@ private:
       total_size_ += split;
     }
     if (reports.errors != 0)
-      msg().error("'%s' could not be read completely", name.c_str());
+      tools::error("'%s' could not be read completely", name.c_str());
     else if (!object->was_read_completely())
-      msg().error("'%s' could not be read completely: %s runs past the end of the file", name.c_str(),
+      tools::error("'%s' could not be read completely: %s runs past the end of the file", name.c_str(),
                   object->get_short_read().c_str());
     return reports.errors == 0 && object->was_read_completely();
   }
@@ -400,7 +403,7 @@ void keep_output_errors() {
 bool output_written() {
   if (fflush(stdout) == 0 && !ferror(stdout) && !output_error)
     return true;
-  msg().error("cannot write standard output: %s", strerror(output_error ? output_error : EIO));
+  tools::error("cannot write standard output: %s", strerror(output_error ? output_error : EIO));
   return false;
 }
 

@@ -213,15 +213,15 @@ TEST_F(Ofedump, DamagedInputIsReportedTheRestListedAndTheRunFails) {
   const CASE cases[] = {
       {{"damaged.o", "missing.o", "short.o", "good.o"},
        {">>   error: damaged.o: section header table", "extends past the end of the file",
-        ">>   error: 'damaged.o' could not be read completely\n",
-        ">>   error: cannot open 'missing.o': No such file or directory\n",
+        "ofedump: 'damaged.o' could not be read completely\n",
+        "ofedump: cannot open 'missing.o': No such file or directory\n",
         ">>   error: short.o: ELF header (52 bytes) extends past the end of the file",
-        ">>   error: 'short.o' could not be read completely\n"},
+        "ofedump: 'short.o' could not be read completely\n"},
        false,
        {"File: damaged.o", "File: short.o", "File: good.o"}},
-      {{"text.o", "good.o"}, {">>   error: 'text.o' is not an ELF or QV-COFF object file\n"}, true,
+      {{"text.o", "good.o"}, {"ofedump: 'text.o' is not an ELF or QV-COFF object file\n"}, true,
        {"File: text.o", "File: good.o"}},
-      {{"d.lib"}, {">>   error: 'd.lib(damaged.o)' could not be read completely\n"}, false,
+      {{"d.lib"}, {"ofedump: 'd.lib(damaged.o)' could not be read completely\n"}, false,
        {"Archive: d.lib", "File: d.lib(damaged.o)", "File: d.lib(good.o)"}},
       {{"-d", "header", "cut.lib", "good.o"}, {">>   error: "}, false,
        {"Archive: cut.lib", "File: cut.lib(damaged.o)", "File: good.o"}},
@@ -289,12 +289,12 @@ TEST_F(Ofedump, ControlCharactersInNamesAreEscaped) {
 TEST_F(Ofedump, AListingThatCannotBeWrittenFails) {
   RUN_RESULT r = run({"sh", "-c", "exec \"$0\" -d all good.o >/dev/full", ofedump_path()}, dir.path());
   EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.err, ">>   error: cannot write standard output: No space left on device\n");
+  EXPECT_EQ(r.err, "ofedump: cannot write standard output: No space left on device\n");
   // The reader of the pipe has ended before the listing starts.
   const std::string closed_pipe = "coproc READER { :; }; exec 4>&${READER[1]}; wait $READER_PID; ";
   r = run({"bash", "-c", "trap '' PIPE; " + closed_pipe + "exec \"$0\" -d all good.o >&4", ofedump_path()}, dir.path());
   EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.err, ">>   error: cannot write standard output: Broken pipe\n");
+  EXPECT_EQ(r.err, "ofedump: cannot write standard output: Broken pipe\n");
   r = run({"bash", "-c", closed_pipe + "exec \"$0\" -d all good.o >&4", ofedump_path()}, dir.path());
   EXPECT_EQ(r.status, 128 + 13);
 }
