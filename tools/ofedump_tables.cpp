@@ -81,12 +81,17 @@ void elf_segments(FILE *out, ELF_FILE &file) {
   ELF_SEGMENT_TABLE *segments = file.get_segment_table();
   if (!segments || segments->get_count() == 0)
     return;
-  fprintf(out, "\n Segments:\n  %-14s %-8s %-8s %-8s %-8s %-8s Flg %-8s\n", "Type", "Offset", "VirtAddr", "PhysAddr",
-          "FileSiz", "MemSiz", "Align");
+  fprintf(out, "\n Segments:\n  %-14s %-8s %-8s %-8s %-8s %-8s Flg Align\n", "Type", "Offset", "VirtAddr", "PhysAddr",
+          "FileSiz", "MemSiz");
   for (uint32_t i = 0; i < segments->get_count(); i++) {
     const ELF32_PROGRAM_HEADER_RECORD &p = segments->get_segment(i)->header();
     std::string flags = {p.p_flags & PF_R ? 'R' : ' ', p.p_flags & PF_W ? 'W' : ' ', p.p_flags & PF_X ? 'E' : ' '};
-    fprintf(out, "  %-14s %08x %08x %08x %08x %08x %s %08x\n", bare(elf_segment_type_name(p.p_type)).c_str(),
+    // A type the library has no name for shows as its number, in one column.
+    std::string type = elf_segment_type_name(p.p_type);
+    char number[16];
+    snprintf(number, sizeof number, "0x%08x", p.p_type);
+    type = type.rfind("PT_UNKNOWN", 0) == 0 ? number : bare(type);
+    fprintf(out, "  %-14s %08x %08x %08x %08x %08x %s %08x\n", type.c_str(),
             p.p_offset, p.p_vaddr, p.p_paddr, p.p_filesz, p.p_memsz, flags.c_str(), p.p_align);
   }
 }

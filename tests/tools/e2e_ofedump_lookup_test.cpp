@@ -227,3 +227,64 @@ TEST(OfedumpArmNotes, FlagsAndBuildAttributesByReadelfsNames) {
 }
 
 }  // namespace
+
+namespace {
+
+// The program headers as numbers: type, offset, addresses, sizes, flag
+// letters, alignment. readelf names the GNU types; ofedump shows a type it
+// has no name for as its number.
+std::vector<std::vector<std::string>> segment_rows(const std::string &text) {
+  static const std::map<std::string, std::string> types = {
+      {"NULL", "0"}, {"LOAD", "1"}, {"DYNAMIC", "2"}, {"INTERP", "3"}, {"NOTE", "4"}, {"PHDR", "6"}, {"TLS", "7"},
+      {"GNU_EH_FRAME", "1685382480"}, {"GNU_STACK", "1685382481"}, {"GNU_RELRO", "1685382482"},
+      {"GNU_PROPERTY", "1685382483"}, {"EXIDX", "1879048193"}};
+  std::vector<std::vector<std::string>> rows;
+  bool in_table = false;
+  for (const std::string &line : split_lines(text)) {
+    std::vector<std::string> t = tokens(line);
+    if (!t.empty() && t[0] == "Type" && line.find("Offset") != std::string::npos) {
+      in_table = true;
+    } else if (in_table && t.size() >= 8) {
+      auto type = types.find(t[0]);
+      std::vector<std::string> row = {type != types.end() ? type->second : std::to_string(std::stoul(t[0], nullptr, 16))};
+      for (size_t i = 1; i <= 5; i++)
+        row.push_back(std::to_string(std::stoul(t[i], nullptr, 16)));
+      std::string flags;
+      for (size_t i = 6; i + 1 < t.size(); i++)
+        flags += t[i];
+      row.push_back(flags);
+      row.push_back(std::to_string(std::stoul(t.back(), nullptr, 16)));
+      rows.push_back(row);
+    } else {
+      in_table = false;
+    }
+  }
+  return rows;
+}
+
+// Executables linked here for two targets: every program header readelf
+// -l prints, field by field.
+TEST(OfedumpSegments, EveryProgramHeaderAsReadelfPrintsIt) {
+  TEMP_DIR dir;
+  dir.write("i.s", ".text\n.globl _start\n_start: movl $d, %eax\n ret\n.data\nd: .long 1\n.bss\n.zero 64\n"
+                   ".section .note.GNU-stack,\"\",@progbits\n");
+  dir.write("a.s", ".text\n.globl _start\n_start: ldr r0, =d\n bx lr\n.data\nd: .word 1\n.bss\n.space 64\n");
+  const std::vector<std::vector<std::string>> steps = {
+      {"as", "--32", "i.s", "-o", "i.o"},   {"ld", "-m", "elf_i386", "-o", "i.out", "i.o"},
+      {"arm-none-eabi-as", "a.s", "-o", "a.o"}, {"arm-none-eabi-ld", "-o", "a.out", "a.o"}};
+  for (const std::vector<std::string> &step : steps) {
+    RUN_RESULT r = run(step, dir.path());
+    ASSERT_EQ(r.status, 0) << step[0] << " (Debian packages binutils, binutils-arm-none-eabi): " << r.err;
+  }
+  size_t rows = 0;
+  for (const char *exe : {"i.out", "a.out"}) {
+    RUN_RESULT ours = run({ofedump_path(), "-d", "segments", exe}, dir.path());
+    RUN_RESULT theirs = run({"readelf", "-l", "-W", exe}, dir.path());
+    ASSERT_EQ(ours.status, 0) << ours.err;
+    EXPECT_EQ(segment_rows(ours.out), segment_rows(theirs.out)) << ours.out << theirs.out;
+    rows += segment_rows(ours.out).size();
+  }
+  EXPECT_GE(rows, 5u);
+}
+
+}  // namespace
