@@ -145,7 +145,7 @@ OPTIONS parse(int argc, char **argv) {
   if (options.files.empty())
     tools::usage_error("ofedump", "no FILE to list");
   if (options.xml && (options.full || options.index || options.size))
-    tools::usage_error("ofedump", "--xml lists everything itself; it takes no --full, --index or --size");
+    tools::usage_error("ofedump", "--xml takes no --full, --index or --size");
   // --index and --size alone print only what they ask for.
   if (lists.empty() && !options.index && !options.size)
     lists.push_back(DEFAULT_LISTINGS);
@@ -175,15 +175,15 @@ public:
       xml_.declaration();
       xml_.open("ofedump");
     }
-    if (options_.size)
-      tools::print_size_heading(stdout);
     bool ok = true;
     for (const std::string &file : options_.files)
       ok = list_file(file) && ok;
     if (options_.xml)
       xml_.close();
-    if (options_.size)
+    if (options_.size) {
+      size_heading();
       tools::print_size_row(stdout, total_size_, "(TOTALS)");
+    }
     fflush(stdout);
     return ok;
   }
@@ -260,6 +260,13 @@ private:
       xml_.close();
     ar_destroy(ar);
     return ok;
+  }
+
+  // The column names, once, above the first row of sizes.
+  void size_heading() {
+    if (!size_heading_printed_)
+      tools::print_size_heading(stdout);
+    size_heading_printed_ = true;
   }
 
   // Whether the listings of -d are printed (--index and --size alone print
@@ -354,6 +361,7 @@ private:
       list_parts(*object);
     if (reports.errors == 0 && options_.size) {
       tools::SIZE_SPLIT split = tools::size_split(*object);
+      size_heading();
       tools::print_size_row(stdout, split, size_name);
       total_size_ += split;
     }
@@ -368,6 +376,7 @@ private:
   const OPTIONS &options_;
   XML_WRITER xml_;
   tools::SIZE_SPLIT total_size_;
+  bool size_heading_printed_ = false;
 };
 
 // A listing cut short (a full disk, a reader that went away while the

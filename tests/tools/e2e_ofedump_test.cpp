@@ -115,6 +115,8 @@ TEST_F(Ofedump, CommandLineAndListingSelection) {
       {{"--full", "-d", "rawdata=.text", "good.o"}, 1,
        "ofedump: a section name after rawdata= or relocs= needs the tables, not --full or --xml; try 'ofedump "
        "--help'\n", ""},
+      {{"--xml", "--size", "good.o"}, 1, "ofedump: --xml takes no --full, --index or --size; try 'ofedump --help'\n",
+       ""},
       {{"-h"}, 0, "", "usage: ofedump [-d LIST]... [--full | --xml] [--index] [--size] FILE..."},
       {{"--version", "good.o"}, 0, "", version_report()},
       // The default: the header, then the tables of sections and symbols.
