@@ -1,5 +1,7 @@
 #include "objfile/arm_mach.h"
 
+#include <iterator>
+
 namespace OFE {
 
 namespace {
@@ -48,5 +50,18 @@ const OF_MACHINE_TRAITS TRAITS = {
 }  // namespace
 
 ARM_MACHINE_DB::ARM_MACHINE_DB(OBJECT_FILE *object) : OF_MACHINE_DB(object, TRAITS) {}
+
+// The version is a number in the top byte, not a set of bits: 5 holds the
+// bits of 1 and 4, which a name per bit would both report.
+std::vector<const char *> ARM_MACHINE_DB::get_elf_flag_names(uint32_t e_flags) const {
+  static const char *const versions[] = {nullptr, "EF_ARM_EABI_VER1", "EF_ARM_EABI_VER2", "EF_ARM_EABI_VER3",
+                                         "EF_ARM_EABI_VER4", "EF_ARM_EABI_VER5"};
+  std::vector<const char *> names;
+  if (uint32_t version = e_flags >> 24; version < std::size(versions) && versions[version])
+    names.push_back(versions[version]);
+  for (const char *name : OF_MACHINE_DB::get_elf_flag_names(e_flags & 0x00FFFFFF))
+    names.push_back(name);
+  return names;
+}
 
 }  // namespace OFE

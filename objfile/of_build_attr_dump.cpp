@@ -1,5 +1,6 @@
 // The text and XML listings of a build-attribute table, and the names of the
 // well-known tags of the public ABI vendors.
+#include <initializer_list>
 #include <string>
 
 #include "objfile/of_build_attr.h"
@@ -53,9 +54,60 @@ const NAME_ENTRY TAG_NAMES[] = {
     {65, "Tag_also_compatible_with"},
     {66, "Tag_T2EE_use"},
     {67, "Tag_conformance"},
+    {48, "Tag_MVE_arch"},
     {68, "Tag_Virtualization_use"},
     {OFBA_TAG_BITFIELD_LAYOUT, "Tag_bitfield_layout"},
 };
+
+// What the numbers of the public ABI's ("aeabi") attributes mean, by value
+// from 0, as the ABI names them.
+struct VALUE_NAMES {
+  uint32_t tag;
+  std::initializer_list<const char *> names;
+};
+
+const VALUE_NAMES AEABI_VALUE_NAMES[] = {
+    {6, {"Pre-v4", "v4", "v4T", "v5T", "v5TE", "v5TEJ", "v6", "v6KZ", "v6T2", "v6K", "v7", "v6-M", "v6S-M", "v7E-M",
+         "v8", "v8-R", "v8-M.baseline", "v8-M.mainline", "v8.1-A", "v8.2-A", "v8.3-A", "v8.1-M.mainline", "v9"}},
+    {8, {"No", "Yes"}},
+    {9, {"No", "Thumb-1", "Thumb-2", "Yes"}},
+    {10, {"No", "VFPv1", "VFPv2", "VFPv3", "VFPv3-D16", "VFPv4", "VFPv4-D16", "FP for ARMv8", "FPv5/FP-D16 for ARMv8"}},
+    {12, {"No", "NEONv1", "NEONv1 with Fused-MAC", "NEON for ARMv8", "NEON for ARMv8.1"}},
+    {14, {"V6", "SB", "TLS", "Unused"}},
+    {15, {"Absolute", "PC-relative", "SB-relative", "None"}},
+    {16, {"Absolute", "PC-relative", "None"}},
+    {17, {"None", "direct", "GOT-indirect"}},
+    {19, {"Unused", "Needed"}},
+    {20, {"Unused", "Needed", "Sign only"}},
+    {21, {"Unused", "Needed"}},
+    {22, {"Unused", "Needed"}},
+    {23, {"Unused", "Finite", "RTABI", "IEEE 754"}},
+    {24, {"None", "8-byte", "4-byte"}},
+    {25, {"None", "8-byte, except leaf SP", "8-byte"}},
+    {26, {"Unused", "small", "int", "forced to int"}},
+    {27, {"As Tag_FP_arch", "SP only", "Reserved", "Deprecated"}},
+    {28, {"AAPCS", "VFP registers", "custom", "compatible"}},
+    {30, {"None", "Prefer Speed", "Aggressive Speed", "Prefer Size", "Aggressive Size", "Prefer Debug",
+          "Aggressive Debug"}},
+    {34, {"None", "v6"}},
+    {42, {"Not Allowed", "Allowed"}},
+    {44, {"Allowed in Thumb-ISA, v7-R or v7-M", "Not allowed", "Allowed in v7-A with integer division extension"}},
+    {46, {"Follow architecture", "Allowed"}},
+    {48, {"No MVE", "MVE Integer only", "MVE Integer and FP"}},
+    {68, {"Not Allowed", "TrustZone", "Virtualization Extensions", "TrustZone and Virtualization Extensions"}},
+};
+
+// The meaning of a number of the public ABI's attributes; null for a value
+// or a tag it does not name. The architecture profile is a letter.
+const char *aeabi_value_name(uint32_t tag, uint64_t value) {
+  if (tag == 7)
+    return value == 0 ? "None" : value == 'A' ? "Application" : value == 'R' ? "Realtime"
+         : value == 'M' ? "Microcontroller" : value == 'S' ? "Application or Realtime" : nullptr;
+  for (const VALUE_NAMES &v : AEABI_VALUE_NAMES)
+    if (v.tag == tag)
+      return value < v.names.size() ? v.names.begin()[value] : nullptr;
+  return nullptr;
+}
 
 // Text as it stands, but bytes that are not printable ASCII as \xNN, so that
 // a hostile string cannot garble the listing.
@@ -73,8 +125,10 @@ std::string printable(const std::string &text) {
   return out;
 }
 
-std::string value_text(const OFBA_ATTR &attr) {
+std::string value_text(const OFBA_ATTR &attr, bool aeabi) {
   std::string number = std::to_string(attr.number);
+  if (const char *meaning = aeabi ? aeabi_value_name(attr.tag, attr.number) : nullptr)
+    number += std::string(" (") + meaning + ")";
   std::string text = "\"" + printable(attr.text) + "\"";
   switch (attr.kind) {
   case OFBA_VALUE_KIND::NUMBER: return number;
@@ -120,7 +174,8 @@ void OF_BUILD_ATTR_TABLE::dump(FILE *stream, const std::string &file_name) const
       }
       fprintf(stream, "     %s\n", heading.c_str());
       for (const OFBA_ATTR &attr : list->attrs_)
-        fprintf(stream, "       %-32s %s\n", ofba_tag_name(attr.tag).c_str(), value_text(attr).c_str());
+        fprintf(stream, "       %-32s %s\n", ofba_tag_name(attr.tag).c_str(),
+                value_text(attr, v->get_name() == "aeabi").c_str());
     }
   }
 }

@@ -26,21 +26,19 @@
 #include "objfile/elf/elf_section.h"
 #include "objfile/elf/elf_segment.h"
 #include "objfile/elf/elf_types.h"
-#include "support/user_msg.h"
 #include "tools/tool_support.h"
 
 namespace tools {
 
 namespace {
 
-USER_MSG &msg() { return USER_MSG::instance(); }
 
 // The section's bytes; false with a message when the file does not hold
 // them all.
 bool section_bytes(OFE::OBJECT_FILE &object, OFE::OF_SECTION &section, uint64_t size, std::vector<uint8_t> &bytes) {
   OFE::DATA_MAP *data = section.get_data();
   if (!data || data->size() < size) {
-    msg().error("section '%s' of '%s' lies outside the file", section.get_name().c_str(),
+    tools::error("section '%s' of '%s' lies outside the file", section.get_name().c_str(),
                 object.get_file_name().c_str());
     return false;
   }
@@ -111,7 +109,7 @@ bool check_overlaps(const OFE::OBJECT_FILE &object, const FLASH_IMAGE &image) {
   for (size_t i = 1; i < image.pieces.size(); i++) {
     const IMAGE_PIECE &a = image.pieces[i - 1], &b = image.pieces[i];
     if (a.address + a.bytes.size() > b.address) {
-      msg().error("sections '%s' (page %u) and '%s' (page %u) of '%s' overlap at byte address 0x%llx: one image "
+      tools::error("sections '%s' (page %u) and '%s' (page %u) of '%s' overlap at byte address 0x%llx: one image "
                   "cannot hold both",
                   a.section.c_str(), a.page, b.section.c_str(), b.page, object.get_file_name().c_str(),
                   static_cast<unsigned long long>(b.address));
@@ -129,7 +127,7 @@ IMAGE_FORMAT image_format(const std::string &name) {
 
 bool collect_image(OFE::OBJECT_FILE &object, FLASH_IMAGE &image) {
   if (object.get_file_type() != OFE::OF_FILE_TYPE_EXECUTABLE) {
-    msg().error("'%s' is not an executable: a flash image is made from a linked program",
+    tools::error("'%s' is not an executable: a flash image is made from a linked program",
                 object.get_file_name().c_str());
     return false;
   }
@@ -159,7 +157,7 @@ int make_flash_image(OFE::OBJECT_FILE &object, IMAGE_FORMAT format, const std::s
   if (!written)
     return 1;
   if (ferror(stream)) {
-    msg().error("cannot write '%s'", path.c_str());
+    tools::error("cannot write '%s'", path.c_str());
     return 1;
   }
   return output.commit() ? 0 : 1;

@@ -22,7 +22,6 @@
 #include "objfile/of_section.h"
 #include "objfile/of_symbol.h"
 #include "support/tool_name.h"
-#include "support/user_msg.h"
 #include "tools/flash_image.h"
 #include "tools/symbol_lists.h"
 #include "tools/tool_support.h"
@@ -56,6 +55,7 @@ const char USAGE[] =
     "  --set-section-page NAME=N      set the memory page of section NAME to N\n"
     "  -O, --output-target FORMAT     write the loaded image of an executable instead:\n"
     "                                 binary, ihex (Intel hex) or srec (S-records)\n"
+    "  --version                      print the version\n"
     "  --help                         print this text\n"
     "\n"
     "Symbol edits apply to the file's symbol table (.symtab in ELF files) only;\n"
@@ -109,7 +109,6 @@ const OPTION OPTIONS[] = {
     {"--wildcard", WILDCARD, false, false, true},    {"-w", WILDCARD, false, false, true},
 };
 
-USER_MSG &msg() { return USER_MSG::instance(); }
 
 // Parses "--flag VALUE" and "--flag=VALUE"; "--" ends the options.
 std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) {
@@ -129,6 +128,8 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) 
       fputs(USAGE, stdout);
       exit(0);
     }
+    if (arg == "--version")
+      tools::print_version();
     const OPTION *option = nullptr;
     std::string operand;
     for (const OPTION &o : OPTIONS) {
@@ -182,7 +183,7 @@ template <class F> bool for_each_symbol(OFE::OBJECT_FILE &object, const std::str
     }
   }
   if (!found)
-    msg().error("no symbol named '%s' in '%s'", name.c_str(), object.get_file_name().c_str());
+    tools::error("no symbol named '%s' in '%s'", name.c_str(), object.get_file_name().c_str());
   return found && ok;
 }
 
@@ -192,7 +193,7 @@ template <class F> bool for_each_section(OFE::OBJECT_FILE &object, const std::st
     if (!name.empty() && s->get_name() == name)
       matches.push_back(s);
   if (matches.empty())
-    msg().error("no section named '%s' in '%s'", name.c_str(), object.get_file_name().c_str());
+    tools::error("no section named '%s' in '%s'", name.c_str(), object.get_file_name().c_str());
   bool ok = !matches.empty();
   for (OFE::OF_SECTION *s : matches)
     ok = change(*s) == 0 && ok;
@@ -270,7 +271,7 @@ bool apply(OFE::OBJECT_FILE &object, const EDIT &edit, const tools::SYMBOL_LISTS
   case SECTION_PAGE: {
     uint32_t number;
     if (!parse_number(edit.value, number)) {
-      msg().error("'%s' is not a number", edit.value.c_str());
+      tools::error("'%s' is not a number", edit.value.c_str());
       return false;
     }
     return for_each_section(object, edit.name, [&](OFE::OF_SECTION &s) {
@@ -317,7 +318,7 @@ int main(int argc, char **argv) {
     return 1;
   if (object.write(stream) != 0 || reports.errors != 0) {
     if (reports.errors == 0)
-      msg().error("cannot write '%s'", files[1].c_str());
+      tools::error("cannot write '%s'", files[1].c_str());
     return 1;
   }
   // Writing read every table; a copy of one the file did not hold whole

@@ -8,13 +8,12 @@
 
 #include "objfile/of_binding_edit.h"
 #include "objfile/of_symbol.h"
-#include "support/user_msg.h"
+#include "tools/tool_support.h"
 
 namespace tools {
 
 namespace {
 
-USER_MSG &msg() { return USER_MSG::instance(); }
 
 bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\f' || c == '\v'; }
 
@@ -24,7 +23,7 @@ bool read_words(const std::string &path, std::vector<std::vector<std::string>> &
   // A pipe will do ("--localize-symbols <(...)" in a script).
   FILE *file = fopen(path.c_str(), "r");
   if (!file) {
-    msg().error("cannot open '%s': %s", path.c_str(), strerror(errno));
+    tools::error("cannot open '%s': %s", path.c_str(), strerror(errno));
     return false;
   }
   std::string text;
@@ -34,7 +33,7 @@ bool read_words(const std::string &path, std::vector<std::vector<std::string>> &
   bool failed = ferror(file) != 0;
   fclose(file);
   if (failed) {
-    msg().error("cannot read '%s'", path.c_str());
+    tools::error("cannot read '%s'", path.c_str());
     return false;
   }
   int number = 0;
@@ -79,7 +78,7 @@ bool read_name_list(const std::string &path, std::vector<std::string> &names) {
     return false;
   for (size_t i = 0; i < lines.size(); i++) {
     if (lines[i].size() > 1)
-      msg().warning(1, "ignoring what follows the name on line %d of '%s'", numbers[i], path.c_str());
+      tools::warning("ignoring what follows the name on line %d of '%s'", numbers[i], path.c_str());
     names.push_back(lines[i][0]);
   }
   return true;
@@ -92,13 +91,13 @@ bool read_rename_list(const std::string &path, std::map<std::string, std::string
     return false;
   for (size_t i = 0; i < lines.size(); i++) {
     if (lines[i].size() < 2) {
-      msg().error("line %d of '%s' names no new name for '%s'", numbers[i], path.c_str(), lines[i][0].c_str());
+      tools::error("line %d of '%s' names no new name for '%s'", numbers[i], path.c_str(), lines[i][0].c_str());
       return false;
     }
     if (lines[i].size() > 2)
-      msg().warning(1, "ignoring what follows the new name on line %d of '%s'", numbers[i], path.c_str());
+      tools::warning("ignoring what follows the new name on line %d of '%s'", numbers[i], path.c_str());
     if (!renames.emplace(lines[i][0], lines[i][1]).second) {
-      msg().error("line %d of '%s' renames '%s' a second time", numbers[i], path.c_str(), lines[i][0].c_str());
+      tools::error("line %d of '%s' renames '%s' a second time", numbers[i], path.c_str(), lines[i][0].c_str());
       return false;
     }
   }
@@ -151,7 +150,7 @@ bool SYMBOL_LISTS::apply(OFE::OBJECT_FILE &object, SYMBOL_LIST_KIND kind) const 
   }
   for (size_t i = 0; i < list.size(); i++)
     if (!matched[i] && !list[i].listed && !(wildcard_ && list[i].name[0] == '!')) {
-      msg().error("no symbol named '%s' in '%s'", list[i].name.c_str(), object.get_file_name().c_str());
+      tools::error("no symbol named '%s' in '%s'", list[i].name.c_str(), object.get_file_name().c_str());
       ok = false;
     }
   return ok;

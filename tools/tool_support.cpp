@@ -9,7 +9,9 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "archiver/banner.h"
 #include "support/ending_signals.h"
+#include "support/tool_name.h"
 #include "support/user_msg.h"
 
 namespace tools {
@@ -22,6 +24,34 @@ void usage_error(const char *tool, const char *format, ...) {
   va_end(args);
   fprintf(stderr, "; try '%s --help'\n", tool);
   exit(1);
+}
+
+namespace {
+void say(const char *kind, const char *format, va_list args) {
+  fflush(stdout);  // what was listed before it stays before it
+  fprintf(stderr, "%s: %s", get_tool_name(), kind);
+  vfprintf(stderr, format, args);
+  fputc('\n', stderr);
+}
+}  // namespace
+
+void error(const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  say("", format, args);
+  va_end(args);
+}
+
+void warning(const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  say("warning: ", format, args);
+  va_end(args);
+}
+
+void print_version() {
+  print_version_report(stdout);
+  exit(fflush(stdout) == 0 ? 0 : 1);
 }
 
 namespace {
@@ -80,16 +110,16 @@ OPENED_OBJECT::~OPENED_OBJECT() {
 FILE *open_input_file(const char *path) {
   struct stat st;
   if (stat(path, &st) != 0) {
-    USER_MSG::instance().error("cannot open '%s': %s", path, strerror(errno));
+    tools::error("cannot open '%s': %s", path, strerror(errno));
     return nullptr;
   }
   if (!S_ISREG(st.st_mode)) {
-    USER_MSG::instance().error("'%s' is not a regular file", path);
+    tools::error("'%s' is not a regular file", path);
     return nullptr;
   }
   FILE *stream = fopen(path, "rb");
   if (!stream)
-    USER_MSG::instance().error("cannot open '%s': %s", path, strerror(errno));
+    tools::error("cannot open '%s': %s", path, strerror(errno));
   return stream;
 }
 
@@ -99,7 +129,7 @@ bool open_object_file(const char *path, REPORTS &reports, OPENED_OBJECT &opened)
     return false;
   opened.object.reset(OFE::open_object(opened.stream, 0, path, reporting_handler(reports)));
   if (!opened.object) {
-    USER_MSG::instance().error("'%s' is not an ELF or QV-COFF object file", path);
+    tools::error("'%s' is not an ELF or QV-COFF object file", path);
     return false;
   }
   return true;
@@ -125,7 +155,7 @@ FILE *OUTPUT_FILE::open() {
   target_ = replacement_target(path_.c_str());
   replaces_ = stat(target_.c_str(), &old_) == 0;
   if (replaces_ && !S_ISREG(old_.st_mode)) {
-    USER_MSG::instance().error("'%s' is not a regular file", path_.c_str());
+    tools::error("'%s' is not a regular file", path_.c_str());
     return nullptr;
   }
   pending_output = &file_;
@@ -135,7 +165,7 @@ FILE *OUTPUT_FILE::open() {
   int error = errno;
   if (fd >= 0)
     close(fd);
-  USER_MSG::instance().error("cannot create '%s': %s", path_.c_str(), strerror(error));
+  tools::error("cannot create '%s': %s", path_.c_str(), strerror(error));
   return nullptr;
 }
 
@@ -153,7 +183,7 @@ bool OUTPUT_FILE::commit() {
     error = errno;
   }
   if (!ok) {
-    USER_MSG::instance().error("cannot write '%s': %s", path_.c_str(), strerror(error));
+    tools::error("cannot write '%s': %s", path_.c_str(), strerror(error));
     replacement_discard(&file_);  // the process may end without unwinding
   }
   return ok;

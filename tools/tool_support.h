@@ -18,6 +18,17 @@ namespace tools {
 // it and where the options are explained ("; try 'TOOL --help'"); exit 1.
 [[noreturn]] void usage_error(const char *tool, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
+// A message of the tool itself, not one of the library's (those keep the
+// library's severity prefixes): the tool's name (get_tool_name), ": " and
+// the text, one line on standard error.
+void error(const char *format, ...) __attribute__((format(printf, 1, 2)));
+// The same for a warning: "TOOL: warning: " and the text.
+void warning(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+// "--version": the version report of `arvela --toolversion` on standard
+// output; exit 0.
+[[noreturn]] void print_version();
+
 // Counts what the library reported through an object's error handler.
 struct REPORTS {
   uint32_t errors = 0;    // anything but the warnings 4 and 6

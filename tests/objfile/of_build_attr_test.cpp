@@ -98,8 +98,8 @@ TEST_P(BuildAttr, ReadsEveryValueKindWritesBackAndLists) {
   for (const std::string &r : {std::string("   Vendor: \"aeabi\"\n"), std::string("     Tag_File\n"),
                                std::string("     Tag_Section: 1 2\n"), std::string("     Tag_Symbol: 5\n"),
                                std::string("   Vendor: \"gnu\" (6 bytes, not interpreted)\n"),
-                               row("Tag_CPU_name", "\"7E-M\""), row("Tag_CPU_arch", "13"),
-                               row("Tag_compatibility", "1, \"gnu\""), row("Tag_CPU_unaligned_access", "1"),
+                               row("Tag_CPU_name", "\"7E-M\""), row("Tag_CPU_arch", "13 (v7E-M)"),
+                               row("Tag_compatibility", "1, \"gnu\""), row("Tag_CPU_unaligned_access", "1 (v6)"),
                                row("Tag_also_compatible_with", "\"x\""), row("Tag_ABI_VFP_args", "1")})
     EXPECT_NE(text.find(r), std::string::npos) << r << text;
   EXPECT_EQ(ofba_tag_name(99), "Tag_99");

@@ -169,9 +169,9 @@ TEST(Recognition, MachineTablesAgreeWithTheDatabases) {
   EXPECT_EQ(create_machine_db(nullptr, OF_MACHINE_VELA)->get_special_section(OF_SPECIAL_KIND_COUNT), nullptr);
   EXPECT_EQ(arm->get_section_type_name(1), nullptr);
   std::vector<std::string> flags;
-  for (const char *name : arm->get_elf_flag_names(0x00800400))
+  for (const char *name : arm->get_elf_flag_names(0x05800400))
     flags.push_back(name);
-  EXPECT_EQ(flags, (std::vector<std::string>{"EF_ARM_ABI_FLOAT_HARD", "EF_ARM_BE8"}));
+  EXPECT_EQ(flags, (std::vector<std::string>{"EF_ARM_EABI_VER5", "EF_ARM_ABI_FLOAT_HARD", "EF_ARM_BE8"}));
 }
 
 }  // namespace

@@ -224,9 +224,9 @@ TEST_P(OfecopyCoff, AFileWithATablePastItsEndIsNotCopied) {
     EXPECT_EQ(unwrapped(r.err), expected);
     EXPECT_FALSE(std::filesystem::exists(dir / "out.obj")) << k.what;
     // The listing shows what is there, and says what is not.
-    RUN_RESULT listed = run({ofedump_path(), "-d", "all", "in.obj"}, dir.path());
+    RUN_RESULT listed = run({ofedump_path(), "--full", "-d", "all", "in.obj"}, dir.path());
     EXPECT_EQ(listed.status, 1) << k.what;
-    EXPECT_EQ(unwrapped(listed.err), expected) << k.what;
+    EXPECT_EQ(unwrapped(listed.err), "ofedump: " + std::string(expected).substr(strlen(">>   error: "))) << k.what;
     EXPECT_NE(listed.out.find("(\".cut\")"), std::string::npos) << k.what;
   }
 }

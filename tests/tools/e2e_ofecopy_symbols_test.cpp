@@ -198,11 +198,11 @@ TEST_F(OfecopySymbolEdits, BulkEditsRefuseWhatTheyCannotDo) {
   dir.write("half.txt", "# old and new\nvfprintf\n");
   dir.write("twice.txt", "vfprintf a\nvfprintf b\n");
   const std::pair<std::vector<std::string>, std::string> CASES[] = {
-      {{"--redefine-sym", "not_there=x"}, ">>   error: no symbol named 'not_there' in 'vfprintf.o'\n"},
-      {{"-w", "-G", "zz*"}, ">>   error: no symbol named 'zz*' in 'vfprintf.o'\n"},
-      {{"--localize-symbols", "missing.txt"}, ">>   error: cannot open 'missing.txt': No such file or directory\n"},
-      {{"--redefine-syms", "half.txt"}, ">>   error: line 2 of 'half.txt' names no new name for 'vfprintf'\n"},
-      {{"--redefine-syms", "twice.txt"}, ">>   error: line 2 of 'twice.txt' renames 'vfprintf' a second time\n"},
+      {{"--redefine-sym", "not_there=x"}, "ofecopy: no symbol named 'not_there' in 'vfprintf.o'\n"},
+      {{"-w", "-G", "zz*"}, "ofecopy: no symbol named 'zz*' in 'vfprintf.o'\n"},
+      {{"--localize-symbols", "missing.txt"}, "ofecopy: cannot open 'missing.txt': No such file or directory\n"},
+      {{"--redefine-syms", "half.txt"}, "ofecopy: line 2 of 'half.txt' names no new name for 'vfprintf'\n"},
+      {{"--redefine-syms", "twice.txt"}, "ofecopy: line 2 of 'twice.txt' renames 'vfprintf' a second time\n"},
   };
   for (const auto &[options, message] : CASES) {
     std::vector<std::string> argv = {ofecopy_path()};

@@ -133,14 +133,14 @@ TEST_F(Ofecopy, SymbolAndSectionEditsKeepTheRelocationsAndTheLink) {
 TEST_F(Ofecopy, FailuresSayWhyAndLeaveTheOutputAlone) {
   dir.write("out.o", "previous contents");
   const std::pair<std::vector<std::string>, std::string> cases[] = {
-      {{"--localize-symbol", "nosuch", "in.o", "out.o"}, ">>   error: no symbol named 'nosuch' in 'in.o'\n"},
-      {{"--rename-section", "nosuch=x", "in.o", "out.o"}, ">>   error: no section named 'nosuch' in 'in.o'\n"},
+      {{"--localize-symbol", "nosuch", "in.o", "out.o"}, "ofecopy: no symbol named 'nosuch' in 'in.o'\n"},
+      {{"--rename-section", "nosuch=x", "in.o", "out.o"}, "ofecopy: no section named 'nosuch' in 'in.o'\n"},
       {{"--set-section-alignment", ".text=12", "in.o", "out.o"},
        ">>   error: only powers of 2 are valid alignment values\n"},
       {{"--set-section-page", ".text=1", "in.o", "out.o"},
        ">>   error: Advanced RISC Machines ARM files have no section page attribute\n"},
-      {{"in.s", "out.o"}, ">>   error: 'in.s' is not an ELF or QV-COFF object file\n"},
-      {{"missing.o", "out.o"}, ">>   error: cannot open 'missing.o': No such file or directory\n"},
+      {{"in.s", "out.o"}, "ofecopy: 'in.s' is not an ELF or QV-COFF object file\n"},
+      {{"missing.o", "out.o"}, "ofecopy: cannot open 'missing.o': No such file or directory\n"},
       // Mistakes on the command line: one line, and a pointer to --help.
       {{"in.o"}, "ofecopy: no OUTPUT given after INPUT 'in.o'; try 'ofecopy --help'\n"},
       {{"--lcalize-symbol", "f", "in.o", "out.o"}, "ofecopy: unknown option '--lcalize-symbol'; try 'ofecopy --help'\n"},
@@ -226,7 +226,7 @@ TEST_F(Ofecopy, TheOutputKeepsItsIdentity) {
   for (const char *output : {"fifo", "null"}) {
     RUN_RESULT r = ofecopy({"in.o", output});
     EXPECT_EQ(r.status, 1) << output;
-    EXPECT_EQ(r.err, std::string(">>   error: '") + output + "' is not a regular file\n");
+    EXPECT_EQ(r.err, std::string("ofecopy: '") + output + "' is not a regular file\n");
   }
   EXPECT_TRUE(S_ISFIFO(status_of("fifo").st_mode));
   EXPECT_TRUE(S_ISCHR(status_of("null").st_mode));

@@ -1,5 +1,6 @@
 // ofedump against GNU readelf over real objects: GNU-built libraries of both
-// byte orders, REL and RELA, and i386 objects assembled here. Both listings
+// byte orders, REL and RELA, and i386 objects assembled here, in both of
+// ofedump's views (the tables and the labelled listing). The listings
 // are parsed into records of the same words, one kind per view (sections,
 // symbol tables, symbols, relocation tables, relocations, groups), and
 // compared record by record, every field of the record.
@@ -81,6 +82,37 @@ void name_section_symbol(RECORD &sym) {
     sym[9] = sym[8];
 }
 
+// A symbol row of `readelf -s -W`, as ofedump's table prints it too:
+// Num: Value Size Type Bind Vis Ndx [Name].
+RECORD symbol_row(const std::vector<std::string> &t, const std::string &table,
+                  const std::vector<std::string> &names) {
+  std::string shndx = t[6] == "UND" ? "SHN_UNDEF" : t[6] == "ABS" ? "SHN_ABS" : t[6] == "COM" ? "SHN_COMMON" : t[6];
+  std::string section = isdigit(t[6][0]) && std::stoul(t[6]) < names.size() ? names[std::stoul(t[6])] : "";
+  RECORD sym = {table, num(t[0], 10), num(t[1], 16), num(t[2], 0), "STT_" + t[3], "STB_" + t[4], "STV_" + t[5],
+                shndx, section, t.size() > 7 ? t[7] : ""};
+  name_section_symbol(sym);
+  return sym;
+}
+
+// A relocation row: Offset Info Type [Sym.Value Sym.Name] [+/- addend], or
+// the addend alone. readelf leaves out the symbol of index 0 (`symbol_at`
+// 3), ofedump's table prints its value and an empty name (4).
+RECORD reloc_row(const std::vector<std::string> &t, const std::string &table, size_t symbol_at) {
+  RECORD r = {table, num(t[0], 16), num(t[1], 16), t[2], "", "0", "-"};
+  size_t next = symbol_at;
+  if ((std::stoul(t[1], nullptr, 16) >> 8) != 0 && t.size() >= 5) {
+    r[REL_VALUE] = num(t[3], 16);
+    r[REL_SYMBOL] = t[4];
+    next = 5;
+  }
+  if (next + 1 < t.size() && (t[next] == "+" || t[next] == "-"))
+    r[REL_ADDEND] =
+        std::to_string(static_cast<int64_t>(std::stoull(t[next + 1], nullptr, 16)) * (t[next] == "-" ? -1 : 1));
+  else if (next < t.size())
+    r[REL_ADDEND] = std::to_string(std::stoull(t[next], nullptr, 16));
+  return r;
+}
+
 // `readelf -W -S -s -r -g`.
 std::vector<OBJECT> parse_readelf(const std::string &text, const std::string &path) {
   std::vector<OBJECT> objects;
@@ -115,28 +147,9 @@ std::vector<OBJECT> parse_readelf(const std::string &text, const std::string &pa
       add("sec", {num(between(line, '[', ']'), 10), f[0], section_type(f[1]), num(f[2], 16), num(f[3], 16),
                   num(f[4], 16), num(f[5], 16), readelf_flags(f[6]), num(f[7], 10), num(f[8], 10), num(f[9], 10)});
     } else if (mode == "sym" && line.find(':') != std::string::npos && !starts(line, "   Num:") && t.size() >= 7) {
-      std::string shndx = t[6] == "UND" ? "SHN_UNDEF" : t[6] == "ABS" ? "SHN_ABS" : t[6] == "COM" ? "SHN_COMMON" : t[6];
-      const std::vector<std::string> &names = current().section_names;
-      std::string section = isdigit(t[6][0]) && std::stoul(t[6]) < names.size() ? names[std::stoul(t[6])] : "";
-      RECORD sym = {table, num(t[0], 10), num(t[1], 16), num(t[2], 0), "STT_" + t[3], "STB_" + t[4], "STV_" + t[5],
-                    shndx, section, t.size() > 7 ? t[7] : ""};
-      name_section_symbol(sym);
-      add("sym", sym);
+      add("sym", symbol_row(t, table, current().section_names));
     } else if (mode == "rel" && line.size() > 18 && isxdigit(line[0]) && line[8] == ' ') {
-      // Offset Info Type [Sym.Value Sym.Name] [+/- addend], or the addend alone.
-      RECORD r = {table, num(t[0], 16), num(t[1], 16), t[2], "", "0", "-"};
-      size_t next = 3;
-      if ((std::stoul(t[1], nullptr, 16) >> 8) != 0 && t.size() >= 5) {
-        r[REL_VALUE] = num(t[3], 16);
-        r[REL_SYMBOL] = t[4];
-        next = 5;
-      }
-      if (next + 1 < t.size() && (t[next] == "+" || t[next] == "-"))
-        r[REL_ADDEND] = std::to_string(static_cast<int64_t>(std::stoull(t[next + 1], nullptr, 16)) *
-                                       (t[next] == "-" ? -1 : 1));
-      else if (next < t.size())
-        r[REL_ADDEND] = std::to_string(std::stoull(t[next], nullptr, 16));
-      add("rel", r);
+      add("rel", reloc_row(t, table, 3));
     } else if (mode == "grp" && starts(line, "   [") && line.find("[Index]") == std::string::npos) {
       RECORD &g = current().records["grp"].back();
       g.push_back(num(between(line, '[', ']'), 10));
@@ -167,9 +180,28 @@ std::vector<OBJECT> parse_ofedump(const std::string &text) {
       return true;
     };
     std::string v;
+    std::vector<std::string> t = tokens(line), f;
     if (starts(line, "File: ")) {
       objects.push_back({line.substr(6), {}, {}});
       mode = "";
+    } else if (starts(line, " Sections:")) {
+      mode = "table sec";
+    } else if (starts(line, " Symbol table \"") || starts(line, " Relocations \"")) {
+      mode = line[1] == 'S' ? "table sym" : "table rel";
+      table = in_quotes(line);
+      objects.back().records[line[1] == 'S' ? "symtab" : "reltab"].push_back({table});
+    } else if (mode == "table sec" && section_row(line, f)) {
+      objects.back().section_names.push_back(f[0]);
+      objects.back().records["sec"].push_back({num(between(line, '[', ']'), 10), f[0], section_type(f[1]),
+                                               num(f[2], 16), num(f[3], 16), num(f[4], 16), num(f[5], 16),
+                                               readelf_flags(f[6]), num(f[7], 10), num(f[8], 10), num(f[9], 10)});
+    } else if (mode == "table sym" && t.size() >= 7 && t[0].back() == ':' && isdigit(t[0][0])) {
+      objects.back().records["sym"].push_back(symbol_row(t, table, objects.back().section_names));
+    } else if (mode == "table rel" && t.size() >= 4 && isxdigit(t[0][0]) && t[0].size() == 8) {
+      RECORD r = reloc_row(t, table, 4);
+      if (starts(r[REL_TYPE], "0x"))
+        r[REL_TYPE] = "-";  // a type the target's database does not name
+      objects.back().records["rel"].push_back(r);
     } else if (starts(line, " Section ")) {
       mode = "sec";
       objects.back().records[mode].push_back({num(tokens(line)[1], 10), in_quotes(line)});
@@ -229,8 +261,11 @@ std::vector<OBJECT> parse_ofedump(const std::string &text) {
 // Records compared per view; relocations whose type ofedump names.
 using TALLY = std::map<std::string, size_t>;
 
-TALLY compare_file(const std::string &readelf, const std::string &path) {
-  RUN_RESULT ours = run({ofedump_path(), "-d", "sections,symbols,relocs,groups", path}, ".");
+TALLY compare_file(const std::string &readelf, const std::string &path, bool full) {
+  std::vector<std::string> args = {ofedump_path(), "-d", "sections,symbols,relocs,groups", path};
+  if (full)
+    args.insert(args.begin() + 1, "--full");
+  RUN_RESULT ours = run(args, ".");
   EXPECT_EQ(ours.status, 0) << ours.err;
   EXPECT_EQ(ours.err, "");
   RUN_RESULT theirs = run({readelf, "-W", "-S", "-s", "-r", "-g", path}, ".");
@@ -280,16 +315,20 @@ void PrintTo(const CORPUS &c, std::ostream *os) { *os << c.label; }
 
 class OfedumpLibraryTest : public ::testing::TestWithParam<CORPUS> {};
 
+// Both views: the tables and the labelled listing (--full).
 TEST_P(OfedumpLibraryTest, EveryMemberListsWhatReadelfPrints) {
   const CORPUS &c = GetParam();
-  TALLY tally = compare_file(c.readelf, c.path);
-  EXPECT_GE(tally["objects"], c.min_objects);
-  EXPECT_GE(tally["sym"], c.min_symbols);
-  EXPECT_GE(tally["rel"], c.min_relocs);
-  if (c.every_type_named) {
-    EXPECT_EQ(tally["named"], tally["rel"]);
+  for (bool full : {false, true}) {
+    SCOPED_TRACE(full ? "--full" : "tables");
+    TALLY tally = compare_file(c.readelf, c.path, full);
+    EXPECT_GE(tally["objects"], c.min_objects);
+    EXPECT_GE(tally["sym"], c.min_symbols);
+    EXPECT_GE(tally["rel"], c.min_relocs);
+    if (c.every_type_named) {
+      EXPECT_EQ(tally["named"], tally["rel"]);
+    }
+    EXPECT_GE(tally["sec"], tally["objects"] * 3);
   }
-  EXPECT_GE(tally["sec"], tally["objects"] * 3);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -345,16 +384,19 @@ tls_sym: .zero 4
 )");
   dir.write("b.s", ".text\n.globl main\nmain: call f\n ret\n.section .text.c,\"axG\",@progbits,comdat_sig,comdat\n"
                    ".globl comdat_sig\ncomdat_sig: ret\n");
-  TALLY total;
-  for (const char *name : {"a", "b"}) {
-    RUN_RESULT as = run({"as", "--32", std::string(name) + ".s", "-o", std::string(name) + ".o"}, dir.path());
-    ASSERT_EQ(as.status, 0) << as.err;
-    for (const auto &[view, count] : compare_file("readelf", (dir / (std::string(name) + ".o")).string()))
-      total[view] += count;
+  for (bool full : {false, true}) {
+    SCOPED_TRACE(full ? "--full" : "tables");
+    TALLY total;
+    for (const char *name : {"a", "b"}) {
+      RUN_RESULT as = run({"as", "--32", std::string(name) + ".s", "-o", std::string(name) + ".o"}, dir.path());
+      ASSERT_EQ(as.status, 0) << as.err;
+      for (const auto &[view, count] : compare_file("readelf", (dir / (std::string(name) + ".o")).string(), full))
+        total[view] += count;
+    }
+    EXPECT_GE(total["sym"], 18u);
+    EXPECT_GE(total["rel"], 6u);
+    EXPECT_EQ(total["grp"], 3u);
   }
-  EXPECT_GE(total["sym"], 18u);
-  EXPECT_GE(total["rel"], 6u);
-  EXPECT_EQ(total["grp"], 3u);
 }
 
 }  // namespace

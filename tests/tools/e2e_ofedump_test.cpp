@@ -73,6 +73,22 @@ const char RELOCS[] = "\nFile: good.o\n"
                       "  Symbol:                   1 \"start\"\n"
                       "  Symbol Value:             0x00000000\n";
 
+// Several -d add up: the tables of both, in the tables' own order.
+const char SYMBOLS_AND_RELOCS[] = "\nFile: good.o\n"
+                                  "\n Symbol table \".symtab\", 3 entries:\n"
+                                  "   Num: Value    Size     Type    Bind   Vis       Ndx Name\n"
+                                  "     0: 00000000        0 NOTYPE  LOCAL  DEFAULT   UND \n"
+                                  "     1: 00000000        0 NOTYPE  GLOBAL DEFAULT     1 start\n"
+                                  "     2: 00000000        0 NOTYPE  GLOBAL DEFAULT   UND other\n"
+                                  "\n Relocations \".rel.text\" for \".text\", 1 entries:\n"
+                                  "  Offset   Info     Type                 Sym.Value Symbol\n"
+                                  "  00000001 00000202 0x02                 00000000  other\n"
+                                  "\n Relocations \".rel.data\" for \".data\", 1 entries:\n"
+                                  "  Offset   Info     Type                 Sym.Value Symbol\n"
+                                  "  00000000 00000101 0x01                 00000000  start\n";
+
+std::string version_report() { return run({arvela_path(), "--toolversion"}, ".").out; }
+
 }  // namespace
 
 // Each run: its exit status, standard error (whole, or its start where it
@@ -94,13 +110,35 @@ TEST_F(Ofedump, CommandLineAndListingSelection) {
        "lnnos, groups, segments, dynamic, symhash, symver, battrs, all); try 'ofedump --help'\n", ""},
       {{"--xlm", "good.o"}, 1, "ofedump: unknown option '--xlm'; try 'ofedump --help'\n", ""},
       {{"good.o", "-d"}, 1, "ofedump: option '-d' needs a LIST of listings; try 'ofedump --help'\n", ""},
-      {{"-h"}, 0, "", "usage: ofedump [-d LIST] [--xml] FILE..."},
+      {{"-d", "symbols=.text", "good.o"}, 1,
+       "ofedump: only rawdata and relocs take a section name, not 'symbols'; try 'ofedump --help'\n", ""},
+      {{"--full", "-d", "rawdata=.text", "good.o"}, 1,
+       "ofedump: a section name after rawdata= or relocs= needs the tables, not --full or --xml; try 'ofedump "
+       "--help'\n", ""},
+      {{"--xml", "--size", "good.o"}, 1, "ofedump: --xml takes no --full, --index or --size; try 'ofedump --help'\n",
+       ""},
+      {{"-h"}, 0, "", "usage: ofedump [-d LIST]... [--full | --xml] [--index] [--size] FILE..."},
+      {{"--version", "good.o"}, 0, "", version_report()},
+      // The default: the header, then the tables of sections and symbols.
       {{"good.o"}, 0, "", "\nFile: good.o\n\n Object File Information\n\n  File Name:                good.o",
-       {"\n ELF File Header\n", "  e_machine:                EM_386 (Intel 80386)\n", "\n Section 1 \".text\"\n",
-        "\n Symbol Table \".symtab\"\n"},
-       {"Relocation Table", "Raw Data"}},
-      {{"-drelocs,optheader,lnnos", "good.o"}, 0, "", RELOCS},
+       {"\n ELF File Header\n", "  e_machine:                EM_386 (Intel 80386)\n",
+        "\n Sections:\n  [Nr] Name                 Type            Addr     Off      Size     ES Flg Lk  Inf Al\n",
+        "  [ 1] .text                PROGBITS        00000000 00000034 00000006 00  AX  0   0  1\n",
+        "     1: 00000000        0 NOTYPE  GLOBAL DEFAULT     1 start\n"},
+       {"Relocation", "Raw Data", "Contents", "\n Section 1 \".text\"\n"}},
+      {{"-d", "relocs", "-d", "symbols", "good.o"}, 0, "", SYMBOLS_AND_RELOCS},
+      {{"--full", "-drelocs,optheader,lnnos", "good.o"}, 0, "", RELOCS},
+      {{"-d", "relocs=.data,rawdata=.data", "good.o"}, 0, "",
+       "\nFile: good.o\n"
+       "\n Relocations \".rel.data\" for \".data\", 1 entries:\n"
+       "  Offset   Info     Type                 Sym.Value Symbol\n"
+       "  00000000 00000101 0x01                 00000000  start\n"
+       "\n Contents of section \".data\":\n"
+       "  00000000 00000000                            ....\n"},
       {{"-d", "all", "good.o"}, 0, "", "\nFile: good.o",
+       {" Object File Information", " ELF File Header", " Sections:", " Contents of section \".text\"",
+        " Relocations \".rel.text\"", " Symbol table", " String Table \".strtab\""}},
+      {{"--full", "-d", "all", "good.o"}, 0, "", "\nFile: good.o",
        {" Object File Information", " ELF File Header", " Section 0 \"\"", " Raw Data of Section 1",
         " Relocation Table", " Symbol Table", " String Table \".strtab\""}},
   };
@@ -117,6 +155,11 @@ TEST_F(Ofedump, CommandLineAndListingSelection) {
   }
   RUN_RESULT help = ofedump({"--help"});
   EXPECT_EQ(help.status, 0);
+  // ofecopy's conventions are the same.
+  RUN_RESULT copy_version = ofedump({"--version"}, ofecopy_path());
+  EXPECT_EQ(copy_version.status, 0);
+  EXPECT_EQ(copy_version.out, version_report());
+  EXPECT_EQ(copy_version.err, "");
   for (const char *keyword : {"header", "optheader", "segments", "sections", "rawdata", "relocs", "lnnos", "symbols",
                               "strings", "symhash", "groups", "dynamic", "symver", "battrs", "all"})
     EXPECT_TRUE(has(help.out, "            " + std::string(keyword) + " ")) << keyword;
@@ -172,15 +215,15 @@ TEST_F(Ofedump, DamagedInputIsReportedTheRestListedAndTheRunFails) {
   const CASE cases[] = {
       {{"damaged.o", "missing.o", "short.o", "good.o"},
        {">>   error: damaged.o: section header table", "extends past the end of the file",
-        ">>   error: 'damaged.o' could not be read completely\n",
-        ">>   error: cannot open 'missing.o': No such file or directory\n",
+        "ofedump: 'damaged.o' could not be read completely\n",
+        "ofedump: cannot open 'missing.o': No such file or directory\n",
         ">>   error: short.o: ELF header (52 bytes) extends past the end of the file",
-        ">>   error: 'short.o' could not be read completely\n"},
+        "ofedump: 'short.o' could not be read completely\n"},
        false,
        {"File: damaged.o", "File: short.o", "File: good.o"}},
-      {{"text.o", "good.o"}, {">>   error: 'text.o' is not an ELF or QV-COFF object file\n"}, true,
+      {{"text.o", "good.o"}, {"ofedump: 'text.o' is not an ELF or QV-COFF object file\n"}, true,
        {"File: text.o", "File: good.o"}},
-      {{"d.lib"}, {">>   error: 'd.lib(damaged.o)' could not be read completely\n"}, false,
+      {{"d.lib"}, {"ofedump: 'd.lib(damaged.o)' could not be read completely\n"}, false,
        {"Archive: d.lib", "File: d.lib(damaged.o)", "File: d.lib(good.o)"}},
       {{"-d", "header", "cut.lib", "good.o"}, {">>   error: "}, false,
        {"Archive: cut.lib", "File: cut.lib(damaged.o)", "File: good.o"}},
@@ -248,12 +291,12 @@ TEST_F(Ofedump, ControlCharactersInNamesAreEscaped) {
 TEST_F(Ofedump, AListingThatCannotBeWrittenFails) {
   RUN_RESULT r = run({"sh", "-c", "exec \"$0\" -d all good.o >/dev/full", ofedump_path()}, dir.path());
   EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.err, ">>   error: cannot write standard output: No space left on device\n");
+  EXPECT_EQ(r.err, "ofedump: cannot write standard output: No space left on device\n");
   // The reader of the pipe has ended before the listing starts.
   const std::string closed_pipe = "coproc READER { :; }; exec 4>&${READER[1]}; wait $READER_PID; ";
   r = run({"bash", "-c", "trap '' PIPE; " + closed_pipe + "exec \"$0\" -d all good.o >&4", ofedump_path()}, dir.path());
   EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.err, ">>   error: cannot write standard output: Broken pipe\n");
+  EXPECT_EQ(r.err, "ofedump: cannot write standard output: Broken pipe\n");
   r = run({"bash", "-c", closed_pipe + "exec \"$0\" -d all good.o >&4", ofedump_path()}, dir.path());
   EXPECT_EQ(r.status, 128 + 13);
 }
@@ -270,7 +313,7 @@ TEST_F(Ofedump, TheLibrarysWarningsNameTheRunningTool) {
   const std::string warning = ">> warning: Unrecognized QV extended section attributes format. All extended\n"
                               "            section attributes will be ignored. %s update recommended.\n";
   for (const std::string tool : {"ofedump", "ofecopy"}) {
-    RUN_RESULT r = tool == "ofedump" ? ofedump({"qa.o"}) : run({ofecopy_path(), "qa.o", "copy.o"}, dir.path());
+    RUN_RESULT r = tool == "ofedump" ? ofedump({"--full", "qa.o"}) : run({ofecopy_path(), "qa.o", "copy.o"}, dir.path());
     EXPECT_EQ(r.status, 0) << r.err;
     std::string expected = warning;
     expected.replace(expected.find("%s"), 2, tool);

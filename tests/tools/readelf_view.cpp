@@ -8,8 +8,6 @@
 
 namespace testing_support {
 
-namespace {
-
 std::vector<std::string> split_lines(const std::string &text) {
   std::vector<std::string> lines;
   std::istringstream in(text);
@@ -17,6 +15,8 @@ std::vector<std::string> split_lines(const std::string &text) {
     lines.push_back(line);
   return lines;
 }
+
+namespace {
 
 bool is_hex(const std::string &t, size_t digits) {
   return t.size() == digits && std::all_of(t.begin(), t.end(), [](char c) { return isxdigit(c); });

@@ -19,6 +19,8 @@ struct READELF_VIEW {
   bool operator==(const READELF_VIEW &) const = default;
 };
 
+// The lines of a listing, without their line ends.
+std::vector<std::string> split_lines(const std::string &text);
 // The blank-separated words of a line of a listing.
 std::vector<std::string> tokens(const std::string &line);
 // The words of a section row of `readelf -S -W` (after "[Nr]"): name, type,
