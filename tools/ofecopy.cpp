@@ -1,5 +1,6 @@
 // ofecopy: copies an object file through the object-file library, applying
-// symbol and section edits on the way.
+// symbol and section edits on the way; a library is copied member by member
+// (ofecopy_library.cpp), each object through the same edits.
 //
 // The input is opened with open_object, every table is loaded, the edits are
 // applied in the order given through the library's own setters (a refused
@@ -22,6 +23,7 @@
 #include "objfile/of_symbol.h"
 #include "support/tool_name.h"
 #include "support/user_msg.h"
+#include "tools/ofecopy_library.h"
 #include "tools/tool_support.h"
 
 namespace {
@@ -31,6 +33,8 @@ const char USAGE[] =
     "\n"
     "Copies the ELF or QV-COFF object INPUT to OUTPUT, applying the edits in the\n"
     "order given. Options may repeat; INPUT may be the same file as OUTPUT.\n"
+    "A library INPUT is copied to a library OUTPUT: every object member gets the\n"
+    "edits, other members are kept as they are, and the symbol index is rebuilt.\n"
     "ELF executables and shared objects are copied too: their loaded image\n"
     "(allocated sections, program headers, dynamic section) is kept as it is.\n"
     "\n"
@@ -46,14 +50,17 @@ const char USAGE[] =
     "\n"
     "Symbol edits apply to the file's symbol table (.symtab in ELF files) only;\n"
     "the dynamic symbols (.dynsym) of executables and shared objects never change.\n"
-    "A name that matches nothing is an error. On any error nothing is written.\n";
+    "A name that matches nothing (in a library: in no member) is an error.\n"
+    "On any error nothing is written.\n";
 
 enum EDIT_KIND { RENAME_SYMBOL, LOCALIZE, GLOBALIZE, WEAKEN, RENAME_SECTION, SECTION_ALIGNMENT, SECTION_PAGE };
 
 struct EDIT {
   EDIT_KIND kind;
   std::string name;
-  std::string value;  // the NEW of OLD=NEW, or N
+  std::string value;        // the NEW of OLD=NEW, or N
+  uint32_t matches = 0;     // objects in which it found what it names
+  const char *names = "";   // what it names: "symbol" or "section"
 };
 
 struct OPTION {
@@ -127,29 +134,31 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) 
   return edits;
 }
 
-// Applies `change` to every symbol named `name`; false when there is none or
-// a change is refused.
-template <class F> bool for_each_symbol(OFE::OBJECT_FILE &object, const std::string &name, F change) {
+// Applies `change` to every symbol the edit names, counting the object in
+// the edit's matches when there is one; false when a change is refused.
+// Whether an edit that matched nothing is an error is decided once every
+// object is edited (see all_matched).
+template <class F> bool for_each_symbol(OFE::OBJECT_FILE &object, EDIT &edit, F change) {
+  edit.names = "symbol";
   bool found = false, ok = true;
   for (OFE::OF_SYMBOL *symbol : object.symbols()) {
-    if (!name.empty() && symbol->get_name() == name) {
+    if (!edit.name.empty() && symbol->get_name() == edit.name) {
       found = true;
       ok = change(*symbol) == 0 && ok;
     }
   }
-  if (!found)
-    msg().error("no symbol named '%s' in '%s'", name.c_str(), object.get_file_name().c_str());
-  return found && ok;
+  edit.matches += found;
+  return ok;
 }
 
-template <class F> bool for_each_section(OFE::OBJECT_FILE &object, const std::string &name, F change) {
+template <class F> bool for_each_section(OFE::OBJECT_FILE &object, EDIT &edit, F change) {
+  edit.names = "section";
   std::vector<OFE::OF_SECTION *> matches;
   for (OFE::OF_SECTION *s : object.sections())
-    if (!name.empty() && s->get_name() == name)
+    if (!edit.name.empty() && s->get_name() == edit.name)
       matches.push_back(s);
-  if (matches.empty())
-    msg().error("no section named '%s' in '%s'", name.c_str(), object.get_file_name().c_str());
-  bool ok = !matches.empty();
+  edit.matches += !matches.empty();
+  bool ok = true;
   for (OFE::OF_SECTION *s : matches)
     ok = change(*s) == 0 && ok;
   return ok;
@@ -165,22 +174,22 @@ bool parse_number(const std::string &text, uint32_t &value) {
   return true;
 }
 
-bool apply(OFE::OBJECT_FILE &object, const EDIT &edit) {
+bool apply(OFE::OBJECT_FILE &object, EDIT &edit) {
   switch (edit.kind) {
   case RENAME_SYMBOL:
-    return for_each_symbol(object, edit.name, [&](OFE::OF_SYMBOL &s) { return s.set_name(edit.value); });
+    return for_each_symbol(object, edit, [&](OFE::OF_SYMBOL &s) { return s.set_name(edit.value); });
   case LOCALIZE:
   case GLOBALIZE:
   case WEAKEN: {
     OFE::OF_BINDING_EDIT which = edit.kind == LOCALIZE    ? OFE::OF_EDIT_LOCALIZE
                                  : edit.kind == GLOBALIZE ? OFE::OF_EDIT_GLOBALIZE
                                                           : OFE::OF_EDIT_WEAKEN;
-    return for_each_symbol(object, edit.name, [which](OFE::OF_SYMBOL &s) { return OFE::edit_binding(s, which); });
+    return for_each_symbol(object, edit, [which](OFE::OF_SYMBOL &s) { return OFE::edit_binding(s, which); });
   }
   case RENAME_SECTION:
     // The section's own relocation tables (found by what they relocate, not
     // by their names) follow it.
-    return for_each_section(object, edit.name, [&](OFE::OF_SECTION &s) {
+    return for_each_section(object, edit, [&](OFE::OF_SECTION &s) {
       for (uint32_t i = 0; i < s.get_reloc_table_count(); i++)
         if (s.get_reloc_table(i)->rename_with(edit.name, edit.value) != 0)
           return -1;
@@ -193,12 +202,50 @@ bool apply(OFE::OBJECT_FILE &object, const EDIT &edit) {
       msg().error("'%s' is not a number", edit.value.c_str());
       return false;
     }
-    return for_each_section(object, edit.name, [&](OFE::OF_SECTION &s) {
+    return for_each_section(object, edit, [&](OFE::OF_SECTION &s) {
       return edit.kind == SECTION_PAGE ? s.set_page(number) : s.set_alignment(number);
     });
   }
   }
   return false;
+}
+
+// Applies the edits, in order, to one object: a file of its own or a member
+// of a library. False when one is refused.
+bool edit_object(OFE::OBJECT_FILE &object, std::vector<EDIT> &edits, const tools::REPORTS &reports) {
+  for (EDIT &edit : edits)
+    if (!apply(object, edit) || reports.errors != 0)
+      return false;
+  return true;
+}
+
+// Writes the edited object to `stream`; false, with the message, when it
+// cannot be written or was not read whole.
+bool write_object(OFE::OBJECT_FILE &object, const tools::REPORTS &reports, FILE *stream, const std::string &output) {
+  if (object.write(stream) != 0 || reports.errors != 0) {
+    if (reports.errors == 0)
+      msg().error("cannot write '%s'", output.c_str());
+    return false;
+  }
+  // Writing read every table; a copy of one the file did not hold whole
+  // would pass zeros on as if they were data.
+  if (!object.was_read_completely()) {
+    msg().error("'%s' could not be read completely: %s runs past the end of the file",
+                object.get_file_name().c_str(), object.get_short_read().c_str());
+    return false;
+  }
+  return true;
+}
+
+// Whether every edit found what it names somewhere (`where` says where it
+// was looked for); the first that did not is the error.
+bool all_matched(const std::vector<EDIT> &edits, const std::string &where) {
+  for (const EDIT &edit : edits)
+    if (edit.matches == 0 && *edit.names) {
+      msg().error("no %s named '%s' in %s", edit.names, edit.name.c_str(), where.c_str());
+      return false;
+    }
+  return true;
 }
 
 }  // namespace
@@ -209,31 +256,28 @@ int main(int argc, char **argv) {
   set_tool_name("ofecopy");  // the program the library's messages tell the user to update
   tools::install_signal_cleanup();
 
+  if (tools::is_library(files[0].c_str())) {
+    bool copied = tools::copy_library(
+        files[0].c_str(), files[1].c_str(),
+        [&](OFE::OBJECT_FILE &object, const tools::REPORTS &reports, FILE *out) {
+          return edit_object(object, edits, reports) && write_object(object, reports, out, files[1]);
+        },
+        [&] { return all_matched(edits, "any member of '" + files[0] + "'"); });
+    exit(copied ? 0 : 1);
+  }
+
   tools::REPORTS reports;
   tools::OPENED_OBJECT input;
   if (!tools::open_object_file(files[0].c_str(), reports, input) || reports.errors != 0)
     return 1;
   OFE::OBJECT_FILE &object = *input.object;
-  for (const EDIT &edit : edits)
-    if (!apply(object, edit) || reports.errors != 0)
-      return 1;
+  if (!edit_object(object, edits, reports) || !all_matched(edits, "'" + files[0] + "'"))
+    return 1;
 
   tools::OUTPUT_FILE output(files[1]);
   FILE *stream = output.open();
-  if (!stream)
+  if (!stream || !write_object(object, reports, stream, files[1]))
     return 1;
-  if (object.write(stream) != 0 || reports.errors != 0) {
-    if (reports.errors == 0)
-      msg().error("cannot write '%s'", files[1].c_str());
-    return 1;
-  }
-  // Writing read every table; a copy of one the file did not hold whole
-  // would pass zeros on as if they were data.
-  if (!object.was_read_completely()) {
-    msg().error("'%s' could not be read completely: %s runs past the end of the file", files[0].c_str(),
-                object.get_short_read().c_str());
-    return 1;
-  }
   int status = output.commit() ? 0 : 1;
   // The process ends here: tearing down every table of a large object
   // costs more than copying it, so the object is left to the exit.
