@@ -80,7 +80,7 @@ bool copy_member(ARCHIVE *in, AR_MEMBER *m, AR_MEMBER *target, const COPY_OBJECT
   size_t size = 0;
   FILE *out = open_memstream(&bytes, &size);
   bool ok = out && reports.errors == 0 && copy(*object, reports, out);
-  if (out && fclose(out) != 0 && ok) {
+  if ((!out || fclose(out) != 0) && reports.errors == 0) {
     msg().error("cannot copy '%s': out of memory", name.c_str());
     ok = false;
   }
