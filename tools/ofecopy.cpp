@@ -262,7 +262,14 @@ int main(int argc, char **argv) {
         [&](OFE::OBJECT_FILE &object, const tools::REPORTS &reports, FILE *out) {
           return edit_object(object, edits, reports) && write_object(object, reports, out, files[1]);
         },
-        [&] { return all_matched(edits, "any member of '" + files[0] + "'"); });
+        [&](uint32_t objects) {
+          // Edits would do nothing there, and say nothing of it.
+          if (objects == 0 && !edits.empty()) {
+            msg().error("'%s' has no object member to edit", files[0].c_str());
+            return false;
+          }
+          return all_matched(edits, "any member of '" + files[0] + "'");
+        });
     exit(copied ? 0 : 1);
   }
 

@@ -57,9 +57,10 @@ bool opened(const ARCHIVE *ar, const char *path, bool may_be_missing) {
   return false;
 }
 
-// Copies the member `m` of `in` with `copy` when it holds an object; the
-// copy's bytes become those of `target`, its entry in the new library.
-bool copy_member(ARCHIVE *in, AR_MEMBER *m, AR_MEMBER *target, const COPY_OBJECT &copy) {
+// Copies the member `m` of `in` with `copy` when it holds an object (and
+// counts it); the copy's bytes become those of `target`, its entry in the
+// new library.
+bool copy_member(ARCHIVE *in, AR_MEMBER *m, AR_MEMBER *target, const COPY_OBJECT &copy, uint32_t *objects) {
   AR_MEMBER_DATA data;
   if (!ar_open_member_data(in, m, &data))
     return false;
@@ -76,6 +77,7 @@ bool copy_member(ARCHIVE *in, AR_MEMBER *m, AR_MEMBER *target, const COPY_OBJECT
     ar_close_member_stream(&member);
     return true;  // not an object: kept as it is
   }
+  ++*objects;
   char *bytes = nullptr;
   size_t size = 0;
   FILE *out = open_memstream(&bytes, &size);
@@ -128,10 +130,11 @@ bool copy_library(const char *input, const char *output, const COPY_OBJECT &copy
   }
   if (!ar_read_special_members(in, false) || !ar_load_members(in))
     return false;
+  uint32_t objects = 0;
   for (AR_MEMBER *m = in->head; m; m = m->next)
-    if (!copy_member(in, m, onto_itself ? m : ar_append_library_member(out, in, m), copy))
+    if (!copy_member(in, m, onto_itself ? m : ar_append_library_member(out, in, m), copy, &objects))
       return false;
-  if (!check())
+  if (!check(objects))
     return false;
   discard_on_signal(&out->rewrite.output);
   bool written = ar_write(out, in->format);

@@ -3,6 +3,7 @@
 // ofecopy_library.cpp).
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <functional>
 
@@ -16,9 +17,10 @@ namespace tools {
 // message printed, when the copy cannot be made.
 using COPY_OBJECT = std::function<bool(OFE::OBJECT_FILE &object, const REPORTS &reports, FILE *out)>;
 
-// Asked once every member is copied, before anything is written: false (it
-// says why) when the edits as a whole failed (one matched in no member).
-using CHECK_EDITS = std::function<bool()>;
+// Asked once every member is copied, before anything is written, with the
+// number of objects copied: false (it says why) when the edits as a whole
+// failed (one matched in no member).
+using CHECK_EDITS = std::function<bool(uint32_t objects)>;
 
 // Whether the file at `path` begins as a library does; false when it
 // cannot be read (opening it as an object then says why).

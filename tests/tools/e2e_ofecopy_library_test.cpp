@@ -11,10 +11,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <sstream>
 #include <sys/stat.h>
 
+#include "archiver/e2e_support.h"
 #include "common/process.h"
 
 using namespace testing_support;
@@ -124,6 +127,10 @@ TEST_P(OfecopyLibrary, AnEditThatMatchesNoMemberOrAMemberThatCannotBeCopiedWrite
   r = run({ofecopy_path(), "--rename-section", ".nosuch=.x", "sub.a", "out.a"}, dir.path());
   EXPECT_EQ(r.err, ">>   error: no section named '.nosuch' in any member of 'sub.a'\n");
   EXPECT_FALSE(std::filesystem::exists(dir / "out.a"));
+  ASSERT_EQ(run({"ar", "rc", "text.a", "notes.txt"}, dir.path()).status, 0);
+  r = run({ofecopy_path(), "--rename-symbol", "memcpy=my_memcpy", "text.a", "out.a"}, dir.path());
+  EXPECT_EQ(r.err, ">>   error: 'text.a' has no object member to edit\n");
+  EXPECT_FALSE(std::filesystem::exists(dir / "out.a"));
 
   // An object cut short after its file header, as the last member.
   dir.write("cut.o", dir.read(members[0]).substr(0, 64));
@@ -188,4 +195,43 @@ TEST(OfecopyLibraryFormat, KeepsTheLibrarysNameFormatCopiesToAFixedPointAndEdits
   struct stat st;
   ASSERT_EQ(stat((dir / "once.lib").c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 07777, 0640u);
+}
+
+// The output is written as the archiver writes a library: ofecopy waits
+// for a writer that holds its lock, and whatever ends a run while the new
+// library is being written, even SIGKILL (no handler runs), the old output
+// stays whole and nothing is left beside it. Each case waits until ofecopy
+// holds the unnamed new library, so the signal lands during the write.
+TEST(OfecopyLibraryOutput, WaitsForTheLockAndARunEndedDuringTheWriteLeavesTheOldOutput) {
+  TEMP_DIR dir;
+  // Large enough that the write takes a while.
+  dir.write("big.s", ".data\n.global big\nbig: .fill 0x2000000, 1, 0x5a\n");
+  ASSERT_EQ(run({"arm-none-eabi-as", "-o", "big.o", "big.s"}, dir.path()).status, 0)
+      << "the Debian package binutils-arm-none-eabi is needed";
+  dir.write("notes.txt", TEXT_MEMBER);
+  ASSERT_EQ(run({"ar", "rc", "big.a", "notes.txt", "big.o"}, dir.path()).status, 0);
+  dir.write("out.a", "previous contents");
+  const std::string files = entries(dir.path());
+  for (int signal : {SIGTERM, SIGINT, SIGKILL}) {
+    SCOPED_TRACE(strsignal(signal));
+    int pid = spawn({ofecopy_path(), "--rename-symbol", "big=large", "big.a", "out.a"}, dir.path(), dir / "err.txt");
+    ASSERT_GT(pid, 0);
+    EXPECT_TRUE(e2e::wait_until_writing_unnamed_file(pid, dir.path())) << "ofecopy was never seen writing its output";
+    kill(pid, signal);
+    EXPECT_EQ(wait_status(pid), 128 + signal);
+    EXPECT_EQ(dir.read("out.a"), "previous contents");
+    std::filesystem::remove(dir / "err.txt");
+    EXPECT_EQ(entries(dir.path()), files);
+  }
+
+  int pid;
+  {
+    e2e::FILE_LOCK writer(dir / "out.a");
+    pid = spawn({ofecopy_path(), "--rename-symbol", "big=large", "big.a", "out.a"}, dir.path(), dir / "err.txt");
+    ASSERT_GT(pid, 0);
+    EXPECT_TRUE(e2e::wait_until_waiting_for_lock(pid)) << "ofecopy did not wait for the library's lock";
+    EXPECT_EQ(dir.read("out.a"), "previous contents");
+  }
+  EXPECT_EQ(wait_status(pid), 0) << dir.read("err.txt");
+  EXPECT_NE(run({"nm", "out.a"}, dir.path()).out.find("D large\n"), std::string::npos);
 }
