@@ -53,7 +53,8 @@ struct AR_MEMBER {
   uint32_t name_offset;     // offset of its long name in the table being written; 0 if none
   uint32_t date;            // modification time, seconds since 1970
   FILE_OFFSET size;         // data length in bytes
-  FILE_OFFSET data_offset;  // offset of the data in the source archive; 0 for a member from a file
+  FILE_OFFSET data_offset;  // offset of the data in the source archive, or in the file the member's
+                            // descriptor holds (another library); 0 for a member file
   AR_MEMBER *next;
   AR_MEMBER *prev;
   const char *source_file;  // file that supplies the data; null for a member copied from the archive

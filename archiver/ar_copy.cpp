@@ -24,6 +24,7 @@ bool ar_open_member_data(ARCHIVE *ar, AR_MEMBER *m, AR_MEMBER_DATA *data) {
       return true;
     if (m->source_fd >= 0) {
       data->fd = m->source_fd;
+      data->offset = m->data_offset;
       return true;
     }
     REGULAR_FILE file;
@@ -47,6 +48,52 @@ void ar_close_member_data(AR_MEMBER_DATA *data) {
   if (data->owned && data->fd >= 0)
     close(data->fd);
   *data = {};
+}
+
+// A stream over the descriptor of a member file (or of another library),
+// positioned at the member's first byte; null when there is none.
+static FILE *descriptor_stream(const AR_MEMBER_DATA &data) {
+  int fd = dup(data.fd);
+  FILE *f = fd >= 0 ? fdopen(fd, "rb") : nullptr;
+  if (!f) {
+    if (fd >= 0)
+      close(fd);
+    return nullptr;
+  }
+  if (fseeko(f, platform_offset(data.offset), SEEK_SET) != 0) {
+    fclose(f);
+    return nullptr;
+  }
+  return f;
+}
+
+bool ar_open_member_stream(ARCHIVE *ar, const AR_MEMBER *member, const AR_MEMBER_DATA &data,
+                           AR_MEMBER_STREAM *out) {
+  static char whole[AR_SMALL_MEMBER];
+  *out = {.size = member->size, .owned = true};
+  if (out->size == 0)
+    return false;
+  if (data.memory) {
+    // Opened for reading only: the bytes are never written through it.
+    out->stream = fmemopen(const_cast<char *>(data.memory), out->size, "rb");
+  } else if (out->size <= AR_SMALL_MEMBER) {
+    ssize_t got = pread(data.fd, whole, out->size, platform_offset(data.offset));
+    out->size = got > 0 ? static_cast<FILE_OFFSET>(got) : 0;
+    out->stream = out->size > 0 ? fmemopen(whole, out->size, "rb") : nullptr;
+  } else if (ar_member_from_file(member)) {
+    out->stream = descriptor_stream(data);
+  } else {
+    // The archive's own stream: reads of it elsewhere move it.
+    out->owned = false;
+    out->stream = ar_source_at(ar, data.offset);
+  }
+  return out->stream != nullptr;
+}
+
+void ar_close_member_stream(AR_MEMBER_STREAM *stream) {
+  if (stream->owned && stream->stream)
+    fclose(stream->stream);
+  *stream = {};
 }
 
 // Below this a copy goes through the stream's buffer: flushing it for the

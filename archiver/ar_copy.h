@@ -19,6 +19,22 @@ struct AR_MEMBER_DATA {
 [[nodiscard]] bool ar_open_member_data(ARCHIVE *ar, AR_MEMBER *member, AR_MEMBER_DATA *data);
 void ar_close_member_data(AR_MEMBER_DATA *data);
 
+// A stream over a member's data for the object-file library, positioned at
+// its first byte. Small members are read from memory (the bytes kept, the
+// archive's mapped window, or one read into a buffer that the next small
+// member reuses): the library's many small reads would each cost a system
+// call. Larger members are read through a stream over the descriptor.
+struct AR_MEMBER_STREAM {
+  FILE *stream = nullptr;
+  FILE_OFFSET size = 0;  // the member's bytes the stream holds
+  bool owned = false;    // opened for this use: closed by ar_close_member_stream
+};
+
+// False when the member is empty or its data cannot be had.
+[[nodiscard]] bool ar_open_member_stream(ARCHIVE *ar, const AR_MEMBER *member, const AR_MEMBER_DATA &data,
+                                         AR_MEMBER_STREAM *out);
+void ar_close_member_stream(AR_MEMBER_STREAM *stream);
+
 // Copies `length` bytes; with `pad` an odd length is followed by "\n".
 // Returns 0, AR_ERR_READ on a short read or AR_ERR_WRITE on a short write.
 [[nodiscard]] int ar_copy_data(const AR_MEMBER_DATA &from, FILE *to, FILE_OFFSET length, bool pad);

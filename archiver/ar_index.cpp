@@ -4,8 +4,6 @@
 // member's global and weak definitions (defined, absolute or common) enter
 // the index in member order, then symbol-table order, nothing sorted or
 // merged. A member that is not an object contributes nothing, silently.
-#include <unistd.h>
-
 #include "archiver/ar_archive.h"
 #include "archiver/ar_copy.h"
 #include "archiver/ar_index.h"
@@ -32,57 +30,17 @@ static void append_entry(ARCHIVE *ar, const std::string &name, AR_MEMBER *member
   ar->symbol_index_length += static_cast<uint32_t>(name.size()) + 5;  // offset, name, zero byte
 }
 
-// Small members are parsed from memory (the bytes kept when their file was
-// looked at, the archive's mapped window, or one read): the library's several
-// small reads of a member would each cost a system call. Larger members are
-// read lazily, headers and tables only.
-
-// A stream over the member's data, positioned at its first byte, for the
-// object-file library's reads of a large member; null when there is none.
-static FILE *member_stream(ARCHIVE *ar, const AR_MEMBER *member, const AR_MEMBER_DATA &data,
-                           bool *owned) {
-  *owned = ar_member_from_file(member);
-  if (!*owned)
-    return ar_source_at(ar, data.offset);
-  int fd = dup(data.fd);
-  FILE *f = fd >= 0 ? fdopen(fd, "rb") : nullptr;
-  if (!f) {
-    if (fd >= 0)
-      close(fd);
-    return nullptr;
-  }
-  if (fseeko(f, platform_offset(data.offset), SEEK_SET) != 0) {
-    fclose(f);
-    return nullptr;
-  }
-  return f;
-}
-
 static void collect_member_symbols(ARCHIVE *ar, AR_MEMBER *member, const AR_MEMBER_DATA &data) {
-  static char whole[AR_SMALL_MEMBER];
-  FILE *stream = nullptr;
-  bool owned = true;
-  FILE_OFFSET size = member->size;
-  if (data.memory) {
-    // Opened for reading only: the bytes are never written through it.
-    stream = fmemopen(const_cast<char *>(data.memory), size, "rb");
-  } else if (size <= AR_SMALL_MEMBER) {
-    ssize_t got = pread(data.fd, whole, size, platform_offset(data.offset));
-    size = got > 0 ? static_cast<FILE_OFFSET>(got) : 0;
-    stream = size > 0 ? fmemopen(whole, size, "rb") : nullptr;
-  } else {
-    stream = member_stream(ar, member, data, &owned);
-  }
-  if (!stream)
+  AR_MEMBER_STREAM s;
+  if (!ar_open_member_stream(ar, member, data, &s))
     return;  // unreadable or empty: no symbols
-  if (OFE::OBJECT_FILE *object = OFE::open_object(stream, size, nullptr, nullptr)) {
+  if (OFE::OBJECT_FILE *object = OFE::open_object(s.stream, s.size, nullptr, nullptr)) {
     for (OFE::OF_SYMBOL *symbol : object->symbols())
       if (indexed(*symbol))
         append_entry(ar, symbol->get_name(), member);
     delete object;
   }
-  if (owned)
-    fclose(stream);
+  ar_close_member_stream(&s);
 }
 
 bool build_symbol_index(ARCHIVE *ar) {

@@ -29,6 +29,14 @@ AR_MEMBER *ar_append_member(ARCHIVE *ar, const char *name, const char *source_fi
   return m;
 }
 
+AR_MEMBER *ar_append_library_member(ARCHIVE *ar, ARCHIVE *from, const AR_MEMBER *m) {
+  AR_MEMBER *copy = ar_append_member(ar, m->name, from->name, m->date, m->size);
+  FILE *source = from->source.file ? managed_stream(from->source.file) : nullptr;
+  copy->source_fd = source ? fileno(source) : -1;
+  copy->data_offset = m->data_offset;
+  return copy;
+}
+
 void ar_unlink_member(ARCHIVE *ar, AR_MEMBER *m) {
   if (m->prev)
     m->prev->next = m->next;

@@ -10,6 +10,12 @@ AR_MEMBER *ar_append_member(ARCHIVE *ar, const char *name, const char *source_fi
                             uint32_t date, FILE_OFFSET size);
 void ar_unlink_member(ARCHIVE *ar, AR_MEMBER *member);
 
+// Appends a copy of the member `m` of another library, `from`: its name,
+// date and size, its data read from `from`'s own locked descriptor where it
+// lies there. Both archives live until the process ends (destroying `ar`
+// would close that descriptor).
+AR_MEMBER *ar_append_library_member(ARCHIVE *ar, ARCHIVE *from, const AR_MEMBER *m);
+
 // What a member operand names, looked at once.
 struct AR_FILE_FACTS {
   bool exists = false;

@@ -1,5 +1,6 @@
 // ofecopy: copies an object file through the object-file library, applying
-// symbol and section edits on the way.
+// symbol and section edits on the way; a library is copied member by member
+// (ofecopy_library.cpp), each object through the same edits.
 //
 // The input is opened with open_object, every table is loaded, the edits are
 // applied in the order given through the library's own setters (a refused
@@ -23,6 +24,7 @@
 #include "objfile/of_symbol.h"
 #include "support/tool_name.h"
 #include "tools/flash_image.h"
+#include "tools/ofecopy_library.h"
 #include "tools/symbol_lists.h"
 #include "tools/tool_support.h"
 
@@ -33,6 +35,8 @@ const char USAGE[] =
     "\n"
     "Copies the ELF or QV-COFF object INPUT to OUTPUT, applying the edits in the\n"
     "order given. Options may repeat; INPUT may be the same file as OUTPUT.\n"
+    "A library INPUT is copied to a library OUTPUT: every object member gets the\n"
+    "edits, other members are kept as they are, and the symbol index is rebuilt.\n"
     "ELF executables and shared objects are copied too: their loaded image\n"
     "(allocated sections, program headers, dynamic section) is kept as it is.\n"
     "\n"
@@ -60,9 +64,9 @@ const char USAGE[] =
     "\n"
     "Symbol edits apply to the file's symbol table (.symtab in ELF files) only;\n"
     "the dynamic symbols (.dynsym) of executables and shared objects never change.\n"
-    "A name given on the command line that matches nothing is an error (a name of\n"
-    "a list FILE need not match). List files hold a name a line; '#' begins a\n"
-    "comment. On any error nothing is written.\n";
+    "A name given on the command line that matches nothing (in a library: in no\n"
+    "member) is an error; a name of a list FILE need not match. List files hold a\n"
+    "name a line; '#' begins a comment. On any error nothing is written.\n";
 
 enum EDIT_KIND {
   RENAME_SYMBOL,
@@ -81,9 +85,11 @@ enum EDIT_KIND {
 struct EDIT {
   EDIT_KIND kind;
   std::string name;
-  std::string value;  // the NEW of OLD=NEW, or N
-  bool file = false;  // `name` is a list file
+  std::string value;      // the NEW of OLD=NEW, or N
+  bool file = false;      // `name` is a list file
   std::map<std::string, std::string> renames;  // a rename list's pairs
+  uint32_t matches = 0;    // objects in which it found what it names
+  const char *names = "";  // what it names: "symbol" or "section"
 };
 
 struct OPTION {
@@ -172,29 +178,31 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) 
   return edits;
 }
 
-// Applies `change` to every symbol named `name`; false when there is none or
-// a change is refused.
-template <class F> bool for_each_symbol(OFE::OBJECT_FILE &object, const std::string &name, F change) {
+// Applies `change` to every symbol the edit names, counting the object in
+// the edit's matches when there is one; false when a change is refused.
+// Whether an edit that matched nothing is an error is decided once every
+// object is edited (see all_matched).
+template <class F> bool for_each_symbol(OFE::OBJECT_FILE &object, EDIT &edit, F change) {
+  edit.names = "symbol";
   bool found = false, ok = true;
   for (OFE::OF_SYMBOL *symbol : object.symbols()) {
-    if (!name.empty() && symbol->get_name() == name) {
+    if (!edit.name.empty() && symbol->get_name() == edit.name) {
       found = true;
       ok = change(*symbol) == 0 && ok;
     }
   }
-  if (!found)
-    tools::error("no symbol named '%s' in '%s'", name.c_str(), object.get_file_name().c_str());
-  return found && ok;
+  edit.matches += found;
+  return ok;
 }
 
-template <class F> bool for_each_section(OFE::OBJECT_FILE &object, const std::string &name, F change) {
+template <class F> bool for_each_section(OFE::OBJECT_FILE &object, EDIT &edit, F change) {
+  edit.names = "section";
   std::vector<OFE::OF_SECTION *> matches;
   for (OFE::OF_SECTION *s : object.sections())
-    if (!name.empty() && s->get_name() == name)
+    if (!edit.name.empty() && s->get_name() == edit.name)
       matches.push_back(s);
-  if (matches.empty())
-    tools::error("no section named '%s' in '%s'", name.c_str(), object.get_file_name().c_str());
-  bool ok = !matches.empty();
+  edit.matches += !matches.empty();
+  bool ok = true;
   for (OFE::OF_SECTION *s : matches)
     ok = change(*s) == 0 && ok;
   return ok;
@@ -245,12 +253,12 @@ bool gather_symbol_lists(std::vector<EDIT> &edits, tools::SYMBOL_LISTS &lists) {
   return true;
 }
 
-bool apply(OFE::OBJECT_FILE &object, const EDIT &edit, const tools::SYMBOL_LISTS &lists) {
+bool apply(OFE::OBJECT_FILE &object, EDIT &edit, tools::SYMBOL_LISTS &lists) {
   switch (edit.kind) {
   case RENAME_SYMBOL:
     if (edit.file)
       return tools::rename_symbols(object, edit.renames);
-    return for_each_symbol(object, edit.name, [&](OFE::OF_SYMBOL &s) { return s.set_name(edit.value); });
+    return for_each_symbol(object, edit, [&](OFE::OF_SYMBOL &s) { return s.set_name(edit.value); });
   case LOCALIZE:
   case GLOBALIZE:
   case WEAKEN:
@@ -261,7 +269,7 @@ bool apply(OFE::OBJECT_FILE &object, const EDIT &edit, const tools::SYMBOL_LISTS
   case RENAME_SECTION:
     // The section's own relocation tables (found by what they relocate, not
     // by their names) follow it.
-    return for_each_section(object, edit.name, [&](OFE::OF_SECTION &s) {
+    return for_each_section(object, edit, [&](OFE::OF_SECTION &s) {
       for (uint32_t i = 0; i < s.get_reloc_table_count(); i++)
         if (s.get_reloc_table(i)->rename_with(edit.name, edit.value) != 0)
           return -1;
@@ -274,7 +282,7 @@ bool apply(OFE::OBJECT_FILE &object, const EDIT &edit, const tools::SYMBOL_LISTS
       tools::error("'%s' is not a number", edit.value.c_str());
       return false;
     }
-    return for_each_section(object, edit.name, [&](OFE::OF_SECTION &s) {
+    return for_each_section(object, edit, [&](OFE::OF_SECTION &s) {
       return edit.kind == SECTION_PAGE ? s.set_page(number) : s.set_alignment(number);
     });
   }
@@ -283,6 +291,40 @@ bool apply(OFE::OBJECT_FILE &object, const EDIT &edit, const tools::SYMBOL_LISTS
     return true;
   }
   return false;
+}
+
+// Applies the edits, in order, to one object: a file of its own or a member
+// of a library. False when one is refused.
+bool edit_object(OFE::OBJECT_FILE &object, std::vector<EDIT> &edits, tools::SYMBOL_LISTS &lists,
+                 const tools::REPORTS &reports) {
+  for (EDIT &edit : edits)
+    if (!apply(object, edit, lists) || reports.errors != 0)
+      return false;
+  return true;
+}
+
+// Writes the edited object to `stream`; false, with the message, when it
+// cannot be written or was not read whole.
+bool write_object(OFE::OBJECT_FILE &object, const tools::REPORTS &reports, FILE *stream, const std::string &output) {
+  if (object.write(stream) != 0 || reports.errors != 0) {
+    if (reports.errors == 0)
+      tools::error("cannot write '%s'", output.c_str());
+    return false;
+  }
+  // Writing read every table; a copy of one the file did not hold whole
+  // would pass zeros on as if they were data.
+  return tools::read_completely(object, object.get_file_name());
+}
+
+// Whether every edit found what it names somewhere (`where` says where it
+// was looked for); the first that did not is the error.
+bool all_matched(const std::vector<EDIT> &edits, const tools::SYMBOL_LISTS &lists, const std::string &where) {
+  for (const EDIT &edit : edits)
+    if (edit.matches == 0 && *edit.names) {
+      tools::error("no %s named '%s' in %s", edit.names, edit.name.c_str(), where.c_str());
+      return false;
+    }
+  return lists.all_matched(where);
 }
 
 }  // namespace
@@ -294,36 +336,47 @@ int main(int argc, char **argv) {
   for (const EDIT &edit : edits)
     if (edit.kind == OUTPUT_FORMAT && (image = tools::image_format(edit.name)) == tools::IMAGE_NONE)
       tools::usage_error("ofecopy", "unknown output format '%s' (binary, ihex or srec)", edit.name.c_str());
-  set_tool_name("ofecopy");
+  set_tool_name("ofecopy");  // the program the library's messages tell the user to update
   tools::SYMBOL_LISTS lists;
   if (!gather_symbol_lists(edits, lists))
-    return 1;  // the program the library's messages tell the user to update
+    return 1;
   tools::install_signal_cleanup();
+
+  if (tools::is_library(files[0].c_str())) {
+    if (image != tools::IMAGE_NONE) {
+      tools::error("'%s' is a library: a flash image is made from a linked program", files[0].c_str());
+      return 1;
+    }
+    bool copied = tools::copy_library(
+        files[0].c_str(), files[1].c_str(),
+        [&](OFE::OBJECT_FILE &object, const tools::REPORTS &reports, FILE *out) {
+          return edit_object(object, edits, lists, reports) && write_object(object, reports, out, files[1]);
+        },
+        [&](uint32_t objects) {
+          // Edits would do nothing there, and say nothing of it.
+          if (objects == 0 && !edits.empty()) {
+            tools::error("'%s' has no object member to edit", files[0].c_str());
+            return false;
+          }
+          return all_matched(edits, lists, "any member of '" + files[0] + "'");
+        });
+    exit(copied ? 0 : 1);
+  }
 
   tools::REPORTS reports;
   tools::OPENED_OBJECT input;
   if (!tools::open_object_file(files[0].c_str(), reports, input) || reports.errors != 0)
     return 1;
   OFE::OBJECT_FILE &object = *input.object;
-  for (const EDIT &edit : edits)
-    if (!apply(object, edit, lists) || reports.errors != 0)
-      return 1;
+  if (!edit_object(object, edits, lists, reports) || !all_matched(edits, lists, "'" + files[0] + "'"))
+    return 1;
 
   if (image != tools::IMAGE_NONE)
     exit(tools::make_flash_image(object, image, files[0], files[1]));
 
   tools::OUTPUT_FILE output(files[1]);
   FILE *stream = output.open();
-  if (!stream)
-    return 1;
-  if (object.write(stream) != 0 || reports.errors != 0) {
-    if (reports.errors == 0)
-      tools::error("cannot write '%s'", files[1].c_str());
-    return 1;
-  }
-  // Writing read every table; a copy of one the file did not hold whole
-  // would pass zeros on as if they were data.
-  if (!tools::read_completely(object, files[0]))
+  if (!stream || !write_object(object, reports, stream, files[1]))
     return 1;
   int status = output.commit() ? 0 : 1;
   // The process ends here: tearing down every table of a large object

@@ -134,11 +134,12 @@ bool SYMBOL_LISTS::takes(const std::vector<ENTRY> &list, const std::string &name
   return found;
 }
 
-bool SYMBOL_LISTS::apply(OFE::OBJECT_FILE &object, SYMBOL_LIST_KIND kind) const {
+bool SYMBOL_LISTS::apply(OFE::OBJECT_FILE &object, SYMBOL_LIST_KIND kind) {
   const std::vector<ENTRY> &list = lists_[kind];
   if (list.empty())
     return true;  // no names to keep: nothing becomes local
-  std::vector<bool> matched(list.size());
+  std::vector<bool> &matched = matched_[kind];
+  matched.resize(list.size());
   bool ok = true;
   for (OFE::OF_SYMBOL *symbol : object.symbols()) {
     std::string name = symbol->get_name();
@@ -148,12 +149,21 @@ bool SYMBOL_LISTS::apply(OFE::OBJECT_FILE &object, SYMBOL_LIST_KIND kind) const 
     if (named != (kind == LIST_KEEP_GLOBAL))
       ok = OFE::edit_binding(*symbol, binding_edit(kind)) == 0 && ok;
   }
-  for (size_t i = 0; i < list.size(); i++)
-    if (!matched[i] && !list[i].listed && !(wildcard_ && list[i].name[0] == '!')) {
-      tools::error("no symbol named '%s' in '%s'", list[i].name.c_str(), object.get_file_name().c_str());
-      ok = false;
-    }
   return ok;
+}
+
+bool SYMBOL_LISTS::all_matched(const std::string &where) const {
+  for (int kind = 0; kind < LIST_KIND_COUNT; kind++) {
+    const std::vector<ENTRY> &list = lists_[kind];
+    for (size_t i = 0; i < list.size(); i++) {
+      bool matched = i < matched_[kind].size() && matched_[kind][i];
+      if (!matched && !list[i].listed && !(wildcard_ && list[i].name[0] == '!')) {
+        tools::error("no symbol named '%s' in %s", list[i].name.c_str(), where.c_str());
+        return false;
+      }
+    }
+  }
+  return true;
 }
 
 bool rename_symbols(OFE::OBJECT_FILE &object, const std::map<std::string, std::string> &renames) {

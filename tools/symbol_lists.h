@@ -38,9 +38,13 @@ public:
   // Applies the list of `kind` through the library's binding edit: the
   // named symbols are localized, globalized or weakened; for
   // LIST_KEEP_GLOBAL every defined global or weak symbol that is not named
-  // is localized. False with a message when a name of the command line
-  // matches nothing or the library refuses an edit.
-  [[nodiscard]] bool apply(OFE::OBJECT_FILE &object, SYMBOL_LIST_KIND kind) const;
+  // is localized. False with the library's message when it refuses an
+  // edit. What each name matched is remembered for all_matched.
+  [[nodiscard]] bool apply(OFE::OBJECT_FILE &object, SYMBOL_LIST_KIND kind);
+  // Whether every name of the command line matched a symbol in some object
+  // the lists were applied to; false with a message naming the first that
+  // did not (`where` says where it was looked for).
+  [[nodiscard]] bool all_matched(const std::string &where) const;
 
 private:
   struct ENTRY {
@@ -52,6 +56,7 @@ private:
 
   bool wildcard_ = false;
   std::vector<ENTRY> lists_[LIST_KIND_COUNT];
+  std::vector<bool> matched_[LIST_KIND_COUNT];  // over every object so far
 };
 
 // The names of the list file `path`; false with a message when it cannot

@@ -86,6 +86,8 @@ void install_signal_cleanup() {
   }
 }
 
+void discard_on_signal(REPLACEMENT_FILE *file) { pending_output = file; }
+
 OFE::OF_ERROR_HANDLER reporting_handler(REPORTS &reports) {
   return [&reports](OFE::OBJECT_FILE *object, uint32_t code, const char *text) {
     if (code == OFE::OF_ERR_WARNING || code == OFE::OF_ERR_LIMITATION) {
@@ -138,15 +140,15 @@ bool open_object_file(const char *path, REPORTS &reports, OPENED_OBJECT &opened)
 bool read_completely(const OFE::OBJECT_FILE &object, const std::string &input) {
   if (object.was_read_completely())
     return true;
-  USER_MSG::instance().error("'%s' could not be read completely: %s runs past the end of the file", input.c_str(),
-                             object.get_short_read().c_str());
+  error("'%s' could not be read completely: %s runs past the end of the file", input.c_str(),
+        object.get_short_read().c_str());
   return false;
 }
 
 OUTPUT_FILE::~OUTPUT_FILE() {
   if (stream_)
     fclose(stream_);
-  pending_output = nullptr;
+  discard_on_signal(nullptr);
   replacement_discard(&file_);
   replacement_close(&file_);
 }
@@ -158,7 +160,7 @@ FILE *OUTPUT_FILE::open() {
     tools::error("'%s' is not a regular file", path_.c_str());
     return nullptr;
   }
-  pending_output = &file_;
+  discard_on_signal(&file_);
   int fd = -1;
   if (replacement_create(&file_, target_.c_str()) && (fd = dup(file_.fd)) >= 0 && (stream_ = fdopen(fd, "wb")))
     return stream_;

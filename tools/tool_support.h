@@ -85,4 +85,7 @@ private:
 // ends it as that signal does.
 void install_signal_cleanup();
 
+// Makes `file` the unfinished output those signals remove (one at a time).
+void discard_on_signal(REPLACEMENT_FILE *file);
+
 }  // namespace tools

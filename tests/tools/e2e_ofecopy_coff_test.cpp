@@ -217,7 +217,7 @@ TEST_P(OfecopyCoff, AFileWithATablePastItsEndIsNotCopied) {
     RUN_RESULT r = ofecopy({"in.obj", "out.obj"});
     char expected[200];
     snprintf(expected, sizeof expected,
-             ">>   error: 'in.obj' could not be read completely: the %s of section %zu (\".cut\") at offset 0x%x "
+             "ofecopy: 'in.obj' could not be read completely: the %s of section %zu (\".cut\") at offset 0x%x "
              "runs past the end of the file\n",
              k.what, c.sections.size(), at);
     EXPECT_EQ(r.status, 1) << k.what;
@@ -226,7 +226,7 @@ TEST_P(OfecopyCoff, AFileWithATablePastItsEndIsNotCopied) {
     // The listing shows what is there, and says what is not.
     RUN_RESULT listed = run({ofedump_path(), "--full", "-d", "all", "in.obj"}, dir.path());
     EXPECT_EQ(listed.status, 1) << k.what;
-    EXPECT_EQ(unwrapped(listed.err), "ofedump: " + std::string(expected).substr(strlen(">>   error: "))) << k.what;
+    EXPECT_EQ(unwrapped(listed.err), "ofedump: " + std::string(expected).substr(strlen("ofecopy: "))) << k.what;
     EXPECT_NE(listed.out.find("(\".cut\")"), std::string::npos) << k.what;
   }
 }
