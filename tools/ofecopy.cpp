@@ -22,6 +22,7 @@
 #include "objfile/of_symbol.h"
 #include "support/tool_name.h"
 #include "support/user_msg.h"
+#include "tools/ofecopy_sections.h"
 #include "tools/tool_support.h"
 
 namespace {
@@ -48,7 +49,16 @@ const char USAGE[] =
     "the dynamic symbols (.dynsym) of executables and shared objects never change.\n"
     "A name that matches nothing is an error. On any error nothing is written.\n";
 
-enum EDIT_KIND { RENAME_SYMBOL, LOCALIZE, GLOBALIZE, WEAKEN, RENAME_SECTION, SECTION_ALIGNMENT, SECTION_PAGE };
+enum EDIT_KIND {
+  RENAME_SYMBOL,
+  LOCALIZE,
+  GLOBALIZE,
+  WEAKEN,
+  RENAME_SECTION,
+  SECTION_ALIGNMENT,
+  SECTION_PAGE,
+  SECTION_PLAN,  // a section or strip option: ofecopy_sections.cpp
+};
 
 struct EDIT {
   EDIT_KIND kind;
@@ -67,12 +77,16 @@ const OPTION OPTIONS[] = {
     {"--globalize-symbol", GLOBALIZE, false},        {"--weaken-symbol", WEAKEN, false},
     {"--rename-section", RENAME_SECTION, true},      {"--set-section-alignment", SECTION_ALIGNMENT, true},
     {"--set-section-page", SECTION_PAGE, true},
+    {"--remove-section", SECTION_PLAN, false},       {"--only-section", SECTION_PLAN, false},
+    {"--add-section", SECTION_PLAN, true},           {"--dump-section", SECTION_PLAN, true},
+    {"--set-section-flags", SECTION_PLAN, true},     {"--strip-symbol", SECTION_PLAN, false},
+    {"--keep-symbol", SECTION_PLAN, false},
 };
 
 USER_MSG &msg() { return USER_MSG::instance(); }
 
 // Parses "--flag VALUE" and "--flag=VALUE"; "--" ends the options.
-std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) {
+std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files, ofecopy::SECTION_PLAN &plan) {
   std::vector<EDIT> edits;
   bool operands_only = false;
   for (int i = 1; i < argc; i++) {
@@ -89,6 +103,17 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) 
       fputs(USAGE, stdout);
       exit(0);
     }
+    // A short option: its operand is the next argument or follows it ("-R.x").
+    if (arg[1] != '-') {
+      if (const char *long_flag = ofecopy::long_form(arg.substr(0, 2))) {
+        if (arg.size() > 2)
+          arg = std::string(long_flag) + "=" + arg.substr(2);
+        else
+          arg = long_flag;
+      }
+    }
+    if (plan.take_switch(arg))
+      continue;
     const OPTION *option = nullptr;
     std::string operand;
     for (const OPTION &o : OPTIONS) {
@@ -115,7 +140,10 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) 
       edit.name = operand.substr(0, equals);
       edit.value = operand.substr(equals + 1);
     }
-    edits.push_back(edit);
+    if (edit.kind == SECTION_PLAN)
+      plan.take(option->flag, edit.name, edit.value);
+    else
+      edits.push_back(edit);
   }
   if (files.empty())
     tools::usage_error("ofecopy", "no INPUT and OUTPUT given");
@@ -186,6 +214,8 @@ bool apply(OFE::OBJECT_FILE &object, const EDIT &edit) {
           return -1;
       return s.set_name(edit.value);
     });
+  case SECTION_PLAN:
+    return true;  // carried out around these edits, see main
   case SECTION_ALIGNMENT:
   case SECTION_PAGE: {
     uint32_t number;
@@ -205,7 +235,8 @@ bool apply(OFE::OBJECT_FILE &object, const EDIT &edit) {
 
 int main(int argc, char **argv) {
   std::vector<std::string> files;
-  std::vector<EDIT> edits = parse(argc, argv, files);
+  ofecopy::SECTION_PLAN plan;
+  std::vector<EDIT> edits = parse(argc, argv, files, plan);
   set_tool_name("ofecopy");  // the program the library's messages tell the user to update
   tools::install_signal_cleanup();
 
@@ -214,9 +245,16 @@ int main(int argc, char **argv) {
   if (!tools::open_object_file(files[0].c_str(), reports, input) || reports.errors != 0)
     return 1;
   OFE::OBJECT_FILE &object = *input.object;
+  // Sections are dumped as read, removed and stripped by their input names,
+  // then the edits apply in order, then sections are added and flagged.
+  if (!ofecopy::dump_sections(object, plan) || reports.errors != 0 ||
+      !ofecopy::remove_and_strip(object, plan) || reports.errors != 0)
+    return 1;
   for (const EDIT &edit : edits)
     if (!apply(object, edit) || reports.errors != 0)
       return 1;
+  if (!ofecopy::add_and_flag(object, plan) || reports.errors != 0)
+    return 1;
 
   tools::OUTPUT_FILE output(files[1]);
   FILE *stream = output.open();
