@@ -267,7 +267,8 @@ bool symbols_to_remove(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, const
   std::set<uint32_t> used, named, kept;
   for (OFE::OF_RELOC_TABLE *table : kept_relocations(object, gone))
     for (OFE::OF_RELOC *r : table->relocs())
-      used.insert(r->get_symbol_index());
+      if (OFE::OF_SYMBOL *symbol = r->get_symbol())  // none: a field description
+        used.insert(symbol->get_index());
   for (OFE::OF_SECTION *s : object.sections())
     if (OFE::OF_GROUP_TABLE *group = s->get_group(); group && !gone.count(s->get_index()))
       if (OFE::OF_SYMBOL *signature = group->get_signature())
@@ -345,7 +346,7 @@ bool set_flags(OFE::OBJECT_FILE &object, OFE::OF_SECTION &s, uint32_t bits) {
   auto refuse = [&](uint32_t unsupported, const char *format) {
     for (uint32_t bit = 1; bit <= F_LARGE; bit <<= 1)
       if (bits & unsupported & bit) {
-        msg().error("%s sections have no '%s' flag (section '%s' in '%s')", format, word_name(bit),
+        msg().error("%s sections have no '%s' flag ('%s' of '%s')", format, word_name(bit),
                     s.get_name().c_str(), object.get_file_name().c_str());
         return true;
       }

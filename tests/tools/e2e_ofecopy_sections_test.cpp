@@ -83,9 +83,16 @@ TEST_P(OfecopySections, GivesWhatGnuObjcopyGivesAndStillLinks) {
   ours.insert(ours.end(), row.options.begin(), row.options.end());
   gnu.insert(gnu.end(), {"in.o", "gnu.o"});
   ours.insert(ours.end(), {"in.o", "ours.o"});
-  RUN_RESULT g = run(gnu, dir.path()), o = run(ours, dir.path());
+  dir.write("blob", "added contents");
+  RUN_RESULT g = run(gnu, dir.path());
   ASSERT_EQ(g.status, 0) << g.err;
+  bool dumps = std::filesystem::exists(dir / "dump.bin");
+  if (dumps)
+    std::filesystem::rename(dir / "dump.bin", dir / "gnu.bin");
+  RUN_RESULT o = run(ours, dir.path());
   ASSERT_EQ(o.status, 0) << o.err;
+  if (dumps)
+    EXPECT_EQ(dir.read("dump.bin"), dir.read("gnu.bin"));
   EXPECT_EQ(o.err + o.out, "");
   EXPECT_EQ(sections("ours.o"), sections("gnu.o"));
   EXPECT_EQ(symbols("ours.o"), symbols("gnu.o"));
@@ -117,6 +124,10 @@ INSTANTIATE_TEST_SUITE_P(
                       ROW{"GroupsStripDebug", "arm-none-eabi-", "cpp", {"--strip-debug"}},
                       ROW{"GroupsStripUnneeded", "arm-none-eabi-", "cpp", {"--strip-unneeded"}},
                       ROW{"GroupsStripAll", "arm-none-eabi-", "cpp", {"--strip-all"}},
+                      ROW{"PicolibcAddDumpAndFlag", "arm-none-eabi-", PICO_MEMBER,
+                          {"--add-section", ".extra=blob", "--set-section-flags", ".extra=alloc,contents,load,readonly",
+                           "--set-section-flags", ".text.getopt=alloc,code,readonly,contents", "--set-section-flags",
+                           ".bss=alloc,contents", "--dump-section", ".comment=dump.bin"}},
                       ROW{"GroupsWildcards", "arm-none-eabi-", "cpp", {"-R", ".debug_*", "-R", "!.debug_frame"}}),
     [](const ::testing::TestParamInfo<ROW> &info) { return std::string(info.param.name); });
 
