@@ -110,6 +110,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(ROW{"PicolibcRemoveComment", "arm-none-eabi-", PICO_MEMBER, {"-R", ".comment"}},
                       ROW{"PicolibcStripDebug", "arm-none-eabi-", PICO_MEMBER, {"--strip-debug"}},
                       ROW{"PicolibcStripUnneeded", "arm-none-eabi-", PICO_MEMBER, {"--strip-unneeded"}},
+                      ROW{"PicolibcStripUnneededKeepOne", "arm-none-eabi-", PICO_MEMBER,
+                          {"--strip-unneeded", "-K", "getopt.c", "-N", "getopt_long"}},
                       ROW{"PicolibcStripAll", "arm-none-eabi-", PICO_MEMBER, {"--strip-all"}},
                       ROW{"PicolibcOnlyTexts", "arm-none-eabi-",
                           std::string(PICOLIBC) + ":libc_argz_argz_count.c.o", {"-j", ".text*"}},
