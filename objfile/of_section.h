@@ -25,6 +25,7 @@
 namespace OFE {
 
 class DATA_MAP;
+class OF_GROUP_TABLE;
 class OF_RELOC_TABLE;
 class OF_SECTION;
 class OF_SECTION_TABLE;
@@ -89,6 +90,9 @@ public:
   virtual uint32_t get_reloc_table_count() { return 0; }
   // The relocation table at that position (below get_reloc_table_count()), or null.
   virtual OF_RELOC_TABLE *get_reloc_table(uint32_t) { return nullptr; }
+  // The group this section's contents describe, or null when it is not a
+  // group section.
+  virtual OF_GROUP_TABLE *get_group() { return nullptr; }
 
 protected:
   // The object whose pending error receives refusals.

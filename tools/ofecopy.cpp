@@ -25,6 +25,7 @@
 #include "support/tool_name.h"
 #include "tools/flash_image.h"
 #include "tools/ofecopy_library.h"
+#include "tools/ofecopy_sections.h"
 #include "tools/symbol_lists.h"
 #include "tools/tool_support.h"
 
@@ -57,6 +58,18 @@ const char USAGE[] =
     "  --rename-section OLD=NEW       rename section OLD (and its relocation sections)\n"
     "  --set-section-alignment NAME=N set the alignment of section NAME to N\n"
     "  --set-section-page NAME=N      set the memory page of section NAME to N\n"
+    "  -R, --remove-section PATTERN   remove the matching sections and what follows them\n"
+    "  -j, --only-section PATTERN     keep only the matching sections\n"
+    "  --add-section NAME=FILE        add section NAME holding the contents of FILE\n"
+    "  --dump-section NAME=FILE       write the contents of section NAME to FILE\n"
+    "  --set-section-flags PATTERN=FLAGS  set flags from words: alloc,load,noload,\n"
+    "                                 readonly,debug,code,data,rom,exclude,share,\n"
+    "                                 contents,merge,strings,large\n"
+    "  -g, --strip-debug              remove debugging sections and symbols\n"
+    "  --strip-unneeded               also remove every symbol nothing needs\n"
+    "  -S, --strip-all                remove every symbol no relocation needs\n"
+    "  -N, --strip-symbol NAME        remove symbol NAME\n"
+    "  -K, --keep-symbol NAME         keep symbol NAME whatever is stripped\n"
     "  -O, --output-target FORMAT     write the loaded image of an executable instead:\n"
     "                                 binary, ihex (Intel hex) or srec (S-records)\n"
     "  --version                      print the version\n"
@@ -64,6 +77,8 @@ const char USAGE[] =
     "\n"
     "Symbol edits apply to the file's symbol table (.symtab in ELF files) only;\n"
     "the dynamic symbols (.dynsym) of executables and shared objects never change.\n"
+    "Section patterns are shell wildcards; '!PATTERN' excludes. Sections are\n"
+    "dumped, removed and stripped before the other edits, added and flagged after.\n"
     "A name given on the command line that matches nothing (in a library: in no\n"
     "member) is an error; a name of a list FILE need not match. List files hold a\n"
     "name a line; '#' begins a comment. On any error nothing is written.\n";
@@ -80,6 +95,7 @@ enum EDIT_KIND {
   PREFIX_SYMBOLS,
   OUTPUT_FORMAT,  // not an edit: what OUTPUT becomes
   WILDCARD,       // not an edit: symbol names are patterns
+  SECTION_PLAN,  // a section or strip option: ofecopy_sections.cpp
 };
 
 struct EDIT {
@@ -113,11 +129,15 @@ const OPTION OPTIONS[] = {
     {"--keep-global-symbol", KEEP_GLOBAL, false},    {"-G", KEEP_GLOBAL, false},
     {"--keep-global-symbols", KEEP_GLOBAL, false, true},
     {"--wildcard", WILDCARD, false, false, true},    {"-w", WILDCARD, false, false, true},
+    {"--remove-section", SECTION_PLAN, false},       {"--only-section", SECTION_PLAN, false},
+    {"--add-section", SECTION_PLAN, true},           {"--dump-section", SECTION_PLAN, true},
+    {"--set-section-flags", SECTION_PLAN, true},     {"--strip-symbol", SECTION_PLAN, false},
+    {"--keep-symbol", SECTION_PLAN, false},
 };
 
 
 // Parses "--flag VALUE" and "--flag=VALUE"; "--" ends the options.
-std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) {
+std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files, ofecopy::SECTION_PLAN &plan) {
   std::vector<EDIT> edits;
   bool operands_only = false;
   for (int i = 1; i < argc; i++) {
@@ -136,6 +156,17 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) 
     }
     if (arg == "--version")
       tools::print_version();
+    // A short option: its operand is the next argument or follows it ("-R.x").
+    if (arg[1] != '-') {
+      if (const char *long_flag = ofecopy::long_form(arg.substr(0, 2))) {
+        if (arg.size() > 2)
+          arg = std::string(long_flag) + "=" + arg.substr(2);
+        else
+          arg = long_flag;
+      }
+    }
+    if (plan.take_switch(arg))
+      continue;
     const OPTION *option = nullptr;
     std::string operand;
     for (const OPTION &o : OPTIONS) {
@@ -166,7 +197,10 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files) 
       edit.name = operand.substr(0, equals);
       edit.value = operand.substr(equals + 1);
     }
-    edits.push_back(edit);
+    if (edit.kind == SECTION_PLAN)
+      plan.take(option->flag, edit.name, edit.value);
+    else
+      edits.push_back(edit);
   }
   if (files.empty())
     tools::usage_error("ofecopy", "no INPUT and OUTPUT given");
@@ -275,6 +309,8 @@ bool apply(OFE::OBJECT_FILE &object, EDIT &edit, tools::SYMBOL_LISTS &lists) {
           return -1;
       return s.set_name(edit.value);
     });
+  case SECTION_PLAN:
+    return true;  // carried out around these edits, see main
   case SECTION_ALIGNMENT:
   case SECTION_PAGE: {
     uint32_t number;
@@ -296,11 +332,16 @@ bool apply(OFE::OBJECT_FILE &object, EDIT &edit, tools::SYMBOL_LISTS &lists) {
 // Applies the edits, in order, to one object: a file of its own or a member
 // of a library. False when one is refused.
 bool edit_object(OFE::OBJECT_FILE &object, std::vector<EDIT> &edits, tools::SYMBOL_LISTS &lists,
-                 const tools::REPORTS &reports) {
+                 const ofecopy::SECTION_PLAN &plan, const tools::REPORTS &reports) {
+  // Sections are dumped as read, removed and stripped by their input names,
+  // then the edits apply in order, then sections are added and flagged.
+  if (!ofecopy::dump_sections(object, plan) || reports.errors != 0 ||
+      !ofecopy::remove_and_strip(object, plan) || reports.errors != 0)
+    return false;
   for (EDIT &edit : edits)
     if (!apply(object, edit, lists) || reports.errors != 0)
       return false;
-  return true;
+  return ofecopy::add_and_flag(object, plan) && reports.errors == 0;
 }
 
 // Writes the edited object to `stream`; false, with the message, when it
@@ -318,20 +359,22 @@ bool write_object(OFE::OBJECT_FILE &object, const tools::REPORTS &reports, FILE 
 
 // Whether every edit found what it names somewhere (`where` says where it
 // was looked for); the first that did not is the error.
-bool all_matched(const std::vector<EDIT> &edits, const tools::SYMBOL_LISTS &lists, const std::string &where) {
+bool all_matched(const std::vector<EDIT> &edits, const tools::SYMBOL_LISTS &lists, const ofecopy::SECTION_PLAN &plan,
+                 const std::string &where) {
   for (const EDIT &edit : edits)
     if (edit.matches == 0 && *edit.names) {
       tools::error("no %s named '%s' in %s", edit.names, edit.name.c_str(), where.c_str());
       return false;
     }
-  return lists.all_matched(where);
+  return lists.all_matched(where) && plan.all_matched(where);
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
   std::vector<std::string> files;
-  std::vector<EDIT> edits = parse(argc, argv, files);
+  ofecopy::SECTION_PLAN plan;
+  std::vector<EDIT> edits = parse(argc, argv, files, plan);
   tools::IMAGE_FORMAT image = tools::IMAGE_NONE;
   for (const EDIT &edit : edits)
     if (edit.kind == OUTPUT_FORMAT && (image = tools::image_format(edit.name)) == tools::IMAGE_NONE)
@@ -343,6 +386,10 @@ int main(int argc, char **argv) {
   tools::install_signal_cleanup();
 
   if (tools::is_library(files[0].c_str())) {
+    if (!plan.dump.empty()) {
+      tools::error("'%s' is a library: --dump-section takes a section of one object", files[0].c_str());
+      return 1;
+    }
     if (image != tools::IMAGE_NONE) {
       tools::error("'%s' is a library: a flash image is made from a linked program", files[0].c_str());
       return 1;
@@ -350,7 +397,7 @@ int main(int argc, char **argv) {
     bool copied = tools::copy_library(
         files[0].c_str(), files[1].c_str(),
         [&](OFE::OBJECT_FILE &object, const tools::REPORTS &reports, FILE *out) {
-          return edit_object(object, edits, lists, reports) && write_object(object, reports, out, files[1]);
+          return edit_object(object, edits, lists, plan, reports) && write_object(object, reports, out, files[1]);
         },
         [&](uint32_t objects) {
           // Edits would do nothing there, and say nothing of it.
@@ -358,7 +405,7 @@ int main(int argc, char **argv) {
             tools::error("'%s' has no object member to edit", files[0].c_str());
             return false;
           }
-          return all_matched(edits, lists, "any member of '" + files[0] + "'");
+          return all_matched(edits, lists, plan, "any member of '" + files[0] + "'");
         });
     exit(copied ? 0 : 1);
   }
@@ -368,7 +415,7 @@ int main(int argc, char **argv) {
   if (!tools::open_object_file(files[0].c_str(), reports, input) || reports.errors != 0)
     return 1;
   OFE::OBJECT_FILE &object = *input.object;
-  if (!edit_object(object, edits, lists, reports) || !all_matched(edits, lists, "'" + files[0] + "'"))
+  if (!edit_object(object, edits, lists, plan, reports) || !all_matched(edits, lists, plan, "'" + files[0] + "'"))
     return 1;
 
   if (image != tools::IMAGE_NONE)

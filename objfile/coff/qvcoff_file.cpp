@@ -219,6 +219,14 @@ int QVCOFF_FILE::set_file_type(uint32_t type) {
   return 0;
 }
 
+int QVCOFF_FILE::set_flags(uint16_t flags) {
+  if (require_state_at_most(OF_STATE_LOCKED) != 0)
+    return -1;
+  header_.f_flags = flags;
+  modified_ = true;
+  return 0;
+}
+
 int QVCOFF_FILE::set_time_stamp(uint32_t stamp) {
   header_.f_timdat = stamp;
   modified_ = true;

@@ -96,6 +96,9 @@ public:
   // The optional header as read.
   const QVCOFF_OPT_HEADER_RECORD &get_optional_header() const { return opt_header_; }
   uint16_t get_flags() const { return header_.f_flags; }
+  // Sets the file header's flag word (F_LNNO, F_LSYMS ... say what was
+  // stripped); 0, or -1 with the error pending.
+  [[nodiscard]] int set_flags(uint16_t flags);
   // Where the tables were looked for (valid once they have been asked for).
   uint32_t get_symbol_table_offset() const { return header_.f_symptr; }
   uint64_t get_string_table_offset();

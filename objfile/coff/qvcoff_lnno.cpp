@@ -52,6 +52,14 @@ int QVCOFF_LNNO_TABLE::add_entry(uint32_t address_or_symbol, uint16_t line) {
   return 0;
 }
 
+int QVCOFF_LNNO_TABLE::clear() {
+  load();
+  if (!section_->begin_change())
+    return -1;
+  entries_.clear();
+  return 0;
+}
+
 QVCOFF_LNNO_TABLE::QVCOFF_LNNO_TABLE(QVCOFF_SECTION *section) : OF_INDEX_HOLDER(section->get_file()), section_(section) {}
 
 bool QVCOFF_LNNO_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {

@@ -36,6 +36,9 @@ public:
   // (error 5) and null past the end.
   const QVCOFF_LINENO_RECORD *get_entry(uint32_t index);
   [[nodiscard]] int add_entry(uint32_t address_or_symbol, uint16_t line);
+  // Drops every entry (stripping line numbers); 0, or -1 with the error
+  // pending.
+  [[nodiscard]] int clear();
   bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // The absolute first line of the function whose symbol is `index`, from
   // its ".bf" symbol; none when it has none.

@@ -251,6 +251,8 @@ QVCOFF_GROUP_TABLE *QVCOFF_SECTION::group() {
   return group_.get();
 }
 
+OF_GROUP_TABLE *QVCOFF_SECTION::get_group() { return group(); }
+
 void QVCOFF_SECTION::dump(FILE *stream) {
   auto row = [stream](const char *label, const std::string &value) {
     fprintf(stream, "  %-26s%s\n", label, value.c_str());
@@ -381,8 +383,10 @@ int QVCOFF_SECTION_TABLE::remove_section(uint32_t number) {
   file_->forget_section(*removed);
   if (QVCOFF_GROUP_TABLE *group = removed->group())
     for (const auto &s : sections_)
-      if (s->get_owning_group() == group)
+      if (s->get_owning_group() == group) {
         s->set_owning_group(nullptr);
+        s->header_.s_flags &= ~STYP_IN_GROUP;
+      }
   // Numbers count from 1; entry 0 of the map is "no section".
   uint32_t count = get_count() + 1;
   sections_.erase(sections_.begin() + (number - 1));

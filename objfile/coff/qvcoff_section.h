@@ -82,6 +82,7 @@ public:
   QVCOFF_LNNO_TABLE *line_numbers();
   // The group this section's contents describe (STYP_IS_GROUP), or null.
   QVCOFF_GROUP_TABLE *group();
+  OF_GROUP_TABLE *get_group() override;
   // The group this section is a member of, as its loader told it.
   QVCOFF_GROUP_TABLE *get_owning_group() const { return owning_group_; }
   void set_owning_group(QVCOFF_GROUP_TABLE *group) { owning_group_ = group; }

@@ -159,6 +159,8 @@ ELF_GROUP_TABLE *ELF_SECTION::group() {
   return group_.get();
 }
 
+OF_GROUP_TABLE *ELF_SECTION::get_group() { return group(); }
+
 uint32_t ELF_SECTION::get_reloc_table_count() {
   uint32_t n = 0;
   for (uint32_t i = 1; i < table_->get_count(); i++) {
@@ -361,8 +363,16 @@ int ELF_SECTION_TABLE::prepare() {
 int ELF_SECTION_TABLE::remove_section(uint32_t index) {
   ELF_SECTION *s = index != 0 ? get_section(index) : nullptr;
   uint32_t type = s ? s->get_type() : SHT_NULL;
-  if (s && (file_->keeps_image() || type == SHT_SYMTAB || type == SHT_DYNSYM || type == SHT_STRTAB ||
-            type == SHT_SYMTAB_SHNDX || type == SHT_GNU_versym)) {
+  // A symbol or string table goes only when no other section links to it
+  // (relocations name their symbol table, a symbol table its strings): the
+  // last step of taking every symbol away. Links follow removals only when
+  // the file is written: until then they name sections by the numbers the
+  // pending map renumbers.
+  bool linked = index == index_map_.follow(file_->get_shstrndx());
+  for (uint32_t i = 1; s && !linked && i < get_count(); i++)
+    linked = i != index && index_map_.follow(get_section(i)->header().sh_link) == index;
+  if (s && (file_->keeps_image() || type == SHT_DYNSYM || type == SHT_SYMTAB_SHNDX || type == SHT_GNU_versym ||
+            ((type == SHT_SYMTAB || type == SHT_STRTAB) && linked))) {
     file_->set_error(OF_ERR_INVALID_REQUEST, "%s: section %s cannot be removed",
                      file_->get_file_name().empty() ? "(unknown file)" : file_->get_file_name().c_str(),
                      s->get_name().c_str());
@@ -370,6 +380,14 @@ int ELF_SECTION_TABLE::remove_section(uint32_t index) {
   }
   if (!begin_removal(file_, s, index))
     return -1;
+  // The members of a group that goes stay, as sections of no group. The
+  // group names them by the numbers they had before the pending removals.
+  if (ELF_GROUP_TABLE *group = s->group())
+    for (uint32_t i = 0; i < group->get_count(); i++) {
+      uint32_t member = group->get_member_index(i);
+      if (index_map_.keep(member) && member < get_count())
+        get_section(member)->header().sh_flags &= ~SHF_GROUP;
+    }
   file_->forget_section(*s);
   uint32_t count = get_count();
   sections_.erase(sections_.begin() + index);

@@ -97,6 +97,7 @@ public:
   ELF_STRING_TABLE *strings();
   ELF_RELOC_TABLE *relocations();
   ELF_GROUP_TABLE *group();
+  OF_GROUP_TABLE *get_group() override;
 
   // Rows with the section's header, attributes and links.
   void dump(FILE *stream);

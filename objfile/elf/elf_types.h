@@ -61,8 +61,11 @@ inline constexpr uint32_t SHT_ATTRIBUTES = 0x70000003;
 inline constexpr uint32_t SHF_WRITE = 0x1;
 inline constexpr uint32_t SHF_ALLOC = 0x2;
 inline constexpr uint32_t SHF_EXECINSTR = 0x4;
+inline constexpr uint32_t SHF_MERGE = 0x10;
+inline constexpr uint32_t SHF_STRINGS = 0x20;
 inline constexpr uint32_t SHF_INFO_LINK = 0x40;
 inline constexpr uint32_t SHF_GROUP = 0x200;
+inline constexpr uint32_t SHF_EXCLUDE = 0x80000000;
 
 // st_info halves.
 inline constexpr uint8_t STB_LOCAL = 0;

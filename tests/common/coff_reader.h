@@ -1,6 +1,7 @@
 // COFF_READER: the tests' own decoding of a QV-COFF file, independent of the
 // library, so that what the library writes is checked against the layout
-// itself: the file header, every section header with its relocation
+// itself: the file header and its flags, every section header with its
+// line-number count and relocation
 // entries (address and the word at bytes 4 to 7), the group words of group
 // sections, and every symbol entry (auxiliary entries hold their place
 // empty). Names longer than 8 characters come from the string table.
@@ -22,7 +23,7 @@ struct COFF_READ_RELOC {
 
 struct COFF_READ_SECTION {
   std::string name;
-  uint32_t size, flags;
+  uint32_t size, flags, nlnno;
   std::string data;
   std::vector<COFF_READ_RELOC> relocs;
 };
@@ -39,6 +40,7 @@ public:
   COFF_READER(const std::string &bytes, int version, TEST_ORDER order)
       : bytes_(bytes), order_(order), version_(version) {
     uint32_t nscns = u16(2), symptr = u32(8), nsyms = u32(12), opthdr = u16(16);
+    file_flags = u16(18);
     strings_at_ = symptr + nsyms * 18;
     uint32_t header = version_ == 0 ? 20 : 22, shdr = version_ == 2 ? 48 : 40;
     for (uint32_t i = 0; i < nscns; i++) {
@@ -49,6 +51,7 @@ public:
       uint32_t scnptr = u32(at + 20), relptr = u32(at + 24);
       uint32_t nreloc = version_ == 2 ? u32(at + 32) : u16(at + 32);
       s.flags = version_ == 2 ? u32(at + 40) : u16(at + 36);
+      s.nlnno = version_ == 2 ? u32(at + 36) : u16(at + 34);
       if (scnptr != 0)
         s.data = bytes_.substr(scnptr, s.size * 2);  // 16-bit address units
       uint32_t entry = version_ == 0 ? 10 : 12;  // vaddr, word, (displacement,) type
@@ -93,6 +96,7 @@ public:
     return -1;
   }
 
+  uint32_t file_flags = 0;
   std::vector<COFF_READ_SECTION> sections;
   std::vector<COFF_READ_SYMBOL> symbols;  // one per entry, auxiliary entries too
 

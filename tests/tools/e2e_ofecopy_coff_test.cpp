@@ -5,6 +5,7 @@
 
 #include <filesystem>
 
+#include "common/coff_reader.h"
 #include "common/process.h"
 #include "objfile/coff/coff_test.h"
 
@@ -229,6 +230,69 @@ TEST_P(OfecopyCoff, AFileWithATablePastItsEndIsNotCopied) {
     EXPECT_EQ(unwrapped(listed.err), "ofedump: " + std::string(expected).substr(strlen("ofecopy: "))) << k.what;
     EXPECT_NE(listed.out.find("(\".cut\")"), std::string::npos) << k.what;
   }
+}
+
+// Removing a middle section renumbers every section number in the symbols
+// and every symbol index in the relocations (read back by the tests' own
+// decoder); its symbols go with it. Removing the group leaves its member
+// in no group. Stripping takes every line number and the debugging
+// symbols and says so in the file header; sections are added, dumped and
+// flagged with GNU's words, and a word QV-COFF cannot express is refused.
+TEST_P(OfecopyCoff, SectionsGoComeAndChangeAndStrippingMarksTheHeader) {
+  dir.write("in.obj", rich_image(version(), order()).build());
+  RUN_RESULT r = ofecopy({"-R", ".data", "in.obj", "removed.obj"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  COFF_READER removed(dir.read("removed.obj"), version(), order());
+  std::vector<std::string> names;
+  for (const COFF_READ_SECTION &s : removed.sections)
+    names.push_back(s.name);
+  std::vector<std::string> expected{".text", ".bss"};
+  if (version() == 2)
+    expected.insert(expected.end(), {".text.grouped", ".grp", "$build.attributes"});
+  EXPECT_EQ(names, expected);
+  auto scnum = [&removed](const char *name) { return removed.symbols[removed.symbol_index(name)].scnum; };
+  EXPECT_EQ(removed.symbol_index("a_long_array_name"), -1) << "its section is gone";
+  EXPECT_EQ(scnum("main"), 1u);
+  EXPECT_EQ(scnum("lbl"), 1u);
+  EXPECT_EQ(scnum("absolute"), 0xFFFFu);
+  ASSERT_EQ(removed.sections[0].relocs.size(), 5u);
+  EXPECT_EQ(removed.sections[0].relocs[0].word, static_cast<uint32_t>(removed.symbol_index("main")));
+  EXPECT_EQ(removed.sections[0].relocs[4].word, static_cast<uint32_t>(removed.symbol_index("ext")));
+  EXPECT_EQ(removed.symbol_index("ext"), static_cast<int>(RICH_EXT) - 3) << "three entries went before it";
+  if (version() == 2) {
+    EXPECT_EQ(scnum("group_signature"), 3u);
+    EXPECT_EQ(removed.words(removed.sections[3]),
+              (std::vector<uint32_t>{1, static_cast<uint32_t>(removed.symbol_index("group_signature")), 3}));
+    ASSERT_EQ(ofecopy({"-R", ".grp", "in.obj", "ungrouped.obj"}).status, 0);
+    COFF_READER ungrouped(dir.read("ungrouped.obj"), version(), order());
+    EXPECT_EQ(ungrouped.sections[3].name, ".text.grouped");
+    EXPECT_EQ(ungrouped.sections[3].flags, 0x0020u) << "STYP_IN_GROUP goes with the group";
+  }
+
+  r = ofecopy({"--strip-debug", "in.obj", "stripped.obj"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  COFF_READER stripped(dir.read("stripped.obj"), version(), order());
+  EXPECT_EQ(stripped.file_flags & 0x000C, 0x000Cu) << "F_LNNO and F_LSYMS";
+  for (const COFF_READ_SECTION &s : stripped.sections)
+    EXPECT_EQ(s.nlnno, 0u) << s.name;
+  EXPECT_EQ(stripped.symbol_index(".file"), -1);
+  EXPECT_NE(stripped.symbol_index("main"), -1);
+  EXPECT_EQ(stripped.sections[0].relocs[4].word, static_cast<uint32_t>(stripped.symbol_index("ext")));
+
+  dir.write("blob", "blob");
+  r = ofecopy({"--add-section", ".extra=blob", "--dump-section", ".data=data.bin", "--set-section-flags",
+               ".data=alloc,code,contents", "in.obj", "added.obj"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(dir.read("data.bin"), "wxyz");
+  COFF_READER added(dir.read("added.obj"), version(), order());
+  EXPECT_EQ(added.sections.back().name, ".extra");
+  EXPECT_EQ(added.sections.back().data, "blob");
+  EXPECT_EQ(added.sections[1].flags, 0x0020u) << "code: STYP_TEXT in place of STYP_DATA";
+  r = ofecopy({"--set-section-flags", ".data=alloc,readonly", "in.obj", "bad.obj"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "ofecopy: QV-COFF sections have no 'readonly' flag ('.data' of 'in.obj')\n");
+  EXPECT_FALSE(std::filesystem::exists(dir / "bad.obj"));
 }
 
 INSTANTIATE_FOR_ALL_LAYOUTS(OfecopyCoff);

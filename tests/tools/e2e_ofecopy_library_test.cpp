@@ -117,6 +117,30 @@ TEST_P(OfecopyLibrary, RenamesInEveryMemberAsGnuObjcopyDoesAndKeepsTheRest) {
   EXPECT_NE(r.status, 0) << "the input has no my_memcpy to link";
 }
 
+// Strips, removals and binding lists apply to every member as GNU objcopy
+// applies them; a name found in some members only is no error.
+TEST_P(OfecopyLibrary, StripsAndRemovalsInEveryMemberGiveGnuObjcopysSymbols) {
+  const LIBRARY &l = GetParam();
+  // The pattern takes .comment from one library, .note.GNU-stack from the other.
+  const std::vector<std::vector<std::string>> rows = {
+      {"--strip-debug"}, {"--strip-unneeded"}, {"-R", ".[cn]o[mt]*"}, {"-L", "memcpy"}};
+  for (const std::vector<std::string> &options : rows) {
+    std::vector<std::string> ours = {ofecopy_path()}, gnu = {l.objcopy};
+    ours.insert(ours.end(), options.begin(), options.end());
+    gnu.insert(gnu.end(), options.begin(), options.end());
+    ours.insert(ours.end(), {"sub.a", "ours.a"});
+    gnu.insert(gnu.end(), {"sub.a", "gnu.a"});
+    RUN_RESULT o = run(ours, dir.path()), g = run(gnu, dir.path());
+    ASSERT_EQ(o.status, 0) << options[0] << ": " << o.err;
+    ASSERT_EQ(g.status, 0) << options[0] << ": " << g.err;
+    EXPECT_EQ(run({l.nm, "-s", "ours.a"}, dir.path()).out, run({l.nm, "-s", "gnu.a"}, dir.path()).out) << options[0];
+  }
+  RUN_RESULT r = run({ofecopy_path(), "-R", ".nosuch*", "sub.a", "out.a"}, dir.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "ofecopy: no section matching '.nosuch*' in any member of 'sub.a'\n");
+  EXPECT_FALSE(std::filesystem::exists(dir / "out.a"));
+}
+
 TEST_P(OfecopyLibrary, AnEditThatMatchesNoMemberOrAMemberThatCannotBeCopiedWritesNothing) {
   RUN_RESULT r = run({ofecopy_path(), "--rename-symbol", "memcpy=my_memcpy", "--localize-symbol", "nosuch", "sub.a",
                       "out.a"},

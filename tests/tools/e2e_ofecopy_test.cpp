@@ -140,6 +140,13 @@ TEST_F(Ofecopy, FailuresSayWhyAndLeaveTheOutputAlone) {
       {{"--set-section-page", ".text=1", "in.o", "out.o"},
        ">>   error: Advanced RISC Machines ARM files have no section page attribute\n"},
       {{"in.s", "out.o"}, "ofecopy: 'in.s' is not an ELF or QV-COFF object file\n"},
+      {{"-R", ".nosuch*", "in.o", "out.o"}, "ofecopy: no section matching '.nosuch*' in 'in.o'\n"},
+      {{"-N", "g", "in.o", "out.o"}, "ofecopy: not stripping symbol 'g' because it is named in a relocation\n"},
+      {{"--set-section-flags", ".text=rom", "in.o", "out.o"}, "ofecopy: ELF sections have no 'rom' flag ('.text' of 'in.o')\n"},
+      {{"--dump-section", ".bss=bss.bin", "in.o", "out.o"}, "ofecopy: section '.bss' of 'in.o' has no contents to dump\n"},
+      {{"--add-section", ".text=in.s", "in.o", "out.o"}, "ofecopy: 'in.o' already has a section named '.text'\n"},
+      {{"--set-section-flags", ".text=alloc,fast", "in.o", "out.o"},
+       "ofecopy: unknown section flag 'fast' in 'alloc,fast'; try 'ofecopy --help'\n"},
       {{"missing.o", "out.o"}, "ofecopy: cannot open 'missing.o': No such file or directory\n"},
       // Mistakes on the command line: one line, and a pointer to --help.
       {{"in.o"}, "ofecopy: no OUTPUT given after INPUT 'in.o'; try 'ofecopy --help'\n"},

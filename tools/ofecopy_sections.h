@@ -1,0 +1,53 @@
+// The section and strip options of ofecopy: what they ask for (parsed into
+// one SECTION_PLAN) and the three steps that carry it out on an object, in
+// this order: dump sections as read, remove sections and strip symbols,
+// then add sections and set section flags.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace OFE {
+class OBJECT_FILE;
+}
+
+namespace ofecopy {
+
+enum STRIP_LEVEL { STRIP_NONE, STRIP_DEBUG, STRIP_UNNEEDED, STRIP_ALL };
+
+struct SECTION_PLAN {
+  std::vector<std::string> remove, only;                   // section name patterns
+  std::vector<std::pair<std::string, std::string>> add;    // NAME=FILE
+  std::vector<std::pair<std::string, std::string>> dump;   // NAME=FILE
+  std::vector<std::pair<std::string, std::string>> flags;  // NAME=FLAGS
+  STRIP_LEVEL strip = STRIP_NONE;
+  std::vector<std::string> strip_symbols, keep_symbols;
+
+  // Takes the option `flag` (its long form) with its operand, split at the
+  // '=' for the NAME=VALUE options; a bad FLAGS word is a usage error.
+  void take(const std::string &flag, const std::string &name, const std::string &value);
+  // Takes an option without operand; false when it is not one of these.
+  bool take_switch(const std::string &flag);
+  // Notes whether `what` ("section matching '.x*'", say) was found in one
+  // more object: a name is an error only when it matched in none.
+  void note(const std::string &what, bool found) const;
+  // Whether every name and pattern matched in some object the plan was
+  // carried out on; false with a message naming the first that did not
+  // (`where` says where it was looked for).
+  [[nodiscard]] bool all_matched(const std::string &where) const;
+
+private:
+  mutable std::vector<std::pair<std::string, bool>> matched_;  // in the order first looked for
+};
+
+// The long form of a short option ("-R" is "--remove-section"), or null.
+const char *long_form(const std::string &short_flag);
+
+// Each step: false with the message printed when an edit is refused or a
+// name matches nothing.
+bool dump_sections(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan);
+bool remove_and_strip(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan);
+bool add_and_flag(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan);
+
+}  // namespace ofecopy
