@@ -85,6 +85,7 @@ struct ARCHIVE {
   const char *name = nullptr;       // the archive's path as given, for messages
   AR_SOURCE source;                 // the file the archive was loaded from
   AR_OPEN_RESULT open_result = AR_OPEN_MISSING;
+  int write_reason = 0;             // errno of a write into the new library that failed
 
   uint32_t format = AR_FORMAT_UNKNOWN;
   FILE_OFFSET first_member_offset = AR_MAGIC_SIZE;

@@ -1,6 +1,7 @@
 // Writing an archive: always the whole file, in one pass, as a stream of
 // headers and member data. Where it is written and how it then takes the old
 // archive's place is the rewrite transaction's business (ar_rewrite.cpp).
+#include <cerrno>
 #include <cstring>
 #include <string>
 
@@ -129,6 +130,14 @@ static bool report_header_failure(ARCHIVE *ar, const AR_MEMBER *m) {
   return ar_fail(ar, AR_ERR_WRITE, "Cannot write archive: '%s'", ar->name);
 }
 
+// A copy into the new library failed. When the output refused the bytes (a
+// full disk, a size limit), the system's reason is kept for the message.
+static bool write_failed(ARCHIVE *ar, int result) {
+  if (result == AR_ERR_WRITE)
+    ar->write_reason = errno;
+  return ar_fail(ar, result, "Error writing archive");
+}
+
 static bool write_member(ARCHIVE *ar, FILE *out, AR_MEMBER *m, const char *header) {
   if (fwrite(header, 1, AR_HEADER_SIZE, out) != AR_HEADER_SIZE)
     return ar_fail(ar, AR_ERR_WRITE, "Cannot write archive: '%s'", ar->name);
@@ -139,9 +148,11 @@ static bool write_member(ARCHIVE *ar, FILE *out, AR_MEMBER *m, const char *heade
   if (!ar_open_member_data(ar, m, &data))
     return false;
   int result = ar_copy_data(data, out, m->size, true);
+  int reason = errno;
   ar_close_member_data(&data);
+  errno = reason;
   if (result != 0)
-    return ar_fail(ar, result, "Error writing archive");
+    return write_failed(ar, result);
   return true;
 }
 
@@ -176,7 +187,7 @@ static bool flush_run(ARCHIVE *ar, FILE *out, UNCHANGED_RUN *run) {
   int result = ar_copy_range(fileno(s), run->start, out, run->end - run->start);
   *run = {};
   if (result != 0)
-    return ar_fail(ar, result, "Error writing archive");
+    return write_failed(ar, result);
   return true;
 }
 

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
+#include <string>
 
 #include "archiver/ar_edit.h"
 #include "archiver/ar_extract.h"
@@ -25,8 +26,14 @@
 static OPTIONS g_options;
 
 // The archive layer's failures: put the old archive back, then report.
-static void archive_error(ARCHIVE *ar, int, const char *text) {
+// A write the system refused goes on to say which file and why, on a line
+// of its own under the message.
+static void archive_error(ARCHIVE *ar, int error_class, const char *text) {
   ar_emergency_cleanup(ar);
+  if (error_class == AR_ERR_WRITE && ar->write_reason != 0) {
+    std::string full = std::string(text) + "\n              cannot write '" + ar->name + "': " + strerror(ar->write_reason);
+    error("%s", full.c_str());
+  }
   error("%s", text);
 }
 

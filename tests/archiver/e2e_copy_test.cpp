@@ -96,6 +96,21 @@ TEST(MemberCopy, LargeMemberFromAnotherFileSystem) {
   EXPECT_TRUE(dir.read("out/big.o") == big);
 }
 
+// A write the file system refuses (here the file-size limit, the way a full
+// disk refuses it) names the library and the system's reason after the
+// archiver's own message, and leaves nothing behind.
+TEST(MemberCopy, AFailedWriteSaysWhichFileAndWhy) {
+  TEMP_DIR dir;
+  write_dated(dir, "big.o", filler(300001, 3), T1);
+  RUN_RESULT r = arvela({"aq", "lib.lib", "big.o"}, dir.path(),
+                        {"sh", "-c", "trap '' XFSZ; exec prlimit --fsize=100000 \"$0\" \"$@\""});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("Error writing archive"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("cannot write 'lib.lib': File too large"), std::string::npos) << r.err;
+  EXPECT_FALSE(fs::exists(dir / "lib.lib"));
+  EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()), 1) << "only big.o";
+}
+
 // More member files than memory and descriptors may hold: small ones are
 // kept in memory up to a budget and staged in a scratch file past it, large
 // ones held open up to the limit and opened again when written past it. A
