@@ -11,6 +11,7 @@
 #include "tools/ofedump_tables.h"
 
 #include <algorithm>
+#include <string_view>
 
 #include "objfile/coff/qvcoff_const.h"
 #include "objfile/coff/qvcoff_file.h"
@@ -42,6 +43,76 @@ std::string bare(const std::string &name) {
 }
 
 bool wanted(const std::string &filter, const std::string &name) { return filter.empty() || filter == name; }
+
+// One line of a table, built in place and written whole: parsing a format
+// for every field was most of the time of a large library's listing.
+class ROW {
+public:
+  ROW &hex8(uint32_t value) {
+    for (int shift = 28; shift >= 0; shift -= 4)
+      line_ += "0123456789abcdef"[(value >> shift) & 15];
+    return *this;
+  }
+  ROW &hex(uint32_t value) {
+    int shift = 28;
+    while (shift > 0 && (value >> shift) == 0)
+      shift -= 4;
+    for (; shift >= 0; shift -= 4)
+      line_ += "0123456789abcdef"[(value >> shift) & 15];
+    return *this;
+  }
+  ROW &dec(uint32_t value, size_t width) {
+    char digits[10];
+    size_t n = 0;
+    do
+      digits[n++] = static_cast<char>('0' + value % 10);
+    while ((value /= 10) != 0);
+    pad(n, width);
+    while (n)
+      line_ += digits[--n];
+    return *this;
+  }
+  ROW &left(std::string_view text, size_t width) {
+    line_ += text;
+    pad(text.size(), width);
+    return *this;
+  }
+  ROW &right(std::string_view text, size_t width) {
+    pad(text.size(), width);
+    line_ += text;
+    return *this;
+  }
+  // A name, its control characters escaped as `printable` escapes them.
+  ROW &name(std::string_view text) {
+    for (unsigned char c : text) {
+      if (c < 0x20 || c == 0x7F) {
+        line_ += '\\';
+        line_ += static_cast<char>('0' + (c >> 6));
+        line_ += static_cast<char>('0' + ((c >> 3) & 7));
+        line_ += static_cast<char>('0' + (c & 7));
+      } else {
+        line_ += static_cast<char>(c);
+      }
+    }
+    return *this;
+  }
+  ROW &text(std::string_view text) {
+    line_ += text;
+    return *this;
+  }
+  void end(FILE *out) {
+    line_ += '\n';
+    fwrite(line_.data(), 1, line_.size(), out);
+    line_.clear();
+  }
+
+private:
+  void pad(size_t used, size_t width) {
+    if (used < width)
+      line_.append(width - used, ' ');
+  }
+  std::string line_;
+};
 
 // readelf's flag letters, in its order; bits it has no letter for show as
 // 'p' (processor-specific) or 'x' (unknown).
@@ -125,15 +196,17 @@ void elf_symbols(FILE *out, ELF_FILE &file) {
       continue;
     fprintf(out, "\n Symbol table \"%s\", %u entries:\n   Num: Value    Size     Type    Bind   Vis       Ndx Name\n",
             printable(table->get_name()).c_str(), table->get_count());
+    ROW row;
     for (uint32_t j = 0; j < table->get_count(); j++) {
       auto *symbol = static_cast<ELF_SYMBOL *>(table->get_symbol(j));
       if (!symbol)
         continue;
       const ELF32_SYMBOL_RECORD &r = symbol->record();
-      fprintf(out, "%6u: %08x %8u %-7s %-6s %-9s %3s %s\n", j, r.st_value, r.st_size,
-              bare(elf_symbol_type_name(elf_st_type(r.st_info))).c_str(),
-              bare(elf_binding_name(elf_st_bind(r.st_info))).c_str(), bare(elf_visibility_name(r.st_other & 3)).c_str(),
-              elf_shndx(*symbol).c_str(), printable(elf_symbol_name(sections, symbol)).c_str());
+      row.dec(j, 6).text(": ").hex8(r.st_value).text(" ").dec(r.st_size, 8).text(" ");
+      row.left(bare(elf_symbol_type_name(elf_st_type(r.st_info))), 7).text(" ");
+      row.left(bare(elf_binding_name(elf_st_bind(r.st_info))), 6).text(" ");
+      row.left(bare(elf_visibility_name(r.st_other & 3)), 9).text(" ");
+      row.right(elf_shndx(*symbol), 3).text(" ").name(elf_symbol_name(sections, symbol)).end(out);
     }
   }
 }
@@ -159,18 +232,19 @@ void elf_relocs(FILE *out, ELF_FILE &file, const std::string &filter) {
             printable(sections->get_section(i)->get_name()).c_str(),
             target ? printable(target->get_name()).c_str() : "", relocs->get_count(), "Type",
             rela ? " + Addend" : "");
+    ROW row;
     for (uint32_t j = 0; j < relocs->get_count(); j++) {
       ELF_RELOC *r = relocs->get_elf_reloc(j);
       if (!r)
         continue;
       OF_SYMBOL *symbol = r->get_symbol();
-      fprintf(out, "  %08x %08x %-20s %08x  %s", r->record().r_offset, r->record().r_info,
-              reloc_type_name(file, r->get_type()).c_str(), symbol ? symbol->get_value() : 0,
-              printable(elf_symbol_name(sections, symbol)).c_str());
+      row.text("  ").hex8(r->record().r_offset).text(" ").hex8(r->record().r_info).text(" ");
+      row.left(reloc_type_name(file, r->get_type()), 20).text(" ").hex8(symbol ? symbol->get_value() : 0).text("  ");
+      row.name(elf_symbol_name(sections, symbol));
       int32_t addend = 0;
       if (rela && r->get_addend(&addend))
-        fprintf(out, " %c %x", addend < 0 ? '-' : '+', addend < 0 ? -static_cast<uint32_t>(addend) : addend);
-      fputc('\n', out);
+        row.text(addend < 0 ? " - " : " + ").hex(addend < 0 ? -static_cast<uint32_t>(addend) : addend);
+      row.end(out);
     }
   }
 }
