@@ -16,10 +16,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     return 0;
   auto clear = [](OFE::OBJECT_FILE *object, uint32_t, const char *) { object->clear_error(); };
   if (OFE::OBJECT_FILE *object = OFE::open_object(stream, static_cast<uint32_t>(size), nullptr, clear)) {
-    object->select_dump("all");
-    object->dump(sink);
+    // Only the walk through every table is wanted: the sink discards the text.
+    (void)object->select_dump("all");
+    (void)object->dump(sink);
     XML_WRITER xml(sink);
-    object->dump_xml(xml);
+    (void)object->dump_xml(xml);
     delete object;
   }
   fclose(stream);

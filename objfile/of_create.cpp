@@ -40,7 +40,7 @@ OBJECT_FILE *create_object(OF_DESCRIPTOR d, OF_ERROR_HANDLER handler) {
   if (handler)
     object->set_error_handler(std::move(handler));
   if (d.stream)
-    object->read(d);
+    (void)object->read(d);  // a failure stays on the object as its pending error
   object->set_serial(next_serial++);
   object->get_machine_db()->file_loaded();
   return object;

@@ -313,13 +313,13 @@ private:
       if (options_.xml)
         (void)object.dump_xml(xml_);  // a failed write shows on stdout, checked at the end
       else
-        object.dump(stdout);
+        (void)object.dump(stdout);  // likewise
       return;
     }
     const uint32_t header_parts = OFE::OF_DUMP_HEADER | OFE::OF_DUMP_OPTHEADER;
     if (parts & header_parts) {
       select(object, parts & header_parts);
-      object.dump(stdout);
+      (void)object.dump(stdout);  // a failed write shows on stdout, checked at the end
     }
     tools::TABLE_CHOICE choice = options_.tables;
     choice.sections = parts & OFE::OF_DUMP_SECTIONS;
@@ -330,7 +330,7 @@ private:
     tools::print_tables(stdout, object, choice);
     if (uint32_t rest = parts & ~(header_parts | table_parts)) {
       select(object, rest);
-      object.dump(stdout);
+      (void)object.dump(stdout);
     }
   }
 

@@ -105,7 +105,8 @@ protected:
   std::unique_ptr<OFE::OF_SYMBOL> load_symbol(uint32_t index) override {
     loads++;
     auto s = std::make_unique<TEST_SYMBOL>(this, index);
-    s->set_name(defs_[index].name);
+    if (s->set_name(defs_[index].name) != 0)
+      return nullptr;
     s->binding = defs_[index].binding;
     s->kind = defs_[index].kind;
     s->value = index * 16;
