@@ -125,8 +125,10 @@ void rewrite(OFE::OBJECT_FILE *object, FILE *sink) {
   if (!again)
     oracle_failed("a successful write is not an object");
   walk(again, sink);
-  if (model(again) != written)
+  if (std::string read = model(again); read != written) {
+    fprintf(stderr, "written:\n%s\nread back:\n%s\n", written.c_str(), read.c_str());
     oracle_failed("the output reads back differently from what was written");
+  }
   std::string second;
   if (!write_to_memory(again, second))
     oracle_failed("the output cannot be written again");

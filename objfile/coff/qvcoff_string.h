@@ -9,6 +9,8 @@
 // is what such a name says.
 #pragma once
 
+#include <optional>
+
 #include "objfile/of_string.h"
 
 namespace OFE {
@@ -18,6 +20,11 @@ public:
   using OF_STRING_TABLE::OF_STRING_TABLE;
 
   uint32_t get_first_offset() const override;
+  // The offset an empty name (of a symbol or a section) is written with,
+  // once every other name is in the table: eight zero bytes name offset 0,
+  // which is no name only while the table holds no string; when it holds
+  // one, an empty string of its own. Empty when the string cannot be added.
+  [[nodiscard]] std::optional<uint32_t> empty_name_offset();
 };
 
 }  // namespace OFE

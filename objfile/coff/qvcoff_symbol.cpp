@@ -457,16 +457,13 @@ bool QVCOFF_SYMBOL_TABLE::encode(QVCOFF_STRING_TABLE *strings, std::vector<uint8
       std::copy(bytes.begin(), bytes.end(), at + QVCOFF_SYMBOL_SIZE * (a + 1));
     }
   }
-  // An empty name is eight zero bytes, which name the string at offset 0:
-  // that is no name only while there is no string table. When there is
-  // one, the name points at an empty string of its own.
-  if (!unnamed.empty() && strings->data().size() > strings->get_first_offset()) {
-    std::optional<uint32_t> offset = strings->add_string("");
-    if (!offset)
-      return false;
-    for (uint32_t i : unnamed)
-      write_u32(out.data() + uint64_t{i} * QVCOFF_SYMBOL_SIZE + 4, *offset, order);
-  }
+  if (unnamed.empty())
+    return true;
+  std::optional<uint32_t> offset = strings->empty_name_offset();
+  if (!offset)
+    return false;
+  for (uint32_t i : unnamed)
+    write_u32(out.data() + uint64_t{i} * QVCOFF_SYMBOL_SIZE + 4, *offset, order);
   return true;
 }
 

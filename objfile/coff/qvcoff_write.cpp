@@ -110,6 +110,16 @@ bool QVCOFF_FILE::prepare_strings() {
   }
   if (!get_qvcoff_symbol_table()->encode(strings, symbol_bytes_))
     return false;
+  // Empty section names last, when the table holds every other name.
+  for (uint32_t i = 1; long_names && i <= sections->get_count(); i++) {
+    QVCOFF_SECTION *s = sections->get_qvcoff_section(i);
+    if (!s->get_name().empty())
+      continue;
+    std::optional<uint32_t> offset = strings->empty_name_offset();
+    if (!offset)
+      return false;
+    write_u32(s->header().s_name.data() + 4, *offset, order_);
+  }
   string_bytes_.clear();
   DATA_MAP &data = strings->data();
   if (data.size() > QVCOFF_STRING_TABLE_FIRST_OFFSET) {

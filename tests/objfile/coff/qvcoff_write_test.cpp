@@ -33,6 +33,19 @@ TEST_P(CoffWrite, BothByteOrdersDecodeToTheSameValues) {
             std::vector<uint32_t>({0x0108, 4, 2, 8, 0x1000, 0x200, 0x40}));
 }
 
+// Eight zero bytes name the string at offset 0, which is no name only while
+// the string table holds nothing: beside a table an empty section name
+// must still read back empty.
+TEST_P(CoffWrite, AnEmptySectionNameStaysEmptyBesideAStringTable) {
+  OPENED_COFF a(rich_image(version(), order()).build());
+  QVCOFF_SECTION_TABLE *sections = a.file()->get_qvcoff_section_table();
+  ASSERT_EQ(sections->get_qvcoff_section(1)->set_name("a_name_longer_than_eight"), 0);
+  ASSERT_EQ(sections->get_qvcoff_section(2)->set_name(""), 0);
+  OPENED_COFF b(written(a.object.get()));
+  EXPECT_EQ(b.file()->get_qvcoff_section_table()->get_qvcoff_section(2)->get_name(), "");
+  EXPECT_EQ(written(b.object.get()), written(a.object.get()));
+}
+
 TEST_P(CoffWrite, RenumberedSymbolsKeepEveryReference) {
   COFF_IMAGE c = rich_image(version(), order());
   OPENED_COFF o(c.build());
