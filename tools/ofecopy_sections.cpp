@@ -179,7 +179,8 @@ std::set<uint32_t> sections_to_remove(OFE::OBJECT_FILE &object, const SECTION_PL
       continue;
     if (matches(plan.remove, name) || (!plan.only.empty() && !matches(plan.only, name) && !serves_others(object, *s)) ||
         (plan.strip != STRIP_NONE && is_debug_section(name)) ||
-        (plan.strip == STRIP_ALL && is_elf(object) && (is_elf_reloc(*s) || s->get_group())))
+        (plan.strip == STRIP_ALL && is_elf(object) && !(s->get_flags() & OFE::SHF_ALLOC) &&
+         (is_elf_reloc(*s) || s->get_group())))
       gone.insert(s->get_index());
   }
   // Until nothing changes: relocations follow the section they relocate,
@@ -256,10 +257,12 @@ void find_symbols(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, const std:
 bool symbols_to_remove(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, const std::set<uint32_t> &gone,
                        std::vector<uint32_t> &removed) {
   std::set<uint32_t> used, named, kept;
+  // Only relocations into the symbol table count: an executable's dynamic
+  // relocations name the dynamic symbols.
   for (OFE::OF_RELOC_TABLE *table : kept_relocations(object, gone))
     for (OFE::OF_RELOC *r : table->relocs())
-      if (OFE::OF_SYMBOL *symbol = r->get_symbol())  // none: a field description
-        used.insert(symbol->get_index());
+      if (OFE::OF_SYMBOL *symbol = r->get_symbol(); symbol && symbol->get_table() == object.get_symbol_table())
+        used.insert(symbol->get_index());  // no symbol: a field description
   for (OFE::OF_SECTION *s : object.sections())
     if (OFE::OF_GROUP_TABLE *group = s->get_group(); group && !gone.count(s->get_index()))
       if (OFE::OF_SYMBOL *signature = group->get_signature())

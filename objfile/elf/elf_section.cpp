@@ -371,7 +371,13 @@ int ELF_SECTION_TABLE::remove_section(uint32_t index) {
   bool linked = index == index_map_.follow(file_->get_shstrndx());
   for (uint32_t i = 1; s && !linked && i < get_count(); i++)
     linked = i != index && index_map_.follow(get_section(i)->header().sh_link) == index;
-  if (s && (file_->keeps_image() || type == SHT_DYNSYM || type == SHT_SYMTAB_SHNDX || type == SHT_GNU_versym ||
+  // In a loaded image only what none of its kept bytes refers to may go: a
+  // section that is not loaded, with no loaded section after it (those the
+  // image's own tables name by number would be renumbered).
+  bool in_image = false;
+  for (uint32_t i = index; s && file_->keeps_image() && !in_image && i < get_count(); i++)
+    in_image = get_section(i)->get_flags() & SHF_ALLOC;
+  if (s && (in_image || type == SHT_DYNSYM || type == SHT_SYMTAB_SHNDX || type == SHT_GNU_versym ||
             ((type == SHT_SYMTAB || type == SHT_STRTAB) && linked))) {
     file_->set_error(OF_ERR_INVALID_REQUEST, "%s: section %s cannot be removed",
                      file_->get_file_name().empty() ? "(unknown file)" : file_->get_file_name().c_str(),

@@ -33,28 +33,32 @@ struct ROW {
   std::vector<std::string> options;
 };
 
+// Name, type and flags of every section, sorted.
+std::vector<std::string> section_view(const std::string &readelf, const TEMP_DIR &dir, const std::string &file) {
+  RUN_RESULT r = run({readelf, "-S", "-W", file}, dir.path());
+  EXPECT_EQ(r.status, 0) << r.err;
+  std::vector<std::string> out, fields;
+  size_t at = 0;
+  for (size_t end; (end = r.out.find('\n', at)) != std::string::npos; at = end + 1)
+    if (section_row(r.out.substr(at, end - at), fields))
+      out.push_back(fields[0] + " " + fields[1] + " " + fields[6]);
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+std::string symbol_view(const std::string &nm, const TEMP_DIR &dir, const std::string &file) {
+  RUN_RESULT r = run({nm, "-a", file}, dir.path());
+  std::string text = r.out + r.err;  // "no symbols" names the file
+  for (size_t at; (at = text.find(file)) != std::string::npos;)
+    text.erase(at, file.size());
+  return text;
+}
+
 class OfecopySections : public ::testing::TestWithParam<ROW> {
 protected:
   std::string tool(const char *name) const { return std::string(GetParam().prefix) + name; }
-  // Name, type and flags of every section, sorted.
-  std::vector<std::string> sections(const std::string &file) {
-    RUN_RESULT r = run({tool("readelf"), "-S", "-W", file}, dir.path());
-    EXPECT_EQ(r.status, 0) << r.err;
-    std::vector<std::string> out, fields;
-    size_t at = 0;
-    for (size_t end; (end = r.out.find('\n', at)) != std::string::npos; at = end + 1)
-      if (section_row(r.out.substr(at, end - at), fields))
-        out.push_back(fields[0] + " " + fields[1] + " " + fields[6]);
-    std::sort(out.begin(), out.end());
-    return out;
-  }
-  std::string symbols(const std::string &file) {
-    RUN_RESULT r = run({tool("nm"), "-a", file}, dir.path());
-    std::string text = r.out + r.err;  // "no symbols" names the file
-    for (size_t at; (at = text.find(file)) != std::string::npos;)
-      text.erase(at, file.size());
-    return text;
-  }
+  std::vector<std::string> sections(const std::string &file) { return section_view(tool("readelf"), dir, file); }
+  std::string symbols(const std::string &file) { return symbol_view(tool("nm"), dir, file); }
   TEMP_DIR dir;
 };
 
@@ -99,6 +103,32 @@ TEST_P(OfecopySections, GivesWhatGnuObjcopyGivesAndStillLinks) {
   EXPECT_EQ(symbols("ours.o"), symbols("gnu.o"));
   RUN_RESULT link = run({tool("ld"), "-r", "-o", "linked.o", "ours.o"}, dir.path());
   EXPECT_EQ(link.status, 0) << link.err;
+}
+
+// An executable keeps its loaded image: what goes is what the loader never
+// reads, as GNU objcopy takes it, and the program still runs.
+TEST(OfecopyExecutable, StripsAsGnuObjcopyAndStillRuns) {
+  TEMP_DIR dir;
+  dir.write("main.c", "int main(void) { return 0; }\n");
+  RUN_RESULT c = run({"gcc", "-m32", "-g", "-o", "prog", "main.c"}, dir.path());
+  ASSERT_EQ(c.status, 0) << "the Debian package gcc-multilib is needed: " << c.err;
+  const std::vector<std::vector<std::string>> rows = {
+      {"--strip-debug"}, {"--strip-unneeded"}, {"--strip-all"}, {"-R", ".comment"}};
+  for (const std::vector<std::string> &options : rows) {
+    SCOPED_TRACE(options[0]);
+    std::vector<std::string> ours{ofecopy_path()}, gnu{"objcopy"};
+    ours.insert(ours.end(), options.begin(), options.end());
+    gnu.insert(gnu.end(), options.begin(), options.end());
+    ours.insert(ours.end(), {"prog", "ours"});
+    gnu.insert(gnu.end(), {"prog", "gnu"});
+    RUN_RESULT o = run(ours, dir.path()), g = run(gnu, dir.path());
+    ASSERT_EQ(o.status, 0) << o.err;
+    ASSERT_EQ(g.status, 0) << g.err;
+    EXPECT_EQ(section_view("readelf", dir, "ours"), section_view("readelf", dir, "gnu"));
+    EXPECT_EQ(symbol_view("nm", dir, "ours"), symbol_view("nm", dir, "gnu"));
+    std::filesystem::permissions(dir / "ours", std::filesystem::perms::owner_exec, std::filesystem::perm_options::add);
+    EXPECT_EQ(run({(dir / "ours").string()}, dir.path()).status, 0);
+  }
 }
 
 const std::string PICO_MEMBER = std::string(PICOLIBC) + ":libc_stdlib_getopt.c.o";
