@@ -147,7 +147,7 @@ int make_flash_image(OFE::OBJECT_FILE &object, IMAGE_FORMAT format, const std::s
   FLASH_IMAGE image;
   if (!collect_image(object, image) || !read_completely(object, input))
     return 1;
-  OUTPUT_FILE output(path);
+  OUTPUT_FILE output(path, input);
   FILE *stream = output.open();
   if (!stream)
     return 1;

@@ -421,7 +421,7 @@ int main(int argc, char **argv) {
   if (image != tools::IMAGE_NONE)
     exit(tools::make_flash_image(object, image, files[0], files[1]));
 
-  tools::OUTPUT_FILE output(files[1]);
+  tools::OUTPUT_FILE output(files[1], files[0]);
   FILE *stream = output.open();
   if (!stream || !write_object(object, reports, stream, files[1]))
     return 1;

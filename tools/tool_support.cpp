@@ -180,6 +180,13 @@ bool OUTPUT_FILE::commit() {
     ok = false;
     error = errno;
   }
+  struct stat like;
+  if (ok && !replaces_ && !like_.empty() && stat(like_.c_str(), &like) == 0) {
+    mode_t mask = umask(0);
+    umask(mask);
+    ok = fchmod(file_.fd, like.st_mode & 07777 & ~mask) == 0;
+    error = errno;
+  }
   if (ok) {
     ok = replacement_install(&file_, target_.c_str(), replaces_ ? &old_ : nullptr) == REPLACE_DONE;
     error = errno;

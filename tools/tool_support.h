@@ -65,7 +65,9 @@ FILE *open_input_file(const char *path);
 // the path is refused rather than replaced.
 class OUTPUT_FILE {
 public:
-  explicit OUTPUT_FILE(std::string path) : path_(std::move(path)) {}
+  // `like`: a file whose permissions a new output takes (less the umask),
+  // as a copy of an executable stays executable; empty for the default.
+  explicit OUTPUT_FILE(std::string path, std::string like = "") : path_(std::move(path)), like_(std::move(like)) {}
   ~OUTPUT_FILE();
   // The stream to write to; null with a message when it cannot be made.
   FILE *open();
@@ -74,6 +76,7 @@ public:
 
 private:
   std::string path_;    // as given, for the messages
+  std::string like_;
   std::string target_;  // symbolic links resolved
   struct stat old_ = {};
   bool replaces_ = false;  // a file stands at the target
