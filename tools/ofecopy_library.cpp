@@ -112,13 +112,19 @@ bool is_library(const char *path) {
   return library;
 }
 
+namespace {
+// Both archives live until the process ends, as the archiver's own do.
+ARCHIVE *library_out = nullptr, *library_in = nullptr;
+}  // namespace
+
 bool copy_library(const char *input, const char *output, const COPY_OBJECT &copy, const CHECK_EDITS &check) {
-  // Both archives live until the process ends, as the archiver's own do.
   bool onto_itself = same_file(input, output);
-  ARCHIVE *out = ar_create(output, archive_error, AR_WRITE);
+  ARCHIVE *&out = library_out;
+  out = ar_create(output, archive_error, AR_WRITE);
   if (!opened(out, output, true))
     return false;
-  ARCHIVE *in = out;
+  ARCHIVE *&in = library_in;
+  in = out;
   if (!onto_itself) {
     in = ar_create(input, archive_error, AR_READ);
     if (!opened(in, input, false))
