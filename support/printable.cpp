@@ -1,18 +1,21 @@
 #include "support/printable.h"
 
-#include <cstdio>
-
-std::string printable(std::string_view text) {
-  std::string out;
-  out.reserve(text.size());
+void append_printable(std::string &out, std::string_view text) {
   for (unsigned char c : text) {
     if (c < 0x20 || c == 0x7F) {
-      char escaped[8];
-      snprintf(escaped, sizeof escaped, "\\%03o", c);
-      out += escaped;
+      out += '\\';
+      out += static_cast<char>('0' + (c >> 6));
+      out += static_cast<char>('0' + ((c >> 3) & 7));
+      out += static_cast<char>('0' + (c & 7));
     } else {
       out += static_cast<char>(c);
     }
   }
+}
+
+std::string printable(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  append_printable(out, text);
   return out;
 }

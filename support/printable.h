@@ -9,3 +9,5 @@
 // The text with every control character (bytes below 0x20 and 0x7F) written
 // as a backslash and three octal digits. Printable text comes back unchanged.
 std::string printable(std::string_view text);
+// The same, appended to `out` (a listing that builds its lines in place).
+void append_printable(std::string &out, std::string_view text);

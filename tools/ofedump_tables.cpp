@@ -82,18 +82,9 @@ public:
     line_ += text;
     return *this;
   }
-  // A name, its control characters escaped as `printable` escapes them.
+  // A name, its control characters escaped.
   ROW &name(std::string_view text) {
-    for (unsigned char c : text) {
-      if (c < 0x20 || c == 0x7F) {
-        line_ += '\\';
-        line_ += static_cast<char>('0' + (c >> 6));
-        line_ += static_cast<char>('0' + ((c >> 3) & 7));
-        line_ += static_cast<char>('0' + (c & 7));
-      } else {
-        line_ += static_cast<char>(c);
-      }
-    }
+    append_printable(line_, text);
     return *this;
   }
   ROW &text(std::string_view text) {
