@@ -167,6 +167,16 @@ void QVCOFF_FILE::read_string_table(uint64_t offset) {
   (void)map_file_region(offset, size, strings_->data(), "string table");
 }
 
+std::string QVCOFF_FILE::get_table_name(const std::array<uint8_t, 8> &name) {
+  uint32_t offset = name_string_offset(name, order_);
+  QVCOFF_STRING_TABLE *strings = get_string_table();
+  if (const char *text = strings->get_string(offset))
+    return text;
+  if (offset != 0 && strings->size() == 0 && was_read_from_stream() && string_table_offset_ >= descriptor_.size)
+    note_short_read("string table", string_table_offset_);
+  return "";
+}
+
 uint64_t QVCOFF_FILE::get_string_table_offset() {
   load_tables();
   return string_table_offset_;

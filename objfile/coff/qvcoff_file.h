@@ -24,6 +24,7 @@
 // listings show what is there and a copy can refuse to lose the rest.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -102,6 +103,11 @@ public:
   // Where the tables were looked for (valid once they have been asked for).
   uint32_t get_symbol_table_offset() const { return header_.f_symptr; }
   uint64_t get_string_table_offset();
+  // The name a symbol or section header gives as a string-table offset;
+  // empty when the table has none there. A file that ends where its string
+  // table begins has no table, so a name that needs one was cut off with
+  // it: that is recorded as a short read.
+  std::string get_table_name(const std::array<uint8_t, 8> &name);
   // The index of the ".icode" section when F_ICODE is set, else 0.
   uint32_t get_icode_section_index();
   // The byte order of the control data, for decoding and encoding alike.

@@ -71,9 +71,7 @@ std::string QVCOFF_SECTION::get_name() const {
   if (!name_resolved_) {
     name_resolved_ = true;
     if (file_->get_format_version() == OF_VERSION_COFF2 && !name_is_inline(header_.s_name)) {
-      const char *text =
-          file_->get_string_table()->get_string(name_string_offset(header_.s_name, file_->byte_order()));
-      name_ = text ? text : "";
+      name_ = file_->get_table_name(header_.s_name);
     } else {
       name_ = inline_name(header_.s_name);
     }

@@ -488,8 +488,7 @@ std::unique_ptr<OF_SYMBOL> QVCOFF_SYMBOL_TABLE::load_symbol(uint32_t index) {
   if (name_is_inline(rec.n_name)) {
     symbol->name_ = inline_name(rec.n_name);
   } else {
-    const char *text = file_->get_string_table()->get_string(name_string_offset(rec.n_name, order));
-    symbol->name_ = text ? text : "";
+    symbol->name_ = file_->get_table_name(rec.n_name);
   }
   if (rec.n_numaux == 0)
     return symbol;

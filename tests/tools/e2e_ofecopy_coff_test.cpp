@@ -230,6 +230,21 @@ TEST_P(OfecopyCoff, AFileWithATablePastItsEndIsNotCopied) {
     EXPECT_EQ(unwrapped(listed.err), "ofedump: " + std::string(expected).substr(strlen("ofecopy: "))) << k.what;
     EXPECT_NE(listed.out.find("(\".cut\")"), std::string::npos) << k.what;
   }
+  // A file that ends where its string table begins has none: the names
+  // that live there were cut off with it.
+  COFF_IMAGE c = rich_image(version(), order());
+  std::string bytes = c.build();
+  bytes.resize(c.strptr);
+  dir.write("in.obj", bytes);
+  RUN_RESULT r = ofecopy({"in.obj", "out.obj"});
+  char expected[200];
+  snprintf(expected, sizeof expected,
+           "ofecopy: 'in.obj' could not be read completely: the string table at offset 0x%x runs past the end of "
+           "the file\n",
+           c.strptr);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(unwrapped(r.err), expected);
+  EXPECT_FALSE(std::filesystem::exists(dir / "out.obj"));
 }
 
 // Removing a middle section renumbers every section number in the symbols
