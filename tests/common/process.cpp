@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <poll.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sstream>
 #include <stdexcept>
@@ -40,9 +41,20 @@ pid_t start(const std::vector<std::string> &argv, const fs::path &cwd, int out, 
   for (const std::string &a : argv)
     args.push_back(const_cast<char *>(a.c_str()));
   args.push_back(nullptr);
+  // Every signal at its default and none blocked, whatever the test process
+  // has set up (a signal it ignores would stay ignored in the child).
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t all, none;
+  sigfillset(&all);
+  sigemptyset(&none);
+  posix_spawnattr_setsigdefault(&attributes, &all);
+  posix_spawnattr_setsigmask(&attributes, &none);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
   pid_t pid = -1;
-  if (posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ) != 0)
+  if (posix_spawnp(&pid, args[0], &actions, &attributes, args.data(), environ) != 0)
     pid = -1;
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   return pid;
 }
