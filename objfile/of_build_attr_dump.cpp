@@ -5,6 +5,7 @@
 
 #include "objfile/of_build_attr.h"
 #include "support/name_table.h"
+#include "support/printable.h"
 #include "support/xml_writer.h"
 
 namespace OFE {
@@ -109,27 +110,11 @@ const char *aeabi_value_name(uint32_t tag, uint64_t value) {
   return nullptr;
 }
 
-// Text as it stands, but bytes that are not printable ASCII as \xNN, so that
-// a hostile string cannot garble the listing.
-std::string printable(const std::string &text) {
-  std::string out;
-  for (unsigned char c : text) {
-    if (c >= 0x20 && c < 0x7F) {
-      out += static_cast<char>(c);
-    } else {
-      char buf[8];
-      snprintf(buf, sizeof buf, "\\x%02X", c);
-      out += buf;
-    }
-  }
-  return out;
-}
-
 std::string value_text(const OFBA_ATTR &attr, bool aeabi) {
   std::string number = std::to_string(attr.number);
   if (const char *meaning = aeabi ? aeabi_value_name(attr.tag, attr.number) : nullptr)
     number += std::string(" (") + meaning + ")";
-  std::string text = "\"" + printable(attr.text) + "\"";
+  std::string text = "\"" + ascii_printable(attr.text) + "\"";
   switch (attr.kind) {
   case OFBA_VALUE_KIND::NUMBER: return number;
   case OFBA_VALUE_KIND::STRING: return text;
@@ -158,7 +143,7 @@ void OF_BUILD_ATTR_TABLE::dump(FILE *stream, const std::string &file_name) const
   else
     fprintf(stream, "\n Build Attributes in \"%s\"\n", file_name.c_str());
   for (const auto &v : vendors_) {
-    fprintf(stream, "\n   Vendor: \"%s\"", printable(v->get_name()).c_str());
+    fprintf(stream, "\n   Vendor: \"%s\"", ascii_printable(v->get_name()).c_str());
     if (v->is_opaque()) {
       fprintf(stream, " (%zu bytes, not interpreted)\n", v->get_opaque_content().size());
       continue;

@@ -1,5 +1,7 @@
 #include "support/xml_writer.h"
 
+#include "support/printable.h"
+
 void XML_WRITER::declaration() { fputs("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n", out_); }
 
 void XML_WRITER::indent() {
@@ -48,14 +50,7 @@ std::string XML_WRITER::escape(std::string_view text) {
     case '<': out += "&lt;"; break;
     case '>': out += "&gt;"; break;
     case '"': out += "&quot;"; break;
-    default:
-      if (c < 0x20 || c >= 0x7F) {
-        char buf[8];
-        snprintf(buf, sizeof buf, "\\x%02X", c);
-        out += buf;
-      } else {
-        out += static_cast<char>(c);
-      }
+    default: append_ascii_printable(out, c);
     }
   }
   return out;
