@@ -21,8 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   table.set_index_bias(data[0] & 2 ? 1 : 0);
   if (!table.read(data + 1, size - 1, order))
     return 0;
-  OFE::DATA_MAP out;
-  out.set_byte_order(order);
+  OFE::DATA_MAP out(order);
   table.write(out);
   if (out.size() != size - 1 || (size > 1 && memcmp(out.slice(0, out.size()), data + 1, size - 1) != 0))
     abort();  // an untouched table writes back what it read

@@ -11,8 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (size == 0)
     return 0;
   testing_support::TEST_FILE file;
-  OFE::DATA_MAP contents;
-  contents.set_byte_order(data[0] & 1 ? BYTE_ORDERING::BIG : BYTE_ORDERING::LITTLE);
+  OFE::DATA_MAP contents(data[0] & 1 ? BYTE_ORDERING::BIG : BYTE_ORDERING::LITTLE);
   contents.assign(data + 1, size - 1);
   std::vector<uint32_t> values;
   if (OFE::ELF_SCN_ATTR_TABLE::read(&file, contents, values)) {

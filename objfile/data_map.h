@@ -40,9 +40,11 @@ off_t pftello(FILE *stream);
 // Printed name of a byte order: "little endian", "big endian".
 const char *byte_ordering_name(BYTE_ORDERING order);
 
+// Not a map from keys to values: a byte buffer with a cursor and a byte
+// order, optionally standing for a region of a stream.
 class DATA_MAP {
 public:
-  DATA_MAP() = default;
+  explicit DATA_MAP(BYTE_ORDERING order = BYTE_ORDERING::LITTLE) : big_endian_(order == BYTE_ORDERING::BIG) {}
 
   // Backs the map with `count` bytes of `stream` from `file_offset`; nothing
   // is read until the first access. The stream stays the caller's.
@@ -66,13 +68,8 @@ public:
 
   // The byte order multi-byte reads and writes use.
   BYTE_ORDERING byte_order() const { return big_endian_ ? BYTE_ORDERING::BIG : BYTE_ORDERING::LITTLE; }
-  // Whether that order is big-endian.
-  [[nodiscard]] bool is_big_endian() const { return big_endian_; }
-  // Reads and writes big-endian from now on.
-  void set_big_endian() { big_endian_ = true; }
-  // Reads and writes little-endian from now on.
-  void set_little_endian() { big_endian_ = false; }
-  // Reads and writes in `order` from now on.
+  // Reads and writes in `order` from now on: for a buffer whose owner
+  // changes its byte order (a section of a file being converted).
   void set_byte_order(BYTE_ORDERING order) { big_endian_ = order == BYTE_ORDERING::BIG; }
 
   // Whether the bytes are in memory (a stream-backed map reads them on first access).

@@ -82,6 +82,8 @@ struct OF_MACHINE_TRAITS {
   std::span<const char *const> flagged_section_prefixes = {};  // sections the table marks with a flag
 };
 
+// Not a database: the answers of one target family, read from its traits
+// table (the name is the one the interface was given).
 class OF_MACHINE_DB {
 public:
   explicit OF_MACHINE_DB(OBJECT_FILE *object);

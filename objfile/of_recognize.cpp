@@ -1,6 +1,12 @@
 #include "objfile/of_recognize.h"
 
+#include <algorithm>
+#include <array>
+
+#include "objfile/coff/qvcoff_rw.h"
 #include "objfile/data_map.h"
+#include "objfile/elf/elf32_rw.h"
+#include "objfile/elf/elf_types.h"
 
 namespace OFE {
 
@@ -46,10 +52,14 @@ const COFF_MAGIC COFF_MAGICS[] = {
 
 bool is_coff0_target(uint16_t word) { return word >= 0x0090 && word <= 0x00A3; }
 
-void set_order(OF_DESCRIPTOR &d, DATA_MAP &head, bool little) {
+BYTE_ORDERING set_order(OF_DESCRIPTOR &d, bool little) {
   d.endian = little ? OF_ENDIAN_LITTLE : OF_ENDIAN_BIG;
-  head.set_byte_order(little ? BYTE_ORDERING::LITTLE : BYTE_ORDERING::BIG);
+  return little ? BYTE_ORDERING::LITTLE : BYTE_ORDERING::BIG;
 }
+
+// As many bytes of the object as the larger file header has, zeros past the
+// object's end: in an archive the next member follows.
+constexpr size_t HEAD_SIZE = std::max(record_size<ELF32_HEADER_RECORD>(), record_size<QVCOFF_FILE_HEADER_RECORD>());
 
 }  // namespace
 
@@ -73,36 +83,32 @@ bool recognize_object(OF_DESCRIPTOR &d) {
   d.endian = OF_ENDIAN_UNKNOWN;
   d.machine = OF_MACHINE_UNKNOWN;
 
-  // Never past the object's end: in an archive the next member follows.
-  DATA_MAP head;
-  head.attach(d.stream, d.offset, d.size < 24 ? d.size : 24);
-  bool elf = head.get_byte(0) == 0x7F && head.get_byte(1) == 'E' && head.get_byte(2) == 'L' && head.get_byte(3) == 'F';
-  if (elf) {
+  std::array<uint8_t, HEAD_SIZE> head{};
+  DATA_MAP map;
+  map.attach(d.stream, d.offset, std::min<FILE_OFFSET>(d.size, HEAD_SIZE));
+  map.read_bytes(head.data(), static_cast<size_t>(map.size()));
+  if (head[0] == 0x7F && head[1] == 'E' && head[2] == 'L' && head[3] == 'F') {
     d.format = OF_FORMAT_ELF;
-    set_order(d, head, head.get_byte(5) == 1);
-    head.set_position(20);
-    d.version = head.read_u32() == 1 ? OF_VERSION_ELF1 : OF_VERSION_UNKNOWN;
-    head.set_position(18);
-    d.machine = machine_from_elf(head.read_u16());
+    auto h = decode<ELF32_HEADER_RECORD>(head.data(), set_order(d, head[EI_DATA] == ELFDATA2LSB));
+    d.version = h.e_version == 1 ? OF_VERSION_ELF1 : OF_VERSION_UNKNOWN;
+    d.machine = machine_from_elf(h.e_machine);
   } else {
-    const uint8_t word[2] = {head.get_byte(0), head.get_byte(1)};
-    uint16_t little = read_u16(word, BYTE_ORDERING::LITTLE);
-    uint16_t big = read_u16(word, BYTE_ORDERING::BIG);
+    uint16_t little = read_u16(head.data(), BYTE_ORDERING::LITTLE);
+    uint16_t big = read_u16(head.data(), BYTE_ORDERING::BIG);
     for (const COFF_MAGIC &m : COFF_MAGICS) {
       if ((m.little ? little : big) != m.magic)
         continue;
       d.format = OF_FORMAT_COFF;
       d.version = m.version;
-      set_order(d, head, m.little);
-      head.set_position(20);
-      d.machine = machine_from_coff_target(head.read_u16());
+      d.machine = machine_from_coff_target(
+          decode<QVCOFF_FILE_HEADER_RECORD>(head.data(), set_order(d, m.little)).f_target_id);
       break;
     }
     if (d.format == OF_FORMAT_UNKNOWN && (is_coff0_target(little) || is_coff0_target(big))) {
       d.format = OF_FORMAT_COFF;
       d.version = OF_VERSION_COFF0;
-      set_order(d, head, is_coff0_target(little));
-      d.machine = machine_from_coff_target(is_coff0_target(little) ? little : big);
+      d.machine = machine_from_coff_target(
+          decode<QVCOFF_FILE_HEADER_V0_RECORD>(head.data(), set_order(d, is_coff0_target(little))).f_magic);
     }
   }
   // The head is read in place; a read through the stream has moved it.

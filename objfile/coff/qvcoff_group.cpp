@@ -70,8 +70,7 @@ bool QVCOFF_GROUP_TABLE::encode() {
                                     get_name().c_str());
     return false;
   }
-  DATA_MAP data;
-  data.set_byte_order(section_->get_file()->byte_order());
+  DATA_MAP data(section_->get_file()->byte_order());
   data.write_u32(flag_ ? 1 : 0);
   data.write_u32(signature_);
   for (uint32_t member : members_)

@@ -77,7 +77,10 @@ QVCOFF_FILE *QVCOFF_RELOC_TABLE::get_file() const { return section_->get_file();
 
 QVCOFF_RELOC QVCOFF_RELOC_TABLE::decode(const uint8_t *bytes, OF_FORMAT_VERSION version, BYTE_ORDERING order) {
   bool v0 = version == OF_VERSION_COFF0;
-  QVCOFF_RELOC entry(this, read_u16(bytes + (v0 ? 8 : 10), order));
+  // The type stands where the version's plain layout has it, and says which
+  // layout the entry really has.
+  QVCOFF_RELOC entry(this, v0 ? ::decode<QVCOFF_RELOC_V0_RECORD>(bytes, order).r_type
+                              : ::decode<QVCOFF_RELOC_RECORD>(bytes, order).r_type);
   uint32_t properties = entry.get_properties();
   if (v0 && (properties & OF_RELOC_SPLIT)) {
     auto r = ::decode<QVCOFF_RELOC_V0_SPLIT_RECORD>(bytes, order);

@@ -70,8 +70,7 @@ bool ELF_FILE::file_region(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map, 
 }
 
 int ELF_FILE::read(const OF_DESCRIPTOR &) {
-  DATA_MAP head;
-  head.set_byte_order(file_order_);
+  DATA_MAP head(file_order_);
   constexpr uint32_t size = record_size<ELF32_HEADER_RECORD>();
   if (!file_region(0, size, head, "ELF header") || !elf32_read(head, 0, header_))
     return -1;
@@ -105,8 +104,7 @@ bool ELF_FILE::load_sections() {
       report_malformed(46, "section header size %u is smaller than 40", shentsize_);
       return false;
     }
-    DATA_MAP first;
-    first.set_byte_order(file_order_);
+    DATA_MAP first(file_order_);
     ELF32_SECTION_HEADER_RECORD zero{};
     if (!file_region(shoff_, shentsize_, first, "section header 0") || !elf32_read(first, 0, zero))
       return false;

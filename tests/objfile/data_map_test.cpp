@@ -61,10 +61,9 @@ TEST(DataMap, ReadsPastTheEndYieldZeroAndMoveTheCursor) {
 
 // Writes grow the map in its byte order, which survives clearing.
 TEST(DataMap, WritesGrowTheMapInItsByteOrder) {
-  DATA_MAP m;
-  m.set_big_endian();
+  DATA_MAP m(BYTE_ORDERING::BIG);
   m.write_u16(0x0102);
-  m.set_little_endian();
+  m.set_byte_order(BYTE_ORDERING::LITTLE);
   m.write_u32(0x03040506);
   m.set_position(10);
   m.write_u8(7);
@@ -73,7 +72,7 @@ TEST(DataMap, WritesGrowTheMapInItsByteOrder) {
   m.write_cstring("x");
   EXPECT_EQ(contents(m), BYTES(BIG).u16(0x0102).bytes() + BYTES().u32(0x03040506).bytes() + std::string(4, '\0') +
                              "\x07x" + std::string(1, '\0'));
-  m.set_big_endian();
+  m.set_byte_order(BYTE_ORDERING::BIG);
   m.clear();
   m.assign("\x01\x02", 2);
   EXPECT_EQ(m.read_u16(), 0x0102u);

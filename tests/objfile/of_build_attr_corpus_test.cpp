@@ -82,8 +82,7 @@ void expect_identity(const CORPUS &corpus) {
     ASSERT_TRUE(table.read(reinterpret_cast<const uint8_t *>(in.data()), in.size(), order))
         << where << ": " << table.get_error_reason() << " at byte " << table.get_error_offset();
     EXPECT_GT(table.get_vendor_count(), 0u) << where;
-    DATA_MAP out;
-    out.set_byte_order(order);
+    DATA_MAP out(order);
     table.write(out);
     const uint8_t *bytes = out.slice(0, out.size());
     ASSERT_EQ(out.size(), in.size()) << where;

@@ -54,8 +54,7 @@ protected:
     return table.read(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size(), ordering(order));
   }
   std::string written() {
-    DATA_MAP out;
-    out.set_byte_order(ordering(order));
+    DATA_MAP out(ordering(order));
     table.write(out);
     return contents(out);
   }

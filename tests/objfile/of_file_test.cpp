@@ -148,7 +148,7 @@ TEST(ObjectFileData, FileDataNeedsAStream) {
   OF_DESCRIPTOR d{.stream = s, .name = {}, .offset = 4};
   TEST_FILE h(d);
   ASSERT_EQ(h.get_file_data(4, 4, map), 0);
-  map.set_big_endian();
+  map.set_byte_order(BYTE_ORDERING::BIG);
   EXPECT_EQ(map.read_u32(), 0x55667788u);
   h.set_output_stream(s);
   map.set_position(0);

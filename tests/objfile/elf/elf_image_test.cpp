@@ -76,8 +76,7 @@ private:
     uint32_t dynsym = add({".dynsym", SHT_DYNSYM, syms.bytes(), str, 1, 16, SHF_ALLOC, 4, addr(".dynsym")});
     add({".gnu.version", SHT_GNU_versym, BYTES(order_).u16(0).u16(2).bytes(), dynsym, 0, 2, SHF_ALLOC, 2,
          addr(".gnu.version")});
-    DATA_MAP d;
-    d.set_byte_order(ordering(order_));
+    DATA_MAP d(ordering(order_));
     ELF_VERDEF_TABLE::encode_records(d, {{1, VER_FLG_BASE, 1, 0x1234, {{1, ""}}}, {1, 0, 2, 0x5678, {{9, ""}}}});
     add({".gnu.version_d", SHT_GNU_verdef, contents(d), str, 2, 0, SHF_ALLOC, 4, addr(".gnu.version_d")});
     ELF_VERNEED_TABLE::encode_records(d, {{1, {12, ""}, {{0x0d696910, 0, 3, {22, ""}}}}});
@@ -287,8 +286,7 @@ TEST_P(ElfImage, VersionSectionsAndSegmentAttributesAreReadWrittenAndListed) {
 // The version records in the published layout; a chain that runs off the
 // end fails to decode.
 TEST_P(ElfImage, VersionRecordsUseThePublishedLayout) {
-  DATA_MAP data;
-  data.set_byte_order(ordering(GetParam()));
+  DATA_MAP data(ordering(GetParam()));
   ELF_VERDEF_TABLE::encode_records(data, {{1, VER_FLG_BASE, 1, 0xAABBCCDD, {{1, ""}}},
                                           {1, VER_FLG_WEAK, 2, 0x11223344, {{9, ""}, {1, ""}}}});
   BYTES expected(GetParam());
