@@ -23,6 +23,7 @@
 // never named an entry; it is left as it is.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
