@@ -170,8 +170,7 @@ void ELF_RELOC_TABLE::write() {
     else
       elf32_write(data, ELF32_REL_RECORD{entry.record_.r_offset, entry.record_.r_info});
   }
-  section_->header().sh_size = static_cast<uint32_t>(data.size());
-  section_->header().sh_entsize = get_entry_size();
+  section_->contents_encoded({}, get_entry_size());
 }
 
 void ELF_RELOC_TABLE::dump(FILE *stream) {

@@ -106,6 +106,23 @@ int ELF_SECTION::set_alignment(uint32_t alignment) {
   return 0;
 }
 
+void ELF_SECTION::contents_encoded(ELF_LAYOUT_KEY, std::optional<uint32_t> entsize) {
+  header_.sh_size = static_cast<uint32_t>(get_data()->size());
+  if (entsize)
+    header_.sh_entsize = *entsize;
+}
+
+void ELF_SECTION::set_format(ELF_LAYOUT_KEY, uint32_t type, uint32_t alignment, uint32_t entsize) {
+  header_.sh_type = type;
+  header_.sh_addralign = alignment;
+  header_.sh_entsize = entsize;
+}
+
+void ELF_SECTION::set_links(ELF_LAYOUT_KEY, uint32_t link, uint32_t info) {
+  header_.sh_link = link;
+  header_.sh_info = info;
+}
+
 int ELF_SECTION::set_page(uint32_t page) {
   ELF_FILE *file = get_file();
   const OF_SPECIAL_SECTION *special = file->get_machine_db()->get_special_section(OF_SPECIAL_SECTION_PAGE);
@@ -191,12 +208,9 @@ ELF_SECTION *ELF_SECTION::get_relocation_section(bool rela) {
   if (!symbols)
     return nullptr;
   std::string name = get_name();  // before the table grows
-  ELF_SECTION *s = table_->create_section((rela ? ".rela" : ".rel") + name, type);
+  ELF_SECTION *s = table_->create_section((rela ? ".rela" : ".rel") + name, {type, SHF_INFO_LINK, 4, rela ? 12u : 8u},
+                                          symbols->get_section()->get_index());
   s->header_.sh_info = index_;
-  s->header_.sh_link = symbols->get_section()->get_index();
-  s->header_.sh_entsize = rela ? 12 : 8;
-  s->header_.sh_addralign = 4;
-  s->header_.sh_flags = SHF_INFO_LINK;
   return s;
 }
 
@@ -288,7 +302,7 @@ ELF_SECTION *ELF_SECTION_TABLE::get_section(uint32_t index) {
 ELF_SECTION *ELF_SECTION_TABLE::find_section_by_type(uint32_t type, uint32_t link) {
   for (uint32_t i = 1; i < get_count(); i++) {
     ELF_SECTION *s = get_section(i);
-    if (s->get_type() == type && (link == ~0u || s->header().sh_link == link))
+    if (s->get_type() == type && (link == ~0u || s->get_link() == link))
       return s;
   }
   return nullptr;
@@ -312,6 +326,16 @@ ELF_SECTION *ELF_SECTION_TABLE::create_section(const std::string &name, uint32_t
   section->data_.set_byte_order(file_->byte_order());
   sections_.push_back(std::move(section));
   return sections_.back().get();
+}
+
+ELF_SECTION *ELF_SECTION_TABLE::create_section(const std::string &name, const ELF_SECTION_FORMAT &format,
+                                               uint32_t link) {
+  ELF_SECTION *s = create_section(name, format.type);
+  s->header_.sh_flags = format.flags;
+  s->header_.sh_addralign = format.alignment;
+  s->header_.sh_entsize = format.entsize;
+  s->header_.sh_link = link;
+  return s;
 }
 
 int ELF_SECTION_TABLE::prepare() {
@@ -370,7 +394,7 @@ int ELF_SECTION_TABLE::remove_section(uint32_t index) {
   // pending map renumbers.
   bool linked = index == index_map_.follow(file_->get_shstrndx());
   for (uint32_t i = 1; s && !linked && i < get_count(); i++)
-    linked = i != index && index_map_.follow(get_section(i)->header().sh_link) == index;
+    linked = i != index && index_map_.follow(get_section(i)->get_link()) == index;
   // In a loaded image only what none of its kept bytes refers to may go: a
   // section that is not loaded, with no loaded section after it (those the
   // image's own tables name by number would be renumbered).
@@ -392,7 +416,7 @@ int ELF_SECTION_TABLE::remove_section(uint32_t index) {
     for (uint32_t i = 0; i < group->get_count(); i++) {
       uint32_t member = group->get_member_index(i);
       if (index_map_.keep(member) && member < get_count())
-        get_section(member)->header().sh_flags &= ~SHF_GROUP;
+        get_section(member)->header_.sh_flags &= ~SHF_GROUP;
     }
   file_->forget_section(*s);
   uint32_t count = get_count();
@@ -406,7 +430,7 @@ int ELF_SECTION_TABLE::remove_section(uint32_t index) {
 void ELF_SECTION_TABLE::follow_sections(const OF_INDEX_MAP &map) {
   file_->set_shstrndx(map.follow(file_->get_shstrndx()));
   for (uint32_t i = 1; i < get_count(); i++) {
-    ELF32_SECTION_HEADER_RECORD &h = get_section(i)->header();
+    ELF32_SECTION_HEADER_RECORD &h = get_section(i)->header_;
     h.sh_link = map.follow(h.sh_link);
     if (h.sh_type == SHT_REL || h.sh_type == SHT_RELA || (h.sh_flags & SHF_INFO_LINK))
       h.sh_info = map.follow(h.sh_info);

@@ -159,7 +159,7 @@ std::string ELF_SYMBOL_TABLE::get_name() const { return section_->get_name(); }
 
 ELF_STRING_TABLE *ELF_SYMBOL_TABLE::get_string_table() {
   ELF_SECTION_TABLE *sections = file_->get_section_table();
-  uint32_t link = section_->header().sh_link;
+  uint32_t link = section_->get_link();
   ELF_SECTION *strings = nullptr;
   if (link != 0) {
     strings = sections ? sections->get_section(link) : nullptr;
@@ -170,7 +170,7 @@ ELF_STRING_TABLE *ELF_SYMBOL_TABLE::get_string_table() {
     if (name && sections) {
       strings = sections->find_section(name) ? static_cast<ELF_SECTION *>(sections->find_section(name))
                                              : sections->create_section(name, SHT_STRTAB);
-      section_->header().sh_link = strings->get_index();
+      section_->set_links({}, strings->get_index(), section_->get_info());
     }
   }
   ELF_STRING_TABLE *table = strings ? file_->get_string_table_of(strings->get_index()) : nullptr;
@@ -192,10 +192,7 @@ ELF_SECTION *ELF_SYMBOL_TABLE::get_extended_index_section() {
     shndx_section_ = sections->find_section_by_type(SHT_SYMTAB_SHNDX, section_->get_index());
   }
   if (!shndx_section_) {
-    shndx_section_ = sections->create_section(get_name() + "_shndx", SHT_SYMTAB_SHNDX);
-    shndx_section_->header().sh_link = section_->get_index();
-    shndx_section_->header().sh_entsize = 4;
-    shndx_section_->header().sh_addralign = 4;
+    shndx_section_ = sections->create_section(get_name() + "_shndx", {SHT_SYMTAB_SHNDX, 0, 4, 4}, section_->get_index());
   }
   return shndx_section_;
 }
@@ -291,7 +288,7 @@ int ELF_SYMBOL_TABLE::prepare_for_writing() {
       renumbered.push_back(copy_symbol(this, *old[i], index, old[i]->extended_index_, old[i]->version_index_));
     }
   }
-  section_->header().sh_info = 1 + static_cast<uint32_t>(locals.size());
+  section_->set_links({}, section_->get_link(), 1 + static_cast<uint32_t>(locals.size()));
   reorder(std::move(renumbered), std::move(old_to_new));
   prepared_ = true;
   return 0;
@@ -341,9 +338,8 @@ int ELF_SYMBOL_TABLE::write() {
     }
   }
   if (extended)
-    extended->header().sh_size = static_cast<uint32_t>(words->size());
-  section_->header().sh_size = static_cast<uint32_t>(out.size());
-  section_->header().sh_entsize = ENTRY_SIZE;
+    extended->contents_encoded({});
+  section_->contents_encoded({}, ENTRY_SIZE);
   return 0;
 }
 
