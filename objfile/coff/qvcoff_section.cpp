@@ -97,6 +97,12 @@ std::string QVCOFF_SECTION::describe(const char *what) const {
   return std::string(what) + " of section " + std::to_string(index_) + " (\"" + get_name() + "\")";
 }
 
+void QVCOFF_SECTION::place(QVCOFF_LAYOUT_KEY, uint32_t scnptr, uint32_t relptr, uint32_t lnnoptr) {
+  header_.s_scnptr = scnptr;
+  header_.s_relptr = relptr;
+  header_.s_lnnoptr = lnnoptr;
+}
+
 bool QVCOFF_SECTION::begin_change() {
   return file_->get_state() <= OF_STATE_LOCKED || file_->set_state(OF_STATE_LOCKED) == 0;
 }
