@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 namespace OFE {
 
@@ -61,13 +62,17 @@ private:
 };
 
 // The one shape of a setter: `edit` runs only when the change was allowed
-// (`allowed`, the owner's begin_change(), evaluated first); 0, or -1 with
-// the error pending.
+// (`allowed`, the owner's begin_change(), evaluated first). 0, or -1 with
+// the error pending; an edit that can itself fail returns its own 0 or -1.
 template <class EDIT> [[nodiscard]] int apply_change(bool allowed, EDIT &&edit) {
   if (!allowed)
     return -1;
-  edit();
-  return 0;
+  if constexpr (std::is_void_v<decltype(edit())>) {
+    edit();
+    return 0;
+  } else {
+    return edit();
+  }
 }
 
 }  // namespace OFE

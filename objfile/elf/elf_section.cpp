@@ -56,37 +56,27 @@ DATA_MAP *ELF_SECTION::get_raw_data() {
   return get_data();
 }
 
-bool ELF_SECTION::begin_change() {
-  ELF_FILE *file = get_file();
-  return file->get_state() <= OF_STATE_LOCKED || file->set_state(OF_STATE_LOCKED) == 0;
-}
+bool ELF_SECTION::begin_change() { return get_file()->begin_change(); }
 
 int ELF_SECTION::set_name(const std::string &name) {
-  if (!begin_change())
-    return -1;
-  get_name();  // a later lookup must not overwrite the new name
-  name_ = name;
-  named_ = true;
-  return 0;
+  return apply_change(begin_change(), [&] {
+    get_name();  // a later lookup must not overwrite the new name
+    name_ = name;
+    named_ = true;
+  });
 }
 
 int ELF_SECTION::set_data(const void *bytes, uint32_t size) {
-  if (!begin_change())
-    return -1;
-  get_data();
-  data_.assign(bytes, size);
-  data_.set_position(0);
-  header_.sh_size = size;
-  return 0;
+  return apply_change(begin_change(), [&] {
+    get_data();
+    data_.assign(bytes, size);
+    data_.set_position(0);
+    header_.sh_size = size;
+  });
 }
 
-#define ELF_SECTION_SETTER(function, field)          \
-  int ELF_SECTION::function(uint32_t value) {       \
-    if (!begin_change())                             \
-      return -1;                                     \
-    header_.field = value;                           \
-    return 0;                                        \
-  }
+#define ELF_SECTION_SETTER(function, field) \
+  int ELF_SECTION::function(uint32_t value) { return apply_change(begin_change(), [&] { header_.field = value; }); }
 ELF_SECTION_SETTER(set_type, sh_type)
 ELF_SECTION_SETTER(set_flags, sh_flags)
 ELF_SECTION_SETTER(set_address, sh_addr)
@@ -100,10 +90,7 @@ int ELF_SECTION::set_alignment(uint32_t alignment) {
     get_file()->set_error(OF_ERR_INVALID_REQUEST, "only powers of 2 are valid alignment values");
     return -1;
   }
-  if (!begin_change())
-    return -1;
-  header_.sh_addralign = alignment;
-  return 0;
+  return apply_change(begin_change(), [&] { header_.sh_addralign = alignment; });
 }
 
 void ELF_SECTION::contents_encoded(ELF_LAYOUT_KEY, std::optional<uint32_t> entsize) {
@@ -132,10 +119,7 @@ int ELF_SECTION::set_page(uint32_t page) {
     return -1;
   }
   get_file()->load_section_attributes();
-  if (!begin_change())
-    return -1;
-  attributes_[ELF_SCN_ATTR_PAGE] = page;
-  return 0;
+  return apply_change(begin_change(), [&] { attributes_[ELF_SCN_ATTR_PAGE] = page; });
 }
 
 uint32_t ELF_SECTION::get_attribute(uint32_t kind) const {

@@ -19,24 +19,15 @@ bool ELF_SYMBOL::begin_change() {
 }
 
 int ELF_SYMBOL::set_name(const std::string &name) {
-  if (!begin_change())
-    return -1;
-  name_ = name;
-  return 0;
+  return apply_change(begin_change(), [&] { name_ = name; });
 }
 
 int ELF_SYMBOL::set_value(uint32_t value) {
-  if (!begin_change())
-    return -1;
-  record_.st_value = value;
-  return 0;
+  return apply_change(begin_change(), [&] { record_.st_value = value; });
 }
 
 int ELF_SYMBOL::set_size(uint32_t size) {
-  if (!begin_change())
-    return -1;
-  record_.st_size = size;
-  return 0;
+  return apply_change(begin_change(), [&] { record_.st_size = size; });
 }
 
 bool ELF_SYMBOL::is_defined_in_section() const {
@@ -49,10 +40,7 @@ uint32_t ELF_SYMBOL::get_section_index() const {
 }
 
 int ELF_SYMBOL::set_section_id(uint32_t index) {
-  if (!begin_change())
-    return -1;
-  move_to_section(index);
-  return 0;
+  return apply_change(begin_change(), [&] { move_to_section(index); });
 }
 
 void ELF_SYMBOL::move_to_section(uint32_t index) {
@@ -94,11 +82,10 @@ int ELF_SYMBOL::set_kind(uint32_t kind) {
     get_object()->set_error(OF_ERR_INVALID_REQUEST, "Invalid symbol kind %x", kind);
     return -1;
   }
-  if (!begin_change())
-    return -1;
-  record_.st_shndx = shndx;
-  extended_index_ = 0;
-  return 0;
+  return apply_change(begin_change(), [&] {
+    record_.st_shndx = shndx;
+    extended_index_ = 0;
+  });
 }
 
 OF_SYMBOL_BINDING ELF_SYMBOL::get_binding() const {
@@ -115,10 +102,9 @@ int ELF_SYMBOL::set_binding(uint32_t binding) {
     get_object()->set_error(OF_ERR_INVALID_REQUEST, "Invalid symbol binding value 0x%x", binding);
     return -1;
   }
-  if (!begin_change())
-    return -1;
-  record_.st_info = elf_st_info(static_cast<uint8_t>(binding - 1), elf_st_type(record_.st_info));
-  return 0;
+  return apply_change(begin_change(), [&] {
+    record_.st_info = elf_st_info(static_cast<uint8_t>(binding - 1), elf_st_type(record_.st_info));
+  });
 }
 
 OF_SYMBOL_TYPE ELF_SYMBOL::get_type() const {
@@ -131,10 +117,9 @@ int ELF_SYMBOL::set_type(uint32_t type) {
     get_object()->set_error(OF_ERR_INVALID_REQUEST, "Invalid symbol type value 0x%x", type);
     return -1;
   }
-  if (!begin_change())
-    return -1;
-  record_.st_info = elf_st_info(elf_st_bind(record_.st_info), static_cast<uint8_t>(type));
-  return 0;
+  return apply_change(begin_change(), [&] {
+    record_.st_info = elf_st_info(elf_st_bind(record_.st_info), static_cast<uint8_t>(type));
+  });
 }
 
 bool ELF_SYMBOL::is_null() const {
