@@ -73,10 +73,10 @@ public:
   [[nodiscard]] int set_data(const void *bytes, uint32_t size) override;
   uint8_t get_mwidth() const { return header_.s_mwidth; }
   [[nodiscard]] int set_mwidth(uint8_t mwidth);
-  int set_physical_address(uint32_t address);
+  [[nodiscard]] int set_physical_address(uint32_t address);
   // The counts the header will carry, cut to the version's width.
   [[nodiscard]] int set_reloc_count(uint32_t count);
-  int set_lnno_count(uint32_t count);
+  [[nodiscard]] int set_lnno_count(uint32_t count);
   uint32_t get_reloc_table_count() override { return 1; }
   OF_RELOC_TABLE *get_reloc_table(uint32_t index) override;
 

@@ -63,7 +63,7 @@ public:
   // Appends an item; each is listed once. Adding a segment to a segment
   // that is not PT_LOAD is refused (error 5) and changes nothing. 0, or -1.
   [[nodiscard]] int add_file_header();
-  int add_section(uint32_t section_index);
+  [[nodiscard]] int add_section(uint32_t section_index);
   [[nodiscard]] int add_segment(uint32_t segment_index);
   bool contains(ELF_SEGMENT_ITEM item) const;
 
