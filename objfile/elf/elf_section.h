@@ -11,6 +11,11 @@
 // A section owns the tables that live in it (symbols, strings,
 // relocations, a group), so they move with it when the table is renumbered
 // for writing. Their bytes are the section's contents, never a copy.
+//
+// The header changes in two ways only: an edit (the set_ functions) first
+// takes a laid-out file back to "locked"; the write pipeline records what it
+// produces (sizes, offsets, name offsets, links) through layout setters that
+// leave the build state alone and that only it can call.
 #pragma once
 
 #include <array>
@@ -46,7 +51,6 @@ template <class CODEC> class ELF_VERSION_CHAIN;
 class ELF_LAYOUT_KEY {
   ELF_LAYOUT_KEY() = default;
   friend class ELF_FILE;
-  friend class ELF_SECTION_TABLE;
   friend class ELF_SYMBOL_TABLE;
   friend class ELF_STRING_TABLE;
   friend class ELF_SYMBOL_HASH;
