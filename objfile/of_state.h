@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 namespace OFE {
 
@@ -39,6 +40,10 @@ public:
   // Steps up or down one state at a time through the hooks; on a failing
   // step the machine stays in the last state reached and the result is -1.
   [[nodiscard]] int set_state(uint32_t state);
+  // Before an edit of what the lay-out is made from (a section, its
+  // contents, a segment): a formatted or saved object goes back to
+  // "locked". False, with the error pending, when that is refused.
+  [[nodiscard]] bool begin_change() { return state_ <= OF_STATE_LOCKED || set_state(OF_STATE_LOCKED) == 0; }
 
   // Runs the build step that leads into `target`; false on failure.
   [[nodiscard]] virtual bool promote_state(uint32_t target);
@@ -55,5 +60,19 @@ private:
   uint32_t state_ = OF_STATE_OPEN;
   OBJECT_FILE *owner_;
 };
+
+// The one shape of a setter: `edit` runs only when the change was allowed
+// (`allowed`, the owner's begin_change(), evaluated first). 0, or -1 with
+// the error pending; an edit that can itself fail returns its own 0 or -1.
+template <class EDIT> [[nodiscard]] int apply_change(bool allowed, EDIT &&edit) {
+  if (!allowed)
+    return -1;
+  if constexpr (std::is_void_v<decltype(edit())>) {
+    edit();
+    return 0;
+  } else {
+    return edit();
+  }
+}
 
 }  // namespace OFE

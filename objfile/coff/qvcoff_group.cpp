@@ -32,12 +32,11 @@ OF_SECTION *QVCOFF_GROUP_TABLE::get_member(uint32_t index) {
 }
 
 int QVCOFF_GROUP_TABLE::add_member(uint32_t section_index) {
-  if (!section_->begin_change())
-    return -1;
-  members_.push_back(section_index);
-  if (QVCOFF_SECTION *s = section_->get_file()->get_qvcoff_section_table()->get_qvcoff_section(section_index))
-    s->set_owning_group(this);
-  return 0;
+  return apply_change(section_->begin_change(), [&] {
+    members_.push_back(section_index);
+    if (QVCOFF_SECTION *s = section_->get_file()->get_qvcoff_section_table()->get_qvcoff_section(section_index))
+      s->set_owning_group(this);
+  });
 }
 
 OF_SYMBOL *QVCOFF_GROUP_TABLE::get_signature() {
@@ -45,17 +44,11 @@ OF_SYMBOL *QVCOFF_GROUP_TABLE::get_signature() {
 }
 
 int QVCOFF_GROUP_TABLE::set_signature(OF_SYMBOL *symbol) {
-  if (!section_->begin_change())
-    return -1;
-  signature_ = symbol ? symbol->get_index() : 0;
-  return 0;
+  return apply_change(section_->begin_change(), [&] { signature_ = symbol ? symbol->get_index() : 0; });
 }
 
 int QVCOFF_GROUP_TABLE::set_comdat(bool comdat) {
-  if (!section_->begin_change())
-    return -1;
-  flag_ = comdat;
-  return 0;
+  return apply_change(section_->begin_change(), [&] { flag_ = comdat; });
 }
 
 bool QVCOFF_GROUP_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {

@@ -38,7 +38,7 @@ public:
   [[nodiscard]] int set_signature(OF_SYMBOL *symbol) override;
   bool get_flag() const { return flag_; }
   [[nodiscard]] bool is_comdat() override { return true; }
-  int set_comdat(bool comdat) override;
+  [[nodiscard]] int set_comdat(bool comdat) override;
   const char *get_kind_name() const { return "COMDAT"; }
 
   // Members whose section was removed leave the group; a removed signature

@@ -46,18 +46,12 @@ const QVCOFF_LINENO_RECORD *QVCOFF_LNNO_TABLE::get_entry(uint32_t index) {
 
 int QVCOFF_LNNO_TABLE::add_entry(uint32_t address_or_symbol, uint16_t line) {
   load();
-  if (!section_->begin_change())
-    return -1;
-  entries_.push_back({address_or_symbol, line});
-  return 0;
+  return apply_change(section_->begin_change(), [&] { entries_.push_back({address_or_symbol, line}); });
 }
 
 int QVCOFF_LNNO_TABLE::clear() {
   load();
-  if (!section_->begin_change())
-    return -1;
-  entries_.clear();
-  return 0;
+  return apply_change(section_->begin_change(), [&] { entries_.clear(); });
 }
 
 QVCOFF_LNNO_TABLE::QVCOFF_LNNO_TABLE(QVCOFF_SECTION *section) : OF_INDEX_HOLDER(section->get_file()), section_(section) {}

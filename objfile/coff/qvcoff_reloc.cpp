@@ -33,24 +33,15 @@ bool QVCOFF_RELOC::refers_to_symbol() const {
 bool QVCOFF_RELOC::begin_change() { return table_->get_section()->begin_change(); }
 
 int QVCOFF_RELOC::set_address(uint32_t address) {
-  if (!begin_change())
-    return -1;
-  vaddr_ = address;
-  return 0;
+  return apply_change(begin_change(), [&] { vaddr_ = address; });
 }
 
 int QVCOFF_RELOC::set_type(uint32_t type) {
-  if (!begin_change())
-    return -1;
-  type_ = static_cast<uint16_t>(type);
-  return 0;
+  return apply_change(begin_change(), [&] { type_ = static_cast<uint16_t>(type); });
 }
 
 int QVCOFF_RELOC::set_displacement(uint16_t disp) {
-  if (!begin_change())
-    return -1;
-  disp_ = disp;
-  return 0;
+  return apply_change(begin_change(), [&] { disp_ = disp; });
 }
 
 OF_SYMBOL *QVCOFF_RELOC::get_symbol() {
@@ -60,10 +51,7 @@ OF_SYMBOL *QVCOFF_RELOC::get_symbol() {
 }
 
 int QVCOFF_RELOC::set_symbol_index(uint32_t index) {
-  if (!begin_change())
-    return -1;
-  symndx_ = index;
-  return 0;
+  return apply_change(begin_change(), [&] { symndx_ = index; });
 }
 
 int QVCOFF_RELOC::set_symbol(OF_SYMBOL *symbol) { return set_symbol_index(symbol ? symbol->get_index() : 0); }

@@ -44,7 +44,7 @@ public:
   OF_SYMBOL *get_symbol() override;
   uint32_t get_symbol_index() const override { return symndx_; }
   [[nodiscard]] int set_symbol(OF_SYMBOL *symbol) override;
-  int set_symbol_index(uint32_t index);
+  [[nodiscard]] int set_symbol_index(uint32_t index);
   // COFF addresses the field by its virtual address.
   uint32_t get_offset() override { return vaddr_; }
   [[nodiscard]] int set_offset(uint32_t offset) override { return set_address(offset); }

@@ -97,51 +97,47 @@ std::string QVCOFF_SECTION::describe(const char *what) const {
   return std::string(what) + " of section " + std::to_string(index_) + " (\"" + get_name() + "\")";
 }
 
-bool QVCOFF_SECTION::begin_change() {
-  return file_->get_state() <= OF_STATE_LOCKED || file_->set_state(OF_STATE_LOCKED) == 0;
+void QVCOFF_SECTION::place(QVCOFF_LAYOUT_KEY, uint32_t scnptr, uint32_t relptr, uint32_t lnnoptr) {
+  header_.s_scnptr = scnptr;
+  header_.s_relptr = relptr;
+  header_.s_lnnoptr = lnnoptr;
 }
+
+bool QVCOFF_SECTION::begin_change() { return file_->begin_change(); }
 
 void QVCOFF_SECTION::warn_limit(const char *format, unsigned long limit) {
   file_->set_error(OF_ERR_LIMITATION, format, qvcoff_version_text(file_->get_format_version()), limit);
 }
 
 int QVCOFF_SECTION::set_name(const std::string &name) {
-  if (!begin_change())
-    return -1;
-  std::string kept = name;
-  if (is_v01() && name.size() > 8) {
-    kept = name.substr(0, 8);
-    file_->set_error(OF_ERR_LIMITATION, "QV-COFF Version %s only supports section names of up to 8 characters",
-                     qvcoff_version_text(file_->get_format_version()));
-  }
-  name_ = kept;
-  name_resolved_ = true;
-  return 0;
+  return apply_change(begin_change(), [&] {
+    std::string kept = name;
+    if (is_v01() && name.size() > 8) {
+      kept = name.substr(0, 8);
+      file_->set_error(OF_ERR_LIMITATION, "QV-COFF Version %s only supports section names of up to 8 characters",
+                       qvcoff_version_text(file_->get_format_version()));
+    }
+    name_ = kept;
+    name_resolved_ = true;
+  });
 }
 
 int QVCOFF_SECTION::set_flags(uint32_t flags) {
-  if (!begin_change())
-    return -1;
-  if (is_v01() && flags > 0xFFFF) {
-    warn_limit("QV-COFF Version %s only supports up to %lu flags", 16);
-    flags &= 0xFFFF;
-  }
-  header_.s_flags = flags;
-  return 0;
+  return apply_change(begin_change(), [&] {
+    if (is_v01() && flags > 0xFFFF) {
+      warn_limit("QV-COFF Version %s only supports up to %lu flags", 16);
+      flags &= 0xFFFF;
+    }
+    header_.s_flags = flags;
+  });
 }
 
 int QVCOFF_SECTION::set_address(uint32_t address) {
-  if (!begin_change())
-    return -1;
-  header_.s_vaddr = address;
-  return 0;
+  return apply_change(begin_change(), [&] { header_.s_vaddr = address; });
 }
 
 int QVCOFF_SECTION::set_physical_address(uint32_t address) {
-  if (!begin_change())
-    return -1;
-  header_.s_paddr = address;
-  return 0;
+  return apply_change(begin_change(), [&] { header_.s_paddr = address; });
 }
 
 uint32_t QVCOFF_SECTION::get_alignment() const {
@@ -154,16 +150,15 @@ int QVCOFF_SECTION::set_alignment(uint32_t alignment) {
     file_->set_error(OF_ERR_INVALID_REQUEST, "only powers of 2 are valid alignment values");
     return -1;
   }
-  if (!begin_change())
-    return -1;
-  uint32_t log2 = 0;
-  while (alignment > 1) {
-    alignment >>= 1;
-    log2++;
-  }
-  // Four bits: 65536 and beyond wrap, as the field has always done.
-  header_.s_flags = (header_.s_flags & ~STYP_ALIGN_MASK) | ((log2 & 0xF) << STYP_ALIGN_SHIFT);
-  return 0;
+  return apply_change(begin_change(), [&] {
+    uint32_t log2 = 0;
+    while (alignment > 1) {
+      alignment >>= 1;
+      log2++;
+    }
+    // Four bits: 65536 and beyond wrap, as the field has always done.
+    header_.s_flags = (header_.s_flags & ~STYP_ALIGN_MASK) | ((log2 & 0xF) << STYP_ALIGN_SHIFT);
+  });
 }
 
 int QVCOFF_SECTION::set_page(uint32_t page) {
@@ -174,15 +169,14 @@ int QVCOFF_SECTION::set_page(uint32_t page) {
                      qvcoff_version_text(file_->get_format_version()), QVCOFF_V2_MAX_PAGE);
     return -1;
   }
-  if (!begin_change())
-    return -1;
-  if (is_v01() && page > QVCOFF_V01_MAX_PAGE) {
-    file_->set_error(OF_ERR_LIMITATION, "QV-COFF Version %s supports a maximum of %u pages",
-                     qvcoff_version_text(file_->get_format_version()), QVCOFF_V01_MAX_PAGE);
-    page &= QVCOFF_V01_MAX_PAGE;
-  }
-  header_.s_page = static_cast<uint16_t>(page);
-  return 0;
+  return apply_change(begin_change(), [&] {
+    if (is_v01() && page > QVCOFF_V01_MAX_PAGE) {
+      file_->set_error(OF_ERR_LIMITATION, "QV-COFF Version %s supports a maximum of %u pages",
+                       qvcoff_version_text(file_->get_format_version()), QVCOFF_V01_MAX_PAGE);
+      page &= QVCOFF_V01_MAX_PAGE;
+    }
+    header_.s_page = static_cast<uint16_t>(page);
+  });
 }
 
 int QVCOFF_SECTION::set_mwidth(uint8_t mwidth) {
@@ -191,10 +185,7 @@ int QVCOFF_SECTION::set_mwidth(uint8_t mwidth) {
                      qvcoff_version_text(file_->get_format_version()));
     return -1;
   }
-  if (!begin_change())
-    return -1;
-  header_.s_mwidth = mwidth;
-  return 0;
+  return apply_change(begin_change(), [&] { header_.s_mwidth = mwidth; });
 }
 
 int QVCOFF_SECTION::set_reloc_count(uint32_t count) {
@@ -218,15 +209,14 @@ int QVCOFF_SECTION::set_lnno_count(uint32_t count) {
 }
 
 int QVCOFF_SECTION::set_data(const void *bytes, uint32_t size) {
-  if (!begin_change())
-    return -1;
-  get_data();
-  data_mapped_ = true;
-  data_.assign(bytes, size);
-  data_.set_position(0);
-  uint32_t unit = file_->get_machine_db()->get_address_unit_bits() / 8;
-  header_.s_size = unit > 1 ? (size + unit - 1) / unit : size;
-  return 0;
+  return apply_change(begin_change(), [&] {
+    get_data();
+    data_mapped_ = true;
+    data_.assign(bytes, size);
+    data_.set_position(0);
+    uint32_t unit = file_->get_machine_db()->get_address_unit_bits() / 8;
+    header_.s_size = unit > 1 ? (size + unit - 1) / unit : size;
+  });
 }
 
 OF_RELOC_TABLE *QVCOFF_SECTION::get_reloc_table(uint32_t index) { return index == 0 ? relocations() : nullptr; }

@@ -14,6 +14,7 @@
 // has the room.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -31,6 +32,15 @@ class QVCOFF_FILE;
 class QVCOFF_GROUP_TABLE;
 class QVCOFF_LNNO_TABLE;
 class QVCOFF_RELOC_TABLE;
+
+// The pass for the layout setters of QVCOFF_SECTION: only the write pipeline
+// can make one. Those setters record where a write puts the section's parts
+// and how it names it, without undoing the build state, which a tool's or
+// user's edit must do through the public setters.
+class QVCOFF_LAYOUT_KEY {
+  QVCOFF_LAYOUT_KEY() = default;
+  friend class QVCOFF_FILE;
+};
 
 // "STYP_TEXT", ...; "STYP_UNKNOWN" for a value that is not one flag.
 const char *qvcoff_section_flag_name(uint32_t flag);
@@ -63,15 +73,20 @@ public:
   [[nodiscard]] int set_data(const void *bytes, uint32_t size) override;
   uint8_t get_mwidth() const { return header_.s_mwidth; }
   [[nodiscard]] int set_mwidth(uint8_t mwidth);
-  int set_physical_address(uint32_t address);
+  [[nodiscard]] int set_physical_address(uint32_t address);
   // The counts the header will carry, cut to the version's width.
   [[nodiscard]] int set_reloc_count(uint32_t count);
-  int set_lnno_count(uint32_t count);
+  [[nodiscard]] int set_lnno_count(uint32_t count);
   uint32_t get_reloc_table_count() override { return 1; }
   OF_RELOC_TABLE *get_reloc_table(uint32_t index) override;
 
   const QVCOFF_SECTION_HEADER &get_header() const { return header_; }
-  QVCOFF_SECTION_HEADER &header() { return header_; }
+  // Layout setters (QVCOFF_LAYOUT_KEY holders only); neither undoes the
+  // build state. The name field as encoded (inline, or a string-table
+  // offset behind a zero word); the file offsets of the raw data, the
+  // relocations and the line numbers (0: none).
+  void set_name_field(QVCOFF_LAYOUT_KEY, const std::array<uint8_t, 8> &field) { header_.s_name = field; }
+  void place(QVCOFF_LAYOUT_KEY, uint32_t scnptr, uint32_t relptr, uint32_t lnnoptr);
   // Size of the raw data in octets: size x address unit bits / 8.
   uint64_t get_raw_size() const;
   QVCOFF_FILE *get_file() const { return file_; }

@@ -129,17 +129,11 @@ OF_FORMAT_VERSION QVCOFF_SYMBOL::version() const {
 bool QVCOFF_SYMBOL::begin_change() { return begin_edit(); }
 
 int QVCOFF_SYMBOL::set_name(const std::string &name) {
-  if (!begin_change())
-    return -1;
-  name_ = name;
-  return 0;
+  return apply_change(begin_change(), [&] { name_ = name; });
 }
 
 int QVCOFF_SYMBOL::set_value(uint32_t value) {
-  if (!begin_change())
-    return -1;
-  record_.n_value = value;
-  return 0;
+  return apply_change(begin_change(), [&] { record_.n_value = value; });
 }
 
 bool QVCOFF_SYMBOL::is_defined_in_section() const {
@@ -158,53 +152,47 @@ OF_SYMBOL_KIND QVCOFF_SYMBOL::get_kind() const {
 }
 
 int QVCOFF_SYMBOL::set_kind(uint32_t kind) {
-  if (!begin_change())
-    return -1;
-  switch (kind) {
-  case OF_KIND_UNDEFINED: record_.n_scnum = N_UNDEF; return 0;
-  case OF_KIND_ABSOLUTE: record_.n_scnum = N_ABS; return 0;
-  case OF_KIND_DEBUG: record_.n_scnum = N_DEBUG; return 0;
-  case OF_KIND_DEFINED:
-    object()->set_error(OF_ERR_INVALID_REQUEST, "To mark a symbol as being defined, you must use set_section() "
-                                                "to set its section reference");
-    return -1;
-  default:
-    object()->set_error(OF_ERR_INVALID_REQUEST, "Invalid symbol kind %x", kind);
-    return -1;
-  }
+  return apply_change(begin_change(), [&] {
+    switch (kind) {
+    case OF_KIND_UNDEFINED: record_.n_scnum = N_UNDEF; return 0;
+    case OF_KIND_ABSOLUTE: record_.n_scnum = N_ABS; return 0;
+    case OF_KIND_DEBUG: record_.n_scnum = N_DEBUG; return 0;
+    case OF_KIND_DEFINED:
+      object()->set_error(OF_ERR_INVALID_REQUEST, "To mark a symbol as being defined, you must use set_section() "
+                                                  "to set its section reference");
+      return -1;
+    default:
+      object()->set_error(OF_ERR_INVALID_REQUEST, "Invalid symbol kind %x", kind);
+      return -1;
+    }
+  });
 }
 
 int QVCOFF_SYMBOL::set_section(uint16_t section_number) {
-  if (!begin_change())
-    return -1;
-  record_.n_scnum = section_number;
-  return 0;
+  return apply_change(begin_change(), [&] { record_.n_scnum = section_number; });
 }
 
 int QVCOFF_SYMBOL::set_binding(uint32_t binding) {
-  if (!begin_change())
-    return -1;
-  switch (binding) {
-  case OF_BIND_GLOBAL:
-    record_.n_sclass = record_.n_sclass == C_STATLAB ? C_EXTLAB : C_EXT;
-    return 0;
-  case OF_BIND_LOCAL:
-    record_.n_sclass = record_.n_sclass == C_EXTLAB ? C_STATLAB : C_STAT;
-    return 0;
-  case OF_BIND_WEAK:
-    object()->set_error(OF_ERR_INVALID_REQUEST, "Weak symbol binding not supported for QV-COFF");
-    return -1;
-  default:
-    object()->set_error(OF_ERR_INVALID_REQUEST, "Invalid symbol binding value 0x%x", binding);
-    return -1;
-  }
+  return apply_change(begin_change(), [&] {
+    switch (binding) {
+    case OF_BIND_GLOBAL:
+      record_.n_sclass = record_.n_sclass == C_STATLAB ? C_EXTLAB : C_EXT;
+      return 0;
+    case OF_BIND_LOCAL:
+      record_.n_sclass = record_.n_sclass == C_EXTLAB ? C_STATLAB : C_STAT;
+      return 0;
+    case OF_BIND_WEAK:
+      object()->set_error(OF_ERR_INVALID_REQUEST, "Weak symbol binding not supported for QV-COFF");
+      return -1;
+    default:
+      object()->set_error(OF_ERR_INVALID_REQUEST, "Invalid symbol binding value 0x%x", binding);
+      return -1;
+    }
+  });
 }
 
 int QVCOFF_SYMBOL::set_storage_class(uint8_t storage_class) {
-  if (!begin_change())
-    return -1;
-  record_.n_sclass = storage_class;
-  return 0;
+  return apply_change(begin_change(), [&] { record_.n_sclass = storage_class; });
 }
 
 QVCOFF_AUX_FORMAT QVCOFF_SYMBOL::get_aux_format() const {
@@ -244,19 +232,18 @@ int QVCOFF_SYMBOL::set_size(uint32_t size) {
                    get_storage_class_name());
     return -1;
   }
-  if (!begin_change())
-    return -1;
-  // An entry that the file did not hold in full starts out zero.
-  if (aux_.empty() || size_field(aux_.front()) == nullptr) {
-    uint8_t zeros[QVCOFF_AUX_SIZE] = {};
-    QVCOFF_AUX fresh = decode_aux(zeros, format, BYTE_ORDERING::LITTLE);
-    if (aux_.empty())
-      aux_.push_back(fresh);
-    else
-      aux_.front() = fresh;
-  }
-  *size_field(aux_.front()) = size;
-  return 0;
+  return apply_change(begin_change(), [&] {
+    // An entry that the file did not hold in full starts out zero.
+    if (aux_.empty() || size_field(aux_.front()) == nullptr) {
+      uint8_t zeros[QVCOFF_AUX_SIZE] = {};
+      QVCOFF_AUX fresh = decode_aux(zeros, format, BYTE_ORDERING::LITTLE);
+      if (aux_.empty())
+        aux_.push_back(fresh);
+      else
+        aux_.front() = fresh;
+    }
+    *size_field(aux_.front()) = size;
+  });
 }
 
 void QVCOFF_SYMBOL::print_info(FILE *stream) const {

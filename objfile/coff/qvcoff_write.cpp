@@ -106,7 +106,7 @@ bool QVCOFF_FILE::prepare_strings() {
     } else {
       std::copy_n(name.begin(), std::min<size_t>(name.size(), 8), field.begin());
     }
-    s->header().s_name = field;
+    s->set_name_field({}, field);
   }
   if (!get_qvcoff_symbol_table()->encode(strings, symbol_bytes_))
     return false;
@@ -118,7 +118,9 @@ bool QVCOFF_FILE::prepare_strings() {
     std::optional<uint32_t> offset = strings->empty_name_offset();
     if (!offset)
       return false;
-    write_u32(s->header().s_name.data() + 4, *offset, order_);
+    std::array<uint8_t, 8> field = s->get_header().s_name;
+    write_u32(field.data() + 4, *offset, order_);
+    s->set_name_field({}, field);
   }
   string_bytes_.clear();
   DATA_MAP &data = strings->data();
@@ -146,15 +148,18 @@ bool QVCOFF_FILE::lay_out() {
     position += size;
     return at;
   };
+  // All raw data first, then all relocations, then all line numbers.
+  std::vector<std::array<uint32_t, 3>> places(count);
   for (uint32_t i = 1; i <= count; i++) {
-    QVCOFF_SECTION *s = sections->get_qvcoff_section(i);
-    DATA_MAP *data = s->get_data();
-    s->header().s_scnptr = place(data && data->size() ? s->get_raw_size() : 0);
+    DATA_MAP *data = sections->get_qvcoff_section(i)->get_data();
+    places[i - 1][0] = place(data && data->size() ? sections->get_qvcoff_section(i)->get_raw_size() : 0);
   }
   for (uint32_t i = 1; i <= count; i++)
-    sections->get_qvcoff_section(i)->header().s_relptr = place(reloc_bytes_[i - 1].size());
+    places[i - 1][1] = place(reloc_bytes_[i - 1].size());
   for (uint32_t i = 1; i <= count; i++)
-    sections->get_qvcoff_section(i)->header().s_lnnoptr = place(lnno_bytes_[i - 1].size());
+    places[i - 1][2] = place(lnno_bytes_[i - 1].size());
+  for (uint32_t i = 1; i <= count; i++)
+    sections->get_qvcoff_section(i)->place({}, places[i - 1][0], places[i - 1][1], places[i - 1][2]);
   uint32_t nsyms = get_qvcoff_symbol_table()->get_count();
   // The string table follows the symbol table. Without symbols the pointer
   // still says where it is, or would be (a count of 0 there): a reader that

@@ -49,12 +49,8 @@ ELF_SECTION *ELF_DYNAMIC_TABLE::get_section(bool create) {
   if (section_ || !sections)
     return section_;
   ELF_SECTION *s = sections->find_section_by_type(SHT_DYNAMIC);
-  if (!s && create) {
-    s = sections->create_section(".dynamic", SHT_DYNAMIC);
-    s->header().sh_flags = SHF_ALLOC | SHF_WRITE;
-    s->header().sh_addralign = 4;
-    s->header().sh_entsize = DYN_SIZE;
-  }
+  if (!s && create)
+    s = sections->create_section(".dynamic", {SHT_DYNAMIC, SHF_ALLOC | SHF_WRITE, 4, DYN_SIZE});
   return section_ = s;
 }
 
@@ -63,17 +59,14 @@ ELF_SECTION *ELF_DYNAMIC_TABLE::get_string_section(bool create) {
   ELF_SECTION *dynamic = get_section(create);
   if (strings_ || !sections || !dynamic)
     return strings_;
-  uint32_t link = dynamic->header().sh_link;
+  uint32_t link = dynamic->get_link();
   if (link != 0 && link < sections->get_count())
     return strings_ = sections->get_section(link);
   ELF_SECTION *s = sections->find_elf_section(".dynstr");
-  if (!s && create) {
-    s = sections->create_section(".dynstr", SHT_STRTAB);
-    s->header().sh_flags = SHF_ALLOC;
-    s->header().sh_addralign = 1;
-  }
+  if (!s && create)
+    s = sections->create_section(".dynstr", {SHT_STRTAB, SHF_ALLOC, 1, 0});
   if (s)
-    dynamic->header().sh_link = s->get_index();
+    dynamic->set_links({}, s->get_index(), dynamic->get_info());
   return strings_ = s;
 }
 
@@ -116,8 +109,7 @@ void ELF_DYNAMIC_TABLE::encode_entries() {
   data.set_byte_order(file_->byte_order());
   for (auto &e : entries_)
     elf32_write(data, e->record_);
-  s->header().sh_size = static_cast<uint32_t>(data.size());
-  s->header().sh_entsize = DYN_SIZE;
+  s->contents_encoded({}, DYN_SIZE);
 }
 
 bool ELF_DYNAMIC_TABLE::prepare() {
@@ -201,10 +193,7 @@ bool ELF_DYNAMIC_TABLE::format() {
     follow(DT_VERNEED, sections ? sections->find_section_by_type(SHT_GNU_verneed) : nullptr, false);
   }
   if (modified_) {
-    ELF_SECTION *s = get_section(true);
-    uint32_t offset = s->header().sh_offset;  // placed already; the size does not change
-    encode_entries();
-    s->header().sh_offset = offset;
+    encode_entries();  // placed already; the size does not change
   }
   return true;
 }

@@ -154,7 +154,7 @@ uint32_t ELF_FILE::get_shstrndx() {
     return header_.e_shstrndx;
   ELF_SECTION_TABLE *sections = get_section_table();
   ELF_SECTION *zero = sections ? sections->get_section(0) : nullptr;
-  return zero ? zero->header().sh_link : 0;
+  return zero ? zero->get_link() : 0;
 }
 
 void ELF_FILE::set_shstrndx(uint32_t index) {
@@ -163,10 +163,10 @@ void ELF_FILE::set_shstrndx(uint32_t index) {
   if (index > ELF_MAX_DIRECT_SECTIONS) {
     header_.e_shstrndx = SHN_XINDEX;
     if (zero)
-      zero->header().sh_link = index;
+      zero->set_links({}, index, zero->get_info());
   } else {
     if (header_.e_shstrndx == SHN_XINDEX && zero)
-      zero->header().sh_link = 0;
+      zero->set_links({}, 0, zero->get_info());
     header_.e_shstrndx = static_cast<uint16_t>(index);
   }
 }

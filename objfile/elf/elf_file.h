@@ -66,7 +66,7 @@ public:
   [[nodiscard]] int read(const OF_DESCRIPTOR &descriptor) override;
   void print_info(FILE *stream) override;
 
-  ELF32_HEADER_RECORD &header() { return header_; }
+  // The header as it will be encoded; changed only through the setters.
   const ELF32_HEADER_RECORD &header() const { return header_; }
   // The byte order the file is written in (set_endian changes it).
   BYTE_ORDERING byte_order() const;

@@ -83,27 +83,26 @@ void ELF_GROUP_TABLE::follow_sections(const OF_INDEX_MAP &map) {
 }
 
 bool ELF_GROUP_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
-  ELF32_SECTION_HEADER_RECORD &h = section_->header();
-  if (section_->get_file()->get_symbol_table_of(h.sh_link) == &symbols && h.sh_info != 0)
-    h.sh_info = map.follow(h.sh_info);
+  uint32_t link = section_->get_link(), info = section_->get_info();
+  if (section_->get_file()->get_symbol_table_of(link) == &symbols && info != 0)
+    section_->set_links({}, link, map.follow(info));
   return true;
 }
 
 bool ELF_GROUP_TABLE::write() {
   load();
-  if (section_->header().sh_info == 0) {
+  if (section_->get_info() == 0) {
     section_->get_file()->set_error(OF_ERR_MALFORMED, "a symbol has not been specified for the group section %s",
                                     get_name().c_str());
     return false;
   }
-  section_->header().sh_entsize = 4;
   DATA_MAP &data = *section_->get_data();
   data.clear();
   data.set_byte_order(section_->get_file()->byte_order());
   data.write_u32(flags_);
   for (uint32_t member : members_)
     data.write_u32(member);
-  section_->header().sh_size = static_cast<uint32_t>(data.size());
+  section_->contents_encoded({}, 4);
   return true;
 }
 
@@ -114,7 +113,7 @@ void ELF_GROUP_TABLE::dump(FILE *stream) {
   fprintf(stream, "  %-26s0x%08x\n", "Flags:", flags_);
   if (flags_ & GRP_COMDAT)
     fprintf(stream, "  %-26s%s\n", "Flag:", flag_name(GRP_COMDAT));
-  fprintf(stream, "  %-26s%u \"%s\"\n", "Signature:", section_->header().sh_info,
+  fprintf(stream, "  %-26s%u \"%s\"\n", "Signature:", section_->get_info(),
           signature ? printable(signature->get_name()).c_str() : "");
   for (uint32_t i = 0; i < members_.size(); i++) {
     OF_SECTION *member = get_member(i);

@@ -8,23 +8,14 @@
 
 namespace OFE {
 
-bool ELF_RELOC::begin_change() {
-  ELF_FILE *file = table_->get_file();
-  return file->get_state() <= OF_STATE_LOCKED || file->set_state(OF_STATE_LOCKED) == 0;
-}
+bool ELF_RELOC::begin_change() { return table_->get_file()->begin_change(); }
 
 int ELF_RELOC::set_address(uint32_t address) {
-  if (!begin_change())
-    return -1;
-  record_.r_offset = address;
-  return 0;
+  return apply_change(begin_change(), [&] { record_.r_offset = address; });
 }
 
 int ELF_RELOC::set_type(uint32_t type) {
-  if (!begin_change())
-    return -1;
-  record_.r_info = elf32_r_info(elf32_r_sym(record_.r_info), type);
-  return 0;
+  return apply_change(begin_change(), [&] { record_.r_info = elf32_r_info(elf32_r_sym(record_.r_info), type); });
 }
 
 OF_SYMBOL *ELF_RELOC::get_symbol() {
@@ -35,10 +26,7 @@ OF_SYMBOL *ELF_RELOC::get_symbol() {
 }
 
 int ELF_RELOC::set_symbol_index(uint32_t index) {
-  if (!begin_change())
-    return -1;
-  record_.r_info = elf32_r_info(index, elf32_r_type(record_.r_info));
-  return 0;
+  return apply_change(begin_change(), [&] { record_.r_info = elf32_r_info(index, elf32_r_type(record_.r_info)); });
 }
 
 int ELF_RELOC::set_symbol(OF_SYMBOL *symbol) { return set_symbol_index(symbol ? symbol->get_index() : 0); }
@@ -65,10 +53,9 @@ bool ELF_RELOC::get_addend(int32_t *addend) const {
 }
 
 int ELF_RELOC::set_addend(int32_t addend) {
-  if (!table_->is_rela() || !begin_change())
+  if (!table_->is_rela())
     return -1;
-  record_.r_addend = addend;
-  return 0;
+  return apply_change(begin_change(), [&] { record_.r_addend = addend; });
 }
 
 int ELF_RELOC::make_internal() {
@@ -170,8 +157,7 @@ void ELF_RELOC_TABLE::write() {
     else
       elf32_write(data, ELF32_REL_RECORD{entry.record_.r_offset, entry.record_.r_info});
   }
-  section_->header().sh_size = static_cast<uint32_t>(data.size());
-  section_->header().sh_entsize = get_entry_size();
+  section_->contents_encoded({}, get_entry_size());
 }
 
 void ELF_RELOC_TABLE::dump(FILE *stream) {

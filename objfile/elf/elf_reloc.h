@@ -59,13 +59,13 @@ public:
   uint32_t get_symbol_index() const override { return elf32_r_sym(record_.r_info); }
   // Keeps the type byte and replaces the symbol index.
   [[nodiscard]] int set_symbol(OF_SYMBOL *symbol) override;
-  int set_symbol_index(uint32_t index);
+  [[nodiscard]] int set_symbol_index(uint32_t index);
   // Section-relative offset (see ELF_FILE::has_section_relative_offsets).
   uint32_t get_offset() override;
   [[nodiscard]] int set_offset(uint32_t offset) override;
   // RELA tables only; false and no value for a REL table.
   [[nodiscard]] bool get_addend(int32_t *addend) const;
-  int set_addend(int32_t addend);
+  [[nodiscard]] int set_addend(int32_t addend);
   // "ELF relocation entries cannot be made internal".
   [[nodiscard]] int make_internal() override;
 

@@ -56,37 +56,27 @@ DATA_MAP *ELF_SECTION::get_raw_data() {
   return get_data();
 }
 
-bool ELF_SECTION::begin_change() {
-  ELF_FILE *file = get_file();
-  return file->get_state() <= OF_STATE_LOCKED || file->set_state(OF_STATE_LOCKED) == 0;
-}
+bool ELF_SECTION::begin_change() { return get_file()->begin_change(); }
 
 int ELF_SECTION::set_name(const std::string &name) {
-  if (!begin_change())
-    return -1;
-  get_name();  // a later lookup must not overwrite the new name
-  name_ = name;
-  named_ = true;
-  return 0;
+  return apply_change(begin_change(), [&] {
+    get_name();  // a later lookup must not overwrite the new name
+    name_ = name;
+    named_ = true;
+  });
 }
 
 int ELF_SECTION::set_data(const void *bytes, uint32_t size) {
-  if (!begin_change())
-    return -1;
-  get_data();
-  data_.assign(bytes, size);
-  data_.set_position(0);
-  header_.sh_size = size;
-  return 0;
+  return apply_change(begin_change(), [&] {
+    get_data();
+    data_.assign(bytes, size);
+    data_.set_position(0);
+    header_.sh_size = size;
+  });
 }
 
-#define ELF_SECTION_SETTER(function, field)          \
-  int ELF_SECTION::function(uint32_t value) {       \
-    if (!begin_change())                             \
-      return -1;                                     \
-    header_.field = value;                           \
-    return 0;                                        \
-  }
+#define ELF_SECTION_SETTER(function, field) \
+  int ELF_SECTION::function(uint32_t value) { return apply_change(begin_change(), [&] { header_.field = value; }); }
 ELF_SECTION_SETTER(set_type, sh_type)
 ELF_SECTION_SETTER(set_flags, sh_flags)
 ELF_SECTION_SETTER(set_address, sh_addr)
@@ -100,10 +90,24 @@ int ELF_SECTION::set_alignment(uint32_t alignment) {
     get_file()->set_error(OF_ERR_INVALID_REQUEST, "only powers of 2 are valid alignment values");
     return -1;
   }
-  if (!begin_change())
-    return -1;
+  return apply_change(begin_change(), [&] { header_.sh_addralign = alignment; });
+}
+
+void ELF_SECTION::contents_encoded(ELF_LAYOUT_KEY, std::optional<uint32_t> entsize) {
+  header_.sh_size = static_cast<uint32_t>(get_data()->size());
+  if (entsize)
+    header_.sh_entsize = *entsize;
+}
+
+void ELF_SECTION::set_format(ELF_LAYOUT_KEY, uint32_t type, uint32_t alignment, uint32_t entsize) {
+  header_.sh_type = type;
   header_.sh_addralign = alignment;
-  return 0;
+  header_.sh_entsize = entsize;
+}
+
+void ELF_SECTION::set_links(ELF_LAYOUT_KEY, uint32_t link, uint32_t info) {
+  header_.sh_link = link;
+  header_.sh_info = info;
 }
 
 int ELF_SECTION::set_page(uint32_t page) {
@@ -115,10 +119,7 @@ int ELF_SECTION::set_page(uint32_t page) {
     return -1;
   }
   get_file()->load_section_attributes();
-  if (!begin_change())
-    return -1;
-  attributes_[ELF_SCN_ATTR_PAGE] = page;
-  return 0;
+  return apply_change(begin_change(), [&] { attributes_[ELF_SCN_ATTR_PAGE] = page; });
 }
 
 uint32_t ELF_SECTION::get_attribute(uint32_t kind) const {
@@ -191,12 +192,9 @@ ELF_SECTION *ELF_SECTION::get_relocation_section(bool rela) {
   if (!symbols)
     return nullptr;
   std::string name = get_name();  // before the table grows
-  ELF_SECTION *s = table_->create_section((rela ? ".rela" : ".rel") + name, type);
+  ELF_SECTION *s = table_->create_section((rela ? ".rela" : ".rel") + name, {type, SHF_INFO_LINK, 4, rela ? 12u : 8u},
+                                          symbols->get_section()->get_index());
   s->header_.sh_info = index_;
-  s->header_.sh_link = symbols->get_section()->get_index();
-  s->header_.sh_entsize = rela ? 12 : 8;
-  s->header_.sh_addralign = 4;
-  s->header_.sh_flags = SHF_INFO_LINK;
   return s;
 }
 
@@ -288,7 +286,7 @@ ELF_SECTION *ELF_SECTION_TABLE::get_section(uint32_t index) {
 ELF_SECTION *ELF_SECTION_TABLE::find_section_by_type(uint32_t type, uint32_t link) {
   for (uint32_t i = 1; i < get_count(); i++) {
     ELF_SECTION *s = get_section(i);
-    if (s->get_type() == type && (link == ~0u || s->header().sh_link == link))
+    if (s->get_type() == type && (link == ~0u || s->get_link() == link))
       return s;
   }
   return nullptr;
@@ -312,6 +310,16 @@ ELF_SECTION *ELF_SECTION_TABLE::create_section(const std::string &name, uint32_t
   section->data_.set_byte_order(file_->byte_order());
   sections_.push_back(std::move(section));
   return sections_.back().get();
+}
+
+ELF_SECTION *ELF_SECTION_TABLE::create_section(const std::string &name, const ELF_SECTION_FORMAT &format,
+                                               uint32_t link) {
+  ELF_SECTION *s = create_section(name, format.type);
+  s->header_.sh_flags = format.flags;
+  s->header_.sh_addralign = format.alignment;
+  s->header_.sh_entsize = format.entsize;
+  s->header_.sh_link = link;
+  return s;
 }
 
 int ELF_SECTION_TABLE::prepare() {
@@ -370,7 +378,7 @@ int ELF_SECTION_TABLE::remove_section(uint32_t index) {
   // pending map renumbers.
   bool linked = index == index_map_.follow(file_->get_shstrndx());
   for (uint32_t i = 1; s && !linked && i < get_count(); i++)
-    linked = i != index && index_map_.follow(get_section(i)->header().sh_link) == index;
+    linked = i != index && index_map_.follow(get_section(i)->get_link()) == index;
   // In a loaded image only what none of its kept bytes refers to may go: a
   // section that is not loaded, with no loaded section after it (those the
   // image's own tables name by number would be renumbered).
@@ -392,7 +400,7 @@ int ELF_SECTION_TABLE::remove_section(uint32_t index) {
     for (uint32_t i = 0; i < group->get_count(); i++) {
       uint32_t member = group->get_member_index(i);
       if (index_map_.keep(member) && member < get_count())
-        get_section(member)->header().sh_flags &= ~SHF_GROUP;
+        get_section(member)->header_.sh_flags &= ~SHF_GROUP;
     }
   file_->forget_section(*s);
   uint32_t count = get_count();
@@ -406,7 +414,7 @@ int ELF_SECTION_TABLE::remove_section(uint32_t index) {
 void ELF_SECTION_TABLE::follow_sections(const OF_INDEX_MAP &map) {
   file_->set_shstrndx(map.follow(file_->get_shstrndx()));
   for (uint32_t i = 1; i < get_count(); i++) {
-    ELF32_SECTION_HEADER_RECORD &h = get_section(i)->header();
+    ELF32_SECTION_HEADER_RECORD &h = get_section(i)->header_;
     h.sh_link = map.follow(h.sh_link);
     if (h.sh_type == SHT_REL || h.sh_type == SHT_RELA || (h.sh_flags & SHF_INFO_LINK))
       h.sh_info = map.follow(h.sh_info);

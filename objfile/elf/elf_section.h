@@ -11,11 +11,17 @@
 // A section owns the tables that live in it (symbols, strings,
 // relocations, a group), so they move with it when the table is renumbered
 // for writing. Their bytes are the section's contents, never a copy.
+//
+// The header changes in two ways only: an edit (the set_ functions) first
+// takes a laid-out file back to "locked"; the write pipeline records what it
+// produces (sizes, offsets, name offsets, links) through layout setters that
+// leave the build state alone and that only it can call.
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -33,6 +39,36 @@ class ELF_RELOC_TABLE;
 class ELF_SECTION_TABLE;
 class ELF_STRING_TABLE;
 class ELF_SYMBOL_TABLE;
+class ELF_SYMBOL_HASH;
+class ELF_DYNAMIC_TABLE;
+class ELF_SEG_ATTR_DB;
+template <class CODEC> class ELF_VERSION_CHAIN;
+
+// The pass for the layout setters of ELF_SECTION. Only the write pipeline
+// and the tables it encodes can make one: their setters record what a write
+// produces (sizes, offsets, name offsets, links) without undoing the build
+// state, which a tool's or user's edit must do through the public setters.
+class ELF_LAYOUT_KEY {
+  ELF_LAYOUT_KEY() = default;
+  friend class ELF_FILE;
+  friend class ELF_SYMBOL_TABLE;
+  friend class ELF_STRING_TABLE;
+  friend class ELF_SYMBOL_HASH;
+  friend class ELF_RELOC_TABLE;
+  friend class ELF_GROUP_TABLE;
+  friend class ELF_DYNAMIC_TABLE;
+  friend class ELF_SEG_ATTR_DB;
+  template <class CODEC> friend class ELF_VERSION_CHAIN;
+};
+
+// Type, flags, alignment and entry size of a section that the library makes
+// or fills with a table of its own.
+struct ELF_SECTION_FORMAT {
+  uint32_t type;
+  uint32_t flags;
+  uint32_t alignment;
+  uint32_t entsize;
+};
 
 class ELF_SECTION : public OF_SECTION {
 public:
@@ -65,7 +101,8 @@ public:
   [[nodiscard]] int set_link(uint32_t link) override;
   uint32_t get_info() const override { return header_.sh_info; }
   [[nodiscard]] int set_info(uint32_t info) override;
-  int set_entsize(uint32_t entsize);
+  uint32_t get_entsize() const { return header_.sh_entsize; }
+  [[nodiscard]] int set_entsize(uint32_t entsize);
   uint32_t get_page() const override { return get_attribute(ELF_SCN_ATTR_PAGE); }
   // Refused, naming the target, when its files have no page attribute
   // section.
@@ -86,8 +123,20 @@ public:
   uint32_t get_reloc_table_count() override;
   OF_RELOC_TABLE *get_reloc_table(uint32_t index) override;
 
-  ELF32_SECTION_HEADER_RECORD &header() { return header_; }
+  // The header as it will be encoded; changed only through the setters.
   const ELF32_SECTION_HEADER_RECORD &header() const { return header_; }
+
+  // Layout setters (ELF_LAYOUT_KEY holders only); none undoes the build state.
+  // The contents were encoded in place: sh_size follows them and, when it
+  // is given, sh_entsize becomes the table's entry size.
+  void contents_encoded(ELF_LAYOUT_KEY, std::optional<uint32_t> entsize = std::nullopt);
+  // Type, alignment and entry size of a table the write encodes here.
+  void set_format(ELF_LAYOUT_KEY, uint32_t type, uint32_t alignment, uint32_t entsize);
+  void set_links(ELF_LAYOUT_KEY, uint32_t link, uint32_t info);
+  void place(ELF_LAYOUT_KEY, uint32_t offset) { header_.sh_offset = offset; }
+  void set_name_offset(ELF_LAYOUT_KEY, uint32_t offset) { header_.sh_name = offset; }
+  // Section 0 only: the section count when e_shnum cannot hold it, else 0.
+  void set_extended_count(ELF_LAYOUT_KEY, uint32_t count) { header_.sh_size = count; }
   ELF_SECTION_TABLE *get_table() const { return table_; }
   ELF_FILE *get_file() const;
 
@@ -148,6 +197,8 @@ public:
   // table is empty.
   ELF_SECTION *create_section(const std::string &name) override { return create_section(name, 0); }
   ELF_SECTION *create_section(const std::string &name, uint32_t type);
+  // The same, with the header of a table the library keeps in it.
+  ELF_SECTION *create_section(const std::string &name, const ELF_SECTION_FORMAT &format, uint32_t link = 0);
 
   // Renumbers for writing: a null section 0 ("section 0 is not a NULL
   // section" when it was not), then groups, the sections the dynamic table

@@ -90,9 +90,7 @@ void ELF_SEG_ATTR_DB::write() {
     if (!s)
       s = sections->create_section(ELF_SEG_ATTR_SECTION_NAME, SHT_QV_PHATTRS);
   }
-  s->header().sh_type = SHT_QV_PHATTRS;
-  s->header().sh_addralign = 4;
-  s->header().sh_entsize = record_size<ELF32_SEG_ATTR_RECORD>();
+  s->set_format({}, SHT_QV_PHATTRS, 4, record_size<ELF32_SEG_ATTR_RECORD>());
   DATA_MAP &data = *s->get_data();
   data.set_byte_order(file_->byte_order());
   ELF_SEG_ATTR_TABLE::write(data, attributes_);

@@ -45,6 +45,14 @@ std::vector<std::string> elf_segment_flag_names(uint32_t flags) {
   return names;
 }
 
+int ELF_SEGMENT::set_address(uint32_t address) {
+  return apply_change(table_->get_file()->begin_change(), [&] { header_.p_vaddr = address; });
+}
+
+int ELF_SEGMENT::set_alignment(uint32_t alignment) {
+  return apply_change(table_->get_file()->begin_change(), [&] { header_.p_align = alignment; });
+}
+
 int ELF_SEGMENT::add_file_header() { return add({ELF_SEGMENT_FILE_HEADER, 0}); }
 int ELF_SEGMENT::add_section(uint32_t section_index) { return add({ELF_SEGMENT_SECTION, section_index}); }
 

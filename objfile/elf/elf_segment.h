@@ -52,14 +52,18 @@ public:
 
   uint32_t get_index() const { return index_; }
   uint32_t get_type() const { return header_.p_type; }
-  ELF32_PROGRAM_HEADER_RECORD &header() { return header_; }
+  // The header as it will be encoded; the lay-out fills in offset and sizes.
   const ELF32_PROGRAM_HEADER_RECORD &header() const { return header_; }
+  // Edits of the run address (p_vaddr) and the alignment (p_align); a laid
+  // out file goes back to "locked". 0, or -1 with the error pending.
+  [[nodiscard]] int set_address(uint32_t address);
+  [[nodiscard]] int set_alignment(uint32_t alignment);
   const std::vector<ELF_SEGMENT_ITEM> &contents() const { return contents_; }
 
   // Appends an item; each is listed once. Adding a segment to a segment
   // that is not PT_LOAD is refused (error 5) and changes nothing. 0, or -1.
   [[nodiscard]] int add_file_header();
-  int add_section(uint32_t section_index);
+  [[nodiscard]] int add_section(uint32_t section_index);
   [[nodiscard]] int add_segment(uint32_t segment_index);
   bool contains(ELF_SEGMENT_ITEM item) const;
 

@@ -28,7 +28,7 @@ std::optional<uint32_t> ELF_STRING_TABLE::add_string(const std::string &text) {
   return offset;
 }
 
-void ELF_STRING_TABLE::sync_size() { section_->header().sh_size = static_cast<uint32_t>(size()); }
+void ELF_STRING_TABLE::sync_size() { section_->contents_encoded({}); }
 
 uint32_t elf_symbol_hash(const char *name) {
   uint32_t h = 0;
@@ -65,7 +65,7 @@ uint32_t elf_hash_bucket_count(uint32_t n) {
   return n;
 }
 
-ELF_SYMBOL_TABLE *ELF_SYMBOL_HASH::get_symbol_table() { return file_->get_symbol_table_of(section_->header().sh_link); }
+ELF_SYMBOL_TABLE *ELF_SYMBOL_HASH::get_symbol_table() { return file_->get_symbol_table_of(section_->get_link()); }
 
 bool ELF_SYMBOL_HASH::build(OF_SYMBOL_TABLE *symbols) {
   if (!symbols || !get_elf_interface(symbols->get_object()))
@@ -96,8 +96,7 @@ bool ELF_SYMBOL_HASH::build(OF_SYMBOL_TABLE *symbols) {
       link = 2ull + nbucket + word(link);
     set_word(link, i);
   }
-  section_->header().sh_size = static_cast<uint32_t>(data.size());
-  section_->header().sh_entsize = 4;
+  section_->contents_encoded({}, 4);
   return true;
 }
 

@@ -19,24 +19,15 @@ bool ELF_SYMBOL::begin_change() {
 }
 
 int ELF_SYMBOL::set_name(const std::string &name) {
-  if (!begin_change())
-    return -1;
-  name_ = name;
-  return 0;
+  return apply_change(begin_change(), [&] { name_ = name; });
 }
 
 int ELF_SYMBOL::set_value(uint32_t value) {
-  if (!begin_change())
-    return -1;
-  record_.st_value = value;
-  return 0;
+  return apply_change(begin_change(), [&] { record_.st_value = value; });
 }
 
 int ELF_SYMBOL::set_size(uint32_t size) {
-  if (!begin_change())
-    return -1;
-  record_.st_size = size;
-  return 0;
+  return apply_change(begin_change(), [&] { record_.st_size = size; });
 }
 
 bool ELF_SYMBOL::is_defined_in_section() const {
@@ -49,10 +40,7 @@ uint32_t ELF_SYMBOL::get_section_index() const {
 }
 
 int ELF_SYMBOL::set_section_id(uint32_t index) {
-  if (!begin_change())
-    return -1;
-  move_to_section(index);
-  return 0;
+  return apply_change(begin_change(), [&] { move_to_section(index); });
 }
 
 void ELF_SYMBOL::move_to_section(uint32_t index) {
@@ -94,11 +82,10 @@ int ELF_SYMBOL::set_kind(uint32_t kind) {
     get_object()->set_error(OF_ERR_INVALID_REQUEST, "Invalid symbol kind %x", kind);
     return -1;
   }
-  if (!begin_change())
-    return -1;
-  record_.st_shndx = shndx;
-  extended_index_ = 0;
-  return 0;
+  return apply_change(begin_change(), [&] {
+    record_.st_shndx = shndx;
+    extended_index_ = 0;
+  });
 }
 
 OF_SYMBOL_BINDING ELF_SYMBOL::get_binding() const {
@@ -115,10 +102,9 @@ int ELF_SYMBOL::set_binding(uint32_t binding) {
     get_object()->set_error(OF_ERR_INVALID_REQUEST, "Invalid symbol binding value 0x%x", binding);
     return -1;
   }
-  if (!begin_change())
-    return -1;
-  record_.st_info = elf_st_info(static_cast<uint8_t>(binding - 1), elf_st_type(record_.st_info));
-  return 0;
+  return apply_change(begin_change(), [&] {
+    record_.st_info = elf_st_info(static_cast<uint8_t>(binding - 1), elf_st_type(record_.st_info));
+  });
 }
 
 OF_SYMBOL_TYPE ELF_SYMBOL::get_type() const {
@@ -131,10 +117,9 @@ int ELF_SYMBOL::set_type(uint32_t type) {
     get_object()->set_error(OF_ERR_INVALID_REQUEST, "Invalid symbol type value 0x%x", type);
     return -1;
   }
-  if (!begin_change())
-    return -1;
-  record_.st_info = elf_st_info(elf_st_bind(record_.st_info), static_cast<uint8_t>(type));
-  return 0;
+  return apply_change(begin_change(), [&] {
+    record_.st_info = elf_st_info(elf_st_bind(record_.st_info), static_cast<uint8_t>(type));
+  });
 }
 
 bool ELF_SYMBOL::is_null() const {
@@ -159,7 +144,7 @@ std::string ELF_SYMBOL_TABLE::get_name() const { return section_->get_name(); }
 
 ELF_STRING_TABLE *ELF_SYMBOL_TABLE::get_string_table() {
   ELF_SECTION_TABLE *sections = file_->get_section_table();
-  uint32_t link = section_->header().sh_link;
+  uint32_t link = section_->get_link();
   ELF_SECTION *strings = nullptr;
   if (link != 0) {
     strings = sections ? sections->get_section(link) : nullptr;
@@ -170,7 +155,7 @@ ELF_STRING_TABLE *ELF_SYMBOL_TABLE::get_string_table() {
     if (name && sections) {
       strings = sections->find_section(name) ? static_cast<ELF_SECTION *>(sections->find_section(name))
                                              : sections->create_section(name, SHT_STRTAB);
-      section_->header().sh_link = strings->get_index();
+      section_->set_links({}, strings->get_index(), section_->get_info());
     }
   }
   ELF_STRING_TABLE *table = strings ? file_->get_string_table_of(strings->get_index()) : nullptr;
@@ -192,10 +177,7 @@ ELF_SECTION *ELF_SYMBOL_TABLE::get_extended_index_section() {
     shndx_section_ = sections->find_section_by_type(SHT_SYMTAB_SHNDX, section_->get_index());
   }
   if (!shndx_section_) {
-    shndx_section_ = sections->create_section(get_name() + "_shndx", SHT_SYMTAB_SHNDX);
-    shndx_section_->header().sh_link = section_->get_index();
-    shndx_section_->header().sh_entsize = 4;
-    shndx_section_->header().sh_addralign = 4;
+    shndx_section_ = sections->create_section(get_name() + "_shndx", {SHT_SYMTAB_SHNDX, 0, 4, 4}, section_->get_index());
   }
   return shndx_section_;
 }
@@ -291,7 +273,7 @@ int ELF_SYMBOL_TABLE::prepare_for_writing() {
       renumbered.push_back(copy_symbol(this, *old[i], index, old[i]->extended_index_, old[i]->version_index_));
     }
   }
-  section_->header().sh_info = 1 + static_cast<uint32_t>(locals.size());
+  section_->set_links({}, section_->get_link(), 1 + static_cast<uint32_t>(locals.size()));
   reorder(std::move(renumbered), std::move(old_to_new));
   prepared_ = true;
   return 0;
@@ -341,9 +323,8 @@ int ELF_SYMBOL_TABLE::write() {
     }
   }
   if (extended)
-    extended->header().sh_size = static_cast<uint32_t>(words->size());
-  section_->header().sh_size = static_cast<uint32_t>(out.size());
-  section_->header().sh_entsize = ENTRY_SIZE;
+    extended->contents_encoded({});
+  section_->contents_encoded({}, ENTRY_SIZE);
   return 0;
 }
 

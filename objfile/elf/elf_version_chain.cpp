@@ -30,13 +30,11 @@ void place_version_string(ELF_STRING_TABLE *strings, ELF_VERSION_NAME &name) {
 }
 
 // A new allocated version section linked to the dynamic string table.
-ELF_SECTION *make_version_section(ELF_FILE *file, const char *name, uint32_t type) {
-  ELF_SECTION *s = file->get_section_table()->create_section(name, type);
-  s->header().sh_flags = SHF_ALLOC;
-  s->header().sh_addralign = 4;
+ELF_SECTION *make_version_section(ELF_LAYOUT_KEY key, ELF_FILE *file, const char *name, uint32_t type) {
+  ELF_SECTION *s = file->get_section_table()->create_section(name, {type, SHF_ALLOC, 4, 0});
   ELF_DYNAMIC_TABLE *dynamic = file->get_dynamic_table();
   if (ELF_SECTION *strings = dynamic ? dynamic->get_string_section(true) : nullptr)
-    s->header().sh_link = strings->get_index();
+    s->set_links(key, strings->get_index(), s->get_info());
   return s;
 }
 
@@ -96,10 +94,10 @@ template <class CODEC> void ELF_VERSION_CHAIN<CODEC>::load() {
   if (!section_)
     return;
   DATA_MAP &data = *section_->get_data();
-  if (data.size() != 0 && !decode_records(data, section_->header().sh_info, entries_))
+  if (data.size() != 0 && !decode_records(data, section_->get_info(), entries_))
     file_->report_malformed(section_->header().sh_offset, "%s of section \"%s\" are damaged", CODEC::WHAT,
                             section_->get_name().c_str());
-  ELF_STRING_TABLE *strings = file_->get_string_table_of(section_->header().sh_link);
+  ELF_STRING_TABLE *strings = file_->get_string_table_of(section_->get_link());
   for (ENTRY &e : entries_)
     CODEC::for_each_name(e, [strings](ELF_VERSION_NAME &n) { n.text = version_string(strings, n.offset); });
 }
@@ -110,14 +108,14 @@ template <class CODEC> void ELF_VERSION_CHAIN<CODEC>::prepare() {
   if (!modified_ && file_->keeps_image() && file_->byte_order() == file_->file_byte_order())
     return;
   if (!section_)
-    section_ = make_version_section(file_, CODEC::SECTION_NAME, CODEC::SECTION_TYPE);
-  ELF_STRING_TABLE *strings = file_->get_string_table_of(section_->header().sh_link);
+    section_ = make_version_section({}, file_, CODEC::SECTION_NAME, CODEC::SECTION_TYPE);
+  ELF_STRING_TABLE *strings = file_->get_string_table_of(section_->get_link());
   for (ENTRY &e : entries_)
     CODEC::for_each_name(e, [strings](ELF_VERSION_NAME &n) { place_version_string(strings, n); });
   DATA_MAP &data = *section_->get_data();
   data.set_byte_order(file_->byte_order());
   encode_records(data, entries_);
-  section_->header().sh_info = get_count();
+  section_->set_links({}, section_->get_link(), get_count());
 }
 
 template class ELF_VERSION_CHAIN<ELF_VERDEF_CODEC>;

@@ -182,9 +182,8 @@ bool ELF_FILE::prepare_dependents() {
     data.clear();
     data.set_byte_order(byte_order());
     ELF_SCN_ATTR_TABLE::write(data, values);
-    s->header().sh_type = db->get_special_section(kind)->type;
-    if (s->header().sh_addralign == 0)
-      s->header().sh_addralign = 1;
+    s->set_format({}, db->get_special_section(kind)->type, s->get_alignment() ? s->get_alignment() : 1,
+                  s->get_entsize());
   }
   if (aliases_) {
     ELF_SECTION *s = find_special_section(OF_SPECIAL_SYMBOL_ALIAS, false);
@@ -192,9 +191,8 @@ bool ELF_FILE::prepare_dependents() {
     data.clear();
     data.set_byte_order(byte_order());
     aliases_->write(data);
-    if (uint32_t type = db->get_special_section(OF_SPECIAL_SYMBOL_ALIAS)->type)
-      s->header().sh_type = type;
-    s->header().sh_entsize = 8;
+    uint32_t type = db->get_special_section(OF_SPECIAL_SYMBOL_ALIAS)->type;
+    s->set_format({}, type ? type : s->get_type(), s->get_alignment(), 8);
   }
   // Build attributes keep the bytes they were read from unless something
   // in them changed or the byte order did.
@@ -224,13 +222,13 @@ bool ELF_FILE::prepare_strings() {
   for (uint32_t i = 1; i < sections->get_count(); i++)
     if (ELF_SECTION *s = sections->get_section(i); s->get_type() == SHT_SYMTAB && s->symbols())
       rebuild(s->symbols()->get_string_table());
-  sections->get_section(0)->header().sh_name = 0;
+  sections->get_section(0)->set_name_offset({}, 0);
   for (uint32_t i = 1; i < sections->get_count(); i++) {
     ELF_SECTION *s = sections->get_section(i);
     std::optional<uint32_t> offset = names->add_string(s->get_name());
     if (!offset)
       return false;
-    s->header().sh_name = *offset;
+    s->set_name_offset({}, *offset);
   }
   for (uint32_t i = 1; i < sections->get_count(); i++) {
     ELF_SECTION *s = sections->get_section(i);
@@ -245,9 +243,9 @@ bool ELF_FILE::prepare_strings() {
     // One whose link names no symbol table has nothing to be built from:
     // its bytes go out as they were read.
     if (s->get_type() == SHT_HASH && !keeps_image())
-      (void)ELF_SYMBOL_HASH(this, s).build(get_symbol_table_of(s->header().sh_link));
+      (void)ELF_SYMBOL_HASH(this, s).build(get_symbol_table_of(s->get_link()));
     if (s->get_type() != SHT_NOBITS)
-      s->header().sh_size = static_cast<uint32_t>(s->get_data()->size());
+      s->contents_encoded({});
   }
   return true;
 }
@@ -266,13 +264,13 @@ uint64_t ELF_FILE::lay_out_image(uint64_t position) {
     high = header_.e_phoff + table;
   }
   for (uint32_t i = 1; i < sections->get_count(); i++) {
-    ELF32_SECTION_HEADER_RECORD &h = sections->get_section(i)->header();
-    if (h.sh_flags & SHF_ALLOC)
+    ELF_SECTION *s = sections->get_section(i);
+    if (s->get_flags() & SHF_ALLOC)
       continue;
-    high = align_up(high, h.sh_addralign);
-    h.sh_offset = static_cast<uint32_t>(high);
-    if (h.sh_type != SHT_NOBITS)
-      high += h.sh_size;
+    high = align_up(high, s->get_alignment());
+    s->place({}, static_cast<uint32_t>(high));
+    if (s->get_type() != SHT_NOBITS)
+      high += s->get_size();
   }
   return high;
 }
@@ -290,11 +288,11 @@ bool ELF_FILE::lay_out() {
     if (segments_)
       position = segments_->lay_out_table(position);
     for (uint32_t i = 1; i < count; i++) {
-      ELF32_SECTION_HEADER_RECORD &h = sections->get_section(i)->header();
-      position = align_up(position, h.sh_addralign);
-      h.sh_offset = static_cast<uint32_t>(position);
-      if (h.sh_type != SHT_NOBITS)
-        position += h.sh_size;
+      ELF_SECTION *s = sections->get_section(i);
+      position = align_up(position, s->get_alignment());
+      s->place({}, static_cast<uint32_t>(position));
+      if (s->get_type() != SHT_NOBITS)
+        position += s->get_size();
     }
     if (segments_)
       segments_->complete_layout();
@@ -310,7 +308,7 @@ bool ELF_FILE::lay_out() {
     return false;
   }
   if (count > 0)
-    sections->get_section(0)->header().sh_size = count > ELF_MAX_DIRECT_SECTIONS ? count : 0;
+    sections->get_section(0)->set_extended_count({}, count > ELF_MAX_DIRECT_SECTIONS ? count : 0);
   header_.e_shnum = count > ELF_MAX_DIRECT_SECTIONS ? 0 : static_cast<uint16_t>(count);
   header_.e_shentsize = record_size<ELF32_SECTION_HEADER_RECORD>();
   header_.e_ehsize = record_size<ELF32_HEADER_RECORD>();

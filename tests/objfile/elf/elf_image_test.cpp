@@ -164,7 +164,7 @@ TEST_P(ElfImage, SegmentsHoldTheirItemsAndTheLayoutIsChecked) {
   MESSAGES messages;
   messages.attach(f);
   ASSERT_EQ(dynamic->add_section(image.index_of(".dynstr")), 0);
-  load->header().p_vaddr = BASE + 0x40;  // above the PT_PHDR segment at BASE + 52
+  ASSERT_EQ(load->set_address(BASE + 0x40), 0);  // above the PT_PHDR segment at BASE + 52
   (void)written(f);
   char text[160];
   snprintf(text, sizeof text,
@@ -316,9 +316,9 @@ TEST_P(ElfImage, ABuiltSharedObjectPinsItsDynamicSectionsAndLaysOutItsSegments) 
   ELF_SECTION_TABLE *sections = f->get_section_table();
   ELF_SECTION *text = sections->create_section(".text", SHT_PROGBITS);
   ASSERT_EQ(text->set_data("\x01\x02\x03\x04", 4), 0);
-  text->header().sh_flags = SHF_ALLOC | SHF_EXECINSTR;
-  text->header().sh_addr = 0x8000 + 0x74;
-  text->header().sh_addralign = 4;
+  ASSERT_EQ(text->set_flags(SHF_ALLOC | SHF_EXECINSTR), 0);
+  ASSERT_EQ(text->set_address(0x8000 + 0x74), 0);
+  ASSERT_EQ(text->set_alignment(4), 0);
   ELF_DYNAMIC_TABLE *dynamic = f->get_dynamic_table();
   ASSERT_NE(dynamic->get_string_section(true), nullptr);
   dynamic->add_entry(DT_NULL, 0);
@@ -326,8 +326,8 @@ TEST_P(ElfImage, ABuiltSharedObjectPinsItsDynamicSectionsAndLaysOutItsSegments) 
   ELF_SEGMENT *phdr = segments->add_segment(PT_PHDR);
   ELF_SEGMENT *load = segments->add_segment(PT_LOAD);
   ASSERT_TRUE(phdr && load);
-  load->header().p_vaddr = 0x8000;
-  load->header().p_align = 4;
+  ASSERT_EQ(load->set_address(0x8000), 0);
+  ASSERT_EQ(load->set_alignment(4), 0);
   ASSERT_EQ(load->add_file_header(), 0);
   ASSERT_EQ(load->add_segment(0), 0);
   ASSERT_EQ(load->add_section(text->get_index()), 0);
@@ -356,6 +356,10 @@ TEST_P(ElfImage, ABuiltSharedObjectPinsItsDynamicSectionsAndLaysOutItsSegments) 
   ASSERT_TRUE(c.elf()->get_program_header(1, p));
   EXPECT_TRUE(std::make_tuple(p.p_type, p.p_vaddr, p.p_filesz) ==
               std::make_tuple(uint32_t{PT_LOAD}, load->header().p_vaddr, load->header().p_filesz));
+  // An edit of a segment undoes the lay-out, as one of a section does.
+  ASSERT_EQ(f->get_state(), OF_STATE_SAVED);
+  ASSERT_EQ(load->set_alignment(8), 0);
+  EXPECT_EQ(f->get_state(), OF_STATE_LOCKED);
 }
 
 // A dynamic section the write makes is numbered with the rest on the first
@@ -371,7 +375,7 @@ TEST_P(ElfImage, TheFirstWriteOfABuiltSharedObjectIsAlreadyInOrder) {
   ASSERT_EQ(f->set_file_type(OF_FILE_TYPE_SHARED), 0);
   ELF_SECTION *text = f->get_section_table()->create_section(".text", SHT_PROGBITS);
   ASSERT_EQ(text->set_data("\x01\x02\x03\x04", 4), 0);
-  text->header().sh_flags = SHF_ALLOC | SHF_EXECINSTR;
+  ASSERT_EQ(text->set_flags(SHF_ALLOC | SHF_EXECINSTR), 0);
   f->get_dynamic_table()->add_entry(DT_NULL, 0);
   std::string first = written(object.get());
   EXPECT_EQ(f->get_section_table()->get_section(1)->get_name(), ".dynamic");

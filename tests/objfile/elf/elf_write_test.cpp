@@ -395,7 +395,7 @@ TEST_P(ElfWrite, ASectionZeroThatIsNotNullIsReplaced) {
   builder.add_symtab({{"f", 0, 0, GLOBAL_FUNC, 0, 1}});
   OPENED in(builder.build());
   ELF_SECTION *zero = in.elf()->get_section_table()->get_section(0);
-  zero->header().sh_type = SHT_PROGBITS;
+  ASSERT_EQ(zero->set_type(SHT_PROGBITS), 0);
   MSG_CAPTURE capture;
   OPENED o(written(in.object.get()));
   EXPECT_EQ(in.object->get_error_text(), "section 0 is not a NULL section");
