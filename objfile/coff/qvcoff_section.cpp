@@ -52,8 +52,7 @@ const XML_FLAG XML_FLAGS[] = {
 const char *qvcoff_section_flag_name(uint32_t flag) { return lookup_name(SECTION_FLAG_NAMES, flag, "STYP_UNKNOWN"); }
 
 QVCOFF_SECTION::QVCOFF_SECTION(QVCOFF_FILE *file, uint32_t index, const QVCOFF_SECTION_HEADER &header, bool is_new)
-    : file_(file), index_(index), header_(header), new_(is_new) {
-  data_.set_byte_order(file->byte_order());
+    : file_(file), index_(index), header_(header), new_(is_new), data_(file->byte_order()) {
   if (is_new)
     data_mapped_ = true;
 }

@@ -104,9 +104,7 @@ ELF_DYNAMIC *ELF_DYNAMIC_TABLE::add_entry(int32_t tag, uint32_t value) {
 
 void ELF_DYNAMIC_TABLE::encode_entries() {
   ELF_SECTION *s = get_section(true);
-  DATA_MAP &data = *s->get_data();
-  data.clear();
-  data.set_byte_order(file_->byte_order());
+  DATA_MAP &data = s->new_contents({});
   for (auto &e : entries_)
     elf32_write(data, e->record_);
   s->contents_encoded({}, DYN_SIZE);

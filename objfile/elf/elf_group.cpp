@@ -96,9 +96,7 @@ bool ELF_GROUP_TABLE::write() {
                                     get_name().c_str());
     return false;
   }
-  DATA_MAP &data = *section_->get_data();
-  data.clear();
-  data.set_byte_order(section_->get_file()->byte_order());
+  DATA_MAP &data = section_->new_contents({});
   data.write_u32(flags_);
   for (uint32_t member : members_)
     data.write_u32(member);

@@ -148,9 +148,7 @@ int ELF_RELOC_TABLE::rename_with(const std::string &from, const std::string &to)
 
 void ELF_RELOC_TABLE::write() {
   load();
-  DATA_MAP &data = *section_->get_data();
-  data.clear();
-  data.set_byte_order(get_file()->byte_order());
+  DATA_MAP &data = section_->new_contents({});
   for (const ELF_RELOC &entry : entries_) {
     if (is_rela())
       elf32_write(data, entry.record_);

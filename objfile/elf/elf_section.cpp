@@ -32,6 +32,13 @@ std::string ELF_SECTION::get_name() const {
   return name_;
 }
 
+DATA_MAP &ELF_SECTION::new_contents(ELF_LAYOUT_KEY) {
+  data_ready_ = true;
+  data_.clear();
+  data_.set_byte_order(table_->get_file()->byte_order());
+  return data_;
+}
+
 DATA_MAP *ELF_SECTION::get_data() {
   if (!data_ready_) {
     data_ready_ = true;

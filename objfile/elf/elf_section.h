@@ -130,6 +130,9 @@ public:
   // The contents were encoded in place: sh_size follows them and, when it
   // is given, sh_entsize becomes the table's entry size.
   void contents_encoded(ELF_LAYOUT_KEY, std::optional<uint32_t> entsize = std::nullopt);
+  // The section's bytes emptied for a table the write encodes there, in the
+  // byte order the file is written in: the one way a table gets its buffer.
+  DATA_MAP &new_contents(ELF_LAYOUT_KEY);
   // Type, alignment and entry size of a table the write encodes here.
   void set_format(ELF_LAYOUT_KEY, uint32_t type, uint32_t alignment, uint32_t entsize);
   void set_links(ELF_LAYOUT_KEY, uint32_t link, uint32_t info);

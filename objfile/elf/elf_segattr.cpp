@@ -91,8 +91,7 @@ void ELF_SEG_ATTR_DB::write() {
       s = sections->create_section(ELF_SEG_ATTR_SECTION_NAME, SHT_QV_PHATTRS);
   }
   s->set_format({}, SHT_QV_PHATTRS, 4, record_size<ELF32_SEG_ATTR_RECORD>());
-  DATA_MAP &data = *s->get_data();
-  data.set_byte_order(file_->byte_order());
+  DATA_MAP &data = s->new_contents({});
   ELF_SEG_ATTR_TABLE::write(data, attributes_);
 }
 

@@ -72,9 +72,7 @@ bool ELF_SYMBOL_HASH::build(OF_SYMBOL_TABLE *symbols) {
     return false;
   uint32_t n = symbols->get_count();
   uint32_t nbucket = elf_hash_bucket_count(n);
-  DATA_MAP &data = *section_->get_data();
-  data.clear();
-  data.set_byte_order(file_->byte_order());
+  DATA_MAP &data = section_->new_contents({});
   data.resize(4ull * (2ull + nbucket + n));
   data.set_position(0);
   data.write_u32(nbucket);

@@ -293,18 +293,13 @@ int ELF_SYMBOL_TABLE::write() {
   ELF_STRING_TABLE *strings = get_string_table();
   if (!strings)
     return -1;
-  DATA_MAP &out = *section_->get_data();
-  out.clear();
-  out.set_byte_order(file_->byte_order());
+  DATA_MAP &out = section_->new_contents({});
   // One word per symbol when the file needs them: the real section index
   // of SHN_XINDEX symbols, 0 for the others.
   ELF_SECTION *extended = get_extended_index_section();
-  DATA_MAP *words = extended ? extended->get_data() : nullptr;
-  if (words) {
-    words->clear();
-    words->set_byte_order(file_->byte_order());
+  DATA_MAP *words = extended ? &extended->new_contents({}) : nullptr;
+  if (words)
     words->resize(4ull * get_count());
-  }
   for (uint32_t i = 0; i < get_count(); i++) {
     auto *symbol = static_cast<ELF_SYMBOL *>(get_symbol(i));
     ELF32_SYMBOL_RECORD record = symbol ? symbol->record() : ELF32_SYMBOL_RECORD{};

@@ -112,8 +112,7 @@ template <class CODEC> void ELF_VERSION_CHAIN<CODEC>::prepare() {
   ELF_STRING_TABLE *strings = file_->get_string_table_of(section_->get_link());
   for (ENTRY &e : entries_)
     CODEC::for_each_name(e, [strings](ELF_VERSION_NAME &n) { place_version_string(strings, n); });
-  DATA_MAP &data = *section_->get_data();
-  data.set_byte_order(file_->byte_order());
+  DATA_MAP &data = section_->new_contents({});
   encode_records(data, entries_);
   section_->set_links({}, section_->get_link(), get_count());
 }

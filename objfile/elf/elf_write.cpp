@@ -178,18 +178,14 @@ bool ELF_FILE::prepare_dependents() {
     std::vector<uint32_t> values(sections->get_count());
     for (uint32_t i = 0; i < values.size(); i++)
       values[i] = sections->get_section(i)->get_attribute(kind);
-    DATA_MAP &data = *s->get_data();
-    data.clear();
-    data.set_byte_order(byte_order());
+    DATA_MAP &data = s->new_contents({});
     ELF_SCN_ATTR_TABLE::write(data, values);
     s->set_format({}, db->get_special_section(kind)->type, s->get_alignment() ? s->get_alignment() : 1,
                   s->get_entsize());
   }
   if (aliases_) {
     ELF_SECTION *s = find_special_section(OF_SPECIAL_SYMBOL_ALIAS, false);
-    DATA_MAP &data = *s->get_data();
-    data.clear();
-    data.set_byte_order(byte_order());
+    DATA_MAP &data = s->new_contents({});
     aliases_->write(data);
     uint32_t type = db->get_special_section(OF_SPECIAL_SYMBOL_ALIAS)->type;
     s->set_format({}, type ? type : s->get_type(), s->get_alignment(), 8);
@@ -198,9 +194,7 @@ bool ELF_FILE::prepare_dependents() {
   // in them changed or the byte order did.
   if (build_attributes_ && (build_attributes_->is_modified() || byte_order() != file_byte_order() ||
                             !was_read_from_stream())) {
-    DATA_MAP &data = *build_attribute_section_->get_data();
-    data.clear();
-    data.set_byte_order(byte_order());
+    DATA_MAP &data = build_attribute_section_->new_contents({});
     build_attributes_->write(data);
   }
   return true;
