@@ -97,20 +97,24 @@ bool ELF_FILE::enter_builder() {
 bool ELF_FILE::load_sections() {
   if (!readable_ || shoff_ == 0)
     return true;  // no section header table
+  if (shentsize_ < record_size<ELF32_SECTION_HEADER_RECORD>()) {
+    report_malformed(46, "section header size %u is smaller than 40", shentsize_);
+    return false;
+  }
   uint32_t count = shnum_;
   if (count == 0) {
     // Extended numbering: the count is section 0's sh_size.
-    if (shentsize_ < record_size<ELF32_SECTION_HEADER_RECORD>()) {
-      report_malformed(46, "section header size %u is smaller than 40", shentsize_);
-      return false;
-    }
     DATA_MAP first(file_order_);
     ELF32_SECTION_HEADER_RECORD zero{};
     if (!file_region(shoff_, shentsize_, first, "section header 0") || !elf32_read(first, 0, zero))
       return false;
     count = zero.sh_size;
   }
-  return sections_->load(shoff_, shentsize_, count);
+  DATA_MAP headers(file_order_);
+  if (count != 0 && !file_region(shoff_, static_cast<uint64_t>(shentsize_) * count, headers, "section header table"))
+    return false;
+  sections_->load(std::move(headers), shentsize_, count);
+  return true;
 }
 
 ELF_SECTION_TABLE *ELF_FILE::get_section_table() {
@@ -150,44 +154,18 @@ ELF_STRING_TABLE *ELF_FILE::get_string_table_of(uint32_t index) {
 }
 
 uint32_t ELF_FILE::get_shstrndx() {
-  if (header_.e_shstrndx != SHN_XINDEX)
-    return header_.e_shstrndx;
   ELF_SECTION_TABLE *sections = get_section_table();
-  ELF_SECTION *zero = sections ? sections->get_section(0) : nullptr;
-  return zero ? zero->get_link() : 0;
+  return sections ? sections->get_name_table_index() : 0;
 }
 
 void ELF_FILE::set_shstrndx(uint32_t index) {
-  ELF_SECTION_TABLE *sections = get_section_table();
-  ELF_SECTION *zero = sections ? sections->get_section(0) : nullptr;
-  if (index > ELF_MAX_DIRECT_SECTIONS) {
-    header_.e_shstrndx = SHN_XINDEX;
-    if (zero)
-      zero->set_links({}, index, zero->get_info());
-  } else {
-    if (header_.e_shstrndx == SHN_XINDEX && zero)
-      zero->set_links({}, 0, zero->get_info());
-    header_.e_shstrndx = static_cast<uint16_t>(index);
-  }
+  if (ELF_SECTION_TABLE *sections = get_section_table())
+    sections->set_name_table_index(index);
 }
 
 ELF_STRING_TABLE *ELF_FILE::get_section_name_table(bool create) {
-  uint32_t index = get_shstrndx();
   ELF_SECTION_TABLE *sections = get_section_table();
-  if (!sections)
-    return nullptr;
-  // Only a string table names the sections: a header that points at a
-  // section of another kind (a group, say) would have names appended to
-  // that section's contents on every write.
-  if (index == 0 || index >= sections->get_count() || sections->get_section(index)->get_type() != SHT_STRTAB) {
-    if (!create)
-      return nullptr;
-    OF_SECTION *found = sections->find_section(".shstrtab");
-    index = found && found->get_type() == SHT_STRTAB ? found->get_index()
-                                                      : sections->create_section(".shstrtab", SHT_STRTAB)->get_index();
-    set_shstrndx(index);
-  }
-  return get_string_table_of(index);
+  return sections ? sections->get_name_table(create) : nullptr;
 }
 
 bool ELF_FILE::get_program_header(uint32_t index, ELF32_PROGRAM_HEADER_RECORD &record) {
@@ -226,11 +204,11 @@ ELF_DYNAMIC_TABLE *ELF_FILE::get_dynamic_table() {
 
 ELF_SEGMENT_TABLE *ELF_FILE::get_segment_table() {
   if (!segments_) {
-    get_section_table();  // contents are found among the sections
+    ELF_SECTION_TABLE *sections = get_section_table();  // contents are found among the sections
     if (!enter_builder())
       return nullptr;
     auto table = std::make_unique<ELF_SEGMENT_TABLE>(this);
-    bool loaded = table->load();
+    bool loaded = table->load(sections);
     building_ = false;
     if (!loaded)
       return nullptr;
@@ -252,7 +230,14 @@ template <class TABLE> TABLE *loaded_once(std::unique_ptr<TABLE> &slot, ELF_FILE
 
 }  // namespace
 
-ELF_SEG_ATTR_DB *ELF_FILE::get_seg_attr_db() { return loaded_once(seg_attrs_, this); }
+ELF_SEG_ATTR_DB *ELF_FILE::get_seg_attr_db() {
+  if (!seg_attrs_) {
+    ELF_SECTION_TABLE *sections = get_section_table();
+    seg_attrs_ = std::make_unique<ELF_SEG_ATTR_DB>(this);
+    seg_attrs_->load(sections);
+  }
+  return seg_attrs_.get();
+}
 ELF_VERDEF_TABLE *ELF_FILE::get_verdef_table() { return loaded_once(verdefs_, this); }
 ELF_VERNEED_TABLE *ELF_FILE::get_verneed_table() { return loaded_once(verneeds_, this); }
 

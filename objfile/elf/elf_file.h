@@ -88,6 +88,8 @@ public:
   uint32_t get_shstrndx();
   // Makes section `index` the section-name string table.
   void set_shstrndx(uint32_t index);
+  // e_shstrndx as the section table sets it (SHN_XINDEX past the direct range).
+  void set_shstrndx_field(ELF_LAYOUT_KEY, uint16_t value) { header_.e_shstrndx = value; }
   // Program headers, read on first request.
   uint32_t get_program_header_count() const { return header_.e_phnum; }
   // Copies program header `index` into `record`; false when it cannot be read.

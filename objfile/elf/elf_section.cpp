@@ -17,7 +17,6 @@ ELF_SECTION::ELF_SECTION(ELF_SECTION_TABLE *table, uint32_t index, const ELF32_S
 
 ELF_SECTION::~ELF_SECTION() = default;
 
-ELF_FILE *ELF_SECTION::get_file() const { return table_->get_file(); }
 OBJECT_FILE *ELF_SECTION::get_object() const { return table_->get_file(); }
 
 std::string ELF_SECTION::get_name() const {
@@ -25,7 +24,7 @@ std::string ELF_SECTION::get_name() const {
     named_ = true;
     // Section 0 is the null section; asking the name table for its name
     // would make the name table look itself up.
-    ELF_STRING_TABLE *names = index_ == 0 ? nullptr : table_->get_file()->get_section_name_table(false);
+    ELF_STRING_TABLE *names = index_ == 0 ? nullptr : table_->get_name_table(false);
     const char *text = names ? names->get_string(header_.sh_name) : nullptr;
     name_ = text ? text : "";
   }
@@ -142,13 +141,13 @@ void ELF_SECTION::set_attribute(uint32_t kind, uint32_t value) {
 
 ELF_SYMBOL_TABLE *ELF_SECTION::symbols() {
   if (!symbols_ && (header_.sh_type == SHT_SYMTAB || header_.sh_type == SHT_DYNSYM))
-    symbols_ = std::make_unique<ELF_SYMBOL_TABLE>(get_file(), this);
+    symbols_ = std::make_unique<ELF_SYMBOL_TABLE>(get_file(), this, get_data());
   return symbols_.get();
 }
 
 ELF_STRING_TABLE *ELF_SECTION::strings() {
   if (!strings_ && index_ != 0) {
-    strings_ = std::make_unique<ELF_STRING_TABLE>(get_file(), this);
+    strings_ = std::make_unique<ELF_STRING_TABLE>(get_file(), this, get_data());
     if (strings_->size() == 0)
       strings_->reset();  // a new table starts with the empty string
   }
@@ -255,20 +254,13 @@ void ELF_SECTION::dump(FILE *stream) {
 ELF_SECTION_TABLE::ELF_SECTION_TABLE(ELF_FILE *file) : OF_INDEX_HOLDER(file), file_(file) {}
 ELF_SECTION_TABLE::~ELF_SECTION_TABLE() = default;
 
-bool ELF_SECTION_TABLE::load(uint32_t shoff, uint32_t entsize, uint32_t count) {
+void ELF_SECTION_TABLE::load(DATA_MAP headers, uint32_t entsize, uint32_t count) {
   sections_.clear();
   if (count == 0)
-    return true;
-  if (entsize < record_size<ELF32_SECTION_HEADER_RECORD>()) {
-    file_->report_malformed(0x2E, "section header size %u is smaller than 40", entsize);
-    return false;
-  }
-  headers_.set_byte_order(file_->file_byte_order());
-  if (!file_->file_region(shoff, static_cast<uint64_t>(entsize) * count, headers_, "section header table"))
-    return false;
+    return;
+  headers_ = std::move(headers);
   entsize_ = entsize;
   sections_.resize(count);
-  return true;
 }
 
 void ELF_SECTION_TABLE::load_all() {
@@ -383,7 +375,7 @@ int ELF_SECTION_TABLE::remove_section(uint32_t index) {
   // last step of taking every symbol away. Links follow removals only when
   // the file is written: until then they name sections by the numbers the
   // pending map renumbers.
-  bool linked = index == index_map_.follow(file_->get_shstrndx());
+  bool linked = index == index_map_.follow(get_name_table_index());
   for (uint32_t i = 1; s && !linked && i < get_count(); i++)
     linked = i != index && index_map_.follow(get_section(i)->get_link()) == index;
   // In a loaded image only what none of its kept bytes refers to may go: a
@@ -418,8 +410,45 @@ int ELF_SECTION_TABLE::remove_section(uint32_t index) {
   return 0;
 }
 
+uint32_t ELF_SECTION_TABLE::get_name_table_index() {
+  uint16_t field = file_->header().e_shstrndx;
+  if (field != SHN_XINDEX)
+    return field;
+  ELF_SECTION *zero = get_section(0);
+  return zero ? zero->get_link() : 0;
+}
+
+void ELF_SECTION_TABLE::set_name_table_index(uint32_t index) {
+  ELF_SECTION *zero = get_section(0);
+  if (index > ELF_MAX_DIRECT_SECTIONS) {
+    file_->set_shstrndx_field({}, SHN_XINDEX);
+    if (zero)
+      zero->set_links({}, index, zero->get_info());
+  } else {
+    if (file_->header().e_shstrndx == SHN_XINDEX && zero)
+      zero->set_links({}, 0, zero->get_info());
+    file_->set_shstrndx_field({}, static_cast<uint16_t>(index));
+  }
+}
+
+ELF_STRING_TABLE *ELF_SECTION_TABLE::get_name_table(bool create) {
+  uint32_t index = get_name_table_index();
+  // Only a string table names the sections: a header that points at a
+  // section of another kind (a group, say) would have names appended to
+  // that section's contents on every write.
+  if (index == 0 || index >= get_count() || get_section(index)->get_type() != SHT_STRTAB) {
+    if (!create)
+      return nullptr;
+    ELF_SECTION *found = find_elf_section(".shstrtab");
+    index = found && found->get_type() == SHT_STRTAB ? found->get_index()
+                                                      : create_section(".shstrtab", SHT_STRTAB)->get_index();
+    set_name_table_index(index);
+  }
+  return get_section(index)->strings();
+}
+
 void ELF_SECTION_TABLE::follow_sections(const OF_INDEX_MAP &map) {
-  file_->set_shstrndx(map.follow(file_->get_shstrndx()));
+  set_name_table_index(map.follow(get_name_table_index()));
   for (uint32_t i = 1; i < get_count(); i++) {
     ELF32_SECTION_HEADER_RECORD &h = get_section(i)->header_;
     h.sh_link = map.follow(h.sh_link);

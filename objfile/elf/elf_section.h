@@ -51,6 +51,7 @@ template <class CODEC> class ELF_VERSION_CHAIN;
 class ELF_LAYOUT_KEY {
   ELF_LAYOUT_KEY() = default;
   friend class ELF_FILE;
+  friend class ELF_SECTION_TABLE;
   friend class ELF_SYMBOL_TABLE;
   friend class ELF_STRING_TABLE;
   friend class ELF_SYMBOL_HASH;
@@ -184,9 +185,9 @@ public:
   explicit ELF_SECTION_TABLE(ELF_FILE *file);
   ~ELF_SECTION_TABLE() override;
 
-  // Reads `count` headers of `entsize` bytes from file offset `shoff`;
-  // false (with the file's pending error set) when they are not all there.
-  [[nodiscard]] bool load(uint32_t shoff, uint32_t entsize, uint32_t count);
+  // Takes the `count` headers of `entsize` bytes the file read for it
+  // (their bounds already checked); each is decoded on first request.
+  void load(DATA_MAP headers, uint32_t entsize, uint32_t count);
   // Decodes every header not yet decoded.
   void load_all();
 
@@ -202,6 +203,16 @@ public:
   ELF_SECTION *create_section(const std::string &name, uint32_t type);
   // The same, with the header of a table the library keeps in it.
   ELF_SECTION *create_section(const std::string &name, const ELF_SECTION_FORMAT &format, uint32_t link = 0);
+
+  // The section-name string table's index: e_shstrndx, or section 0's
+  // sh_link when that is SHN_XINDEX. The table keeps it, as it keeps every
+  // other section reference of the headers.
+  uint32_t get_name_table_index();
+  // Makes section `index` the section-name string table.
+  void set_name_table_index(uint32_t index);
+  // The section-name string table; with `create`, ".shstrtab" is found or
+  // made when the file names none.
+  ELF_STRING_TABLE *get_name_table(bool create);
 
   // Renumbers for writing: a null section 0 ("section 0 is not a NULL
   // section" when it was not), then groups, the sections the dynamic table
@@ -222,5 +233,7 @@ private:
   uint32_t entsize_ = 0;
   std::vector<std::unique_ptr<ELF_SECTION>> sections_;  // empty slots until used
 };
+
+inline ELF_FILE *ELF_SECTION::get_file() const { return table_->get_file(); }
 
 }  // namespace OFE

@@ -35,8 +35,7 @@ void ELF_SEG_ATTR_TABLE::write(DATA_MAP &data, const std::vector<ELF_SEG_ATTR> &
     elf32_write(data, ELF32_SEG_ATTR_RECORD{a.segment, a.code, a.value});
 }
 
-void ELF_SEG_ATTR_DB::load() {
-  ELF_SECTION_TABLE *sections = file_->get_section_table();
+void ELF_SEG_ATTR_DB::load(ELF_SECTION_TABLE *sections) {
   ELF_SECTION *s = sections ? sections->find_section_by_type(SHT_QV_PHATTRS) : nullptr;
   if (!s)
     return;

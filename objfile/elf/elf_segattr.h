@@ -21,6 +21,7 @@ class XML_WRITER;
 namespace OFE {
 
 class ELF_FILE;
+class ELF_SECTION_TABLE;
 
 inline constexpr uint32_t SHT_QV_PHATTRS = 0x7F000004;
 inline constexpr const char *ELF_SEG_ATTR_SECTION_NAME = ".QV.phattrs";
@@ -70,7 +71,7 @@ public:
   explicit ELF_SEG_ATTR_DB(ELF_FILE *file) : file_(file) {}
 
   // Reads ".QV.phattrs" (found by its type) when the file has one.
-  void load();
+  void load(ELF_SECTION_TABLE *sections);
   // The value of an attribute of a segment, 0 when it has none.
   uint32_t get(uint32_t segment, uint32_t code) const;
   // Sets (or, with 0, removes) an attribute.

@@ -74,7 +74,7 @@ bool ELF_SEGMENT::contains(ELF_SEGMENT_ITEM item) const {
   return std::find(contents_.begin(), contents_.end(), item) != contents_.end();
 }
 
-bool ELF_SEGMENT_TABLE::load() {
+bool ELF_SEGMENT_TABLE::load(ELF_SECTION_TABLE *sections) {
   segments_.clear();
   ELF_FILE *f = file_;
   uint32_t count = f->get_program_header_count();
@@ -86,7 +86,7 @@ bool ELF_SEGMENT_TABLE::load() {
     }
     segments_.push_back(std::make_unique<ELF_SEGMENT>(this, i, record));
   }
-  find_contents();
+  find_contents(sections);
   // A read PT_PHDR segment held by a PT_LOAD segment is already in memory.
   for (auto &s : segments_)
     if (s->get_type() == PT_PHDR && find_container(s->get_index()))
@@ -94,8 +94,7 @@ bool ELF_SEGMENT_TABLE::load() {
   return true;
 }
 
-void ELF_SEGMENT_TABLE::find_contents() {
-  ELF_SECTION_TABLE *sections = file_->get_section_table();
+void ELF_SEGMENT_TABLE::find_contents(ELF_SECTION_TABLE *sections) {
   uint32_t section_count = sections ? sections->get_count() : 0;
   uint32_t ehsize = file_->header().e_ehsize;
   for (auto &seg : segments_) {

@@ -31,6 +31,7 @@ class XML_WRITER;
 namespace OFE {
 
 class ELF_FILE;
+class ELF_SECTION_TABLE;
 class ELF_SEGMENT_TABLE;
 
 enum ELF_SEGMENT_ITEM_KIND : uint32_t {
@@ -85,9 +86,9 @@ public:
   explicit ELF_SEGMENT_TABLE(ELF_FILE *file);
 
   ELF_FILE *get_file() const { return file_; }
-  // Reads the file's program headers and works out what each holds; false
-  // (error pending) when they cannot be read.
-  [[nodiscard]] bool load();
+  // Reads the file's program headers and works out which of `sections`
+  // each holds; false (error pending) when they cannot be read.
+  [[nodiscard]] bool load(ELF_SECTION_TABLE *sections);
   uint32_t get_count() const { return static_cast<uint32_t>(segments_.size()); }
   ELF_SEGMENT *get_segment(uint32_t index) { return index < segments_.size() ? segments_[index].get() : nullptr; }
   // A new segment with an all-zero header but its type; null, with a
@@ -115,7 +116,7 @@ public:
   void dump_xml(XML_WRITER &xml);
 
 private:
-  void find_contents();
+  void find_contents(ELF_SECTION_TABLE *sections);
   // File and memory range of an item; false when it has none.
   [[nodiscard]] bool item_range(ELF_SEGMENT_ITEM item, uint64_t &offset, uint64_t &file_end, uint64_t &address,
                   uint64_t &memory_end);

@@ -9,9 +9,9 @@
 
 namespace OFE {
 
-ELF_STRING_TABLE::ELF_STRING_TABLE(ELF_FILE *file, ELF_SECTION *section)
+ELF_STRING_TABLE::ELF_STRING_TABLE(ELF_FILE *file, ELF_SECTION *section, DATA_MAP *bytes)
     : OF_STRING_TABLE(file), section_(section) {
-  bind(section->get_data());
+  bind(bytes);
 }
 
 std::string ELF_STRING_TABLE::get_name() const { return section_->get_name(); }

@@ -33,7 +33,8 @@ class OF_SYMBOL_TABLE;
 class ELF_STRING_TABLE : public OF_STRING_TABLE {
 public:
   // The table of `section`, whose contents are read on first use.
-  ELF_STRING_TABLE(ELF_FILE *file, ELF_SECTION *section);
+  // `bytes` are the section's contents, which the table reads and grows.
+  ELF_STRING_TABLE(ELF_FILE *file, ELF_SECTION *section, DATA_MAP *bytes);
 
   std::string get_name() const override;
   // Discards the contents and starts again with the empty string.

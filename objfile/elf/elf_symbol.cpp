@@ -134,9 +134,9 @@ void ELF_SYMBOL::print_info(FILE *stream) const {
   fprintf(stream, "  %-26s%s\n", "Version Index:", elf_version_index_name(version_index_).c_str());
 }
 
-ELF_SYMBOL_TABLE::ELF_SYMBOL_TABLE(ELF_FILE *file, ELF_SECTION *section)
+ELF_SYMBOL_TABLE::ELF_SYMBOL_TABLE(ELF_FILE *file, ELF_SECTION *section, DATA_MAP *records)
     : OF_SYMBOL_TABLE(file), file_(file), section_(section) {
-  records_ = section->get_data();
+  records_ = records;
   set_count(static_cast<uint32_t>(records_->size() / ENTRY_SIZE));
 }
 

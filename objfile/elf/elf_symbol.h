@@ -75,7 +75,8 @@ class ELF_SYMBOL_TABLE : public OF_SYMBOL_TABLE {
 public:
   static constexpr uint32_t ENTRY_SIZE = 16;
 
-  ELF_SYMBOL_TABLE(ELF_FILE *file, ELF_SECTION *section);
+  // `records` are the section's contents.
+  ELF_SYMBOL_TABLE(ELF_FILE *file, ELF_SECTION *section, DATA_MAP *records);
 
   std::string get_name() const override;
   uint32_t get_entry_size() const { return ENTRY_SIZE; }
