@@ -27,10 +27,6 @@ QVCOFF_GROUP_TABLE::QVCOFF_GROUP_TABLE(QVCOFF_SECTION *section)
 
 std::string QVCOFF_GROUP_TABLE::get_name() const { return section_->get_name(); }
 
-OF_SECTION *QVCOFF_GROUP_TABLE::get_member(uint32_t index) {
-  return index < members_.size() ? section_->get_file()->get_section_table()->get_section(members_[index]) : nullptr;
-}
-
 int QVCOFF_GROUP_TABLE::add_member(uint32_t section_index) {
   return apply_change(section_->begin_change(), [&] {
     members_.push_back(section_index);
@@ -58,11 +54,8 @@ bool QVCOFF_GROUP_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF
 }
 
 bool QVCOFF_GROUP_TABLE::encode() {
-  if (signature_ == 0) {
-    section_->get_file()->set_error(OF_ERR_MALFORMED, "a symbol has not been specified for the group section %s",
-                                    get_name().c_str());
+  if (!check_signature(signature_))
     return false;
-  }
   DATA_MAP data(section_->get_file()->byte_order());
   data.write_u32(flag_ ? 1 : 0);
   data.write_u32(signature_);
@@ -73,16 +66,10 @@ bool QVCOFF_GROUP_TABLE::encode() {
 }
 
 void QVCOFF_GROUP_TABLE::dump(FILE *stream) {
-  OF_SYMBOL *signature = get_signature();
   fprintf(stream, "\n Group \"%s\"\n\n", printable(get_name()).c_str());
   fprintf(stream, "  %-26s%s\n", "Kind:", get_kind_name());
   fprintf(stream, "  %-26s%u\n", "Flag:", flag_ ? 1 : 0);
-  fprintf(stream, "  %-26s%u \"%s\"\n", "Signature:", signature_,
-          signature ? printable(signature->get_name()).c_str() : "");
-  for (uint32_t i = 0; i < members_.size(); i++) {
-    OF_SECTION *member = get_member(i);
-    fprintf(stream, "  %-26s%u \"%s\"\n", "Member:", members_[i], member ? printable(member->get_name()).c_str() : "");
-  }
+  dump_members(stream, signature_);
 }
 
 void QVCOFF_GROUP_TABLE::dump_xml(XML_WRITER &xml) {

@@ -29,9 +29,6 @@ public:
   explicit QVCOFF_GROUP_TABLE(QVCOFF_SECTION *section);
 
   std::string get_name() const override;
-  uint32_t get_count() override { return static_cast<uint32_t>(members_.size()); }
-  OF_SECTION *get_member(uint32_t index) override;
-  uint32_t get_member_index(uint32_t index) const { return index < members_.size() ? members_[index] : 0; }
   [[nodiscard]] int add_member(uint32_t section_index) override;
   OF_SYMBOL *get_signature() override;
   uint32_t get_signature_index() const { return signature_; }
@@ -41,9 +38,7 @@ public:
   [[nodiscard]] int set_comdat(bool comdat) override;
   const char *get_kind_name() const { return "COMDAT"; }
 
-  // Members whose section was removed leave the group; a removed signature
-  // symbol leaves none.
-  void follow_sections(const OF_INDEX_MAP &map) override { map.keep(members_); }
+  // A removed signature symbol leaves none.
   [[nodiscard]] bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // Rebuilds the section's contents; "a symbol has not been specified for
   // the group section %s" (error 3) and false, with the contents left as
@@ -56,7 +51,6 @@ private:
   QVCOFF_SECTION *section_;
   bool flag_ = false;
   uint32_t signature_ = 0;
-  std::vector<uint32_t> members_;
 };
 
 }  // namespace OFE

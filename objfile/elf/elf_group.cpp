@@ -8,41 +8,19 @@
 
 namespace OFE {
 
-ELF_GROUP_TABLE::ELF_GROUP_TABLE(ELF_SECTION *section) : OF_GROUP_TABLE(section->get_file()), section_(section) {}
+ELF_GROUP_TABLE::ELF_GROUP_TABLE(ELF_SECTION *section, DATA_MAP &words)
+    : OF_GROUP_TABLE(section->get_file()), section_(section) {
+  words.set_position(0);
+  if (words.size() < 4)
+    return;
+  flags_ = words.read_u32();
+  for (uint64_t at = 4; at + 4 <= words.size(); at += 4)
+    members_.push_back(words.read_u32());
+}
 
 std::string ELF_GROUP_TABLE::get_name() const { return section_->get_name(); }
 
-void ELF_GROUP_TABLE::load() {
-  if (loaded_)
-    return;
-  loaded_ = true;
-  DATA_MAP &data = *section_->get_data();
-  data.set_position(0);
-  if (data.size() < 4)
-    return;
-  flags_ = data.read_u32();
-  for (uint64_t at = 4; at + 4 <= data.size(); at += 4)
-    members_.push_back(data.read_u32());
-}
-
-uint32_t ELF_GROUP_TABLE::get_count() {
-  load();
-  return static_cast<uint32_t>(members_.size());
-}
-
-uint32_t ELF_GROUP_TABLE::get_member_index(uint32_t index) {
-  load();
-  return index < members_.size() ? members_[index] : 0;
-}
-
-OF_SECTION *ELF_GROUP_TABLE::get_member(uint32_t index) {
-  load();
-  ELF_SECTION_TABLE *sections = section_->get_file()->get_section_table();
-  return index < members_.size() && sections ? sections->get_section(members_[index]) : nullptr;
-}
-
 int ELF_GROUP_TABLE::add_member(uint32_t section_index) {
-  load();
   members_.push_back(section_index);
   return 0;
 }
@@ -64,22 +42,9 @@ int ELF_GROUP_TABLE::set_signature(OF_SYMBOL *symbol) {
   return section_->set_info(symbol ? symbol->get_index() : 0);
 }
 
-uint32_t ELF_GROUP_TABLE::get_flags() {
-  load();
-  return flags_;
-}
-
-bool ELF_GROUP_TABLE::is_comdat() { return (get_flags() & GRP_COMDAT) != 0; }
-
 int ELF_GROUP_TABLE::set_comdat(bool comdat) {
-  load();
   flags_ = comdat ? flags_ | GRP_COMDAT : flags_ & ~GRP_COMDAT;
   return 0;
-}
-
-void ELF_GROUP_TABLE::follow_sections(const OF_INDEX_MAP &map) {
-  load();
-  map.keep(members_);
 }
 
 bool ELF_GROUP_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
@@ -90,12 +55,8 @@ bool ELF_GROUP_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_IN
 }
 
 bool ELF_GROUP_TABLE::write() {
-  load();
-  if (section_->get_info() == 0) {
-    section_->get_file()->set_error(OF_ERR_MALFORMED, "a symbol has not been specified for the group section %s",
-                                    get_name().c_str());
+  if (!check_signature(section_->get_info()))
     return false;
-  }
   DATA_MAP &data = section_->new_contents({});
   data.write_u32(flags_);
   for (uint32_t member : members_)
@@ -105,18 +66,11 @@ bool ELF_GROUP_TABLE::write() {
 }
 
 void ELF_GROUP_TABLE::dump(FILE *stream) {
-  load();
-  OF_SYMBOL *signature = get_signature();
   fprintf(stream, "\n Group \"%s\" in section %u\n\n", printable(get_name()).c_str(), section_->get_index());
   fprintf(stream, "  %-26s0x%08x\n", "Flags:", flags_);
   if (flags_ & GRP_COMDAT)
     fprintf(stream, "  %-26s%s\n", "Flag:", flag_name(GRP_COMDAT));
-  fprintf(stream, "  %-26s%u \"%s\"\n", "Signature:", section_->get_info(),
-          signature ? printable(signature->get_name()).c_str() : "");
-  for (uint32_t i = 0; i < members_.size(); i++) {
-    OF_SECTION *member = get_member(i);
-    fprintf(stream, "  %-26s%u \"%s\"\n", "Member:", members_[i], member ? printable(member->get_name()).c_str() : "");
-  }
+  dump_members(stream, section_->get_info());
 }
 
 }  // namespace OFE

@@ -5,8 +5,9 @@
 //   word 1 ...  member section indexes
 //
 // sh_link names the symbol table, sh_info the signature symbol. The words
-// are decoded on first request and written back when the file is written;
-// a group without a signature symbol cannot be written.
+// are decoded when the table is made (on the section's first request for
+// it) and written back when the file is written; a group without a
+// signature symbol cannot be written.
 #pragma once
 
 #include <cstdint>
@@ -18,31 +19,28 @@
 
 namespace OFE {
 
+class DATA_MAP;
 class ELF_SECTION;
 
 inline constexpr uint32_t GRP_COMDAT = 1;
 
 class ELF_GROUP_TABLE : public OF_GROUP_TABLE {
 public:
-  explicit ELF_GROUP_TABLE(ELF_SECTION *section);
+  // `words` are the section's contents.
+  ELF_GROUP_TABLE(ELF_SECTION *section, DATA_MAP &words);
 
   std::string get_name() const override;
-  uint32_t get_count() override;
-  OF_SECTION *get_member(uint32_t index) override;
-  uint32_t get_member_index(uint32_t index);
   [[nodiscard]] int add_member(uint32_t section_index) override;
   // Entry sh_info of the symbol table sh_link names; null when sh_info is 0.
   OF_SYMBOL *get_signature() override;
   // sh_link to the symbol's table, sh_info to its index; null clears both.
   [[nodiscard]] int set_signature(OF_SYMBOL *symbol) override;
-  bool is_comdat() override;
+  bool is_comdat() override { return (flags_ & GRP_COMDAT) != 0; }
   [[nodiscard]] int set_comdat(bool comdat) override;
-  uint32_t get_flags();
+  uint32_t get_flags() const { return flags_; }
   static const char *flag_name(uint32_t bit) { return bit == GRP_COMDAT ? "GRP_COMDAT" : nullptr; }
 
-  // Members whose section was removed leave the group; a removed signature
-  // symbol leaves none.
-  void follow_sections(const OF_INDEX_MAP &map) override;
+  // A removed signature symbol leaves none.
   [[nodiscard]] bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // The flags word and the members; "a symbol has not been specified for
   // the group section %s" (error 3) and false, with the contents left as
@@ -53,11 +51,8 @@ public:
   ELF_SECTION *get_section() const { return section_; }
 
 private:
-  void load();
   ELF_SECTION *section_;
   uint32_t flags_ = 0;
-  std::vector<uint32_t> members_;
-  bool loaded_ = false;
 };
 
 }  // namespace OFE

@@ -162,7 +162,7 @@ ELF_RELOC_TABLE *ELF_SECTION::relocations() {
 
 ELF_GROUP_TABLE *ELF_SECTION::group() {
   if (!group_ && header_.sh_type == SHT_GROUP)
-    group_ = std::make_unique<ELF_GROUP_TABLE>(this);
+    group_ = std::make_unique<ELF_GROUP_TABLE>(this, *get_data());
   return group_.get();
 }
 

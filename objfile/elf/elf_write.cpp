@@ -69,8 +69,7 @@ bool ELF_FILE::load_for_writing() {
     }
     if (ELF_RELOC_TABLE *relocs = s->relocations())
       relocs->get_count();
-    if (ELF_GROUP_TABLE *group = s->group())
-      group->get_count();
+    (void)s->group();
   }
   // The tables that refer to sections and symbols by index are read before
   // anything moves; attribute sections that will be needed are made now,
