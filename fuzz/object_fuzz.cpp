@@ -41,8 +41,7 @@ void walk(OFE::OBJECT_FILE *object, FILE *sink) {
 }
 
 // What model() gives for an object whose section bytes it cannot reach: a
-// section the file held only in part, which the library's record of short
-// reads does not yet catch in every case.
+// section the file held only in part.
 const char UNREADABLE[] = "(unreadable)";
 
 // What a reader sees of an object, in one comparable text: the oracle's

@@ -266,7 +266,9 @@ const uint8_t *DATA_MAP::slice(FILE_OFFSET offset, FILE_OFFSET size) {
     return nullptr;
   if (offset + size > size_ || offset + size > buffer_.size())
     return nullptr;
-  return buffer_.data() + offset;
+  // No bytes are always there, but an empty buffer has no address to give.
+  static const uint8_t nothing = 0;
+  return size == 0 ? &nothing : buffer_.data() + offset;
 }
 
 uint8_t *DATA_MAP::grow_for_write(FILE_OFFSET width) {

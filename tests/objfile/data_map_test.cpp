@@ -51,6 +51,9 @@ TEST(DataMap, ReadsPastTheEndYieldZeroAndMoveTheCursor) {
   EXPECT_EQ(m.slice(1, 3), nullptr);
   EXPECT_EQ(m.slice(UINT64_MAX, 2), nullptr);
   ASSERT_NE(m.slice(1, 2), nullptr);
+  // No bytes are there, even in an empty map; past the end they are not.
+  EXPECT_NE(DATA_MAP().slice(0, 0), nullptr);
+  EXPECT_EQ(DATA_MAP().slice(1, 0), nullptr);
 
   DATA_MAP c = map_of(LITTLE, BYTES().str("ab").str("").raw("cd"));
   for (auto [text, position] : {std::pair{"ab", 3u}, {"", 4u}, {"", 7u} /* no NUL */, {"", 8u} /* past the end */}) {
