@@ -57,7 +57,9 @@ std::string model(OFE::OBJECT_FILE *object) {
       snprintf(line, sizeof line, "section %u type %u flags %u size %u\n", s->get_index(), s->get_type(),
                s->get_flags(), s->get_size());
       out += "name " + s->get_name() + "\n" + line;
-      if (OFE::DATA_MAP *data = s->get_data()) {
+      // No contents and empty contents are the same to a reader (a COFF
+      // section without bytes has no data pointer once it is written).
+      if (OFE::DATA_MAP *data = s->get_data(); data && data->size() != 0) {
         uint64_t size = data->size();
         if (const uint8_t *bytes = data->slice(0, size))
           out.append(reinterpret_cast<const char *>(bytes), size);

@@ -43,7 +43,9 @@ DATA_MAP *ELF_SECTION::get_data() {
     data_ready_ = true;
     ELF_FILE *file = table_->get_file();
     data_.set_byte_order(file->was_read_from_stream() ? file->file_byte_order() : file->byte_order());
-    if (header_.sh_type != SHT_NOBITS && header_.sh_size != 0 && file->was_read_from_stream()) {
+    // Section 0 has no contents: its sh_size is the section count of a file
+    // with too many sections for e_shnum, however much it says.
+    if (index_ != 0 && header_.sh_type != SHT_NOBITS && header_.sh_size != 0 && file->was_read_from_stream()) {
       char what[48];
       snprintf(what, sizeof what, "contents of section %u", index_);
       if (!file->file_region(header_.sh_offset, header_.sh_size, data_, what))

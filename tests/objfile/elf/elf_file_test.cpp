@@ -61,6 +61,13 @@ TEST_P(ElfFile, SectionHeaderTableAbsentOrItsIndexExtended) {
   whole.elf()->set_shstrndx(4);
   EXPECT_EQ(whole.elf()->header().e_shstrndx, 4);
   EXPECT_EQ(whole.elf()->get_section_table()->get_section(0)->header().sh_link, 0u);
+  // Section 0 has no contents, whatever its sh_size (the extended count)
+  // says: read, they would be the bytes at its offset, the file header.
+  std::string counted = image;
+  uint32_t shoff = read_u32(reinterpret_cast<const uint8_t *>(counted.data()) + 32, ordering(GetParam()));
+  counted.replace(shoff + 20, 4, BYTES(GetParam()).u32(0x40).bytes());  // section 0's sh_size
+  OPENED zero(counted);
+  EXPECT_EQ(zero.elf()->get_section_table()->get_section(0)->get_data()->size(), 0u);
   image.replace(32, 4, std::string(4, '\0'));  // e_shoff
   image.replace(48, 2, std::string(2, '\0'));  // e_shnum
   OPENED o(image);
