@@ -217,6 +217,12 @@ void ELF_SEGMENT_TABLE::cover_items(ELF_SEGMENT &segment) {
     uint64_t offset, file_end, address, memory_end;
     if (!item_range(item, offset, file_end, address, memory_end))
       continue;
+    // A held segment with no bytes in the file only reaches into memory:
+    // its offset says nothing about where the holder's bytes lie.
+    if (item.kind == ELF_SEGMENT_SEGMENT && file_end == offset) {
+      memory_high = std::max(memory_high, memory_end);
+      continue;
+    }
     low = std::min(low, offset);
     high = std::max(high, file_end);
     if (address != ~uint64_t{0}) {
