@@ -103,9 +103,11 @@ bool ELF_FILE::load_image_for_writing() {
   if (!keeps_image())
     return true;
   // Everything up to the highest allocated byte is the loader's image; the
-  // writer lays what it places over these bytes, so gaps keep theirs.
+  // writer lays what it places over these bytes, so gaps keep theirs. The
+  // header counts as the one the write gives (an e_ehsize read from the file
+  // would keep bytes that no later copy keeps).
   ELF_SECTION_TABLE *sections = get_section_table();
-  uint64_t high = header_.e_ehsize;
+  uint64_t high = record_size<ELF32_HEADER_RECORD>();
   if (header_.e_phnum != 0)
     high = std::max<uint64_t>(high, header_.e_phoff + static_cast<uint64_t>(header_.e_phnum) * header_.e_phentsize);
   for (uint32_t i = 0; i < segments->get_count(); i++) {
