@@ -96,7 +96,8 @@ bool ELF_SEGMENT_TABLE::load(ELF_SECTION_TABLE *sections) {
 
 void ELF_SEGMENT_TABLE::find_contents(ELF_SECTION_TABLE *sections) {
   uint32_t section_count = sections ? sections->get_count() : 0;
-  uint32_t ehsize = file_->header().e_ehsize;
+  // The header a write gives, whatever e_ehsize the file said.
+  constexpr uint32_t ehsize = record_size<ELF32_HEADER_RECORD>();
   for (auto &seg : segments_) {
     const ELF32_PROGRAM_HEADER_RECORD &p = seg->header();
     uint64_t file_end = static_cast<uint64_t>(p.p_offset) + p.p_filesz;
@@ -181,7 +182,7 @@ bool ELF_SEGMENT_TABLE::item_range(ELF_SEGMENT_ITEM item, uint64_t &offset, uint
                                    uint64_t &memory_end) {
   if (item.kind == ELF_SEGMENT_FILE_HEADER) {
     offset = 0;
-    file_end = file_->header().e_ehsize;
+    file_end = record_size<ELF32_HEADER_RECORD>();  // as the write gives it
     address = memory_end = ~uint64_t{0};  // at whatever address the segment starts
     return true;
   }
