@@ -46,7 +46,10 @@ std::vector<std::string> elf_segment_flag_names(uint32_t flags) {
 }
 
 int ELF_SEGMENT::set_address(uint32_t address) {
-  return apply_change(table_->get_file()->begin_change(), [&] { header_.p_vaddr = address; });
+  return apply_change(table_->get_file()->begin_change(), [&] {
+    header_.p_vaddr = address;
+    address_given_ = true;
+  });
 }
 
 int ELF_SEGMENT::set_alignment(uint32_t alignment) {
@@ -84,7 +87,7 @@ bool ELF_SEGMENT_TABLE::load(ELF_SECTION_TABLE *sections) {
       segments_.clear();
       return false;
     }
-    segments_.push_back(std::make_unique<ELF_SEGMENT>(this, i, record));
+    segments_.push_back(std::make_unique<ELF_SEGMENT>(this, i, record, true));
   }
   find_contents(sections);
   // A read PT_PHDR segment held by a PT_LOAD segment is already in memory.
@@ -140,7 +143,7 @@ ELF_SEGMENT *ELF_SEGMENT_TABLE::add_segment(uint32_t type) {
   }
   ELF32_PROGRAM_HEADER_RECORD header{};
   header.p_type = type;
-  segments_.push_back(std::make_unique<ELF_SEGMENT>(this, get_count(), header));
+  segments_.push_back(std::make_unique<ELF_SEGMENT>(this, get_count(), header, false));
   return segments_.back().get();
 }
 
@@ -239,10 +242,11 @@ void ELF_SEGMENT_TABLE::cover_items(ELF_SEGMENT &segment) {
     return;
   p.p_offset = static_cast<uint32_t>(low);
   p.p_filesz = static_cast<uint32_t>(high - low);
-  if (p.p_vaddr == 0 && any_address && first_address >= first_offset - low)
-    p.p_vaddr = static_cast<uint32_t>(first_address - (first_offset - low));
-  if (p.p_paddr == 0)
+  if (!segment.address_given_) {
+    if (any_address && first_address >= first_offset - low)
+      p.p_vaddr = static_cast<uint32_t>(first_address - (first_offset - low));
     p.p_paddr = p.p_vaddr;
+  }
   uint64_t memory_end = std::max<uint64_t>(p.p_vaddr + static_cast<uint64_t>(p.p_filesz), memory_high);
   p.p_memsz = static_cast<uint32_t>(memory_end - p.p_vaddr);
 }
@@ -259,7 +263,7 @@ void ELF_SEGMENT_TABLE::complete_layout() {
       cover_items(*s);
   for (auto &s : segments_) {
     ELF_SEGMENT *load = s->get_type() == PT_PHDR ? find_container(s->get_index()) : nullptr;
-    if (load && s->header_.p_vaddr == 0 && s->header_.p_offset >= load->header_.p_offset) {
+    if (load && !s->address_given_ && s->header_.p_offset >= load->header_.p_offset) {
       s->header_.p_vaddr = load->header_.p_vaddr + (s->header_.p_offset - load->header_.p_offset);
       s->header_.p_paddr = load->header_.p_paddr + (s->header_.p_offset - load->header_.p_offset);
     }

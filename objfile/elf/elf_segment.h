@@ -48,8 +48,12 @@ struct ELF_SEGMENT_ITEM {
 
 class ELF_SEGMENT {
 public:
-  ELF_SEGMENT(ELF_SEGMENT_TABLE *table, uint32_t index, const ELF32_PROGRAM_HEADER_RECORD &header)
-      : table_(table), index_(index), header_(header) {}
+  // `address_given`: the header's p_vaddr and p_paddr are the segment's own
+  // (read from a file); otherwise the lay-out works them out from the items
+  // until set_address gives one.
+  ELF_SEGMENT(ELF_SEGMENT_TABLE *table, uint32_t index, const ELF32_PROGRAM_HEADER_RECORD &header,
+              bool address_given)
+      : table_(table), index_(index), header_(header), address_given_(address_given) {}
 
   uint32_t get_index() const { return index_; }
   uint32_t get_type() const { return header_.p_type; }
@@ -78,6 +82,7 @@ private:
   ELF_SEGMENT_TABLE *table_;
   uint32_t index_;
   ELF32_PROGRAM_HEADER_RECORD header_;
+  bool address_given_;
   std::vector<ELF_SEGMENT_ITEM> contents_;
 };
 

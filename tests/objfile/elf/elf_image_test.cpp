@@ -127,7 +127,31 @@ private:
   std::map<std::string, uint32_t> index_, sizes_, placed_;
 };
 
-class ElfImage : public ::testing::TestWithParam<TEST_ORDER> {};
+class ElfImage : public ::testing::TestWithParam<TEST_ORDER> {
+protected:
+  // A new ARM object of `type` in the parameter's byte order, with a
+  // four-byte allocated .text.
+  struct BUILT {
+    std::unique_ptr<OBJECT_FILE> object;
+    ELF_FILE *elf = nullptr;
+    ELF_SECTION *text = nullptr;
+  };
+  BUILT build(uint32_t type) const {
+    OF_DESCRIPTOR d{.name = {},
+                    .format = OF_FORMAT_ELF,
+                    .version = OF_VERSION_ELF1,
+                    .endian = GetParam() == LITTLE ? OF_ENDIAN_LITTLE : OF_ENDIAN_BIG,
+                    .machine = OF_MACHINE_ARM};
+    BUILT b;
+    b.object.reset(create_object(d, nullptr));
+    b.elf = get_elf_interface(b.object.get());
+    EXPECT_EQ(b.elf->set_file_type(type), 0);
+    b.text = b.elf->get_section_table()->create_section(".text", SHT_PROGBITS);
+    EXPECT_EQ(b.text->set_data("\x01\x02\x03\x04", 4), 0);
+    EXPECT_EQ(b.text->set_flags(SHF_ALLOC | SHF_EXECINSTR), 0);
+    return b;
+  }
+};
 
 }  // namespace
 
@@ -307,16 +331,8 @@ TEST_P(ElfImage, VersionRecordsUseThePublishedLayout) {
 }
 
 TEST_P(ElfImage, ABuiltSharedObjectPinsItsDynamicSectionsAndLaysOutItsSegments) {
-  OF_ENDIAN endian = GetParam() == LITTLE ? OF_ENDIAN_LITTLE : OF_ENDIAN_BIG;
-  OF_DESCRIPTOR d{
-      .name = {}, .format = OF_FORMAT_ELF, .version = OF_VERSION_ELF1, .endian = endian, .machine = OF_MACHINE_ARM};
-  std::unique_ptr<OBJECT_FILE> object(create_object(d, nullptr));
-  ELF_FILE *f = get_elf_interface(object.get());
-  ASSERT_EQ(f->set_file_type(OF_FILE_TYPE_SHARED), 0);
+  auto [object, f, text] = build(OF_FILE_TYPE_SHARED);
   ELF_SECTION_TABLE *sections = f->get_section_table();
-  ELF_SECTION *text = sections->create_section(".text", SHT_PROGBITS);
-  ASSERT_EQ(text->set_data("\x01\x02\x03\x04", 4), 0);
-  ASSERT_EQ(text->set_flags(SHF_ALLOC | SHF_EXECINSTR), 0);
   ASSERT_EQ(text->set_address(0x8000 + 0x74), 0);
   ASSERT_EQ(text->set_alignment(4), 0);
   ELF_DYNAMIC_TABLE *dynamic = f->get_dynamic_table();
@@ -362,20 +378,38 @@ TEST_P(ElfImage, ABuiltSharedObjectPinsItsDynamicSectionsAndLaysOutItsSegments) 
   EXPECT_EQ(f->get_state(), OF_STATE_LOCKED);
 }
 
+// A read segment's addresses are its own, 0 among them: the sections it
+// holds do not move it, or a copy of a copy would move it again. A new
+// segment takes its address from what it holds.
+TEST_P(ElfImage, AReadSegmentKeepsItsAddressANewOneTakesItFromItsItems) {
+  // Relocatable: a read executable keeps its whole layout anyway.
+  auto [object, f, text] = build(OF_FILE_TYPE_RELOCATABLE);
+  ASSERT_EQ(text->set_address(0x8000 + 0x54), 0);
+  ELF_SEGMENT *load = f->get_segment_table()->add_segment(PT_LOAD);
+  ASSERT_NE(load, nullptr);
+  ASSERT_EQ(load->add_file_header(), 0);
+  ASSERT_EQ(load->add_section(text->get_index()), 0);
+  std::string bytes = written(object.get());
+  ASSERT_EQ(text->header().sh_offset, 0x54u);
+  EXPECT_EQ(load->header().p_vaddr, 0x8000u);
+  EXPECT_EQ(load->header().p_paddr, 0x8000u);
+
+  std::string zeroed = bytes;
+  zeroed.replace(52 + 8, 8, 8, '\0');      // p_vaddr and p_paddr
+  zeroed.replace(52 + 20, 4, 4, '\x01');  // a p_memsz that still holds .text
+  OPENED z(zeroed);
+  std::string copy = written(z.object.get());
+  const ELF32_PROGRAM_HEADER_RECORD &p = z.elf()->get_segment_table()->get_segment(0)->header();
+  EXPECT_EQ(p.p_vaddr, 0u);
+  EXPECT_EQ(p.p_paddr, 0u);
+  EXPECT_EQ(p.p_memsz, 0x8054u + 4);
+  EXPECT_EQ(written(OPENED(copy).object.get()), copy);
+}
+
 // A dynamic section the write makes is numbered with the rest on the first
 // write already: a second write of the same object changes nothing.
 TEST_P(ElfImage, TheFirstWriteOfABuiltSharedObjectIsAlreadyInOrder) {
-  OF_DESCRIPTOR d{.name = {},
-                  .format = OF_FORMAT_ELF,
-                  .version = OF_VERSION_ELF1,
-                  .endian = GetParam() == LITTLE ? OF_ENDIAN_LITTLE : OF_ENDIAN_BIG,
-                  .machine = OF_MACHINE_ARM};
-  std::unique_ptr<OBJECT_FILE> object(create_object(d, nullptr));
-  ELF_FILE *f = get_elf_interface(object.get());
-  ASSERT_EQ(f->set_file_type(OF_FILE_TYPE_SHARED), 0);
-  ELF_SECTION *text = f->get_section_table()->create_section(".text", SHT_PROGBITS);
-  ASSERT_EQ(text->set_data("\x01\x02\x03\x04", 4), 0);
-  ASSERT_EQ(text->set_flags(SHF_ALLOC | SHF_EXECINSTR), 0);
+  auto [object, f, text] = build(OF_FILE_TYPE_SHARED);
   f->get_dynamic_table()->add_entry(DT_NULL, 0);
   std::string first = written(object.get());
   EXPECT_EQ(f->get_section_table()->get_section(1)->get_name(), ".dynamic");
