@@ -152,20 +152,20 @@ OF_SYMBOL_KIND QVCOFF_SYMBOL::get_kind() const {
 }
 
 int QVCOFF_SYMBOL::set_kind(uint32_t kind) {
-  return apply_change(begin_change(), [&] {
-    switch (kind) {
-    case OF_KIND_UNDEFINED: record_.n_scnum = N_UNDEF; return 0;
-    case OF_KIND_ABSOLUTE: record_.n_scnum = N_ABS; return 0;
-    case OF_KIND_DEBUG: record_.n_scnum = N_DEBUG; return 0;
-    case OF_KIND_DEFINED:
-      object()->set_error(OF_ERR_INVALID_REQUEST, "To mark a symbol as being defined, you must use set_section() "
-                                                  "to set its section reference");
-      return -1;
-    default:
-      object()->set_error(OF_ERR_INVALID_REQUEST, "Invalid symbol kind %x", kind);
-      return -1;
-    }
-  });
+  uint16_t section_number;
+  switch (kind) {
+  case OF_KIND_UNDEFINED: section_number = N_UNDEF; break;
+  case OF_KIND_ABSOLUTE: section_number = N_ABS; break;
+  case OF_KIND_DEBUG: section_number = N_DEBUG; break;
+  case OF_KIND_DEFINED:
+    object()->set_error(OF_ERR_INVALID_REQUEST, "To mark a symbol as being defined, you must use set_section() "
+                                                "to set its section reference");
+    return -1;
+  default:
+    object()->set_error(OF_ERR_INVALID_REQUEST, "Invalid symbol kind %x", kind);
+    return -1;
+  }
+  return apply_change(begin_change(), [&] { record_.n_scnum = section_number; });
 }
 
 int QVCOFF_SYMBOL::set_section(uint16_t section_number) {
@@ -173,21 +173,21 @@ int QVCOFF_SYMBOL::set_section(uint16_t section_number) {
 }
 
 int QVCOFF_SYMBOL::set_binding(uint32_t binding) {
+  switch (binding) {
+  case OF_BIND_GLOBAL:
+  case OF_BIND_LOCAL: break;
+  case OF_BIND_WEAK:
+    object()->set_error(OF_ERR_INVALID_REQUEST, "Weak symbol binding not supported for QV-COFF");
+    return -1;
+  default:
+    object()->set_error(OF_ERR_INVALID_REQUEST, "Invalid symbol binding value 0x%x", binding);
+    return -1;
+  }
   return apply_change(begin_change(), [&] {
-    switch (binding) {
-    case OF_BIND_GLOBAL:
+    if (binding == OF_BIND_GLOBAL)
       record_.n_sclass = record_.n_sclass == C_STATLAB ? C_EXTLAB : C_EXT;
-      return 0;
-    case OF_BIND_LOCAL:
+    else
       record_.n_sclass = record_.n_sclass == C_EXTLAB ? C_STATLAB : C_STAT;
-      return 0;
-    case OF_BIND_WEAK:
-      object()->set_error(OF_ERR_INVALID_REQUEST, "Weak symbol binding not supported for QV-COFF");
-      return -1;
-    default:
-      object()->set_error(OF_ERR_INVALID_REQUEST, "Invalid symbol binding value 0x%x", binding);
-      return -1;
-    }
   });
 }
 

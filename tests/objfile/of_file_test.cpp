@@ -91,7 +91,7 @@ TEST(StateMachine, StepsRequirementsAndFailures) {
 }
 
 std::string listing(OBJECT_FILE &f) {
-  return printed([&](FILE *out) { f.dump(out); });
+  return printed([&](FILE *out) { EXPECT_EQ(f.dump(out), 0); });
 }
 
 // The value printed on the row that `label` heads, blanks trimmed.

@@ -233,7 +233,7 @@ TEST_P(CoffFile, ChangingTheFileTypeAndByteOrder) {
     EXPECT_EQ(o.error(), text);
     EXPECT_EQ(o.error_code(), OF_ERR_INVALID_REQUEST);
     EXPECT_EQ(f->get_flags(), F_RELFLG) << "the flag word is unchanged, both order bits clear";
-    f->reset();
+    ASSERT_EQ(f->reset(), 0);
   }
   EXPECT_EQ(f->set_endian(OF_ENDIAN_BIG), 0);
   EXPECT_EQ(f->get_endian(), OF_ENDIAN_BIG);

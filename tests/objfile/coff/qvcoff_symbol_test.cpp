@@ -150,7 +150,7 @@ TEST_P(CoffSymbols, SettersAndTheirRefusals) {
       {[&] { return s->set_size(1); }, "Cannot set size of symbols with storage class C_STAT"},
   };
   for (const auto &[call, text] : refusals) {
-    f->reset();
+    ASSERT_EQ(f->reset(), 0);
     EXPECT_EQ(call(), -1) << text;
     EXPECT_EQ(o.error(), text);
     EXPECT_EQ(o.error_code(), OF_ERR_INVALID_REQUEST) << text;
@@ -163,12 +163,16 @@ TEST_P(CoffSymbols, SettersAndTheirRefusals) {
   EXPECT_EQ(std::get<QVCOFF_AUX_FUNCTION_RECORD>(t->get_aux()[0]).x_fsize, 0x1234u);
 
   // A change to a written file takes it back to "open", so that the next
-  // write prepares the symbol table again.
-  f->reset();
+  // write prepares the symbol table again; a refused one leaves it written.
+  ASSERT_EQ(f->reset(), 0);
   FILE *out = tmpfile();
   ASSERT_EQ(f->write(out), 0) << o.error();
   fclose(out);
   EXPECT_EQ(f->get_state(), OF_STATE_SAVED);
+  EXPECT_EQ(t->set_kind(0x1F), -1);
+  EXPECT_EQ(t->set_binding(OF_BIND_WEAK), -1);
+  EXPECT_EQ(f->get_state(), OF_STATE_SAVED);
+  f->clear_error();
   EXPECT_EQ(t->set_value(1), 0);
   EXPECT_EQ(f->get_state(), OF_STATE_OPEN);
   EXPECT_EQ(t->get_value(), 1u);

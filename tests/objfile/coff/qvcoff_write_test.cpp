@@ -103,7 +103,7 @@ TEST_P(CoffWrite, MwidthAndCountsBeyond65535AreCutInTheOlderLayouts) {
   EXPECT_EQ(text->set_mwidth(4), version() == 2 ? 0 : -1);
   EXPECT_EQ(o.error(), version() == 2 ? "" : "QV-COFF Version " + std::to_string(version()) +
                                                  " does not support the mwidth section header field");
-  o.file()->reset();
+  ASSERT_EQ(o.file()->reset(), 0);
   for (uint32_t i = 0; i < 65537; i++) {
     ASSERT_NE(text->relocations()->add_reloc(i, 0, 0x0011), nullptr);
     ASSERT_EQ(text->line_numbers()->add_entry(i, static_cast<uint16_t>(i + 1)), 0);

@@ -116,7 +116,7 @@ TEST_P(ElfFile, HeaderDumpUsesTheGabiNames) {
   OPENED o(builder.build());
   ASSERT_TRUE(o.object->select_dump("all", false));
   ASSERT_TRUE(o.object->select_dump("header"));
-  std::string text = printed([&](FILE *out) { o.object->dump(out); });
+  std::string text = printed([&](FILE *out) { EXPECT_EQ(o.object->dump(out), 0); });
   for (const char *expected : {"ELFCLASS32", GetParam() == LITTLE ? "ELFDATA2LSB" : "ELFDATA2MSB", "ET_REL",
                                "EM_QV_VELA", "ELFOSABI_NONE (None specified)", "ELF Class:", "32-bit objects",
                                "ELF ABIVERSION:", "ELF e_flags:", "0x00000000", "Machine:", "QV Vela"})

@@ -292,7 +292,7 @@ TEST_P(ElfImage, VersionSectionsAndSegmentAttributesAreReadWrittenAndListed) {
   EXPECT_EQ(read->get(1, PHA_PAGE), 5u);
   EXPECT_EQ(read->get(1, 0x99), 7u);
   EXPECT_EQ(read->all().front(), (ELF_SEG_ATTR{0, PHA_PAGE, 2}));
-  std::string text = printed([&](FILE *f) { c.object->dump(f); });
+  std::string text = printed([&](FILE *f) { EXPECT_EQ(c.object->dump(f), 0); });
   for (const char *expected : {"\n Program Segment Table\n\n", "<0>\n", "<2>\n", "Segment <2>", "PT_PHDR",
                                "\n Dynamic Information in \".dynamic\"\n\n", "DT_NEEDED", "\"libc.so.6\"",
                                "DT_0x70000001", "\n Version Symbols in \".gnu.version\"\n\n", "Version Index:",
@@ -302,7 +302,7 @@ TEST_P(ElfImage, VersionSectionsAndSegmentAttributesAreReadWrittenAndListed) {
                                "Other (Index):", "Hash Value:", "PHA_0x99 (7)",
                                "\n Segment Attributes in \".QV.phattrs\"\n\n"})
     EXPECT_NE(text.find(expected), std::string::npos) << expected;
-  std::string xml = printed([&](FILE *f) { c.object->dump_xml(f); });
+  std::string xml = printed([&](FILE *f) { EXPECT_EQ(c.object->dump_xml(f), 0); });
   for (const char *expected : {"<segments>", "<dynamic", "<version_definitions", "<version_needs", "<version_symbols"})
     EXPECT_NE(xml.find(expected), std::string::npos) << expected;
 }
