@@ -153,21 +153,6 @@ ELF_STRING_TABLE *ELF_FILE::get_string_table_of(uint32_t index) {
   return section ? section->strings() : nullptr;
 }
 
-uint32_t ELF_FILE::get_shstrndx() {
-  ELF_SECTION_TABLE *sections = get_section_table();
-  return sections ? sections->get_name_table_index() : 0;
-}
-
-void ELF_FILE::set_shstrndx(uint32_t index) {
-  if (ELF_SECTION_TABLE *sections = get_section_table())
-    sections->set_name_table_index(index);
-}
-
-ELF_STRING_TABLE *ELF_FILE::get_section_name_table(bool create) {
-  ELF_SECTION_TABLE *sections = get_section_table();
-  return sections ? sections->get_name_table(create) : nullptr;
-}
-
 bool ELF_FILE::get_program_header(uint32_t index, ELF32_PROGRAM_HEADER_RECORD &record) {
   if (!readable_ || index >= header_.e_phnum || header_.e_phoff == 0)
     return false;

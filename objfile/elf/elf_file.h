@@ -80,14 +80,6 @@ public:
   ELF_SYMBOL_TABLE *get_symbol_table_of(uint32_t index);
   // The string table of section `index`, or null.
   ELF_STRING_TABLE *get_string_table_of(uint32_t index);
-  // The section-name string table (e_shstrndx, or section 0's sh_link when
-  // that is SHN_XINDEX); with `create`, ".shstrtab" is found or made when
-  // the file names none.
-  ELF_STRING_TABLE *get_section_name_table(bool create);
-  // The index of the section-name string table.
-  uint32_t get_shstrndx();
-  // Makes section `index` the section-name string table.
-  void set_shstrndx(uint32_t index);
   // e_shstrndx as the section table sets it (SHN_XINDEX past the direct range).
   void set_shstrndx_field(ELF_LAYOUT_KEY, uint16_t value) { header_.e_shstrndx = value; }
   // Program headers, read on first request.

@@ -126,7 +126,8 @@ bool ELF_FILE::load_image_for_writing() {
 bool ELF_FILE::prepare_sections() {
   // Stored again so that an index that fits e_shstrndx goes there, whether
   // or not the sections move.
-  set_shstrndx(get_shstrndx());
+  ELF_SECTION_TABLE *sections = get_section_table();
+  sections->set_name_table_index(sections->get_name_table_index());
   // The dynamic and version tables may make their sections: that happens
   // before the sections are put in order, or the first write of a built
   // shared object would number them differently from every later one.
@@ -205,7 +206,7 @@ bool ELF_FILE::prepare_strings() {
   ELF_SECTION_TABLE *sections = get_section_table();
   if (sections->get_count() == 0)
     return true;
-  ELF_STRING_TABLE *names = get_section_name_table(true);
+  ELF_STRING_TABLE *names = sections->get_name_table(true);
   // Tables of names this file owns are rebuilt from the names in use; a
   // loaded image's tables keep their bytes.
   std::set<ELF_STRING_TABLE *> rebuilt;

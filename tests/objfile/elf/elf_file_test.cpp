@@ -54,13 +54,14 @@ TEST_P(ElfFile, SectionHeaderTableAbsentOrItsIndexExtended) {
   builder.add_symtab({{"g", 0, 0, 0x10, 0, 1}});
   std::string image = builder.build();
   OPENED whole(image);
-  whole.elf()->set_shstrndx(70000);
+  ELF_SECTION_TABLE *sections = whole.elf()->get_section_table();
+  sections->set_name_table_index(70000);
   EXPECT_EQ(whole.elf()->header().e_shstrndx, SHN_XINDEX);
-  EXPECT_EQ(whole.elf()->get_section_table()->get_section(0)->header().sh_link, 70000u);
-  EXPECT_EQ(whole.elf()->get_shstrndx(), 70000u);
-  whole.elf()->set_shstrndx(4);
+  EXPECT_EQ(sections->get_section(0)->header().sh_link, 70000u);
+  EXPECT_EQ(sections->get_name_table_index(), 70000u);
+  sections->set_name_table_index(4);
   EXPECT_EQ(whole.elf()->header().e_shstrndx, 4);
-  EXPECT_EQ(whole.elf()->get_section_table()->get_section(0)->header().sh_link, 0u);
+  EXPECT_EQ(sections->get_section(0)->header().sh_link, 0u);
   // Section 0 has no contents, whatever its sh_size (the extended count)
   // says: read, they would be the bytes at its offset, the file header.
   std::string counted = image;

@@ -69,7 +69,7 @@ TEST_P(ElfWrite, SectionsAreRenumberedClassByClassAndEveryReferenceFollows) {
   EXPECT_EQ(symtab->header().sh_link, o.section(".strtab")->get_index());
   EXPECT_EQ(rels->header().sh_link, symtab->get_index());
   EXPECT_EQ(rels->header().sh_info, text);
-  EXPECT_EQ(o.elf()->get_shstrndx(), 7u);
+  EXPECT_EQ(o.elf()->get_section_table()->get_name_table_index(), 7u);
   ELF_GROUP_TABLE *group = o.section(".group")->group();
   ASSERT_EQ(group->get_count(), 1u);
   EXPECT_EQ(group->get_member_index(0), text);
@@ -245,9 +245,9 @@ TEST_P(ElfWrite, ExtendedNumberingStartsAt65280Sections) {
     EXPECT_EQ(t->get_count(), expected);
     EXPECT_EQ(h.e_shnum, extended ? 0u : expected) << total;
     EXPECT_EQ(t->get_section(0)->header().sh_size, extended ? expected : 0u) << total;
-    uint32_t names = o.elf()->get_shstrndx();
+    uint32_t names = t->get_name_table_index();
     EXPECT_EQ(h.e_shstrndx, names > ELF_MAX_DIRECT_SECTIONS ? SHN_XINDEX : names);
-    EXPECT_EQ(t->get_section(o.elf()->get_shstrndx())->get_name(), ".shstrtab");
+    EXPECT_EQ(t->get_section(names)->get_name(), ".shstrtab");
     OF_SYMBOL *s = o.object->get_symbol_table()->find_symbol("far");
     ASSERT_NE(s, nullptr);
     EXPECT_EQ(static_cast<ELF_SYMBOL *>(s)->record().st_shndx, total - 2 >= SHN_LORESERVE ? SHN_XINDEX : total - 2);
