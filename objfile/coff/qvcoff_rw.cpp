@@ -1,5 +1,6 @@
 #include "objfile/coff/qvcoff_rw.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace OFE {
@@ -145,6 +146,18 @@ bool name_is_inline(const std::array<uint8_t, 8> &name) {
 
 uint32_t name_string_offset(const std::array<uint8_t, 8> &name, BYTE_ORDERING order) {
   return read_u32(name.data() + 4, order);
+}
+
+std::array<uint8_t, 8> string_name_field(uint32_t offset, BYTE_ORDERING order) {
+  std::array<uint8_t, 8> field{};
+  write_u32(field.data() + 4, offset, order);
+  return field;
+}
+
+std::array<uint8_t, 8> inline_name_field(const std::string &name) {
+  std::array<uint8_t, 8> field{};
+  std::copy_n(name.begin(), std::min<size_t>(name.size(), field.size()), field.begin());
+  return field;
 }
 
 std::string inline_name(const std::array<uint8_t, 8> &name) {

@@ -361,6 +361,10 @@ std::optional<QVCOFF_SECTION_HEADER> decode_section_header(const uint8_t *bytes,
 // otherwise a string-table offset in bytes 4-7 (in the file's order).
 [[nodiscard]] bool name_is_inline(const std::array<uint8_t, 8> &name);
 uint32_t name_string_offset(const std::array<uint8_t, 8> &name, BYTE_ORDERING order);
+// The field of a name kept in the string table at `offset`.
+std::array<uint8_t, 8> string_name_field(uint32_t offset, BYTE_ORDERING order);
+// The field of a name written inline: its first 8 characters, zero-padded.
+std::array<uint8_t, 8> inline_name_field(const std::string &name);
 // The inline text: up to 8 characters, whole when it has no terminator.
 std::string inline_name(const std::array<uint8_t, 8> &name);
 

@@ -421,21 +421,22 @@ bool QVCOFF_SYMBOL_TABLE::encode(QVCOFF_STRING_TABLE *strings, std::vector<uint8
   BYTE_ORDERING order = file_->byte_order();
   uint32_t count = get_count();
   out.assign(uint64_t{count} * QVCOFF_SYMBOL_SIZE, 0);
-  std::vector<uint32_t> unnamed;
+  // Empty names point at the empty string the table ends with, once every
+  // other name is in it.
+  std::vector<std::pair<uint32_t, QVCOFF_SYMBOL_RECORD>> unnamed;
   for (QVCOFF_SYMBOL *s : qvcoff_symbols()) {
     uint32_t i = s->get_index();
     QVCOFF_SYMBOL_RECORD rec = s->record_;
-    rec.n_name = {};
     const std::string &name = s->get_name();
     if (name.empty())
-      unnamed.push_back(i);
+      unnamed.emplace_back(i, rec);
     if (name.size() <= 8) {
-      std::copy(name.begin(), name.end(), rec.n_name.begin());
+      rec.n_name = inline_name_field(name);
     } else {
       std::optional<uint32_t> offset = strings->add_string(name);
       if (!offset)
         return false;
-      write_u32(rec.n_name.data() + 4, *offset, order);
+      rec.n_name = string_name_field(*offset, order);
     }
     uint8_t *at = out.data() + uint64_t{i} * QVCOFF_SYMBOL_SIZE;
     ::encode(rec, order, at);
@@ -449,8 +450,10 @@ bool QVCOFF_SYMBOL_TABLE::encode(QVCOFF_STRING_TABLE *strings, std::vector<uint8
   std::optional<uint32_t> offset = strings->empty_name_offset();
   if (!offset)
     return false;
-  for (uint32_t i : unnamed)
-    write_u32(out.data() + uint64_t{i} * QVCOFF_SYMBOL_SIZE + 4, *offset, order);
+  for (auto &[i, rec] : unnamed) {
+    rec.n_name = string_name_field(*offset, order);
+    ::encode(rec, order, out.data() + uint64_t{i} * QVCOFF_SYMBOL_SIZE);
+  }
   return true;
 }
 

@@ -97,16 +97,14 @@ bool QVCOFF_FILE::prepare_strings() {
   for (uint32_t i = 1; i <= sections->get_count(); i++) {
     QVCOFF_SECTION *s = sections->get_qvcoff_section(i);
     std::string name = s->get_name();
-    std::array<uint8_t, 8> field{};
     if (long_names && name.size() > 8) {
       std::optional<uint32_t> offset = strings->add_string(name);
       if (!offset)
         return false;
-      write_u32(field.data() + 4, *offset, order_);
+      s->set_name_field({}, string_name_field(*offset, order_));
     } else {
-      std::copy_n(name.begin(), std::min<size_t>(name.size(), 8), field.begin());
+      s->set_name_field({}, inline_name_field(name));
     }
-    s->set_name_field({}, field);
   }
   if (!get_qvcoff_symbol_table()->encode(strings, symbol_bytes_))
     return false;
@@ -118,9 +116,7 @@ bool QVCOFF_FILE::prepare_strings() {
     std::optional<uint32_t> offset = strings->empty_name_offset();
     if (!offset)
       return false;
-    std::array<uint8_t, 8> field = s->get_header().s_name;
-    write_u32(field.data() + 4, *offset, order_);
-    s->set_name_field({}, field);
+    s->set_name_field({}, string_name_field(*offset, order_));
   }
   string_bytes_.clear();
   DATA_MAP &data = strings->data();
