@@ -117,15 +117,24 @@ bool ELF_FILE::load_sections() {
   return true;
 }
 
-ELF_SECTION_TABLE *ELF_FILE::get_section_table() {
-  if (!sections_) {
+template <class TABLE, class LOAD> TABLE *ELF_FILE::loaded_once(std::unique_ptr<TABLE> &slot, LOAD &&load) {
+  if (!slot) {
     if (!enter_builder())
       return nullptr;
-    sections_ = std::make_unique<ELF_SECTION_TABLE>(this);
-    (void)load_sections();  // a failed load leaves no sections and the error pending
+    slot = std::make_unique<TABLE>(this);
+    bool loaded = load(*slot);
     building_ = false;
+    if (!loaded)
+      slot.reset();
   }
-  return sections_.get();
+  return slot.get();
+}
+
+ELF_SECTION_TABLE *ELF_FILE::get_section_table() {
+  return loaded_once(sections_, [this](ELF_SECTION_TABLE &) {
+    (void)load_sections();  // a failed load leaves no sections and the error pending
+    return true;
+  });
 }
 
 OF_SYMBOL_TABLE *ELF_FILE::get_symbol_table() {
@@ -176,55 +185,41 @@ ELF_DYNAMIC_TABLE *ELF_FILE::get_dynamic_table() {
                                       "executable or a shared object");
     return nullptr;
   }
-  if (!dynamic_) {
-    get_section_table();
-    if (!enter_builder())
-      return nullptr;
-    dynamic_ = std::make_unique<ELF_DYNAMIC_TABLE>(this);
-    dynamic_->load();
-    building_ = false;
-  }
-  return dynamic_.get();
+  get_section_table();
+  return loaded_once(dynamic_, [](ELF_DYNAMIC_TABLE &table) {
+    table.load();
+    return true;
+  });
 }
 
 ELF_SEGMENT_TABLE *ELF_FILE::get_segment_table() {
-  if (!segments_) {
-    ELF_SECTION_TABLE *sections = get_section_table();  // contents are found among the sections
-    if (!enter_builder())
-      return nullptr;
-    auto table = std::make_unique<ELF_SEGMENT_TABLE>(this);
-    bool loaded = table->load(sections);
-    building_ = false;
-    if (!loaded)
-      return nullptr;
-    segments_ = std::move(table);
-  }
-  return segments_.get();
+  ELF_SECTION_TABLE *sections = get_section_table();  // contents are found among the sections
+  return loaded_once(segments_, [sections](ELF_SEGMENT_TABLE &table) { return table.load(sections); });
 }
-
-namespace {
-
-// Made and loaded the first time it is asked for.
-template <class TABLE> TABLE *loaded_once(std::unique_ptr<TABLE> &slot, ELF_FILE *file) {
-  if (!slot) {
-    slot = std::make_unique<TABLE>(file);
-    slot->load();
-  }
-  return slot.get();
-}
-
-}  // namespace
 
 ELF_SEG_ATTR_DB *ELF_FILE::get_seg_attr_db() {
-  if (!seg_attrs_) {
-    ELF_SECTION_TABLE *sections = get_section_table();
-    seg_attrs_ = std::make_unique<ELF_SEG_ATTR_DB>(this);
-    seg_attrs_->load(sections);
-  }
-  return seg_attrs_.get();
+  ELF_SECTION_TABLE *sections = get_section_table();
+  return loaded_once(seg_attrs_, [sections](ELF_SEG_ATTR_DB &table) {
+    table.load(sections);
+    return true;
+  });
 }
-ELF_VERDEF_TABLE *ELF_FILE::get_verdef_table() { return loaded_once(verdefs_, this); }
-ELF_VERNEED_TABLE *ELF_FILE::get_verneed_table() { return loaded_once(verneeds_, this); }
+
+ELF_VERDEF_TABLE *ELF_FILE::get_verdef_table() {
+  get_section_table();
+  return loaded_once(verdefs_, [](ELF_VERDEF_TABLE &table) {
+    table.load();
+    return true;
+  });
+}
+
+ELF_VERNEED_TABLE *ELF_FILE::get_verneed_table() {
+  get_section_table();
+  return loaded_once(verneeds_, [](ELF_VERNEED_TABLE &table) {
+    table.load();
+    return true;
+  });
+}
 
 bool ELF_FILE::keeps_image() const {
   return was_read_from_stream() && (header_.e_type == ET_EXEC || header_.e_type == ET_DYN);
