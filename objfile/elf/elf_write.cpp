@@ -91,11 +91,15 @@ bool ELF_FILE::load_for_writing() {
 }
 
 bool ELF_FILE::load_image_for_writing() {
-  ELF_SEGMENT_TABLE *segments = get_segment_table();
-  if (!segments)
+  // The tables the write encodes again are read before it; a file without
+  // program headers or segment attributes (most relocatable files) has
+  // none of them to read.
+  bool image = header_.e_type == ET_EXEC || header_.e_type == ET_DYN;
+  if ((image || segments_ || header_.e_phnum != 0) && !get_segment_table())
     return false;
-  get_seg_attr_db();
-  if (header_.e_type != ET_EXEC && header_.e_type != ET_DYN)
+  if (seg_attrs_ || get_section_table()->find_section_by_type(SHT_QV_PHATTRS))
+    get_seg_attr_db();
+  if (!image)
     return true;
   get_dynamic_table();
   get_verdef_table();
@@ -110,8 +114,8 @@ bool ELF_FILE::load_image_for_writing() {
   uint64_t high = record_size<ELF32_HEADER_RECORD>();
   if (header_.e_phnum != 0)
     high = std::max<uint64_t>(high, header_.e_phoff + static_cast<uint64_t>(header_.e_phnum) * header_.e_phentsize);
-  for (uint32_t i = 0; i < segments->get_count(); i++) {
-    const ELF32_PROGRAM_HEADER_RECORD &p = segments->get_segment(i)->header();
+  for (uint32_t i = 0; i < segments_->get_count(); i++) {
+    const ELF32_PROGRAM_HEADER_RECORD &p = segments_->get_segment(i)->header();
     high = std::max<uint64_t>(high, static_cast<uint64_t>(p.p_offset) + p.p_filesz);
   }
   for (uint32_t i = 1; i < sections->get_count(); i++) {
