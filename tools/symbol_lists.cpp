@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "objfile/of_binding_edit.h"
 #include "objfile/of_symbol.h"
 #include "tools/tool_support.h"
 
