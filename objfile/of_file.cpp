@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "objfile/of_index_map.h"
 #include "objfile/of_section.h"
 #include "objfile/of_symbol.h"
 #include "support/xml_writer.h"
@@ -112,6 +113,20 @@ void OBJECT_FILE::set_error_handler(OF_ERROR_HANDLER handler) {
   if (handler_ && error_code_ != OF_ERR_NONE)
     handler_(this, error_code_, error_text_.c_str());
 }
+
+// Every table that holds section or symbol indexes is on its file's list
+// while it lives, so that the write pipeline can hand it the published maps.
+OF_INDEX_HOLDER::OF_INDEX_HOLDER(OBJECT_FILE *file) : file_(file) {
+  if (file_)
+    file_->add_index_holder(this);
+}
+
+OF_INDEX_HOLDER::~OF_INDEX_HOLDER() {
+  if (file_)
+    file_->remove_index_holder(this);
+}
+
+void OBJECT_FILE::remove_index_holder(OF_INDEX_HOLDER *holder) { std::erase(index_holders_, holder); }
 
 void OBJECT_FILE::note_short_read(const char *what, FILE_OFFSET offset) {
   if (!short_read_.empty())
