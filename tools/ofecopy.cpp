@@ -347,13 +347,17 @@ bool edit_object(OFE::OBJECT_FILE &object, std::vector<EDIT> &edits, tools::SYMB
 // Writes the edited object to `stream`; false, with the message, when it
 // cannot be written or was not read whole.
 bool write_object(OFE::OBJECT_FILE &object, const tools::REPORTS &reports, FILE *stream, const std::string &output) {
-  if (object.write(stream) != 0 || reports.errors != 0) {
+  // Every table is read before a byte is written: a copy of one the file
+  // did not hold whole would pass zeros on as if they were data, and those
+  // zeros (a section whose headers say gigabytes) are not written at all.
+  bool loaded = object.load_everything() && reports.errors == 0;
+  if (loaded && !tools::read_completely(object, object.get_file_name()))
+    return false;
+  if (!loaded || object.write(stream) != 0 || reports.errors != 0) {
     if (reports.errors == 0)
       tools::error("cannot write '%s'", output.c_str());
     return false;
   }
-  // Writing read every table; a copy of one the file did not hold whole
-  // would pass zeros on as if they were data.
   return tools::read_completely(object, object.get_file_name());
 }
 

@@ -196,26 +196,30 @@ std::string unwrapped(std::string text) {
 
 // A section whose raw data, relocations or line numbers run past the end of
 // the file cannot be copied faithfully: no output, exit 1, and a message
-// that names what was cut.
+// that names what was cut. It is refused before anything is written: under
+// a 1 MiB file-size limit, a section whose header says a gigabyte is refused
+// the same way.
 TEST_P(OfecopyCoff, AFileWithATablePastItsEndIsNotCopied) {
   struct CASE {
     uint32_t COFF_SECTION_DEF::*pointer;
     uint32_t COFF_SECTION_DEF::*count;
+    uint32_t count_value;
     uint32_t back;  // bytes of it inside the file
     const char *what;
   } cases[] = {
-      {&COFF_SECTION_DEF::scnptr, &COFF_SECTION_DEF::size, 2, "raw data"},
-      {&COFF_SECTION_DEF::relptr, &COFF_SECTION_DEF::nreloc, 4, "relocation table"},
-      {&COFF_SECTION_DEF::lnnoptr, &COFF_SECTION_DEF::nlnno, 3, "line number table"},
+      {&COFF_SECTION_DEF::scnptr, &COFF_SECTION_DEF::size, 2, 2, "raw data"},
+      {&COFF_SECTION_DEF::scnptr, &COFF_SECTION_DEF::size, 0x40000000, 2, "raw data"},
+      {&COFF_SECTION_DEF::relptr, &COFF_SECTION_DEF::nreloc, 2, 4, "relocation table"},
+      {&COFF_SECTION_DEF::lnnoptr, &COFF_SECTION_DEF::nlnno, 2, 3, "line number table"},
   };
   for (const CASE &k : cases) {
     COFF_IMAGE c = rich_image(version(), order());
     c.sections.push_back({.name = ".cut"});
-    c.sections.back().*k.count = 2;
+    c.sections.back().*k.count = k.count_value;
     uint32_t at = static_cast<uint32_t>(c.build().size()) - k.back;
     c.sections.back().*k.pointer = at;
     dir.write("in.obj", c.build());
-    RUN_RESULT r = ofecopy({"in.obj", "out.obj"});
+    RUN_RESULT r = run({"/bin/sh", "-c", "ulimit -f 1024 && exec \"$0\" in.obj out.obj", ofecopy_path()}, dir.path());
     char expected[200];
     snprintf(expected, sizeof expected,
              "ofecopy: 'in.obj' could not be read completely: the %s of section %zu (\".cut\") at offset 0x%x "
