@@ -102,16 +102,6 @@ bool copy_member(ARCHIVE *in, AR_MEMBER *m, AR_MEMBER *target, const COPY_OBJECT
 
 }  // namespace
 
-bool is_library(const char *path) {
-  FILE *stream = fopen(path, "rb");
-  if (!stream)
-    return false;
-  char magic[AR_MAGIC_SIZE];
-  bool library = fread(magic, 1, sizeof magic, stream) == sizeof magic && memcmp(magic, AR_MAGIC, AR_MAGIC_SIZE) == 0;
-  fclose(stream);
-  return library;
-}
-
 namespace {
 // Both archives live until the process ends, as the archiver's own do.
 ARCHIVE *library_out = nullptr, *library_in = nullptr;

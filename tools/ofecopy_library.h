@@ -22,10 +22,6 @@ using COPY_OBJECT = std::function<bool(OFE::OBJECT_FILE &object, const REPORTS &
 // failed (one matched in no member).
 using CHECK_EDITS = std::function<bool(uint32_t objects)>;
 
-// Whether the file at `path` begins as a library does; false when it
-// cannot be read (opening it as an object then says why).
-[[nodiscard]] bool is_library(const char *path);
-
 // Copies the library `input` to `output` with `copy` applied to each object
 // member, and writes it the way the archiver rewrites a library. False, with
 // the message printed and `output` as it was, on any failure.

@@ -196,14 +196,10 @@ private:
         xml_.empty("unreadable", {{"name", path}});
       return false;
     }
-    char magic[AR_MAGIC_SIZE];
-    bool is_archive = fread(magic, 1, sizeof magic, stream) == sizeof magic &&
-                      memcmp(magic, AR_MAGIC, AR_MAGIC_SIZE) == 0;
-    if (is_archive) {
+    if (tools::is_library(stream)) {
       fclose(stream);
       return list_archive(path);
     }
-    rewind(stream);
     if (listing() && !options_.xml)
       printf("\nFile: %s\n", printable(path).c_str());
     bool ok = list_object(stream, 0, path, path, false);

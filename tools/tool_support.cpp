@@ -9,6 +9,7 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "archiver/ar_archive.h"
 #include "archiver/banner.h"
 #include "support/ending_signals.h"
 #include "support/tool_name.h"
@@ -135,6 +136,22 @@ bool open_object_file(const char *path, REPORTS &reports, OPENED_OBJECT &opened)
     return false;
   }
   return true;
+}
+
+bool is_library(FILE *stream) {
+  char magic[AR_MAGIC_SIZE];
+  bool library = fread(magic, 1, sizeof magic, stream) == sizeof magic && memcmp(magic, AR_MAGIC, AR_MAGIC_SIZE) == 0;
+  rewind(stream);
+  return library;
+}
+
+bool is_library(const char *path) {
+  FILE *stream = fopen(path, "rb");
+  if (!stream)
+    return false;
+  bool library = is_library(stream);
+  fclose(stream);
+  return library;
 }
 
 bool read_completely(const OFE::OBJECT_FILE &object, const std::string &input) {

@@ -51,6 +51,12 @@ struct OPENED_OBJECT {
 // not a regular file or cannot be opened.
 FILE *open_input_file(const char *path);
 
+// Whether `stream` begins as a library does; it is left at its start.
+[[nodiscard]] bool is_library(FILE *stream);
+// Whether the file at `path` begins as a library does; false when it
+// cannot be read (opening it as an object then says why).
+[[nodiscard]] bool is_library(const char *path);
+
 // Opens `path` as an object file; false with a message when it cannot be
 // read or is not an object.
 [[nodiscard]] bool open_object_file(const char *path, REPORTS &reports, OPENED_OBJECT &opened);
