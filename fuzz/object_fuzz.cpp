@@ -111,18 +111,12 @@ bool write_to_memory(OFE::OBJECT_FILE *object, std::string &bytes) {
   abort();
 }
 
-// Whether a write left no error behind but warnings: a write that reported
-// one ("section 0 is not a NULL section", say) is not a result a caller
-// keeps, and the tools refuse it.
-bool reported_nothing_wrong(OFE::OBJECT_FILE *object) {
-  uint32_t code = object->get_error_code();
-  return code == OFE::OF_ERR_NONE || code == OFE::OF_ERR_WARNING || code == OFE::OF_ERR_LIMITATION;
-}
-
 // Writes the object, reads the result back and holds it to the oracle.
 void rewrite(OFE::OBJECT_FILE *object, FILE *sink) {
   std::string first;
-  if (!write_to_memory(object, first) || !reported_nothing_wrong(object) || !object->was_read_completely())
+  // A write that reported an error ("section 0 is not a NULL section", say)
+  // is not a result a caller keeps, and the tools refuse it.
+  if (!write_to_memory(object, first) || object->has_failed() || !object->was_read_completely())
     return;
   std::string written = model(object);
   if (written == UNREADABLE)

@@ -47,7 +47,7 @@ const DUMP_KEYWORD *find_keyword(const char *keyword) {
 // Warnings (4, 6) give way to everything else, the soft error 8 to the hard
 // codes; a hard code (1, 2, 3, 5, 7) is never replaced.
 bool keeps_pending(uint32_t pending, uint32_t incoming) {
-  bool incoming_warning = incoming == OF_ERR_WARNING || incoming == OF_ERR_LIMITATION;
+  bool incoming_warning = is_warning(incoming);
   switch (pending) {
   case OF_ERR_WARNING:
   case OF_ERR_LIMITATION:

@@ -209,6 +209,8 @@ public:
   // system's reason (errno, as the failed call left it).
   void set_write_error();
   uint32_t get_error_code() const { return error_code_; }
+  // Whether an error other than a warning is pending.
+  [[nodiscard]] bool has_failed() const { return error_code_ != OF_ERR_NONE && !is_warning(error_code_); }
   // The pending error's text; empty when none is pending.
   const std::string &get_error_text() const { return error_text_; }
   // Forgets the pending error.

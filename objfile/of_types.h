@@ -89,6 +89,10 @@ enum OF_ERROR_CODE : uint32_t {
   OF_ERR_SOFT = 8,             // ranked between the warnings and the rest
 };
 
+// The codes that only warn (4 and 6): what they report was done, or done
+// as near as the format allows.
+constexpr bool is_warning(uint32_t code) { return code == OF_ERR_WARNING || code == OF_ERR_LIMITATION; }
+
 // Printed names. Values outside an enumeration print as its "unknown" text.
 const char *format_name(uint32_t format);           // "ELF", "QV-COFF", "UNKNOWN"
 const char *format_version_name(uint32_t version);  // "0", "1", "2", "1", "unknown format version"

@@ -91,7 +91,7 @@ void discard_on_signal(REPLACEMENT_FILE *file) { pending_output = file; }
 
 OFE::OF_ERROR_HANDLER reporting_handler(REPORTS &reports) {
   return [&reports](OFE::OBJECT_FILE *object, uint32_t code, const char *text) {
-    if (code == OFE::OF_ERR_WARNING || code == OFE::OF_ERR_LIMITATION) {
+    if (OFE::is_warning(code)) {
       reports.warnings++;
       if (*text)
         USER_MSG::instance().warning(1, "%s", text);

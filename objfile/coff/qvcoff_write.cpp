@@ -52,8 +52,7 @@ bool QVCOFF_FILE::load_for_writing() {
     (void)s->group();
   }
   symbols->load_for_writing();
-  uint32_t code = get_error_code();
-  return code == OF_ERR_NONE || code == OF_ERR_WARNING || code == OF_ERR_LIMITATION;
+  return !has_failed();
 }
 
 // Sections are renumbered only by edits (removal), which publish their map.

@@ -1,6 +1,7 @@
 #include "objfile/elf/elf_file.h"
 
 #include <cstdarg>
+#include <type_traits>
 
 #include "objfile/elf/elf_dynamic.h"
 #include "objfile/elf/elf_scnattr.h"
@@ -122,7 +123,11 @@ template <class TABLE, class LOAD> TABLE *ELF_FILE::loaded_once(std::unique_ptr<
     if (!enter_builder())
       return nullptr;
     slot = std::make_unique<TABLE>(this);
-    bool loaded = load(*slot);
+    bool loaded = true;
+    if constexpr (std::is_void_v<decltype(load(*slot))>)
+      load(*slot);
+    else
+      loaded = load(*slot);
     building_ = false;
     if (!loaded)
       slot.reset();
@@ -131,10 +136,8 @@ template <class TABLE, class LOAD> TABLE *ELF_FILE::loaded_once(std::unique_ptr<
 }
 
 ELF_SECTION_TABLE *ELF_FILE::get_section_table() {
-  return loaded_once(sections_, [this](ELF_SECTION_TABLE &) {
-    (void)load_sections();  // a failed load leaves no sections and the error pending
-    return true;
-  });
+  // A failed load leaves no sections and the error pending.
+  return loaded_once(sections_, [this](ELF_SECTION_TABLE &) { (void)load_sections(); });
 }
 
 OF_SYMBOL_TABLE *ELF_FILE::get_symbol_table() {
@@ -186,10 +189,7 @@ ELF_DYNAMIC_TABLE *ELF_FILE::get_dynamic_table() {
     return nullptr;
   }
   get_section_table();
-  return loaded_once(dynamic_, [](ELF_DYNAMIC_TABLE &table) {
-    table.load();
-    return true;
-  });
+  return loaded_once(dynamic_, [](ELF_DYNAMIC_TABLE &table) { table.load(); });
 }
 
 ELF_SEGMENT_TABLE *ELF_FILE::get_segment_table() {
@@ -199,26 +199,17 @@ ELF_SEGMENT_TABLE *ELF_FILE::get_segment_table() {
 
 ELF_SEG_ATTR_DB *ELF_FILE::get_seg_attr_db() {
   ELF_SECTION_TABLE *sections = get_section_table();
-  return loaded_once(seg_attrs_, [sections](ELF_SEG_ATTR_DB &table) {
-    table.load(sections);
-    return true;
-  });
+  return loaded_once(seg_attrs_, [sections](ELF_SEG_ATTR_DB &table) { table.load(sections); });
 }
 
 ELF_VERDEF_TABLE *ELF_FILE::get_verdef_table() {
   get_section_table();
-  return loaded_once(verdefs_, [](ELF_VERDEF_TABLE &table) {
-    table.load();
-    return true;
-  });
+  return loaded_once(verdefs_, [](ELF_VERDEF_TABLE &table) { table.load(); });
 }
 
 ELF_VERNEED_TABLE *ELF_FILE::get_verneed_table() {
   get_section_table();
-  return loaded_once(verneeds_, [](ELF_VERNEED_TABLE &table) {
-    table.load();
-    return true;
-  });
+  return loaded_once(verneeds_, [](ELF_VERNEED_TABLE &table) { table.load(); });
 }
 
 bool ELF_FILE::keeps_image() const {

@@ -86,8 +86,7 @@ bool ELF_FILE::load_for_writing() {
   (void)get_alias_table();
   if (!load_image_for_writing())
     return false;
-  return get_error_code() == OF_ERR_NONE || get_error_code() == OF_ERR_WARNING ||
-         get_error_code() == OF_ERR_LIMITATION;
+  return !has_failed();
 }
 
 bool ELF_FILE::load_image_for_writing() {
