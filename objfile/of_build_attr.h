@@ -103,7 +103,7 @@ public:
   // that cannot be stored (index + bias would be 0, the list's terminator:
   // ELF section or symbol 0, or 0xFFFFFFFF with the COFF bias).
   [[nodiscard]] bool set_index(uint32_t position, uint32_t index);
-  bool add_index(uint32_t index);
+  [[nodiscard]] bool add_index(uint32_t index);
   [[nodiscard]] bool has_index(uint32_t index) const;
   std::vector<uint32_t> get_indexes() const;
 

@@ -36,7 +36,7 @@ public:
 
   // 0, or -1 with error 5 when the state is above (below) `state`.
   [[nodiscard]] int require_state_at_most(uint32_t state);
-  int require_state_at_least(uint32_t state);
+  [[nodiscard]] int require_state_at_least(uint32_t state);
   // Steps up or down one state at a time through the hooks; on a failing
   // step the machine stays in the last state reached and the result is -1.
   [[nodiscard]] int set_state(uint32_t state);

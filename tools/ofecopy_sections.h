@@ -46,8 +46,8 @@ const char *long_form(const std::string &short_flag);
 
 // Each step: false with the message printed when an edit is refused or a
 // name matches nothing.
-bool dump_sections(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan);
-bool remove_and_strip(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan);
-bool add_and_flag(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan);
+[[nodiscard]] bool dump_sections(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan);
+[[nodiscard]] bool remove_and_strip(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan);
+[[nodiscard]] bool add_and_flag(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan);
 
 }  // namespace ofecopy

@@ -134,11 +134,11 @@ protected:
 
   // The write pipeline (qvcoff_write.cpp).
   [[nodiscard]] bool load_for_writing() override;
-  bool prepare_sections() override;
+  [[nodiscard]] bool prepare_sections() override;
   [[nodiscard]] bool prepare_symbols() override;
-  bool prepare_dependents() override;
+  [[nodiscard]] bool prepare_dependents() override;
   [[nodiscard]] bool prepare_strings() override;
-  bool lay_out() override;
+  [[nodiscard]] bool lay_out() override;
   [[nodiscard]] bool write_out(FILE *stream) override;
 
 private:

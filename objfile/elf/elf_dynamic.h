@@ -42,9 +42,9 @@ public:
   // 0 and the field in `value`, or -1 (error 5) when the tag has no such
   // field.
   [[nodiscard]] int get_val(uint32_t &value) const { return get_field(ELF_DYN_VALUE, "val", value); }
-  int set_val(uint32_t value) { return set_field(ELF_DYN_VALUE, "val", value); }
+  [[nodiscard]] int set_val(uint32_t value) { return set_field(ELF_DYN_VALUE, "val", value); }
   [[nodiscard]] int get_ptr(uint32_t &address) const { return get_field(ELF_DYN_POINTER, "ptr", address); }
-  int set_ptr(uint32_t address) { return set_field(ELF_DYN_POINTER, "ptr", address); }
+  [[nodiscard]] int set_ptr(uint32_t address) { return set_field(ELF_DYN_POINTER, "ptr", address); }
   const ELF32_DYN_RECORD &record() const { return record_; }
 
 private:
@@ -52,7 +52,7 @@ private:
   [[nodiscard]] bool allowed(ELF_DYNAMIC_KIND kind, const char *field, const char *verb) const;
   // d_un read or written as `field`, when the tag's kind has that field.
   [[nodiscard]] int get_field(ELF_DYNAMIC_KIND kind, const char *field, uint32_t &value) const;
-  int set_field(ELF_DYNAMIC_KIND kind, const char *field, uint32_t value);
+  [[nodiscard]] int set_field(ELF_DYNAMIC_KIND kind, const char *field, uint32_t value);
 
   ELF_DYNAMIC_TABLE *table_;
   ELF32_DYN_RECORD record_;

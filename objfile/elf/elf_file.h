@@ -150,11 +150,11 @@ protected:
 
   // The write pipeline (elf_write.cpp).
   [[nodiscard]] bool load_for_writing() override;
-  bool prepare_sections() override;
+  [[nodiscard]] bool prepare_sections() override;
   [[nodiscard]] bool prepare_symbols() override;
-  bool prepare_dependents() override;
+  [[nodiscard]] bool prepare_dependents() override;
   [[nodiscard]] bool prepare_strings() override;
-  bool lay_out() override;
+  [[nodiscard]] bool lay_out() override;
   [[nodiscard]] bool write_out(FILE *stream) override;
 
 private:
@@ -168,7 +168,7 @@ private:
   // Whether a section of a kept image lies over the file header or a header
   // table; error 3 naming the first one that does.
   [[nodiscard]] bool image_overlaps_headers();
-  bool load_sections();
+  [[nodiscard]] bool load_sections();
   // False, with error 7, when the guarded builder is already running.
   [[nodiscard]] bool enter_builder();
   // The one way a table of the file comes to be: made and loaded the first

@@ -93,7 +93,7 @@ public:
   // names; an entry whose symbol was removed is refused (error 5), not a
   // relocation against some other symbol.
   [[nodiscard]] bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
-  int rename_with(const std::string &from, const std::string &to) override;
+  [[nodiscard]] int rename_with(const std::string &from, const std::string &to) override;
   // Encodes the entries into the section's contents.
   void write();
   void dump(FILE *stream) override;
