@@ -136,10 +136,10 @@ void OBJECT_FILE::note_short_read(const char *what, FILE_OFFSET offset) {
   short_read_ = std::string("the ") + what + at;
 }
 
-void OBJECT_FILE::set_write_error() {
+void OBJECT_FILE::set_write_error(const char *what) {
   int reason = errno ? errno : EIO;
-  set_error(OF_ERR_OPEN, "%s: cannot write the object file: %s",
-            get_file_name().empty() ? "(unknown file)" : get_file_name().c_str(), strerror(reason));
+  set_error(OF_ERR_OPEN, "%s: cannot write %s: %s",
+            get_file_name().empty() ? "(unknown file)" : get_file_name().c_str(), what, strerror(reason));
 }
 
 int OBJECT_FILE::get_file_data(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map) {
@@ -178,15 +178,25 @@ int OBJECT_FILE::dump(FILE *stream) {
   return 0;
 }
 
-int OBJECT_FILE::dump_to_path(const char *path) {
-  FILE *stream = fopen(path, "w");
+int OBJECT_FILE::to_path(const char *path, const char *mode, const char *what,
+                         const std::function<int(FILE *)> &body) {
+  FILE *stream = fopen(path, mode);
   if (!stream) {
     set_error(OF_ERR_OPEN, "%s", "");
     return -1;
   }
-  int result = dump(stream);
-  fclose(stream);
+  int result = body(stream);
+  // The close flushes what is still buffered: a refusal there is as much a
+  // lost write as one along the way.
+  if (fclose(stream) != 0 && result == 0) {
+    set_write_error(what);
+    result = -1;
+  }
   return result;
+}
+
+int OBJECT_FILE::dump_to_path(const char *path) {
+  return to_path(path, "w", "the listing", [this](FILE *stream) { return dump(stream); });
 }
 
 int OBJECT_FILE::dump_xml(FILE *stream) {
@@ -202,15 +212,10 @@ int OBJECT_FILE::dump_xml(XML_WRITER &xml) {
 }
 
 int OBJECT_FILE::dump_xml_to_path(const char *path) {
-  FILE *stream = fopen(path, "w");
-  if (!stream) {
-    set_error(OF_ERR_OPEN, "%s", "");
-    return -1;
-  }
-  XML_WRITER(stream).declaration();
-  int result = dump_xml(stream);
-  fclose(stream);
-  return result;
+  return to_path(path, "w", "the listing", [this](FILE *stream) {
+    XML_WRITER(stream).declaration();
+    return dump_xml(stream);
+  });
 }
 
 int OBJECT_FILE::attach_file(const OF_DESCRIPTOR &descriptor) {

@@ -206,8 +206,9 @@ public:
   // Pending error. See the ranking in of_file.cpp.
   void set_error(uint32_t code, const char *format, ...) __attribute__((format(printf, 3, 4)));
   // Error 2 for a write to the output that the system refused, with the
-  // system's reason (errno, as the failed call left it).
-  void set_write_error();
+  // system's reason (errno, as the failed call left it); `what` names the
+  // output ("the object file", "the listing").
+  void set_write_error(const char *what = "the object file");
   uint32_t get_error_code() const { return error_code_; }
   // Whether an error other than a warning is pending.
   [[nodiscard]] bool has_failed() const { return error_code_ != OF_ERR_NONE && !is_warning(error_code_); }
@@ -281,18 +282,18 @@ public:
 
 protected:
   [[nodiscard]] virtual bool load_for_writing();
-  virtual bool prepare_sections();
+  [[nodiscard]] virtual bool prepare_sections();
   [[nodiscard]] virtual bool prepare_symbols();
-  virtual bool prepare_dependents();
+  [[nodiscard]] virtual bool prepare_dependents();
   [[nodiscard]] virtual bool prepare_strings();
-  virtual bool lay_out();
+  [[nodiscard]] virtual bool lay_out();
   [[nodiscard]] virtual bool write_out(FILE *stream);
   // Error 7 naming a pipeline step the format has not built; false.
   [[nodiscard]] bool missing_step(const char *step);
   // After the section step and after the symbol step: every registered
   // table follows the published maps.
   [[nodiscard]] bool follow_section_map();
-  bool follow_symbol_maps();
+  [[nodiscard]] bool follow_symbol_maps();
 
   // The format's own listings, after the information listing.
   virtual void dump_format(FILE *) {}
@@ -301,6 +302,12 @@ protected:
   OF_DESCRIPTOR descriptor_;
 
 private:
+  // The path forms: `body` on a new file at `path`, opened with `mode`;
+  // error 2 with no text when it cannot be opened, a write error naming
+  // `what` when the system refuses its bytes at the close.
+  [[nodiscard]] int to_path(const char *path, const char *mode, const char *what,
+                            const std::function<int(FILE *)> &body);
+
   uint32_t error_code_ = OF_ERR_NONE;
   std::string error_text_;
   std::string short_read_;

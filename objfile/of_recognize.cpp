@@ -1,12 +1,18 @@
+// Opening an object file: recognition of the format, version, byte order
+// and target from its first bytes, and open_object() and create_object(),
+// the one place that chooses a format class for what was recognised.
 #include "objfile/of_recognize.h"
 
 #include <algorithm>
 #include <array>
 
+#include "objfile/coff/qvcoff_file.h"
 #include "objfile/coff/qvcoff_rw.h"
 #include "objfile/data_map.h"
 #include "objfile/elf/elf32_rw.h"
+#include "objfile/elf/elf_file.h"
 #include "objfile/elf/elf_types.h"
+#include "support/user_msg.h"
 
 namespace OFE {
 
@@ -61,6 +67,8 @@ BYTE_ORDERING set_order(OF_DESCRIPTOR &d, bool little) {
 // object's end: in an archive the next member follows.
 constexpr size_t HEAD_SIZE = std::max(record_size<ELF32_HEADER_RECORD>(), record_size<QVCOFF_FILE_HEADER_RECORD>());
 
+uint32_t next_serial = 0;  // shared by all objects
+
 }  // namespace
 
 OF_MACHINE machine_from_elf(uint16_t e_machine) { return lookup_machine(ELF_MACHINE_TABLE, e_machine); }
@@ -113,6 +121,40 @@ bool recognize_object(OF_DESCRIPTOR &d) {
   }
   // The head is read in place; a read through the stream has moved it.
   return pfseek(d.stream, offset, SEEK_SET) == 0;
+}
+
+OBJECT_FILE *open_object(FILE *stream, FILE_OFFSET size, const char *name, OF_ERROR_HANDLER handler) {
+  long position = pftell(stream);
+  if (position < 0)
+    return nullptr;
+  if (position != 0 && size == 0) {
+    USER_MSG::instance().error(
+        "a file size must be specified when reading an archive member; OBJECT_FILE not created");
+    return nullptr;
+  }
+  OF_DESCRIPTOR d;
+  d.stream = stream;
+  d.name = name ? name : "";
+  d.size = size;
+  return create_object(d, std::move(handler));
+}
+
+OBJECT_FILE *create_object(OF_DESCRIPTOR d, OF_ERROR_HANDLER handler) {
+  if (d.stream && !recognize_object(d))
+    return nullptr;
+  OBJECT_FILE *object;
+  switch (d.format) {
+  case OF_FORMAT_COFF: object = new QVCOFF_FILE(d); break;
+  case OF_FORMAT_ELF: object = new ELF_FILE(d); break;
+  default: return nullptr;
+  }
+  if (handler)
+    object->set_error_handler(std::move(handler));
+  if (d.stream)
+    (void)object->read(d);  // a failure stays on the object as its pending error
+  object->set_serial(next_serial++);
+  object->get_machine_db()->file_loaded();
+  return object;
 }
 
 }  // namespace OFE

@@ -1,6 +1,15 @@
+// The build states an object file moves through (open, locked, formatted,
+// saved) and the write pipeline every format shares. OBJECT_FILE::write()
+// moves the object to the saved state, and each step up runs the format's
+// hooks in a fixed order (load, sections, section map, symbols, symbol maps,
+// tables that depend on both, strings; then the layout; then the bytes). The
+// maps that renumbering publishes reach every registered index holder here,
+// so that a format lists no table by hand.
 #include "objfile/of_state.h"
 
 #include "objfile/of_file.h"
+#include "objfile/of_section.h"
+#include "objfile/of_symbol.h"
 #include "support/name_table.h"
 
 namespace OFE {
@@ -66,5 +75,89 @@ int OF_STATE_MACHINE::set_state(uint32_t state) {
 bool OF_STATE_MACHINE::promote_state(uint32_t) { return true; }
 bool OF_STATE_MACHINE::can_revert(uint32_t) { return true; }
 bool OF_STATE_MACHINE::revert_state(uint32_t) { return true; }
+
+bool OBJECT_FILE::missing_step(const char *step) {
+  set_error(OF_ERR_INTERNAL, "%s: %s is not supported for %s files",
+            get_file_name().empty() ? "(unknown file)" : get_file_name().c_str(), step, format_name(get_format()));
+  return false;
+}
+
+bool OBJECT_FILE::load_for_writing() { return missing_step("loading for writing"); }
+bool OBJECT_FILE::prepare_sections() { return missing_step("preparing sections for writing"); }
+bool OBJECT_FILE::prepare_symbols() { return missing_step("preparing symbols for writing"); }
+bool OBJECT_FILE::prepare_dependents() { return missing_step("preparing relocations and groups for writing"); }
+bool OBJECT_FILE::prepare_strings() { return missing_step("preparing string tables for writing"); }
+bool OBJECT_FILE::lay_out() { return missing_step("laying out"); }
+bool OBJECT_FILE::write_out(FILE *) { return missing_step("writing"); }
+
+bool OBJECT_FILE::follow_section_map() {
+  OF_SECTION_TABLE *sections = get_section_table();
+  OF_INDEX_MAP map = sections ? sections->take_index_map() : OF_INDEX_MAP();
+  if (map.is_identity())
+    return true;
+  // A copy: following never adds or drops a table, but the list must not
+  // move under the walk if it did.
+  for (OF_INDEX_HOLDER *holder : std::vector<OF_INDEX_HOLDER *>(index_holders_))
+    holder->follow_sections(map);
+  return true;
+}
+
+bool OBJECT_FILE::follow_symbol_maps() {
+  std::vector<OF_INDEX_HOLDER *> holders = index_holders_;
+  for (OF_INDEX_HOLDER *table : holders) {
+    auto *symbols = dynamic_cast<OF_SYMBOL_TABLE *>(table);
+    if (!symbols)
+      continue;
+    OF_INDEX_MAP map = symbols->take_index_map();
+    if (map.is_identity())
+      continue;
+    for (OF_INDEX_HOLDER *holder : holders)
+      if (!holder->follow_symbols(*symbols, map))
+        return false;
+  }
+  return true;
+}
+
+bool OBJECT_FILE::promote_state(uint32_t target) {
+  switch (target) {
+  case OF_STATE_LOCKED:
+    return load_for_writing() && prepare_sections() && follow_section_map() && prepare_symbols() &&
+           follow_symbol_maps() && prepare_dependents() && prepare_strings();
+  case OF_STATE_FORMATTED:
+    return lay_out();
+  case OF_STATE_SAVED:
+    if (!output_) {
+      set_error(OF_ERR_INTERNAL, "illegal call to OBJECT_FILE::put_file_data() when a valid output file pointer "
+                                 "is not present");
+      return false;
+    }
+    return write_out(output_);
+  default:
+    return false;
+  }
+}
+
+int OBJECT_FILE::write(FILE *stream) {
+  if (!stream) {
+    set_error(OF_ERR_INTERNAL, "illegal call to OBJECT_FILE::put_file_data() when a valid output file pointer "
+                               "is not present");
+    return -1;
+  }
+  if (set_state(OF_STATE_OPEN) != 0)
+    return -1;
+  FILE *previous = output_;
+  output_ = stream;
+  int result = set_state(OF_STATE_SAVED);
+  output_ = previous;
+  if (result == 0 && fflush(stream) != 0) {
+    set_write_error();
+    result = -1;
+  }
+  return result;
+}
+
+int OBJECT_FILE::write_to_path(const char *path) {
+  return to_path(path, "wb", "the object file", [this](FILE *stream) { return write(stream); });
+}
 
 }  // namespace OFE

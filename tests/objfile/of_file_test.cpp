@@ -128,6 +128,12 @@ TEST(ObjectFileListing, InformationRowsAndPaths) {
   TEMP_DIR dir;
   EXPECT_EQ(unnamed.dump_to_path((dir / "out.txt").c_str()), 0);
   EXPECT_EQ(dir.read("out.txt"), listing(unnamed));
+  // A listing the system refuses (here at the close, which flushes it) is a
+  // write error, not a success.
+  unnamed.clear_error();
+  EXPECT_EQ(unnamed.dump_to_path("/dev/full"), -1);
+  EXPECT_EQ(unnamed.get_error_code(), 2u);
+  EXPECT_EQ(unnamed.get_error_text(), "(unknown file): cannot write the listing: No space left on device");
 }
 
 TEST(ObjectFileData, FileDataNeedsAStream) {

@@ -308,6 +308,9 @@ TEST_P(ElfWrite, VelaExtendedSectionsAliasesAndPaths) {
   EXPECT_EQ(o.object->write_to_path((dir / "no/such/dir").c_str()), -1);
   EXPECT_EQ(o.object->get_error_code(), OF_ERR_OPEN);
   o.object->clear_error();
+  EXPECT_EQ(o.object->dump_xml_to_path("/dev/full"), -1);
+  EXPECT_NE(o.object->get_error_text().find(": cannot write the listing: No space left on device"), std::string::npos);
+  o.object->clear_error();
   ASSERT_EQ(o.object->dump_xml_to_path((dir / "out.xml").c_str()), 0);
   EXPECT_EQ(read_file(dir / "out.xml").rfind("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<object_file", 0), 0u);
   std::string info = printed([&](FILE *f) { o.object->print_info(f); });
