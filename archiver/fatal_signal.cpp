@@ -72,6 +72,7 @@ void install_fatal_signal_handlers() {
   sigfillset(&action.sa_mask);
   // A fault inside the handler itself must not loop.
   action.sa_flags = SA_RESETHAND;
+  ignore_file_size_signal();
   for (int s : ENDING_SIGNALS) {
     // The five with their own report are caught even when ignored.
     bool reported = s == SIGTERM || fault_description(s);

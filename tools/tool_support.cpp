@@ -79,6 +79,7 @@ void install_signal_cleanup() {
   action.sa_handler = cleanup_and_reraise;
   sigfillset(&action.sa_mask);
   action.sa_flags = SA_RESETHAND;
+  ignore_file_size_signal();
   // A signal ignored when the process starts stays ignored.
   for (int s : ENDING_SIGNALS) {
     struct sigaction old;
