@@ -26,6 +26,7 @@
 #include "archiver/ar_header.h"
 #include "archiver/ar_read.h"
 #include "objfile/of_file.h"
+#include "support/ending_signals.h"
 #include "support/printable.h"
 #include "support/tool_name.h"
 #include "support/user_msg.h"
@@ -419,6 +420,7 @@ int main(int argc, char **argv) {
   OPTIONS options = parse(argc, argv);
   set_tool_name("ofedump");  // the program the library's messages tell the user to update
   keep_output_errors();
+  ignore_file_size_signal();
   // A damaged library may report many errors; every file is still listed.
   msg().set_error_limit(0x7FFFFFFF);
   bool ok = LISTER(options).run();

@@ -286,12 +286,16 @@ TEST_F(Ofedump, ControlCharactersInNamesAreEscaped) {
 }
 
 // A listing that cannot be written whole fails with the system's reason: a
-// full device, and a reader that went away while the broken-pipe signal is
-// ignored (otherwise that signal ends the run, as it ends any writer).
+// full device, a file past the file-size limit, and a reader that went away
+// while the broken-pipe signal is ignored (otherwise that signal ends the
+// run, as it ends any writer).
 TEST_F(Ofedump, AListingThatCannotBeWrittenFails) {
   RUN_RESULT r = run({"sh", "-c", "exec \"$0\" -d all good.o >/dev/full", ofedump_path()}, dir.path());
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.err, "ofedump: cannot write standard output: No space left on device\n");
+  r = run({"sh", "-c", "exec prlimit --fsize=100 \"$0\" -d all good.o >listing.txt", ofedump_path()}, dir.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "ofedump: cannot write standard output: File too large\n");
   // The reader of the pipe has ended before the listing starts.
   const std::string closed_pipe = "coproc READER { :; }; exec 4>&${READER[1]}; wait $READER_PID; ";
   r = run({"bash", "-c", "trap '' PIPE; " + closed_pipe + "exec \"$0\" -d all good.o >&4", ofedump_path()}, dir.path());
