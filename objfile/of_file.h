@@ -222,8 +222,8 @@ public:
   // A table that runs past the end of the file is read as far as the file
   // goes, the rest as zeros, so that listings show what is there; the first
   // such short read is recorded here (what was cut, where), for the callers
-  // that must not pass on a file they could not read whole. Not an error:
-  // the object stays usable.
+  // that must not pass on a file they could not read whole, the write
+  // pipeline among them. Not an error: the object stays usable.
   void note_short_read(const char *what, FILE_OFFSET offset);
   [[nodiscard]] bool was_read_completely() const { return short_read_.empty(); }
   // "the symbol table at offset 0x40", or empty.
@@ -288,6 +288,9 @@ protected:
   [[nodiscard]] virtual bool prepare_strings();
   [[nodiscard]] virtual bool lay_out();
   [[nodiscard]] virtual bool write_out(FILE *stream);
+  // After loading: error 3, and false, when a table ran past the end of
+  // the file (note_short_read).
+  [[nodiscard]] bool read_whole();
   // Error 7 naming a pipeline step the format has not built; false.
   [[nodiscard]] bool missing_step(const char *step);
   // After the section step and after the symbol step: every registered

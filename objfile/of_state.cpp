@@ -1,10 +1,11 @@
 // The build states an object file moves through (open, locked, formatted,
 // saved) and the write pipeline every format shares. OBJECT_FILE::write()
 // moves the object to the saved state, and each step up runs the format's
-// hooks in a fixed order (load, sections, section map, symbols, symbol maps,
-// tables that depend on both, strings; then the layout; then the bytes). The
-// maps that renumbering publishes reach every registered index holder here,
-// so that a format lists no table by hand.
+// hooks in a fixed order (load, and a check that the file held all that its
+// headers said; sections, section map, symbols, symbol maps, tables that
+// depend on both, strings; then the layout; then the bytes). The maps that
+// renumbering publishes reach every registered index holder here, so that a
+// format lists no table by hand.
 #include "objfile/of_state.h"
 
 #include "objfile/of_file.h"
@@ -90,6 +91,16 @@ bool OBJECT_FILE::prepare_strings() { return missing_step("preparing string tabl
 bool OBJECT_FILE::lay_out() { return missing_step("laying out"); }
 bool OBJECT_FILE::write_out(FILE *) { return missing_step("writing"); }
 
+bool OBJECT_FILE::read_whole() {
+  if (was_read_completely())
+    return true;
+  // What the file does not hold would go out as zeros: a copy that looks
+  // whole and is not.
+  set_error(OF_ERR_MALFORMED, "%s: could not be read completely: %s runs past the end of the file",
+            get_file_name().empty() ? "(unknown file)" : get_file_name().c_str(), get_short_read().c_str());
+  return false;
+}
+
 bool OBJECT_FILE::follow_section_map() {
   OF_SECTION_TABLE *sections = get_section_table();
   OF_INDEX_MAP map = sections ? sections->take_index_map() : OF_INDEX_MAP();
@@ -121,7 +132,7 @@ bool OBJECT_FILE::follow_symbol_maps() {
 bool OBJECT_FILE::promote_state(uint32_t target) {
   switch (target) {
   case OF_STATE_LOCKED:
-    return load_for_writing() && prepare_sections() && follow_section_map() && prepare_symbols() &&
+    return load_for_writing() && read_whole() && prepare_sections() && follow_section_map() && prepare_symbols() &&
            follow_symbol_maps() && prepare_dependents() && prepare_strings();
   case OF_STATE_FORMATTED:
     return lay_out();

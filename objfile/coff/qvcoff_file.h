@@ -21,7 +21,8 @@
 // file (an archive member's neighbour is not its data): a table that runs
 // past the end holds what the file has, its last entry completed with
 // zeros, and the object records the short read (note_short_read), so that
-// listings show what is there and a copy can refuse to lose the rest.
+// listings show what is there and a write refuses to pass zeros on for the
+// rest.
 #pragma once
 
 #include <array>

@@ -199,6 +199,19 @@ TEST_P(CoffFile, SectionPartsPastTheEndHoldWhatTheFileHas) {
   EXPECT_EQ(contents(*d), "vwxyz") << "the bytes there are, nothing made up";
   EXPECT_EQ(data.file()->get_short_read(), short_read("raw data", bytes.size() - 5));
   EXPECT_EQ(data.error_code(), 0u) << data.error();
+  // A write would pass the missing bytes on as zeros: it is refused before
+  // a byte is written. So is one of a table no one has asked for yet.
+  int result = 0;
+  EXPECT_EQ(written(data.file(), &result), "");
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(data.error_code(), OF_ERR_MALFORMED);
+  EXPECT_EQ(data.error(), "(unknown file): could not be read completely: " + short_read("raw data", bytes.size() - 5) +
+                              " runs past the end of the file");
+  OPENED_COFF unread(cut_file(&COFF_SECTION_DEF::relptr, &COFF_SECTION_DEF::nreloc, 5, "\xAB\xCD"));
+  EXPECT_TRUE(unread.file()->was_read_completely());
+  EXPECT_EQ(written(unread.file(), &result), "");
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(unread.error_code(), OF_ERR_MALFORMED) << unread.error();
 
   // Two bytes of the string table's length word: read with two zero bytes,
   // a length that fits.
