@@ -116,7 +116,7 @@ void rewrite(OFE::OBJECT_FILE *object, FILE *sink) {
   std::string first;
   // A write that reported an error ("section 0 is not a NULL section", say)
   // is not a result a caller keeps, and the tools refuse it.
-  if (!write_to_memory(object, first) || object->has_failed() || !object->was_read_completely())
+  if (!write_to_memory(object, first) || object->has_failed())
     return;
   std::string written = model(object);
   if (written == UNREADABLE)

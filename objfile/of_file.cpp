@@ -139,7 +139,7 @@ void OBJECT_FILE::note_short_read(const char *what, FILE_OFFSET offset) {
 void OBJECT_FILE::set_write_error(const char *what) {
   int reason = errno ? errno : EIO;
   set_error(OF_ERR_OPEN, "%s: cannot write %s: %s",
-            get_file_name().empty() ? "(unknown file)" : get_file_name().c_str(), what, strerror(reason));
+            message_name(), what, strerror(reason));
 }
 
 int OBJECT_FILE::get_file_data(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map) {
@@ -152,13 +152,14 @@ int OBJECT_FILE::get_file_data(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &m
   return 0;
 }
 
+int OBJECT_FILE::refuse_without_output() {
+  set_error(OF_ERR_INTERNAL,
+            "illegal call to OBJECT_FILE::put_file_data() when a valid output file pointer is not present");
+  return -1;
+}
+
 int OBJECT_FILE::put_file_data(DATA_MAP &map, FILE_OFFSET count) {
-  if (!output_) {
-    set_error(OF_ERR_INTERNAL, "illegal call to OBJECT_FILE::put_file_data() when a valid output file pointer "
-                               "is not present");
-    return -1;
-  }
-  return map.save(output_, count);
+  return output_ ? map.save(output_, count) : refuse_without_output();
 }
 
 bool OBJECT_FILE::select_dump(const char *keyword, bool on) {

@@ -244,6 +244,10 @@ public:
   OF_FORMAT get_format() const { return descriptor_.format; }
   // The name given to open_object (used in messages).
   const std::string &get_file_name() const { return descriptor_.name; }
+  // The name for messages: "(unknown file)" when the file has none.
+  const char *message_name() const {
+    return descriptor_.name.empty() ? "(unknown file)" : descriptor_.name.c_str();
+  }
   // The stream the object reads from; the opener's, not the object's, unless it owns it.
   FILE *get_stream() const { return descriptor_.stream; }
   // Whether the object was read from a stream (not built from nothing).
@@ -305,6 +309,8 @@ protected:
   OF_DESCRIPTOR descriptor_;
 
 private:
+  // Error 7 for bytes to be written with no output stream; always -1.
+  [[nodiscard]] int refuse_without_output();
   // The path forms: `body` on a new file at `path`, opened with `mode`;
   // error 2 with no text when it cannot be opened, a write error naming
   // `what` when the system refuses its bytes at the close.

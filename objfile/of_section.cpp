@@ -7,7 +7,7 @@ namespace OFE {
 int OF_SECTION::refuse(const char *what) {
   if (OBJECT_FILE *object = get_object())
     object->set_error(OF_ERR_INTERNAL, "%s: setting the %s of a section is not supported by this format",
-                      object->get_file_name().empty() ? "(unknown file)" : object->get_file_name().c_str(), what);
+                      object->message_name(), what);
   return -1;
 }
 
@@ -31,7 +31,7 @@ OF_SECTION *OF_SECTION_TABLE::find_section(const std::string &name) {
 bool OF_SECTION_TABLE::begin_removal(OBJECT_FILE *object, const OF_SECTION *section, uint32_t index) {
   if (!section) {
     object->set_error(OF_ERR_INVALID_REQUEST, "%s: there is no section %u to remove",
-                      object->get_file_name().empty() ? "(unknown file)" : object->get_file_name().c_str(), index);
+                      object->message_name(), index);
     return false;
   }
   if (object->get_state() > OF_STATE_OPEN && object->set_state(OF_STATE_OPEN) != 0)

@@ -79,7 +79,7 @@ bool OF_STATE_MACHINE::revert_state(uint32_t) { return true; }
 
 bool OBJECT_FILE::missing_step(const char *step) {
   set_error(OF_ERR_INTERNAL, "%s: %s is not supported for %s files",
-            get_file_name().empty() ? "(unknown file)" : get_file_name().c_str(), step, format_name(get_format()));
+            message_name(), step, format_name(get_format()));
   return false;
 }
 
@@ -97,7 +97,7 @@ bool OBJECT_FILE::read_whole() {
   // What the file does not hold would go out as zeros: a copy that looks
   // whole and is not.
   set_error(OF_ERR_MALFORMED, "%s: could not be read completely: %s runs past the end of the file",
-            get_file_name().empty() ? "(unknown file)" : get_file_name().c_str(), get_short_read().c_str());
+            message_name(), get_short_read().c_str());
   return false;
 }
 
@@ -137,23 +137,15 @@ bool OBJECT_FILE::promote_state(uint32_t target) {
   case OF_STATE_FORMATTED:
     return lay_out();
   case OF_STATE_SAVED:
-    if (!output_) {
-      set_error(OF_ERR_INTERNAL, "illegal call to OBJECT_FILE::put_file_data() when a valid output file pointer "
-                                 "is not present");
-      return false;
-    }
-    return write_out(output_);
+    return output_ ? write_out(output_) : refuse_without_output() == 0;
   default:
     return false;
   }
 }
 
 int OBJECT_FILE::write(FILE *stream) {
-  if (!stream) {
-    set_error(OF_ERR_INTERNAL, "illegal call to OBJECT_FILE::put_file_data() when a valid output file pointer "
-                               "is not present");
-    return -1;
-  }
+  if (!stream)
+    return refuse_without_output();
   if (set_state(OF_STATE_OPEN) != 0)
     return -1;
   FILE *previous = output_;

@@ -5,7 +5,6 @@
 
 #include <csignal>
 
-//
 // SIGXFSZ is not among them: a tool ignores it (ignore_file_size_signal), so
 // that a write past the file-size limit fails with EFBIG and is reported as
 // the write error it is, where the default action would end the run

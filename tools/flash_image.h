@@ -56,6 +56,6 @@ struct FLASH_IMAGE {
 // Collects the image of `object` and writes it in `format` to the output
 // file `path` (through OUTPUT_FILE: whole or not at all). The exit status.
 [[nodiscard]] int make_flash_image(OFE::OBJECT_FILE &object, IMAGE_FORMAT format, const std::string &input,
-                     const std::string &path);
+                                   const std::string &path);
 
 }  // namespace tools

@@ -117,10 +117,8 @@ bool QVCOFF_FILE::map_file_region(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP
 }
 
 void QVCOFF_FILE::report_truncated(const char *what, uint64_t offset) {
-  const std::string &name = get_file_name();
   set_error(OF_ERR_MALFORMED, "%s at offset 0x%llx runs past the end of file \"%s\" (%llu bytes)", what,
-            static_cast<unsigned long long>(offset), name.empty() ? "(unknown file)" : name.c_str(),
-            static_cast<unsigned long long>(descriptor_.size));
+            static_cast<unsigned long long>(offset), message_name(), static_cast<unsigned long long>(descriptor_.size));
 }
 
 void QVCOFF_FILE::load_tables() {

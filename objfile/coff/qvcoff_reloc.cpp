@@ -153,7 +153,7 @@ bool QVCOFF_RELOC_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF
     QVCOFF_RELOC &entry = entries_[i];
     if (entry.refers_to_symbol() && !map.keep(entry.symndx_)) {
       file->set_error(OF_ERR_INVALID_REQUEST, "%s: relocation %u of section %s refers to symbol %u, which was removed",
-                      file->get_file_name().empty() ? "(unknown file)" : file->get_file_name().c_str(), i,
+                      file->message_name(), i,
                       section_->get_name().c_str(), entry.symndx_);
       return false;
     }

@@ -165,7 +165,7 @@ bool QVCOFF_FILE::lay_out() {
   position += string_bytes_.size();
   if (position > 0xFFFFFFFFull) {
     set_error(OF_ERR_LIMITATION, "%s: the file would be larger than 4 GB",
-              get_file_name().empty() ? "(unknown file)" : get_file_name().c_str());
+              message_name());
     return false;
   }
   header_.f_nscns = static_cast<uint16_t>(count);

@@ -54,8 +54,7 @@ void ELF_FILE::report_malformed(uint64_t offset, const char *format, ...) {
   va_start(args, format);
   vsnprintf(text, sizeof text, format, args);
   va_end(args);
-  const char *name = get_file_name().empty() ? "(unknown file)" : get_file_name().c_str();
-  set_error(OF_ERR_MALFORMED, "%s: %s at offset 0x%llx", name, text, static_cast<unsigned long long>(offset));
+  set_error(OF_ERR_MALFORMED, "%s: %s at offset 0x%llx", message_name(), text, static_cast<unsigned long long>(offset));
 }
 
 bool ELF_FILE::file_region(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map, const char *what) {

@@ -174,8 +174,8 @@ private:
   // The one way a table of the file comes to be: made and loaded the first
   // time it is asked for, by `load(table)` under the builder guard (a load
   // that asks for a table still being loaded is refused). A load that says
-  // false leaves no table; one that says nothing always keeps it. Tables found among the sections are asked for
-  // once the section table is there.
+  // false leaves no table; one that says nothing always keeps it. Tables
+  // found among the sections are asked for once the section table is there.
   template <class TABLE, class LOAD> TABLE *loaded_once(std::unique_ptr<TABLE> &slot, LOAD &&load);
 
   ELF32_HEADER_RECORD header_{};

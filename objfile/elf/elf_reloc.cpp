@@ -130,7 +130,7 @@ bool ELF_RELOC_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_IN
     uint32_t index = entry.get_symbol_index();
     if (!map.keep(index)) {
       file->set_error(OF_ERR_INVALID_REQUEST, "%s: relocation %u of section %s refers to symbol %u, which was removed",
-                      file->get_file_name().empty() ? "(unknown file)" : file->get_file_name().c_str(), i,
+                      file->message_name(), i,
                       section_->get_name().c_str(), entry.get_symbol_index());
       return false;
     }
