@@ -230,10 +230,12 @@ bool strip_takes(OFE::OBJECT_FILE &object, OFE::OF_SYMBOL &symbol, STRIP_LEVEL l
   if (level == STRIP_DEBUG)
     return false;
   // Unneeded: in a relocatable file the symbols other files link against
-  // are needed; in a linked one nothing is.
+  // (defined globals, weak symbols, commons) are needed; an undefined one
+  // only for the relocations that use it; in a linked file nothing is.
   OFE::OF_SYMBOL_BINDING binding = symbol.get_binding();
-  bool external = binding == OFE::OF_BIND_GLOBAL || binding == OFE::OF_BIND_WEAK ||
-                  symbol.get_kind() == OFE::OF_KIND_UNDEFINED || symbol.get_kind() == OFE::OF_KIND_COMMON;
+  OFE::OF_SYMBOL_KIND kind = symbol.get_kind();
+  bool external = (binding == OFE::OF_BIND_GLOBAL && kind != OFE::OF_KIND_UNDEFINED) ||
+                  binding == OFE::OF_BIND_WEAK || kind == OFE::OF_KIND_COMMON;
   if (external)
     return object.get_file_type() != OFE::OF_FILE_TYPE_RELOCATABLE;
   return !is_mapping_symbol(object, symbol.get_name());

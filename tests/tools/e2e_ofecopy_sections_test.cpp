@@ -17,8 +17,10 @@ using namespace testing_support;
 namespace {
 
 // An inline function and a template member: COMDAT groups, with the macro
-// groups -g3 adds to the debugging information.
-const char CPP_SOURCE[] = R"(inline int twice(int x) { return 2 * x; }
+// groups -g3 adds to the debugging information; and a name declared global
+// that nothing uses, which a strip of the unneeded takes.
+const char CPP_SOURCE[] = R"(asm(".globl declared_only");
+inline int twice(int x) { return 2 * x; }
 template <class T> struct box { T v; T get() const { return twice(v); } };
 int use(int x) { static int calls; ++calls; box<int> b{x}; return b.get() + calls; }
 )";
@@ -32,6 +34,8 @@ struct ROW {
   std::string input;  // "cpp", or LIBRARY:MEMBER
   std::vector<std::string> options;
 };
+
+void PrintTo(const ROW &row, std::ostream *os) { *os << row.name; }
 
 // Name, type and flags of every section, sorted.
 std::vector<std::string> section_view(const std::string &readelf, const TEMP_DIR &dir, const std::string &file) {
