@@ -169,8 +169,17 @@ std::vector<OFE::OF_RELOC_TABLE *> kept_relocations(OFE::OBJECT_FILE &object, co
   return tables;
 }
 
+// Whether `s` is a group whose signature -N strips: the group goes with
+// it, as GNU takes it.
+bool signature_stripped(const SECTION_PLAN &plan, OFE::OF_SECTION &s) {
+  OFE::OF_GROUP_TABLE *group = s.get_group();
+  OFE::OF_SYMBOL *signature = group ? group->get_signature() : nullptr;
+  return signature && std::find(plan.strip_symbols.begin(), plan.strip_symbols.end(), signature->get_name()) !=
+                          plan.strip_symbols.end();
+}
+
 // The sections that go: named by -R, left out by -j, debugging information
-// for a strip, and what follows them.
+// for a strip, groups whose signatures are stripped, and what follows them.
 std::set<uint32_t> sections_to_remove(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan) {
   std::set<uint32_t> gone;
   for (OFE::OF_SECTION *s : object.sections()) {
@@ -178,6 +187,7 @@ std::set<uint32_t> sections_to_remove(OFE::OBJECT_FILE &object, const SECTION_PL
     if (is_elf(object) && s->get_index() == 0)
       continue;
     if (matches(plan.remove, name) || (!plan.only.empty() && !matches(plan.only, name) && !serves_others(object, *s)) ||
+        signature_stripped(plan, *s) ||
         (plan.strip != STRIP_NONE && is_debug_section(name)) ||
         (plan.strip == STRIP_ALL && is_elf(object) && !(s->get_flags() & OFE::SHF_ALLOC) &&
          (is_elf_reloc(*s) || s->get_group())))

@@ -16,13 +16,15 @@ using namespace testing_support;
 
 namespace {
 
-// An inline function and a template member: COMDAT groups, with the macro
-// groups -g3 adds to the debugging information; and a name declared global
+// An inline function and template members: COMDAT groups, with the macro
+// groups -g3 adds to the debugging information (the explicit instantiation
+// is a group whose signature nothing refers to); and a name declared global
 // that nothing uses, which a strip of the unneeded takes.
 const char CPP_SOURCE[] = R"(asm(".globl declared_only");
 inline int twice(int x) { return 2 * x; }
 template <class T> struct box { T v; T get() const { return twice(v); } };
 int use(int x) { static int calls; ++calls; box<int> b{x}; return b.get() + calls; }
+template struct box<long>;
 )";
 
 const char PICOLIBC[] = "/usr/lib/picolibc/arm-none-eabi/lib/release/thumb/v7-m/nofp/libc.a";
@@ -140,7 +142,8 @@ const std::string PICO_MEMBER = std::string(PICOLIBC) + ":libc_stdlib_getopt.c.o
 const std::string M68K_MEMBER = std::string(M68K_LIBC) + ":a64l.o";
 
 // Removing a group keeps its members (in no group); a full strip takes the
-// groups with their signatures, and with no symbol left, the symbol table.
+// groups with their signatures, and with no symbol left, the symbol table;
+// stripping a group's signature takes the group.
 INSTANTIATE_TEST_SUITE_P(
     Objects, OfecopySections,
     ::testing::Values(ROW{"PicolibcRemoveComment", "arm-none-eabi-", PICO_MEMBER, {"-R", ".comment"}},
@@ -162,6 +165,7 @@ INSTANTIATE_TEST_SUITE_P(
                       ROW{"GroupsStripDebug", "arm-none-eabi-", "cpp", {"--strip-debug"}},
                       ROW{"GroupsStripUnneeded", "arm-none-eabi-", "cpp", {"--strip-unneeded"}},
                       ROW{"GroupsStripAll", "arm-none-eabi-", "cpp", {"--strip-all"}},
+                      ROW{"GroupsStripASignature", "arm-none-eabi-", "cpp", {"-N", "_ZNK3boxIlE3getEv"}},
                       ROW{"PicolibcAddDumpAndFlag", "arm-none-eabi-", PICO_MEMBER,
                           {"--add-section", ".extra=blob", "--set-section-flags", ".extra=alloc,contents,load,readonly",
                            "--set-section-flags", ".text.getopt=alloc,code,readonly,contents", "--set-section-flags",
