@@ -92,6 +92,8 @@ enum EDIT_KIND {
   SECTION_ALIGNMENT,
   SECTION_PAGE,
   KEEP_GLOBAL,
+  STRIP_SYMBOL,  // carried out by the strip step
+  KEEP_SYMBOL,   // likewise
   PREFIX_SYMBOLS,
   OUTPUT_FORMAT,  // not an edit: what OUTPUT becomes
   WILDCARD,       // not an edit: symbol names are patterns
@@ -131,8 +133,8 @@ const OPTION OPTIONS[] = {
     {"--wildcard", WILDCARD, false, false, true},    {"-w", WILDCARD, false, false, true},
     {"--remove-section", SECTION_PLAN, false},       {"--only-section", SECTION_PLAN, false},
     {"--add-section", SECTION_PLAN, true},           {"--dump-section", SECTION_PLAN, true},
-    {"--set-section-flags", SECTION_PLAN, true},     {"--strip-symbol", SECTION_PLAN, false},
-    {"--keep-symbol", SECTION_PLAN, false},
+    {"--set-section-flags", SECTION_PLAN, true},     {"--strip-symbol", STRIP_SYMBOL, false},
+    {"--keep-symbol", KEEP_SYMBOL, false},
 };
 
 
@@ -253,14 +255,17 @@ bool parse_number(const std::string &text, uint32_t &value) {
 }
 
 tools::SYMBOL_LIST_KIND list_kind(EDIT_KIND kind) {
-  return kind == LOCALIZE    ? tools::LIST_LOCALIZE
-         : kind == GLOBALIZE ? tools::LIST_GLOBALIZE
-         : kind == WEAKEN    ? tools::LIST_WEAKEN
-                             : tools::LIST_KEEP_GLOBAL;
+  return kind == LOCALIZE       ? tools::LIST_LOCALIZE
+         : kind == GLOBALIZE    ? tools::LIST_GLOBALIZE
+         : kind == WEAKEN       ? tools::LIST_WEAKEN
+         : kind == STRIP_SYMBOL ? tools::LIST_STRIP
+         : kind == KEEP_SYMBOL  ? tools::LIST_KEEP
+                                : tools::LIST_KEEP_GLOBAL;
 }
 
 // Gathers the names of the binding edits into `lists`, each kind's at its
-// first edit (the later ones leave the list of edits), and reads the rename
+// first edit (the later ones leave the list of edits), and those of -N and
+// -K, which leave it (the strip step carries them out); reads the rename
 // lists. False with a message when a list file cannot be read.
 bool gather_symbol_lists(std::vector<EDIT> &edits, tools::SYMBOL_LISTS &lists) {
   bool seen[tools::LIST_KIND_COUNT] = {};
@@ -270,13 +275,14 @@ bool gather_symbol_lists(std::vector<EDIT> &edits, tools::SYMBOL_LISTS &lists) {
       lists.set_wildcard();
       continue;
     }
-    if (edit.kind == LOCALIZE || edit.kind == GLOBALIZE || edit.kind == WEAKEN || edit.kind == KEEP_GLOBAL) {
+    if (edit.kind == LOCALIZE || edit.kind == GLOBALIZE || edit.kind == WEAKEN || edit.kind == KEEP_GLOBAL ||
+        edit.kind == STRIP_SYMBOL || edit.kind == KEEP_SYMBOL) {
       tools::SYMBOL_LIST_KIND kind = list_kind(edit.kind);
       if (!edit.file)
         lists.add_name(kind, edit.name);
       else if (!lists.add_file(kind, edit.name))
         return false;
-      if (std::exchange(seen[kind], true))
+      if (std::exchange(seen[kind], true) || edit.kind == STRIP_SYMBOL || edit.kind == KEEP_SYMBOL)
         continue;
     } else if (edit.kind == RENAME_SYMBOL && edit.file && !tools::read_rename_list(edit.name, edit.renames)) {
       return false;
@@ -310,6 +316,8 @@ bool apply(OFE::OBJECT_FILE &object, EDIT &edit, tools::SYMBOL_LISTS &lists) {
       return s.set_name(edit.value);
     });
   case SECTION_PLAN:
+  case STRIP_SYMBOL:
+  case KEEP_SYMBOL:
     return true;  // carried out around these edits, see main
   case SECTION_ALIGNMENT:
   case SECTION_PAGE: {
@@ -336,7 +344,7 @@ bool edit_object(OFE::OBJECT_FILE &object, std::vector<EDIT> &edits, tools::SYMB
   // Sections are dumped as read, removed and stripped by their input names,
   // then the edits apply in order, then sections are added and flagged.
   if (!ofecopy::dump_sections(object, plan) || reports.errors != 0 ||
-      !ofecopy::remove_and_strip(object, plan) || reports.errors != 0)
+      !ofecopy::remove_and_strip(object, plan, lists) || reports.errors != 0)
     return false;
   for (EDIT &edit : edits)
     if (!apply(object, edit, lists) || reports.errors != 0)

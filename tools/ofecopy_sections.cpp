@@ -30,6 +30,7 @@
 #include "objfile/of_file.h"
 #include "objfile/of_group.h"
 #include "objfile/of_reloc.h"
+#include "tools/symbol_lists.h"
 #include "tools/tool_support.h"
 
 namespace ofecopy {
@@ -171,23 +172,22 @@ std::vector<OFE::OF_RELOC_TABLE *> kept_relocations(OFE::OBJECT_FILE &object, co
 
 // Whether `s` is a group whose signature -N strips: the group goes with
 // it, as GNU takes it.
-bool signature_stripped(const SECTION_PLAN &plan, OFE::OF_SECTION &s) {
+bool signature_stripped(tools::SYMBOL_LISTS &lists, OFE::OF_SECTION &s) {
   OFE::OF_GROUP_TABLE *group = s.get_group();
   OFE::OF_SYMBOL *signature = group ? group->get_signature() : nullptr;
-  return signature && std::find(plan.strip_symbols.begin(), plan.strip_symbols.end(), signature->get_name()) !=
-                          plan.strip_symbols.end();
+  return signature && lists.takes(tools::LIST_STRIP, signature->get_name());
 }
 
 // The sections that go: named by -R, left out by -j, debugging information
 // for a strip, groups whose signatures are stripped, and what follows them.
-std::set<uint32_t> sections_to_remove(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan) {
+std::set<uint32_t> sections_to_remove(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, tools::SYMBOL_LISTS &lists) {
   std::set<uint32_t> gone;
   for (OFE::OF_SECTION *s : object.sections()) {
     std::string name = s->get_name();
     if (is_elf(object) && s->get_index() == 0)
       continue;
     if (matches(plan.remove, name) || (!plan.only.empty() && !matches(plan.only, name) && !serves_others(object, *s)) ||
-        signature_stripped(plan, *s) ||
+        signature_stripped(lists, *s) ||
         (plan.strip != STRIP_NONE && is_debug_section(name)) ||
         (plan.strip == STRIP_ALL && is_elf(object) && !(s->get_flags() & OFE::SHF_ALLOC) &&
          (is_elf_reloc(*s) || s->get_group())))
@@ -251,23 +251,10 @@ bool strip_takes(OFE::OBJECT_FILE &object, OFE::OF_SYMBOL &symbol, STRIP_LEVEL l
   return !is_mapping_symbol(object, symbol.get_name());
 }
 
-void find_symbols(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, const std::vector<std::string> &names,
-                  std::set<uint32_t> &found) {
-  for (const std::string &name : names) {
-    bool any = false;
-    for (OFE::OF_SYMBOL *s : object.symbols())
-      if (s->get_name() == name) {
-        found.insert(s->get_index());
-        any = true;
-      }
-    plan.note("symbol named '" + name + "'", any);
-  }
-}
-
 // The symbols that go; false with a message when one that must go is
 // needed.
-bool symbols_to_remove(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, const std::set<uint32_t> &gone,
-                       std::vector<uint32_t> &removed) {
+bool symbols_to_remove(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, tools::SYMBOL_LISTS &lists,
+                       const std::set<uint32_t> &gone, std::vector<uint32_t> &removed) {
   std::set<uint32_t> used, named, kept;
   // Only relocations into the symbol table count: an executable's dynamic
   // relocations name the dynamic symbols.
@@ -279,8 +266,12 @@ bool symbols_to_remove(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, const
     if (OFE::OF_GROUP_TABLE *group = s->get_group(); group && !gone.count(s->get_index()))
       if (OFE::OF_SYMBOL *signature = group->get_signature())
         used.insert(signature->get_index());
-  find_symbols(object, plan, plan.strip_symbols, named);
-  find_symbols(object, plan, plan.keep_symbols, kept);
+  for (OFE::OF_SYMBOL *s : object.symbols()) {
+    if (lists.takes(tools::LIST_STRIP, s->get_name()))
+      named.insert(s->get_index());
+    if (lists.takes(tools::LIST_KEEP, s->get_name()))
+      kept.insert(s->get_index());
+  }
   for (OFE::OF_SYMBOL *s : object.symbols()) {
     uint32_t index = s->get_index();
     if (is_elf(object) && index == 0)
@@ -402,10 +393,6 @@ void SECTION_PLAN::take(const std::string &flag, const std::string &name, const 
     remove.push_back(name);
   else if (flag == "--only-section")
     only.push_back(name);
-  else if (flag == "--strip-symbol")
-    strip_symbols.push_back(name);
-  else if (flag == "--keep-symbol")
-    keep_symbols.push_back(name);
   else if (flag == "--add-section")
     add.emplace_back(name, value);
   else if (flag == "--dump-section")
@@ -468,18 +455,18 @@ bool dump_sections(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan) {
   return true;
 }
 
-bool remove_and_strip(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan) {
-  if (plan.remove.empty() && plan.only.empty() && plan.strip == STRIP_NONE && plan.strip_symbols.empty() &&
-      plan.keep_symbols.empty())
+bool remove_and_strip(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, tools::SYMBOL_LISTS &lists) {
+  if (plan.remove.empty() && plan.only.empty() && plan.strip == STRIP_NONE && lists.empty(tools::LIST_STRIP) &&
+      lists.empty(tools::LIST_KEEP))
     return true;
   note_patterns(object, plan, plan.remove);
   note_patterns(object, plan, plan.only);
-  std::set<uint32_t> gone = sections_to_remove(object, plan);
+  std::set<uint32_t> gone = sections_to_remove(object, plan, lists);
   auto [symtab, strings] = symbol_table_sections(object);
   if (plan.strip != STRIP_NONE && !is_elf(object) && !remove_line_numbers(object))
     return false;
   std::vector<uint32_t> removed;
-  if (!symbols_to_remove(object, plan, gone, removed))
+  if (!symbols_to_remove(object, plan, lists, gone, removed))
     return false;
   OFE::OF_SYMBOL_TABLE *symbols = object.get_symbol_table();
   for (uint32_t index : removed)

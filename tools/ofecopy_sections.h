@@ -11,6 +11,9 @@
 namespace OFE {
 class OBJECT_FILE;
 }
+namespace tools {
+class SYMBOL_LISTS;
+}
 
 namespace ofecopy {
 
@@ -22,7 +25,6 @@ struct SECTION_PLAN {
   std::vector<std::pair<std::string, std::string>> dump;   // NAME=FILE
   std::vector<std::pair<std::string, std::string>> flags;  // NAME=FLAGS
   STRIP_LEVEL strip = STRIP_NONE;
-  std::vector<std::string> strip_symbols, keep_symbols;
 
   // Takes the option `flag` (its long form) with its operand, split at the
   // '=' for the NAME=VALUE options; a bad FLAGS word is a usage error.
@@ -45,9 +47,10 @@ private:
 const char *long_form(const std::string &short_flag);
 
 // Each step: false with the message printed when an edit is refused or a
-// name matches nothing.
+// name matches nothing. The strip step takes the symbols that `lists`
+// names to strip (LIST_STRIP) and keeps those it names to keep (LIST_KEEP).
 [[nodiscard]] bool dump_sections(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan);
-[[nodiscard]] bool remove_and_strip(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan);
+[[nodiscard]] bool remove_and_strip(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, tools::SYMBOL_LISTS &lists);
 [[nodiscard]] bool add_and_flag(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan);
 
 }  // namespace ofecopy

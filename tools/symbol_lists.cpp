@@ -133,18 +133,20 @@ bool SYMBOL_LISTS::takes(const std::vector<ENTRY> &list, const std::string &name
   return found;
 }
 
+bool SYMBOL_LISTS::takes(SYMBOL_LIST_KIND kind, const std::string &name) {
+  matched_[kind].resize(lists_[kind].size());
+  return !name.empty() && takes(lists_[kind], name, matched_[kind]);
+}
+
 bool SYMBOL_LISTS::apply(OFE::OBJECT_FILE &object, SYMBOL_LIST_KIND kind) {
-  const std::vector<ENTRY> &list = lists_[kind];
-  if (list.empty())
+  if (lists_[kind].empty())
     return true;  // no names to keep: nothing becomes local
-  std::vector<bool> &matched = matched_[kind];
-  matched.resize(list.size());
   bool ok = true;
   for (OFE::OF_SYMBOL *symbol : object.symbols()) {
     std::string name = symbol->get_name();
     if (name.empty())
       continue;
-    bool named = takes(list, name, matched);
+    bool named = takes(kind, name);
     if (named != (kind == LIST_KEEP_GLOBAL))
       ok = OFE::edit_binding(*symbol, binding_edit(kind)) == 0 && ok;
   }

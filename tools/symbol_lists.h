@@ -14,6 +14,8 @@
 // adds to one list, which is applied where the first of them stands: that
 // is how a "!" pattern of one option excludes names that another option's
 // pattern takes, and how --keep-global-symbol can be given more than once.
+// The names of --strip-symbol and --keep-symbol are lists too, matched the
+// same way, which the strip step asks of one name at a time.
 #pragma once
 
 #include <map>
@@ -24,7 +26,15 @@
 
 namespace tools {
 
-enum SYMBOL_LIST_KIND { LIST_LOCALIZE, LIST_GLOBALIZE, LIST_WEAKEN, LIST_KEEP_GLOBAL, LIST_KIND_COUNT };
+enum SYMBOL_LIST_KIND {
+  LIST_LOCALIZE,
+  LIST_GLOBALIZE,
+  LIST_WEAKEN,
+  LIST_KEEP_GLOBAL,
+  LIST_STRIP,  // --strip-symbol
+  LIST_KEEP,   // --keep-symbol
+  LIST_KIND_COUNT
+};
 
 class SYMBOL_LISTS {
 public:
@@ -41,6 +51,10 @@ public:
   // is localized. False with the library's message when it refuses an
   // edit. What each name matched is remembered for all_matched.
   [[nodiscard]] bool apply(OFE::OBJECT_FILE &object, SYMBOL_LIST_KIND kind);
+  // Whether the list of `kind` names anything, and whether it takes the
+  // symbol name `name` (remembered for all_matched).
+  bool empty(SYMBOL_LIST_KIND kind) const { return lists_[kind].empty(); }
+  bool takes(SYMBOL_LIST_KIND kind, const std::string &name);
   // Whether every name of the command line matched a symbol in some object
   // the lists were applied to; false with a message naming the first that
   // did not (`where` says where it was looked for).

@@ -152,6 +152,8 @@ INSTANTIATE_TEST_SUITE_P(
                       ROW{"PicolibcStripUnneededKeepOne", "arm-none-eabi-", PICO_MEMBER,
                           {"--strip-unneeded", "-K", "getopt.c", "-N", "getopt_long"}},
                       ROW{"PicolibcStripAll", "arm-none-eabi-", PICO_MEMBER, {"--strip-all"}},
+                      ROW{"PicolibcWildcardKeepAndStrip", "arm-none-eabi-", PICO_MEMBER,
+                          {"-w", "--strip-unneeded", "-K", "getopt*", "-K", "!getopt_long", "-N", "*nonopts"}},
                       ROW{"PicolibcOnlyTexts", "arm-none-eabi-",
                           std::string(PICOLIBC) + ":libc_argz_argz_count.c.o", {"-j", ".text*"}},
                       ROW{"M68kRemoveNote", "m68k-linux-gnu-", M68K_MEMBER, {"-R", ".note.GNU-stack"}},
