@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -55,7 +56,8 @@ const char USAGE[] =
     "  --globalize-symbols FILE       --weaken-symbols FILE, --keep-global-symbols FILE\n"
     "  -w, --wildcard                 symbol NAMEs are patterns (*, ?, [...]); \"!PATTERN\"\n"
     "                                 takes names out of its kind's list\n"
-    "  --rename-section OLD=NEW       rename section OLD (and its relocation sections)\n"
+    "  --rename-section OLD=NEW[,FLAGS]  rename section OLD (and its relocation\n"
+    "                                 sections), setting FLAGS as below\n"
     "  --set-section-alignment NAME=N set the alignment of section NAME to N\n"
     "  --set-section-page NAME=N      set the memory page of section NAME to N\n"
     "  -R, --remove-section PATTERN   remove the matching sections and what follows them\n"
@@ -108,6 +110,7 @@ struct EDIT {
   std::map<std::string, std::string> renames;  // a rename list's pairs
   uint32_t matches = 0;    // objects in which it found what it names
   const char *names = "";  // what it names: "symbol" or "section"
+  std::optional<uint32_t> section_flags = {};  // the FLAGS of --rename-section OLD=NEW,FLAGS
 };
 
 struct OPTION {
@@ -194,10 +197,18 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files, 
     EDIT edit{option->kind, operand, "", option->file, {}};
     if (option->pair) {
       size_t equals = operand.find('=');
-      if (equals == std::string::npos || equals == 0)
+      if (equals != std::string::npos) {
+        edit.name = operand.substr(0, equals);
+        edit.value = operand.substr(equals + 1);
+      }
+      // As GNU objcopy: --rename-section OLD=NEW,FLAGS sets the flags too.
+      if (size_t comma = edit.value.find(','); edit.kind == RENAME_SECTION && comma != std::string::npos) {
+        edit.section_flags = ofecopy::parse_section_flags(edit.value.substr(comma + 1));
+        edit.value.resize(comma);
+      }
+      // An empty name would make a nameless section or symbol.
+      if (edit.name.empty() || edit.value.empty())
         tools::usage_error("ofecopy", "option '%s' needs NAME=VALUE, not '%s'", option->flag, operand.c_str());
-      edit.name = operand.substr(0, equals);
-      edit.value = operand.substr(equals + 1);
     }
     if (edit.kind == SECTION_PLAN)
       plan.take(option->flag, edit.name, edit.value);
@@ -313,7 +324,9 @@ bool apply(OFE::OBJECT_FILE &object, EDIT &edit, tools::SYMBOL_LISTS &lists) {
       for (uint32_t i = 0; i < s.get_reloc_table_count(); i++)
         if (s.get_reloc_table(i)->rename_with(edit.name, edit.value) != 0)
           return -1;
-      return s.set_name(edit.value);
+      if (s.set_name(edit.value) != 0)
+        return -1;
+      return edit.section_flags && !ofecopy::set_section_flags(object, s, *edit.section_flags) ? -1 : 0;
     });
   case SECTION_PLAN:
   case STRIP_SYMBOL:

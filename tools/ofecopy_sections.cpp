@@ -39,7 +39,7 @@ namespace {
 
 
 // GNU's section flag words; what each is in ELF and in QV-COFF is decided
-// in set_flags.
+// in set_section_flags.
 enum FLAG_WORD : uint32_t {
   F_ALLOC = 1u << 0,
   F_LOAD = 1u << 1,
@@ -73,8 +73,9 @@ const char *word_name(uint32_t bit) {
   return "?";
 }
 
-// "alloc,load,readonly" as FLAG_WORD bits; a usage error for any other word.
-uint32_t parse_flag_words(const std::string &text) {
+}  // namespace
+
+uint32_t parse_section_flags(const std::string &text) {
   uint32_t bits = 0;
   size_t start = 0;
   while (start <= text.size()) {
@@ -94,6 +95,8 @@ uint32_t parse_flag_words(const std::string &text) {
   }
   return bits;
 }
+
+namespace {
 
 // GNU's matching of section names: a name is selected when a pattern
 // matches it and no "!pattern" does.
@@ -336,9 +339,9 @@ OFE::OF_SECTION *find_one(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, co
   return s;
 }
 
-// Sets the GNU flag words `bits` on `s`: the flags the words speak of are
-// replaced, the format's other flags stay.
-bool set_flags(OFE::OBJECT_FILE &object, OFE::OF_SECTION &s, uint32_t bits) {
+}  // namespace
+
+bool set_section_flags(OFE::OBJECT_FILE &object, OFE::OF_SECTION &s, uint32_t bits) {
   auto refuse = [&](uint32_t unsupported, const char *format) {
     for (uint32_t bit = 1; bit <= F_LARGE; bit <<= 1)
       if (bits & unsupported & bit) {
@@ -376,8 +379,6 @@ bool set_flags(OFE::OBJECT_FILE &object, OFE::OF_SECTION &s, uint32_t bits) {
   return s.set_flags(flags) == 0;
 }
 
-}  // namespace
-
 const char *long_form(const std::string &short_flag) {
   static const std::pair<const char *, const char *> SHORT[] = {
       {"-R", "--remove-section"}, {"-j", "--only-section"}, {"-g", "--strip-debug"},
@@ -398,7 +399,7 @@ void SECTION_PLAN::take(const std::string &flag, const std::string &name, const 
   else if (flag == "--dump-section")
     dump.emplace_back(name, value);
   else if (flag == "--set-section-flags")
-    flags.emplace_back(name, std::to_string(parse_flag_words(value)));
+    flags.emplace_back(name, std::to_string(parse_section_flags(value)));
 }
 
 void SECTION_PLAN::note(const std::string &what, bool found) const {
@@ -505,7 +506,8 @@ bool add_and_flag(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan) {
   for (const auto &[pattern, bits] : plan.flags) {
     note_patterns(object, plan, {pattern});
     for (OFE::OF_SECTION *s : object.sections())
-      if (matches({pattern}, s->get_name()) && !set_flags(object, *s, static_cast<uint32_t>(std::stoul(bits))))
+      if (matches({pattern}, s->get_name()) &&
+          !set_section_flags(object, *s, static_cast<uint32_t>(std::stoul(bits))))
         return false;
   }
   return true;

@@ -10,6 +10,7 @@
 
 namespace OFE {
 class OBJECT_FILE;
+class OF_SECTION;
 }
 namespace tools {
 class SYMBOL_LISTS;
@@ -45,6 +46,14 @@ private:
 
 // The long form of a short option ("-R" is "--remove-section"), or null.
 const char *long_form(const std::string &short_flag);
+
+// GNU's section flag words ("alloc,load,readonly") as the bits that
+// set_section_flags takes; a usage error for any other word.
+uint32_t parse_section_flags(const std::string &words);
+// Sets the flag words `bits` on `s`: the format's flags the words speak of
+// are replaced, its other flags stay. False with a message when the format
+// has no flag for a word.
+[[nodiscard]] bool set_section_flags(OFE::OBJECT_FILE &object, OFE::OF_SECTION &s, uint32_t bits);
 
 // Each step: false with the message printed when an edit is refused or a
 // name matches nothing. The strip step takes the symbols that `lists`

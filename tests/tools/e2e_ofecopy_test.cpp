@@ -157,6 +157,13 @@ TEST_F(Ofecopy, FailuresSayWhyAndLeaveTheOutputAlone) {
        "ofecopy: one INPUT and one OUTPUT expected, but 'f' follows OUTPUT 'out.o'; try 'ofecopy --help'\n"},
       {{"--rename-symbol", "f", "in.o", "out.o"},
        "ofecopy: option '--rename-symbol' needs NAME=VALUE, not 'f'; try 'ofecopy --help'\n"},
+      // An empty new name would make a nameless symbol or section.
+      {{"--rename-symbol", "f=", "in.o", "out.o"},
+       "ofecopy: option '--rename-symbol' needs NAME=VALUE, not 'f='; try 'ofecopy --help'\n"},
+      {{"--rename-section", ".text=,code", "in.o", "out.o"},
+       "ofecopy: option '--rename-section' needs NAME=VALUE, not '.text=,code'; try 'ofecopy --help'\n"},
+      {{"--rename-section", ".text=.t,rom", "in.o", "out.o"},
+       "ofecopy: ELF sections have no 'rom' flag ('.t' of 'in.o')\n"},
   };
   for (const auto &[args, err] : cases) {
     RUN_RESULT r = ofecopy(args);
