@@ -13,6 +13,7 @@
 // the remaining files are still listed, and the exit status is 1.
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -197,14 +198,27 @@ private:
         xml_.empty("unreadable", {{"name", path}});
       return false;
     }
-    if (tools::is_library(stream)) {
+    named_found_ = {false, false};
+    bool library = tools::is_library(stream);
+    bool ok;
+    if (library) {
       fclose(stream);
-      return list_archive(path);
+      ok = list_archive(path);
+    } else {
+      if (listing() && !options_.xml)
+        printf("\nFile: %s\n", printable(path).c_str());
+      ok = list_object(stream, 0, path, path, false);
+      fclose(stream);
     }
-    if (listing() && !options_.xml)
-      printf("\nFile: %s\n", printable(path).c_str());
-    bool ok = list_object(stream, 0, path, path, false);
-    fclose(stream);
+    // A section name that matched nothing would otherwise list nothing and
+    // say nothing, as if the section were empty.
+    const std::string *named[] = {&options_.tables.rawdata_section, &options_.tables.relocs_section};
+    for (int i = 0; i < 2; i++)
+      if (ok && !named[i]->empty() && !named_found_[i]) {
+        fflush(stdout);  // the warning follows what was listed before it
+        tools::warning("no section named '%s' in %s'%s'", named[i]->c_str(), library ? "any member of " : "",
+                       path.c_str());
+      }
     return ok;
   }
 
@@ -325,6 +339,10 @@ private:
     choice.relocs = parts & OFE::OF_DUMP_RELOCS;
     choice.rawdata = parts & OFE::OF_DUMP_RAWDATA;
     tools::print_tables(stdout, object, choice);
+    OFE::OF_SECTION_TABLE *sections = object.get_section_table();
+    const std::string *named[] = {&choice.rawdata_section, &choice.relocs_section};
+    for (int i = 0; i < 2; i++)
+      named_found_[i] = named_found_[i] || (!named[i]->empty() && sections && sections->find_section(*named[i]));
     if (uint32_t rest = parts & ~(header_parts | table_parts)) {
       select(object, rest);
       (void)object.dump(stdout);
@@ -375,6 +393,9 @@ private:
   XML_WRITER xml_;
   tools::SIZE_SPLIT total_size_;
   bool size_heading_printed_ = false;
+  // Whether the section that rawdata= and relocs= name was in an object
+  // of the file being listed.
+  std::array<bool, 2> named_found_ = {};
 };
 
 // A listing cut short (a full disk, a reader that went away while the

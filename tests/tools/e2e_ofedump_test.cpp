@@ -135,6 +135,10 @@ TEST_F(Ofedump, CommandLineAndListingSelection) {
        "  00000000 00000101 0x01                 00000000  start\n"
        "\n Contents of section \".data\":\n"
        "  00000000 00000000                            ....\n"},
+      // A section named for rawdata= or relocs= that a file lacks: a warning
+      // for that file, not an empty listing alone.
+      {{"-d", "rawdata=.text.c", "good.o", "g.o"}, 0, "ofedump: warning: no section named '.text.c' in 'good.o'\n",
+       "\nFile: good.o\n\nFile: g.o\n\n Contents of section \".text.c\":\n  00000000 c3                                  .\n"},
       {{"-d", "all", "good.o"}, 0, "", "\nFile: good.o",
        {" Object File Information", " ELF File Header", " Sections:", " Contents of section \".text\"",
         " Relocations \".rel.text\"", " Symbol table", " String Table \".strtab\""}},
