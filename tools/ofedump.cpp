@@ -212,8 +212,8 @@ private:
     }
     // A section name that matched nothing would otherwise list nothing and
     // say nothing, as if the section were empty.
-    const std::string *named[] = {&options_.tables.rawdata_section, &options_.tables.relocs_section};
-    for (int i = 0; i < 2; i++)
+    auto named = named_sections();
+    for (size_t i = 0; i < named.size(); i++)
       if (ok && !named[i]->empty() && !named_found_[i]) {
         fflush(stdout);  // the warning follows what was listed before it
         tools::warning("no section named '%s' in %s'%s'", named[i]->c_str(), library ? "any member of " : "",
@@ -340,8 +340,8 @@ private:
     choice.rawdata = parts & OFE::OF_DUMP_RAWDATA;
     tools::print_tables(stdout, object, choice);
     OFE::OF_SECTION_TABLE *sections = object.get_section_table();
-    const std::string *named[] = {&choice.rawdata_section, &choice.relocs_section};
-    for (int i = 0; i < 2; i++)
+    auto named = named_sections();
+    for (size_t i = 0; i < named.size(); i++)
       named_found_[i] = named_found_[i] || (!named[i]->empty() && sections && sections->find_section(*named[i]));
     if (uint32_t rest = parts & ~(header_parts | table_parts)) {
       select(object, rest);
@@ -393,8 +393,11 @@ private:
   XML_WRITER xml_;
   tools::SIZE_SPLIT total_size_;
   bool size_heading_printed_ = false;
-  // Whether the section that rawdata= and relocs= name was in an object
-  // of the file being listed.
+  // The sections that rawdata= and relocs= name (empty: none), and whether
+  // each was in an object of the file being listed.
+  std::array<const std::string *, 2> named_sections() const {
+    return {&options_.tables.rawdata_section, &options_.tables.relocs_section};
+  }
   std::array<bool, 2> named_found_ = {};
 };
 
