@@ -200,6 +200,10 @@ private:
     }
     named_found_ = {false, false};
     bool library = tools::is_library(stream);
+    if (options_.index && !library) {
+      fflush(stdout);  // the warning follows what was listed before it
+      tools::warning("'%s' is not a library: it has no symbol index", path.c_str());
+    }
     bool ok;
     if (library) {
       fclose(stream);
@@ -234,7 +238,7 @@ private:
       (void)ar_load_members(ar);
     bool ok = !archive_failed;
     if (options_.index)
-      list_index(ar);
+      list_index(ar, path);
     for (AR_MEMBER *m = ar->head; m; m = m->next) {
       std::string name = path + "(" + m->name + ")";
       AR_MEMBER_DATA data;
@@ -286,9 +290,14 @@ private:
 
   // "SYMBOL in MEMBER" for each entry of the library's symbol index, in
   // its order; the entries name their member by its header's offset.
-  void list_index(ARCHIVE *ar) {
-    if (!ar->symbols_head)
+  void list_index(ARCHIVE *ar, const std::string &path) {
+    if (!ar->symbols_head) {
+      // Nothing to print is not the same as nothing to say: a linker finds
+      // no member of this library by name.
+      fflush(stdout);
+      tools::warning("'%s' has no symbol index, or an empty one", path.c_str());
       return;
+    }
     std::map<FILE_OFFSET, const char *> members;
     for (AR_MEMBER *m = ar->head; m; m = m->next)
       members[m->data_offset - AR_HEADER_SIZE] = m->name;

@@ -96,6 +96,7 @@ std::string version_report() { return run({arvela_path(), "--toolversion"}, ".")
 // ends a line) and parts it must and must not hold. Listings that do not
 // apply to ELF are skipped, not refused; "-dLIST" is "-d LIST".
 TEST_F(Ofedump, CommandLineAndListingSelection) {
+  ASSERT_EQ(run({"ar", "rcS", "noindex.a", "good.o"}, dir.path()).status, 0);  // a library without an index
   struct CASE {
     std::vector<std::string> args;
     int status;
@@ -139,6 +140,9 @@ TEST_F(Ofedump, CommandLineAndListingSelection) {
       // for that file, not an empty listing alone.
       {{"-d", "rawdata=.text.c", "good.o", "g.o"}, 0, "ofedump: warning: no section named '.text.c' in 'good.o'\n",
        "\nFile: good.o\n\nFile: g.o\n\n Contents of section \".text.c\":\n  00000000 c3                                  .\n"},
+      // --index where there is no index to list.
+      {{"--index", "good.o"}, 0, "ofedump: warning: 'good.o' is not a library: it has no symbol index\n", ""},
+      {{"--index", "noindex.a"}, 0, "ofedump: warning: 'noindex.a' has no symbol index, or an empty one\n", ""},
       {{"-d", "all", "good.o"}, 0, "", "\nFile: good.o",
        {" Object File Information", " ELF File Header", " Sections:", " Contents of section \".text\"",
         " Relocations \".rel.text\"", " Symbol table", " String Table \".strtab\""}},
