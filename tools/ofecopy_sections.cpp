@@ -462,6 +462,14 @@ bool remove_and_strip(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, tools:
     return true;
   note_patterns(object, plan, plan.remove);
   note_patterns(object, plan, plan.only);
+  // Asked to keep and to remove one section, GNU refuses, and so does this.
+  if (!plan.only.empty())
+    for (OFE::OF_SECTION *s : object.sections())
+      if (matches(plan.remove, s->get_name()) && matches(plan.only, s->get_name())) {
+        tools::error("section '%s' of '%s' is both kept by -j and removed by -R", s->get_name().c_str(),
+                     object.get_file_name().c_str());
+        return false;
+      }
   std::set<uint32_t> gone = sections_to_remove(object, plan, lists);
   auto [symtab, strings] = symbol_table_sections(object);
   if (plan.strip != STRIP_NONE && !is_elf(object) && !remove_line_numbers(object))

@@ -141,6 +141,8 @@ TEST_F(Ofecopy, FailuresSayWhyAndLeaveTheOutputAlone) {
        ">>   error: Advanced RISC Machines ARM files have no section page attribute\n"},
       {{"in.s", "out.o"}, "ofecopy: 'in.s' is not an ELF or QV-COFF object file\n"},
       {{"-R", ".nosuch*", "in.o", "out.o"}, "ofecopy: no section matching '.nosuch*' in 'in.o'\n"},
+      {{"-j", ".t*", "-R", ".text", "in.o", "out.o"},
+       "ofecopy: section '.text' of 'in.o' is both kept by -j and removed by -R\n"},
       {{"-N", "g", "in.o", "out.o"}, "ofecopy: not stripping symbol 'g' because it is named in a relocation\n"},
       {{"--set-section-flags", ".text=rom", "in.o", "out.o"}, "ofecopy: ELF sections have no 'rom' flag ('.text' of 'in.o')\n"},
       {{"--dump-section", ".bss=bss.bin", "in.o", "out.o"}, "ofecopy: section '.bss' of 'in.o' has no contents to dump\n"},
