@@ -174,7 +174,10 @@ OUTPUT_FILE::~OUTPUT_FILE() {
 FILE *OUTPUT_FILE::open() {
   target_ = replacement_target(path_.c_str());
   replaces_ = stat(target_.c_str(), &old_) == 0;
-  if (replaces_ && !S_ISREG(old_.st_mode)) {
+  // The path as given is asked too: /dev/stdout leads to a pipe, which has
+  // no path to resolve.
+  struct stat given;
+  if ((replaces_ && !S_ISREG(old_.st_mode)) || (stat(path_.c_str(), &given) == 0 && !S_ISREG(given.st_mode))) {
     tools::error("'%s' is not a regular file", path_.c_str());
     return nullptr;
   }

@@ -236,16 +236,19 @@ TEST_F(Ofecopy, TheOutputKeepsItsIdentity) {
   EXPECT_EQ(owned.st_mode & 07777, 0604u);
   EXPECT_EQ(entries(dir / "real"), "new.o target.o twin.o");
 
-  // Neither a FIFO nor a device is replaced by a plain file.
+  // Neither a FIFO nor a device is replaced by a plain file, nor a link to
+  // the tool's standard output, a pipe here, which has no path of its own.
   ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0666), 0);
   ASSERT_EQ(mknod((dir / "null").c_str(), S_IFCHR | 0666, makedev(1, 3)), 0);
-  for (const char *output : {"fifo", "null"}) {
+  fs::create_symlink("/proc/self/fd/1", dir / "stdout");
+  for (const char *output : {"fifo", "null", "stdout"}) {
     RUN_RESULT r = ofecopy({"in.o", output});
     EXPECT_EQ(r.status, 1) << output;
     EXPECT_EQ(r.err, std::string("ofecopy: '") + output + "' is not a regular file\n");
   }
   EXPECT_TRUE(S_ISFIFO(status_of("fifo").st_mode));
   EXPECT_TRUE(S_ISCHR(status_of("null").st_mode));
+  EXPECT_TRUE(S_ISLNK(status_of("stdout").st_mode));
 
   // A directory only its owner may add to, and a writer who is not root.
   fs::create_directory(dir / "locked");
