@@ -512,11 +512,18 @@ bool add_and_flag(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan) {
       return false;
   }
   for (const auto &[pattern, bits] : plan.flags) {
-    note_patterns(object, plan, {pattern});
-    for (OFE::OF_SECTION *s : object.sections())
-      if (matches({pattern}, s->get_name()) &&
-          !set_section_flags(object, *s, static_cast<uint32_t>(std::stoul(bits))))
+    // The flags are those of the program's sections: ELF's null section and
+    // the file's own tables (symbols, strings, relocations, groups) are no
+    // such section, and flags would make them something they are not.
+    bool found = false;
+    for (OFE::OF_SECTION *s : object.sections()) {
+      if (!matches({pattern}, s->get_name()) || (is_elf(object) && s->get_index() == 0) || serves_others(object, *s))
+        continue;
+      found = true;
+      if (!set_section_flags(object, *s, static_cast<uint32_t>(std::stoul(bits))))
         return false;
+    }
+    plan.note("section with settable flags matching '" + pattern + "'", found);
   }
   return true;
 }

@@ -83,9 +83,20 @@ int ELF_SECTION::set_data(const void *bytes, uint32_t size) {
   });
 }
 
+int ELF_SECTION::set_type(uint32_t type) {
+  return apply_change(begin_change(), [&] {
+    // The type as read says whether the contents are in the file, so they
+    // are taken before it changes. A section with no bytes in the file
+    // holds zeros, and those are its contents once its type gives it some.
+    DATA_MAP *data = get_data();
+    if (header_.sh_type == SHT_NOBITS && type != SHT_NOBITS)
+      data->resize(header_.sh_size);
+    header_.sh_type = type;
+  });
+}
+
 #define ELF_SECTION_SETTER(function, field) \
   int ELF_SECTION::function(uint32_t value) { return apply_change(begin_change(), [&] { header_.field = value; }); }
-ELF_SECTION_SETTER(set_type, sh_type)
 ELF_SECTION_SETTER(set_flags, sh_flags)
 ELF_SECTION_SETTER(set_address, sh_addr)
 ELF_SECTION_SETTER(set_link, sh_link)

@@ -3,7 +3,8 @@
 // and a C++ object with COMDAT groups and debugging information. Each row
 // runs both tools with the same options and compares what readelf and nm
 // show (sections as a set of name, type and flags: the library lays
-// sections out in its own order), then links the result with ld -r.
+// sections out in its own order) and the bytes of every section objdump
+// shows, then links the result with ld -r.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -65,6 +66,13 @@ protected:
   std::string tool(const char *name) const { return std::string(GetParam().prefix) + name; }
   std::vector<std::string> sections(const std::string &file) { return section_view(tool("readelf"), dir, file); }
   std::string symbols(const std::string &file) { return symbol_view(tool("nm"), dir, file); }
+  // The bytes of every section but the groups, whose words are section
+  // indexes (the library orders sections its own way).
+  std::vector<std::string> contents(const std::string &file) {
+    std::vector<std::string> blocks = section_contents(tool("objdump"), (dir / file).string());
+    std::erase_if(blocks, [](const std::string &b) { return b.starts_with("Contents of section .group:"); });
+    return blocks;
+  }
   TEMP_DIR dir;
 };
 
@@ -107,6 +115,7 @@ TEST_P(OfecopySections, GivesWhatGnuObjcopyGivesAndStillLinks) {
   EXPECT_EQ(o.err + o.out, "");
   EXPECT_EQ(sections("ours.o"), sections("gnu.o"));
   EXPECT_EQ(symbols("ours.o"), symbols("gnu.o"));
+  EXPECT_EQ(contents("ours.o"), contents("gnu.o"));
   RUN_RESULT link = run({tool("ld"), "-r", "-o", "linked.o", "ours.o"}, dir.path());
   EXPECT_EQ(link.status, 0) << link.err;
 }
@@ -143,7 +152,9 @@ const std::string M68K_MEMBER = std::string(M68K_LIBC) + ":a64l.o";
 
 // Removing a group keeps its members (in no group); a full strip takes the
 // groups with their signatures, and with no symbol left, the symbol table;
-// stripping a group's signature takes the group.
+// stripping a group's signature takes the group. Flags set on every
+// section leave the file's own tables alone; a .bss given contents holds
+// zeros.
 INSTANTIATE_TEST_SUITE_P(
     Objects, OfecopySections,
     ::testing::Values(ROW{"PicolibcRemoveComment", "arm-none-eabi-", PICO_MEMBER, {"-R", ".comment"}},
@@ -162,6 +173,8 @@ INSTANTIATE_TEST_SUITE_P(
                       ROW{"M68kStripAll", "m68k-linux-gnu-", M68K_MEMBER, {"-S"}},
                       ROW{"M68kOnlyText", "m68k-linux-gnu-", std::string(M68K_LIBC) + ":C-ctype.o",
                           {"-j", ".text"}},
+                      ROW{"M68kFlagEverySection", "m68k-linux-gnu-", M68K_MEMBER,
+                          {"--set-section-flags", "*=alloc,load,contents"}},
                       ROW{"GroupsRemoveComment", "arm-none-eabi-", "cpp", {"-R", ".comment"}},
                       ROW{"GroupsRemoveGroups", "arm-none-eabi-", "cpp", {"-R", ".group"}},
                       ROW{"GroupsStripDebug", "arm-none-eabi-", "cpp", {"--strip-debug"}},

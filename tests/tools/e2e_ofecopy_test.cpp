@@ -145,6 +145,8 @@ TEST_F(Ofecopy, FailuresSayWhyAndLeaveTheOutputAlone) {
        "ofecopy: section '.text' of 'in.o' is both kept by -j and removed by -R\n"},
       {{"-N", "g", "in.o", "out.o"}, "ofecopy: not stripping symbol 'g' because it is named in a relocation\n"},
       {{"--set-section-flags", ".text=rom", "in.o", "out.o"}, "ofecopy: ELF sections have no 'rom' flag ('.text' of 'in.o')\n"},
+      {{"--set-section-flags", ".symtab=alloc", "in.o", "out.o"},
+       "ofecopy: no section with settable flags matching '.symtab' in 'in.o'\n"},
       {{"--dump-section", ".bss=bss.bin", "in.o", "out.o"}, "ofecopy: section '.bss' of 'in.o' has no contents to dump\n"},
       {{"--add-section", ".text=in.s", "in.o", "out.o"}, "ofecopy: 'in.o' already has a section named '.text'\n"},
       {{"--set-section-flags", ".text=alloc,fast", "in.o", "out.o"},

@@ -412,6 +412,27 @@ TEST_P(ElfWrite, ASectionZeroThatIsNotNullIsReplaced) {
             ".text");
 }
 
+// A NOBITS section has no bytes in the file, whatever lies at its offset
+// (here another section's bytes): given a type with contents, it holds
+// zeros of its size.
+TEST_P(ElfWrite, ANoBitsSectionGivenContentsHoldsZeros) {
+  builder.add_symtab({});
+  builder.add({".bss", SHT_NOBITS, std::string(8, '\xAA'), 0, 0, 0, SHF_ALLOC | SHF_WRITE, 4});
+  OPENED in(builder.build());
+  ELF_SECTION *bss = static_cast<ELF_SECTION *>(in.object->get_section_table()->find_section(".bss"));
+  ASSERT_NE(bss, nullptr);
+  ASSERT_EQ(bss->set_type(SHT_PROGBITS), 0);
+  OPENED o(written(in.object.get()));
+  OF_SECTION *back = o.object->get_section_table()->find_section(".bss");
+  ASSERT_NE(back, nullptr);
+  EXPECT_EQ(back->get_type(), SHT_PROGBITS);
+  DATA_MAP &data = *back->get_data();
+  ASSERT_EQ(data.size(), 8u);
+  data.set_position(0);
+  for (int i = 0; i < 8; i++)
+    EXPECT_EQ(data.read_u8(), 0u) << "byte " << i;
+}
+
 INSTANTIATE_TEST_SUITE_P(BothOrders, ElfWrite, ::testing::Values(LITTLE, BIG), order_name);
 
 // A section removed through the library, with the symbols defined in it,
