@@ -511,13 +511,23 @@ bool add_and_flag(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan) {
         s->set_data(bytes.data(), static_cast<uint32_t>(bytes.size())) != 0)
       return false;
   }
+  // A "!PATTERN" of one --set-section-flags keeps the sections it matches
+  // out of every other, as GNU reads them.
+  std::vector<std::string> excluded;
+  for (const auto &[pattern, bits] : plan.flags)
+    if (pattern[0] == '!')
+      excluded.push_back(pattern);
   for (const auto &[pattern, bits] : plan.flags) {
+    if (pattern[0] == '!')
+      continue;
+    std::vector<std::string> patterns = excluded;
+    patterns.push_back(pattern);
     // The flags are those of the program's sections: ELF's null section and
     // the file's own tables (symbols, strings, relocations, groups) are no
     // such section, and flags would make them something they are not.
     bool found = false;
     for (OFE::OF_SECTION *s : object.sections()) {
-      if (!matches({pattern}, s->get_name()) || (is_elf(object) && s->get_index() == 0) || serves_others(object, *s))
+      if (!matches(patterns, s->get_name()) || (is_elf(object) && s->get_index() == 0) || serves_others(object, *s))
         continue;
       found = true;
       if (!set_section_flags(object, *s, static_cast<uint32_t>(std::stoul(bits))))

@@ -45,16 +45,17 @@ public:
   // Adds every name of the list file `path`; false with a message when it
   // cannot be read.
   [[nodiscard]] bool add_file(SYMBOL_LIST_KIND kind, const std::string &path);
-  // Applies the list of `kind` through the library's binding edit: the
-  // named symbols are localized, globalized or weakened; for
+  // Applies the list of `kind`, one of the four binding kinds, through the
+  // library's binding edit: the named symbols are localized, globalized or
+  // weakened; for
   // LIST_KEEP_GLOBAL every defined global or weak symbol that is not named
   // is localized. False with the library's message when it refuses an
   // edit. What each name matched is remembered for all_matched.
   [[nodiscard]] bool apply(OFE::OBJECT_FILE &object, SYMBOL_LIST_KIND kind);
   // Whether the list of `kind` names anything, and whether it takes the
   // symbol name `name` (remembered for all_matched).
-  bool empty(SYMBOL_LIST_KIND kind) const { return lists_[kind].empty(); }
-  bool takes(SYMBOL_LIST_KIND kind, const std::string &name);
+  [[nodiscard]] bool empty(SYMBOL_LIST_KIND kind) const { return lists_[kind].empty(); }
+  [[nodiscard]] bool takes(SYMBOL_LIST_KIND kind, const std::string &name);
   // Whether every name of the command line matched a symbol in some object
   // the lists were applied to; false with a message naming the first that
   // did not (`where` says where it was looked for).

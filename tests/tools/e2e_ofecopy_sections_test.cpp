@@ -154,7 +154,7 @@ const std::string M68K_MEMBER = std::string(M68K_LIBC) + ":a64l.o";
 // groups with their signatures, and with no symbol left, the symbol table;
 // stripping a group's signature takes the group. Flags set on every
 // section leave the file's own tables alone; a .bss given contents holds
-// zeros.
+// zeros; a "!" pattern of one --set-section-flags excludes from all.
 INSTANTIATE_TEST_SUITE_P(
     Objects, OfecopySections,
     ::testing::Values(ROW{"PicolibcRemoveComment", "arm-none-eabi-", PICO_MEMBER, {"-R", ".comment"}},
@@ -175,6 +175,8 @@ INSTANTIATE_TEST_SUITE_P(
                           {"-j", ".text"}},
                       ROW{"M68kFlagEverySection", "m68k-linux-gnu-", M68K_MEMBER,
                           {"--set-section-flags", "*=alloc,load,contents"}},
+                      ROW{"PicolibcFlagsWithAnExclusion", "arm-none-eabi-", PICO_MEMBER,
+                          {"--set-section-flags", ".text*=alloc,contents", "--set-section-flags", "!.text.getopt=alloc"}},
                       ROW{"GroupsRemoveComment", "arm-none-eabi-", "cpp", {"-R", ".comment"}},
                       ROW{"GroupsRemoveGroups", "arm-none-eabi-", "cpp", {"-R", ".group"}},
                       ROW{"GroupsStripDebug", "arm-none-eabi-", "cpp", {"--strip-debug"}},
