@@ -1,5 +1,7 @@
 #include "objfile/elf/elf_section.h"
 
+#include <new>
+
 #include "objfile/elf/elf_file.h"
 #include "objfile/elf/elf_group.h"
 #include "objfile/elf/elf_names.h"
@@ -87,11 +89,20 @@ int ELF_SECTION::set_type(uint32_t type) {
   return apply_change(begin_change(), [&] {
     // The type as read says whether the contents are in the file, so they
     // are taken before it changes. A section with no bytes in the file
-    // holds zeros, and those are its contents once its type gives it some.
+    // holds zeros, and those are its contents once its type gives it some:
+    // as many as its size says, which no file bounds.
     DATA_MAP *data = get_data();
-    if (header_.sh_type == SHT_NOBITS && type != SHT_NOBITS)
-      data->resize(header_.sh_size);
+    if (header_.sh_type == SHT_NOBITS && type != SHT_NOBITS) {
+      try {
+        data->resize(header_.sh_size);
+      } catch (const std::bad_alloc &) {
+        get_file()->set_error(OF_ERR_INVALID_REQUEST, "section \"%s\" would hold %u bytes, more than memory can",
+                              get_name().c_str(), header_.sh_size);
+        return -1;
+      }
+    }
     header_.sh_type = type;
+    return 0;
   });
 }
 

@@ -315,6 +315,24 @@ TEST_F(Ofecopy, ARunEndedDuringTheWriteLeavesTheOldOutputAndNothingElse) {
   EXPECT_EQ(entries(dir.path()), files);
 }
 
+// A .bss given contents holds zeros of its size, which no file bounds: when
+// memory cannot hold them, the edit is refused with the library's message,
+// not ended by an exception, and nothing is written.
+TEST_F(Ofecopy, ContentsForAHugeBssThatMemoryCannotHoldAreRefused) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "the sanitizers' shadow memory needs more address space than the limit allows";
+#endif
+  dir.write("huge.s", ".bss\n.zero 0xF0000000\n");
+  ASSERT_EQ(run({"arm-none-eabi-as", "-o", "huge.o", "huge.s"}, dir.path()).status, 0);
+  const std::string files = entries(dir.path());
+  RUN_RESULT r = run({"prlimit", "--as=1073741824", ofecopy_path(), "--set-section-flags", ".bss=alloc,contents",
+                      "huge.o", "out.o"},
+                     dir.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, ">>   error: section \".bss\" would hold 4026531840 bytes, more than memory can\n");
+  EXPECT_EQ(entries(dir.path()), files);
+}
+
 // A program linked against the rewritten members of a real library is the
 // same executable as one linked against the originals.
 TEST(OfecopyLink, AProgramLinkedAgainstRewrittenMembersIsByteIdentical) {
