@@ -138,8 +138,7 @@ void OBJECT_FILE::note_short_read(const char *what, FILE_OFFSET offset) {
 
 void OBJECT_FILE::set_write_error(const char *what) {
   int reason = errno ? errno : EIO;
-  set_error(OF_ERR_OPEN, "%s: cannot write %s: %s",
-            message_name(), what, strerror(reason));
+  set_error(OF_ERR_OPEN, "%s: cannot write %s: %s", message_name(), what, strerror(reason));
 }
 
 int OBJECT_FILE::get_file_data(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map) {

@@ -30,8 +30,7 @@ OF_SECTION *OF_SECTION_TABLE::find_section(const std::string &name) {
 
 bool OF_SECTION_TABLE::begin_removal(OBJECT_FILE *object, const OF_SECTION *section, uint32_t index) {
   if (!section) {
-    object->set_error(OF_ERR_INVALID_REQUEST, "%s: there is no section %u to remove",
-                      object->message_name(), index);
+    object->set_error(OF_ERR_INVALID_REQUEST, "%s: there is no section %u to remove", object->message_name(), index);
     return false;
   }
   if (object->get_state() > OF_STATE_OPEN && object->set_state(OF_STATE_OPEN) != 0)

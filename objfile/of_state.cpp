@@ -78,8 +78,7 @@ bool OF_STATE_MACHINE::can_revert(uint32_t) { return true; }
 bool OF_STATE_MACHINE::revert_state(uint32_t) { return true; }
 
 bool OBJECT_FILE::missing_step(const char *step) {
-  set_error(OF_ERR_INTERNAL, "%s: %s is not supported for %s files",
-            message_name(), step, format_name(get_format()));
+  set_error(OF_ERR_INTERNAL, "%s: %s is not supported for %s files", message_name(), step, format_name(get_format()));
   return false;
 }
 

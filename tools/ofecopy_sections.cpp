@@ -138,8 +138,8 @@ bool is_elf(OFE::OBJECT_FILE &object) { return object.get_format() == OFE::OF_FO
 
 bool is_elf_reloc(OFE::OF_SECTION &s) { return s.get_type() == OFE::SHT_REL || s.get_type() == OFE::SHT_RELA; }
 
-// Sections that -j keeps without being named: the tables the kept sections
-// need, which go below when what they serve goes.
+// The file's own tables: what -j keeps without being named (they go below
+// when what they serve goes), and what section flags never reach.
 bool serves_others(OFE::OBJECT_FILE &object, OFE::OF_SECTION &s) {
   if (!is_elf(object))
     return s.get_group() != nullptr;
@@ -258,7 +258,7 @@ bool strip_takes(OFE::OBJECT_FILE &object, OFE::OF_SYMBOL &symbol, STRIP_LEVEL l
 // needed.
 bool symbols_to_remove(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, tools::SYMBOL_LISTS &lists,
                        const std::set<uint32_t> &gone, std::vector<uint32_t> &removed) {
-  std::set<uint32_t> used, named, kept;
+  std::set<uint32_t> used;
   // Only relocations into the symbol table count: an executable's dynamic
   // relocations name the dynamic symbols.
   for (OFE::OF_RELOC_TABLE *table : kept_relocations(object, gone))
@@ -270,27 +270,21 @@ bool symbols_to_remove(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, tools
       if (OFE::OF_SYMBOL *signature = group->get_signature())
         used.insert(signature->get_index());
   for (OFE::OF_SYMBOL *s : object.symbols()) {
-    if (lists.takes(tools::LIST_STRIP, s->get_name()))
-      named.insert(s->get_index());
-    if (lists.takes(tools::LIST_KEEP, s->get_name()))
-      kept.insert(s->get_index());
-  }
-  for (OFE::OF_SYMBOL *s : object.symbols()) {
     uint32_t index = s->get_index();
     if (is_elf(object) && index == 0)
       continue;
+    bool named = lists.takes(tools::LIST_STRIP, s->get_name()), kept = lists.takes(tools::LIST_KEEP, s->get_name());
     // With -j, GNU keeps only the symbols of the named sections: the
     // undefined, absolute and common ones go as well, unless (where GNU
     // refuses to copy) a relocation needs them.
     OFE::OF_SYMBOL_KIND kind = s->get_kind();
     bool in_gone_section = (kind == OFE::OF_KIND_DEFINED && gone.count(s->get_section_index())) ||
                            (!plan.only.empty() && kind != OFE::OF_KIND_DEFINED && !used.count(index));
-    if (named.count(index) && used.count(index)) {
+    if (named && used.count(index)) {
       tools::error("not stripping symbol '%s' because it is named in a relocation", s->get_name().c_str());
       return false;
     }
-    bool take = in_gone_section || named.count(index) ||
-                (!used.count(index) && !kept.count(index) && strip_takes(object, *s, plan.strip));
+    bool take = in_gone_section || named || (!used.count(index) && !kept && strip_takes(object, *s, plan.strip));
     if (take)
       removed.push_back(index);
   }

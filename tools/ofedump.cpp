@@ -200,10 +200,8 @@ private:
     }
     named_found_ = {false, false};
     bool library = tools::is_library(stream);
-    if (options_.index && !library) {
-      fflush(stdout);  // the warning follows what was listed before it
+    if (options_.index && !library)
       tools::warning("'%s' is not a library: it has no symbol index", path.c_str());
-    }
     bool ok;
     if (library) {
       fclose(stream);
@@ -218,11 +216,9 @@ private:
     // say nothing, as if the section were empty.
     auto named = named_sections();
     for (size_t i = 0; i < named.size(); i++)
-      if (ok && !named[i]->empty() && !named_found_[i]) {
-        fflush(stdout);  // the warning follows what was listed before it
+      if (ok && !named[i]->empty() && !named_found_[i])
         tools::warning("no section named '%s' in %s'%s'", named[i]->c_str(), library ? "any member of " : "",
                        path.c_str());
-      }
     return ok;
   }
 
@@ -294,7 +290,6 @@ private:
     if (!ar->symbols_head) {
       // Nothing to print is not the same as nothing to say: a linker finds
       // no member of this library by name.
-      fflush(stdout);
       tools::warning("'%s' has no symbol index, or an empty one", path.c_str());
       return;
     }

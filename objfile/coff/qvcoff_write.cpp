@@ -164,8 +164,7 @@ bool QVCOFF_FILE::lay_out() {
   header_.f_nsyms = nsyms;
   position += string_bytes_.size();
   if (position > 0xFFFFFFFFull) {
-    set_error(OF_ERR_LIMITATION, "%s: the file would be larger than 4 GB",
-              message_name());
+    set_error(OF_ERR_LIMITATION, "%s: the file would be larger than 4 GB", message_name());
     return false;
   }
   header_.f_nscns = static_cast<uint16_t>(count);

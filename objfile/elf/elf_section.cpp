@@ -410,8 +410,7 @@ int ELF_SECTION_TABLE::remove_section(uint32_t index) {
     in_image = get_section(i)->get_flags() & SHF_ALLOC;
   if (s && (in_image || type == SHT_DYNSYM || type == SHT_SYMTAB_SHNDX || type == SHT_GNU_versym ||
             ((type == SHT_SYMTAB || type == SHT_STRTAB) && linked))) {
-    file_->set_error(OF_ERR_INVALID_REQUEST, "%s: section %s cannot be removed",
-                     file_->message_name(),
+    file_->set_error(OF_ERR_INVALID_REQUEST, "%s: section %s cannot be removed", file_->message_name(),
                      s->get_name().c_str());
     return -1;
   }

@@ -302,8 +302,7 @@ bool ELF_FILE::lay_out() {
   header_.e_shoff = count ? static_cast<uint32_t>(position) : 0;
   position += static_cast<uint64_t>(count) * record_size<ELF32_SECTION_HEADER_RECORD>();
   if (position > 0xFFFFFFFFull) {
-    set_error(OF_ERR_LIMITATION, "%s: the file would be larger than 4 GB",
-              message_name());
+    set_error(OF_ERR_LIMITATION, "%s: the file would be larger than 4 GB", message_name());
     return false;
   }
   if (count > 0)
@@ -350,9 +349,7 @@ bool ELF_FILE::image_overlaps_headers() {
     for (const auto &t : tables)
       if (t.size != 0 && h.sh_offset < t.offset + t.size && t.offset < uint64_t{h.sh_offset} + h.sh_size) {
         set_error(OF_ERR_MALFORMED, "%s: section %u (\"%s\") at offset 0x%x overlaps %s; it cannot be written "
-                  "without changing one of them",
-                  message_name(), i, s->get_name().c_str(),
-                  h.sh_offset, t.what);
+                  "without changing one of them", message_name(), i, s->get_name().c_str(), h.sh_offset, t.what);
         return true;
       }
   }
@@ -428,13 +425,11 @@ bool ELF_FILE::write_out(FILE *stream) {
     return ok;
   };
   if (!ok)
-    set_error(OF_ERR_INTERNAL, "%s: a part of the file overlaps the loaded image",
-              message_name());
+    set_error(OF_ERR_INTERNAL, "%s: a part of the file overlaps the loaded image", message_name());
   ok = ok && put(image.data(), image.size());
   for (const PIECE &p : after) {
     if (p.offset < position) {
-      set_error(OF_ERR_INTERNAL, "%s: two parts of the file overlap at offset 0x%llx",
-                message_name(),
+      set_error(OF_ERR_INTERNAL, "%s: two parts of the file overlap at offset 0x%llx", message_name(),
                 static_cast<unsigned long long>(p.offset));
       return false;
     }
