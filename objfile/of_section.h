@@ -122,8 +122,13 @@ public:
   OF_INDEX_MAP take_index_map() { return std::exchange(index_map_, OF_INDEX_MAP()); }
   // Removes the section (by the number get_section takes) with its own
   // tables; every reference to a later section moves down at the next
-  // write, and references to this one go. 0, or -1 with the pending error.
+  // write, and references to those removed go. 0, or -1 with the pending
+  // error.
   [[nodiscard]] virtual int remove_section(uint32_t index) = 0;
+  // The sections that hold section `index`'s own tables and go with it (a
+  // format that keeps its relocations apart from the section they apply
+  // to), in index order.
+  virtual std::vector<uint32_t> own_tables(uint32_t) { return {}; }
 
 protected:
   // Composes a renumbering into the published map.

@@ -1,5 +1,6 @@
 #include "objfile/elf/elf_section.h"
 
+#include <algorithm>
 #include <new>
 
 #include "objfile/elf/elf_file.h"
@@ -391,45 +392,68 @@ int ELF_SECTION_TABLE::prepare() {
   return 0;
 }
 
-int ELF_SECTION_TABLE::remove_section(uint32_t index) {
-  ELF_SECTION *s = index != 0 ? get_section(index) : nullptr;
-  uint32_t type = s ? s->get_type() : SHT_NULL;
+std::vector<uint32_t> ELF_SECTION_TABLE::own_tables(uint32_t index) {
+  std::vector<uint32_t> tables;
+  for (uint32_t i = 1; index != 0 && i < get_count(); i++) {
+    uint32_t type = get_section(i)->get_type();
+    if (i != index && (type == SHT_REL || type == SHT_RELA) && index_map_.follow(get_section(i)->get_info()) == index)
+      tables.push_back(i);
+  }
+  return tables;
+}
+
+bool ELF_SECTION_TABLE::refuse_removal(uint32_t index) {
+  ELF_SECTION *s = get_section(index);
+  uint32_t type = s->get_type();
   // A symbol or string table goes only when no other section links to it
   // (relocations name their symbol table, a symbol table its strings): the
   // last step of taking every symbol away. Links follow removals only when
   // the file is written: until then they name sections by the numbers the
   // pending map renumbers.
   bool linked = index == index_map_.follow(get_name_table_index());
-  for (uint32_t i = 1; s && !linked && i < get_count(); i++)
+  for (uint32_t i = 1; !linked && i < get_count(); i++)
     linked = i != index && index_map_.follow(get_section(i)->get_link()) == index;
   // In a loaded image only what none of its kept bytes refers to may go: a
   // section that is not loaded, with no loaded section after it (those the
   // image's own tables name by number would be renumbered).
   bool in_image = false;
-  for (uint32_t i = index; s && file_->keeps_image() && !in_image && i < get_count(); i++)
+  for (uint32_t i = index; file_->keeps_image() && !in_image && i < get_count(); i++)
     in_image = get_section(i)->get_flags() & SHF_ALLOC;
-  if (s && (in_image || type == SHT_DYNSYM || type == SHT_SYMTAB_SHNDX || type == SHT_GNU_versym ||
-            ((type == SHT_SYMTAB || type == SHT_STRTAB) && linked))) {
+  if (in_image || type == SHT_DYNSYM || type == SHT_SYMTAB_SHNDX || type == SHT_GNU_versym ||
+      ((type == SHT_SYMTAB || type == SHT_STRTAB) && linked)) {
     file_->set_error(OF_ERR_INVALID_REQUEST, "%s: section %s cannot be removed", file_->message_name(),
                      s->get_name().c_str());
-    return -1;
+    return true;
   }
-  if (!begin_removal(file_, s, index))
+  return false;
+}
+
+int ELF_SECTION_TABLE::remove_section(uint32_t index) {
+  ELF_SECTION *s = index != 0 ? get_section(index) : nullptr;
+  std::vector<uint32_t> gone = s ? own_tables(index) : std::vector<uint32_t>();
+  gone.push_back(index);
+  if ((s && std::any_of(gone.begin(), gone.end(), [this](uint32_t i) { return refuse_removal(i); })) ||
+      !begin_removal(file_, s, index))
     return -1;
-  // The members of a group that goes stay, as sections of no group. The
-  // group names them by the numbers they had before the pending removals.
-  if (ELF_GROUP_TABLE *group = s->group())
-    for (uint32_t i = 0; i < group->get_count(); i++) {
-      uint32_t member = group->get_member_index(i);
-      if (index_map_.keep(member) && member < get_count())
-        get_section(member)->header_.sh_flags &= ~SHF_GROUP;
-    }
-  file_->forget_section(*s);
-  uint32_t count = get_count();
-  sections_.erase(sections_.begin() + index);
-  for (uint32_t i = index; i < sections_.size(); i++)
-    sections_[i]->index_ = i;
-  publish_removal(index, count);
+  // From the last, so that the numbers of the others hold.
+  std::sort(gone.rbegin(), gone.rend());
+  for (uint32_t i : gone) {
+    s = get_section(i);
+    // The members of a group that goes stay, as sections of no group. The
+    // group names them by the numbers they had before the pending removals.
+    if (ELF_GROUP_TABLE *group = s->group())
+      for (uint32_t m = 0; m < group->get_count(); m++) {
+        uint32_t member = group->get_member_index(m);
+        if (index_map_.keep(member) && member < get_count())
+          get_section(member)->header_.sh_flags &= ~SHF_GROUP;
+      }
+    file_->forget_section(*s);
+    uint32_t count = get_count();
+    sections_.erase(sections_.begin() + i);
+    for (uint32_t n = i; n < sections_.size(); n++)
+      sections_[n]->index_ = n;
+    publish_removal(i, count);
+  }
   return 0;
 }
 

@@ -223,11 +223,16 @@ public:
   // sections by place; the sections that other tables are read through
   // (symbol, string, extended-index and version tables) stay as well.
   [[nodiscard]] int remove_section(uint32_t index) override;
+  // The relocation sections that apply to section `index`.
+  std::vector<uint32_t> own_tables(uint32_t index) override;
   void follow_sections(const OF_INDEX_MAP &map) override;
 
   ELF_FILE *get_file() const { return file_; }
 
 private:
+  // Whether section `index` must stay; if so, the pending error says why.
+  [[nodiscard]] bool refuse_removal(uint32_t index);
+
   ELF_FILE *file_;
   DATA_MAP headers_;  // the header table as read
   uint32_t entsize_ = 0;

@@ -99,6 +99,35 @@ TEST_P(ElfWrite, SectionsAreRenumberedClassByClassAndEveryReferenceFollows) {
   EXPECT_EQ(written(o.object.get()), out) << "the writer is a fixed point";
 }
 
+// A removed section takes the relocation sections that apply to it along,
+// the one placed before it too; a relocation section left behind would
+// apply to the null section.
+TEST_P(ElfWrite, ARemovedSectionTakesItsRelocationsAlong) {
+  std::string strtab(1, '\0');
+  std::string symbols = builder.symbols({{}, {"in_c", 0, 0, GLOBAL_FUNC, 0, 6}}, strtab);
+  uint32_t str = builder.add({".strtab", SHT_STRTAB, strtab});                                    // 1
+  uint32_t sym = builder.add({".symtab", SHT_SYMTAB, symbols, str, 1, 16, 0, 4});                  // 2
+  builder.add({".rel.early", SHT_REL, rel({{1, 2}}), sym, 4, 8, SHF_INFO_LINK, 4});               // 3
+  builder.add({".b", SHT_PROGBITS, std::string(8, '\x0B'), 0, 0, 0, SHF_ALLOC, 4});                // 4
+  builder.add({".rel.b", SHT_REL, rel({{1, 2}}), sym, 4, 8, SHF_INFO_LINK, 4});                   // 5
+  builder.add({".c", SHT_PROGBITS, std::string(8, '\x0C'), 0, 0, 0, SHF_ALLOC, 4});                // 6
+  builder.add({".rel.c", SHT_REL, rel({{1, 2}}), sym, 6, 8, SHF_INFO_LINK, 4});                   // 7
+  OPENED in(builder.build());
+  ASSERT_EQ(in.elf()->get_section_table()->remove_section(4), 0) << in.object->get_error_text();
+  int result;
+  OPENED o(written(in.object.get(), &result));
+  ASSERT_EQ(result, 0) << in.object->get_error_text();
+  ELF_SECTION_TABLE *t = o.elf()->get_section_table();
+  std::vector<std::string> names;
+  for (uint32_t i = 0; i < t->get_count(); i++)
+    names.push_back(t->get_section(i)->get_name());
+  EXPECT_EQ(names, (std::vector<std::string>{"", ".c", ".strtab", ".symtab", ".rel.c", ".shstrtab"}));
+  EXPECT_EQ(o.section(".rel.c")->get_info(), o.section(".c")->get_index());
+  EXPECT_EQ(o.section(".rel.c")->get_link(), o.section(".symtab")->get_index());
+  EXPECT_EQ(o.symbol(1)->get_section_index(), o.section(".c")->get_index());
+  EXPECT_EQ(o.section(".rel.c")->relocations()->get_elf_reloc(0)->get_symbol()->get_name(), "in_c");
+}
+
 TEST_P(ElfWrite, LocalsGoFirstAndRelocationsAndTheHashFollowTheirSymbols) {
   std::string strtab(1, '\0');
   std::string symbols = builder.symbols(
