@@ -28,20 +28,23 @@ OF_SECTION *OF_SECTION_TABLE::find_section(const std::string &name) {
   return nullptr;
 }
 
-bool OF_SECTION_TABLE::begin_removal(OBJECT_FILE *object, const OF_SECTION *section, uint32_t index) {
-  if (!section) {
-    object->set_error(OF_ERR_INVALID_REQUEST, "%s: there is no section %u to remove", object->message_name(), index);
-    return false;
-  }
+bool OF_SECTION_TABLE::begin_removal(OBJECT_FILE *object, const std::set<uint32_t> &indexes) {
+  for (uint32_t index : indexes)
+    if (index == 0 || !get_section(index)) {
+      object->set_error(OF_ERR_INVALID_REQUEST, "%s: there is no section %u to remove", object->message_name(),
+                        index);
+      return false;
+    }
   if (object->get_state() > OF_STATE_OPEN && object->set_state(OF_STATE_OPEN) != 0)
     return false;
   return object->load_everything();
 }
 
-void OF_SECTION_TABLE::publish_removal(uint32_t index, uint32_t count) {
+void OF_SECTION_TABLE::publish_removal(const std::set<uint32_t> &gone, uint32_t count) {
   std::vector<uint32_t> old_to_new(count);
+  uint32_t removed = 0;
   for (uint32_t i = 0; i < count; i++)
-    old_to_new[i] = i < index ? i : i == index ? OF_INDEX_MAP::REMOVED : i - 1;
+    old_to_new[i] = gone.count(i) ? (removed++, OF_INDEX_MAP::REMOVED) : i - removed;
   publish(old_to_new);
 }
 

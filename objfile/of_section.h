@@ -15,6 +15,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -120,26 +121,28 @@ public:
   // pipeline hands it to them and then consumes it.
   const OF_INDEX_MAP &get_index_map() const { return index_map_; }
   OF_INDEX_MAP take_index_map() { return std::exchange(index_map_, OF_INDEX_MAP()); }
-  // Removes the section (by the number get_section takes) with its own
-  // tables; every reference to a later section moves down at the next
-  // write, and references to those removed go. 0, or -1 with the pending
-  // error.
-  [[nodiscard]] virtual int remove_section(uint32_t index) = 0;
-  // The sections that hold section `index`'s own tables and go with it (a
+  // Removes the sections (by the numbers get_section takes) with their own
+  // tables, all at once; every reference to a later section moves down at
+  // the next write, and references to those removed go. 0, or -1 with the
+  // pending error and nothing removed.
+  [[nodiscard]] virtual int remove_sections(const std::set<uint32_t> &indexes) = 0;
+  [[nodiscard]] int remove_section(uint32_t index) { return remove_sections({index}); }
+  // The sections that hold the own tables of `sections` and go with them (a
   // format that keeps its relocations apart from the section they apply
-  // to), in index order.
-  virtual std::vector<uint32_t> own_tables(uint32_t) { return {}; }
+  // to).
+  virtual std::set<uint32_t> own_tables(const std::set<uint32_t> &) { return {}; }
 
 protected:
   // Composes a renumbering into the published map.
   void publish(const std::vector<uint32_t> &old_to_new);
   // What every removal does first: refuses a section that is not there
-  // (null) and brings `object` back to the open state with every table in
-  // memory, so that nothing is left to decode at the old indexes.
-  [[nodiscard]] bool begin_removal(OBJECT_FILE *object, const OF_SECTION *section, uint32_t index);
-  // Publishes the removal of entry `index` of a map of `count` entries:
-  // later entries move down one.
-  void publish_removal(uint32_t index, uint32_t count);
+  // (section 0 is none in either numbering) and brings `object` back to the
+  // open state with every table in memory, so that nothing is left to
+  // decode at the old indexes.
+  [[nodiscard]] bool begin_removal(OBJECT_FILE *object, const std::set<uint32_t> &indexes);
+  // Publishes the removal of the entries `gone` of a map of `count`
+  // entries: later entries move down.
+  void publish_removal(const std::set<uint32_t> &gone, uint32_t count);
   OF_INDEX_MAP index_map_;
 };
 

@@ -203,9 +203,8 @@ std::set<uint32_t> sections_to_remove(OFE::OBJECT_FILE &object, const SECTION_PL
   OFE::OF_SECTION_TABLE *table = object.get_section_table();
   for (size_t before = 0; before != gone.size();) {
     before = gone.size();
-    for (uint32_t index : std::set<uint32_t>(gone))
-      for (uint32_t own : table->own_tables(index))
-        gone.insert(own);
+    std::set<uint32_t> own = table->own_tables(gone);
+    gone.insert(own.begin(), own.end());
     for (OFE::OF_SECTION *s : object.sections()) {
       OFE::OF_GROUP_TABLE *group = s->get_group();
       if (!group)
@@ -479,20 +478,8 @@ bool remove_and_strip(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, tools:
       return false;
   if (!removed.empty() && symbols->remove_selected() < 0)
     return false;
-  // A section's own tables go with it; each of the others is removed by
-  // the number it has when its turn comes.
-  OFE::OF_SECTION_TABLE *table = object.get_section_table();
-  std::set<uint32_t> taken_along;
-  for (uint32_t index : gone)
-    for (uint32_t own : table->own_tables(index))
-      taken_along.insert(own);
-  std::vector<OFE::OF_SECTION *> named;
-  for (uint32_t index : gone)
-    if (!taken_along.count(index))
-      named.push_back(table->get_section(index));
-  for (OFE::OF_SECTION *s : named)
-    if (table->remove_section(s->get_index()) != 0)
-      return false;
+  if (object.get_section_table()->remove_sections(gone) != 0)
+    return false;
   return (plan.strip == STRIP_NONE && removed.empty()) || !is_elf(object) ||
          remove_empty_symbol_table(object, symtab, strings);
 }

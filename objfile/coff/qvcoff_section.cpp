@@ -363,23 +363,34 @@ OF_SECTION *QVCOFF_SECTION_TABLE::create_section(const std::string &name) {
   return made;
 }
 
-int QVCOFF_SECTION_TABLE::remove_section(uint32_t number) {
-  QVCOFF_SECTION *removed = get_qvcoff_section(number);
-  if (!begin_removal(file_, removed, number))
+int QVCOFF_SECTION_TABLE::remove_sections(const std::set<uint32_t> &numbers) {
+  if (numbers.empty())
+    return 0;
+  if (!begin_removal(file_, numbers))
     return -1;
-  file_->forget_section(*removed);
-  if (QVCOFF_GROUP_TABLE *group = removed->group())
-    for (const auto &s : sections_)
-      if (s->get_owning_group() == group) {
-        s->set_owning_group(nullptr);
-        s->header_.s_flags &= ~STYP_IN_GROUP;
-      }
+  std::set<QVCOFF_GROUP_TABLE *> groups;
+  std::vector<std::unique_ptr<QVCOFF_SECTION>> kept;
+  for (auto &s : sections_) {
+    if (!numbers.count(s->get_index())) {
+      kept.push_back(std::move(s));
+      continue;
+    }
+    file_->forget_section(*s);
+    if (QVCOFF_GROUP_TABLE *group = s->group())
+      groups.insert(group);
+  }
+  // The members of a group that goes stay, in no group.
+  for (auto &s : kept)
+    if (groups.count(s->get_owning_group())) {
+      s->set_owning_group(nullptr);
+      s->header_.s_flags &= ~STYP_IN_GROUP;
+    }
   // Numbers count from 1; entry 0 of the map is "no section".
   uint32_t count = get_count() + 1;
-  sections_.erase(sections_.begin() + (number - 1));
-  for (uint32_t i = number - 1; i < sections_.size(); i++)
+  sections_ = std::move(kept);
+  for (uint32_t i = 0; i < sections_.size(); i++)
     sections_[i]->index_ = i + 1;
-  publish_removal(number, count);
+  publish_removal(numbers, count);
   return 0;
 }
 

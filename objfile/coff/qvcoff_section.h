@@ -154,10 +154,10 @@ public:
   // Appends an empty section; "Attempt to create too many QV COFF sections"
   // (error 5) and null when the file already holds the most it can.
   OF_SECTION *create_section(const std::string &name) override;
-  // Removes section `number` with its relocations, line numbers and group;
-  // later sections move down one number at the next write, and every
+  // Removes the sections `numbers` with their relocations, line numbers
+  // and groups; later sections move down at the next write, and every
   // reference follows.
-  [[nodiscard]] int remove_section(uint32_t number) override;
+  [[nodiscard]] int remove_sections(const std::set<uint32_t> &numbers) override;
 
   // Where the string table of a file without symbols begins: behind the
   // piece of section data (raw data, relocations or line numbers) that

@@ -148,7 +148,7 @@ ELF_SYMBOL_TABLE *ELF_FILE::get_elf_symbol_table() {
   // The gABI allows one SHT_SYMTAB per file, ".symtab"; finding it by type
   // spares reading the section names.
   ELF_SECTION_TABLE *sections = get_section_table();
-  ELF_SECTION *symtab = sections ? sections->find_section_by_type(SHT_SYMTAB) : nullptr;
+  ELF_SECTION *symtab = sections ? sections->find_symbol_table_section() : nullptr;
   return symtab ? get_symbol_table_of(symtab->get_index()) : nullptr;
 }
 

@@ -281,6 +281,7 @@ ELF_SECTION_TABLE::~ELF_SECTION_TABLE() = default;
 
 void ELF_SECTION_TABLE::load(DATA_MAP headers, uint32_t entsize, uint32_t count) {
   sections_.clear();
+  symbol_table_ = nullptr;
   if (count == 0)
     return;
   headers_ = std::move(headers);
@@ -314,6 +315,13 @@ ELF_SECTION *ELF_SECTION_TABLE::find_section_by_type(uint32_t type, uint32_t lin
       return s;
   }
   return nullptr;
+}
+
+ELF_SECTION *ELF_SECTION_TABLE::find_symbol_table_section() {
+  // Its type may have been changed since; a new one is only ever appended.
+  if (!symbol_table_ || symbol_table_->get_type() != SHT_SYMTAB)
+    symbol_table_ = find_section_by_type(SHT_SYMTAB);
+  return symbol_table_;
 }
 
 ELF_SECTION *ELF_SECTION_TABLE::find_elf_section(const std::string &name) {
@@ -392,53 +400,62 @@ int ELF_SECTION_TABLE::prepare() {
   return 0;
 }
 
-std::vector<uint32_t> ELF_SECTION_TABLE::own_tables(uint32_t index) {
-  std::vector<uint32_t> tables;
-  for (uint32_t i = 1; index != 0 && i < get_count(); i++) {
-    uint32_t type = get_section(i)->get_type();
-    if (i != index && (type == SHT_REL || type == SHT_RELA) && index_map_.follow(get_section(i)->get_info()) == index)
-      tables.push_back(i);
+std::set<uint32_t> ELF_SECTION_TABLE::own_tables(const std::set<uint32_t> &sections) {
+  std::set<uint32_t> tables;
+  for (uint32_t i = 1; i < get_count(); i++) {
+    uint32_t type = get_section(i)->get_type(), target = index_map_.follow(get_section(i)->get_info());
+    if ((type == SHT_REL || type == SHT_RELA) && target != 0 && target != i && sections.count(target))
+      tables.insert(i);
   }
   return tables;
 }
 
-bool ELF_SECTION_TABLE::refuse_removal(uint32_t index) {
-  ELF_SECTION *s = get_section(index);
-  uint32_t type = s->get_type();
-  // A symbol or string table goes only when no other section links to it
-  // (relocations name their symbol table, a symbol table its strings): the
-  // last step of taking every symbol away. Links follow removals only when
-  // the file is written: until then they name sections by the numbers the
-  // pending map renumbers.
-  bool linked = index == index_map_.follow(get_name_table_index());
-  for (uint32_t i = 1; !linked && i < get_count(); i++)
-    linked = i != index && index_map_.follow(get_section(i)->get_link()) == index;
+bool ELF_SECTION_TABLE::refuse_removal(const std::set<uint32_t> &gone) {
+  // A symbol or string table goes only when no section that stays links to
+  // it (relocations name their symbol table, a symbol table its strings):
+  // the last step of taking every symbol away. Links follow removals only
+  // when the file is written: until then they name sections by the numbers
+  // the pending map renumbers.
+  std::set<uint32_t> linked{index_map_.follow(get_name_table_index())};
+  for (uint32_t i = 1; i < get_count(); i++)
+    if (!gone.count(i))
+      linked.insert(index_map_.follow(get_section(i)->get_link()));
   // In a loaded image only what none of its kept bytes refers to may go: a
   // section that is not loaded, with no loaded section after it (those the
   // image's own tables name by number would be renumbered).
-  bool in_image = false;
-  for (uint32_t i = index; file_->keeps_image() && !in_image && i < get_count(); i++)
-    in_image = get_section(i)->get_flags() & SHF_ALLOC;
-  if (in_image || type == SHT_DYNSYM || type == SHT_SYMTAB_SHNDX || type == SHT_GNU_versym ||
-      ((type == SHT_SYMTAB || type == SHT_STRTAB) && linked)) {
-    file_->set_error(OF_ERR_INVALID_REQUEST, "%s: section %s cannot be removed", file_->message_name(),
-                     s->get_name().c_str());
-    return true;
+  uint32_t last_loaded = 0;
+  for (uint32_t i = 1; file_->keeps_image() && i < get_count(); i++)
+    if (get_section(i)->get_flags() & SHF_ALLOC)
+      last_loaded = i;
+  for (uint32_t index : gone) {
+    ELF_SECTION *s = get_section(index);
+    uint32_t type = s->get_type();
+    if (index <= last_loaded || type == SHT_DYNSYM || type == SHT_SYMTAB_SHNDX || type == SHT_GNU_versym ||
+        ((type == SHT_SYMTAB || type == SHT_STRTAB) && linked.count(index))) {
+      file_->set_error(OF_ERR_INVALID_REQUEST, "%s: section %s cannot be removed", file_->message_name(),
+                       s->get_name().c_str());
+      return true;
+    }
   }
   return false;
 }
 
-int ELF_SECTION_TABLE::remove_section(uint32_t index) {
-  ELF_SECTION *s = index != 0 ? get_section(index) : nullptr;
-  std::vector<uint32_t> gone = s ? own_tables(index) : std::vector<uint32_t>();
-  gone.push_back(index);
-  if ((s && std::any_of(gone.begin(), gone.end(), [this](uint32_t i) { return refuse_removal(i); })) ||
-      !begin_removal(file_, s, index))
+int ELF_SECTION_TABLE::remove_sections(const std::set<uint32_t> &indexes) {
+  if (indexes.empty())
+    return 0;
+  if (!begin_removal(file_, indexes))
     return -1;
-  // From the last, so that the numbers of the others hold.
-  std::sort(gone.rbegin(), gone.rend());
-  for (uint32_t i : gone) {
-    s = get_section(i);
+  std::set<uint32_t> gone = own_tables(indexes);
+  gone.insert(indexes.begin(), indexes.end());
+  if (refuse_removal(gone))
+    return -1;
+  std::vector<std::unique_ptr<ELF_SECTION>> kept;
+  for (uint32_t i = 0; i < get_count(); i++) {
+    ELF_SECTION *s = get_section(i);
+    if (!gone.count(i)) {
+      kept.push_back(std::move(sections_[i]));
+      continue;
+    }
     // The members of a group that goes stay, as sections of no group. The
     // group names them by the numbers they had before the pending removals.
     if (ELF_GROUP_TABLE *group = s->group())
@@ -448,12 +465,14 @@ int ELF_SECTION_TABLE::remove_section(uint32_t index) {
           get_section(member)->header_.sh_flags &= ~SHF_GROUP;
       }
     file_->forget_section(*s);
-    uint32_t count = get_count();
-    sections_.erase(sections_.begin() + i);
-    for (uint32_t n = i; n < sections_.size(); n++)
-      sections_[n]->index_ = n;
-    publish_removal(i, count);
+    if (s == symbol_table_)
+      symbol_table_ = nullptr;
   }
+  uint32_t count = get_count();
+  sections_ = std::move(kept);
+  for (uint32_t i = 0; i < sections_.size(); i++)
+    sections_[i]->index_ = i;
+  publish_removal(gone, count);
   return 0;
 }
 

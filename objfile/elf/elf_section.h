@@ -196,6 +196,9 @@ public:
   // The first section of `type` (and, unless `link` is ~0, with that
   // sh_link) from index 1 on, or null.
   ELF_SECTION *find_section_by_type(uint32_t type, uint32_t link = ~0u);
+  // The first SHT_SYMTAB section, or null. Every symbol lookup asks for
+  // it, so it is kept once found.
+  ELF_SECTION *find_symbol_table_section();
   ELF_SECTION *find_elf_section(const std::string &name);
   // Appends a new, empty section; a null section 0 is made first when the
   // table is empty.
@@ -222,21 +225,23 @@ public:
   // Refused for section 0 and for a read image, whose loader names
   // sections by place; the sections that other tables are read through
   // (symbol, string, extended-index and version tables) stay as well.
-  [[nodiscard]] int remove_section(uint32_t index) override;
-  // The relocation sections that apply to section `index`.
-  std::vector<uint32_t> own_tables(uint32_t index) override;
+  [[nodiscard]] int remove_sections(const std::set<uint32_t> &indexes) override;
+  // The relocation sections that apply to `sections`.
+  std::set<uint32_t> own_tables(const std::set<uint32_t> &sections) override;
   void follow_sections(const OF_INDEX_MAP &map) override;
 
   ELF_FILE *get_file() const { return file_; }
 
 private:
-  // Whether section `index` must stay; if so, the pending error says why.
-  [[nodiscard]] bool refuse_removal(uint32_t index);
+  // Whether one of the sections `gone` must stay; if so, the pending error
+  // says why.
+  [[nodiscard]] bool refuse_removal(const std::set<uint32_t> &gone);
 
   ELF_FILE *file_;
   DATA_MAP headers_;  // the header table as read
   uint32_t entsize_ = 0;
   std::vector<std::unique_ptr<ELF_SECTION>> sections_;  // empty slots until used
+  ELF_SECTION *symbol_table_ = nullptr;                  // found by find_symbol_table_section
 };
 
 inline ELF_FILE *ELF_SECTION::get_file() const { return table_->get_file(); }

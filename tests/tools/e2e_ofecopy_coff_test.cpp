@@ -287,6 +287,17 @@ TEST_P(OfecopyCoff, SectionsGoComeAndChangeAndStrippingMarksTheHeader) {
     COFF_READER ungrouped(dir.read("ungrouped.obj"), version(), order());
     EXPECT_EQ(ungrouped.sections[3].name, ".text.grouped");
     EXPECT_EQ(ungrouped.sections[3].flags, 0x0020u) << "STYP_IN_GROUP goes with the group";
+    // Both at once: each later section moves down by as many as went
+    // before it.
+    ASSERT_EQ(ofecopy({"-R", ".data", "-R", ".grp", "in.obj", "both.obj"}).status, 0);
+    COFF_READER both(dir.read("both.obj"), version(), order());
+    names.clear();
+    for (const COFF_READ_SECTION &s : both.sections)
+      names.push_back(s.name);
+    EXPECT_EQ(names, (std::vector<std::string>{".text", ".bss", ".text.grouped", "$build.attributes"}));
+    EXPECT_EQ(both.sections[2].flags, 0x0020u);
+    EXPECT_EQ(both.symbols[both.symbol_index("group_signature")].scnum, 3u);
+    EXPECT_EQ(both.symbols[both.symbol_index("main")].scnum, 1u);
   }
 
   r = ofecopy({"--strip-debug", "in.obj", "stripped.obj"});

@@ -101,7 +101,8 @@ TEST_P(ElfWrite, SectionsAreRenumberedClassByClassAndEveryReferenceFollows) {
 
 // A removed section takes the relocation sections that apply to it along,
 // the one placed before it too; a relocation section left behind would
-// apply to the null section.
+// apply to the null section. Sections removed together go all at once or
+// not at all.
 TEST_P(ElfWrite, ARemovedSectionTakesItsRelocationsAlong) {
   std::string strtab(1, '\0');
   std::string symbols = builder.symbols({{}, {"in_c", 0, 0, GLOBAL_FUNC, 0, 6}}, strtab);
@@ -113,7 +114,14 @@ TEST_P(ElfWrite, ARemovedSectionTakesItsRelocationsAlong) {
   builder.add({".c", SHT_PROGBITS, std::string(8, '\x0C'), 0, 0, 0, SHF_ALLOC, 4});                // 6
   builder.add({".rel.c", SHT_REL, rel({{1, 2}}), sym, 6, 8, SHF_INFO_LINK, 4});                   // 7
   OPENED in(builder.build());
-  ASSERT_EQ(in.elf()->get_section_table()->remove_section(4), 0) << in.object->get_error_text();
+  // All or nothing: the symbol table cannot go while .rel.c, which stays,
+  // links to it, so .b stays too.
+  ELF_SECTION_TABLE *sections = in.elf()->get_section_table();
+  EXPECT_EQ(sections->remove_sections({4, 2}), -1);
+  EXPECT_EQ(in.object->get_error_text(), "(unknown file): section .symtab cannot be removed");
+  in.object->clear_error();
+  EXPECT_EQ(sections->get_count(), 9u);
+  ASSERT_EQ(sections->remove_section(4), 0) << in.object->get_error_text();
   int result;
   OPENED o(written(in.object.get(), &result));
   ASSERT_EQ(result, 0) << in.object->get_error_text();
