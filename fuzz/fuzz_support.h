@@ -1,5 +1,5 @@
 // What the object-file fuzz targets share: a sink for the library's messages
-// and listings, and the input as a stream.
+// and listings, the input as a stream, and a write into memory.
 #pragma once
 
 #include <sys/types.h>
@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <string>
 
+#include "objfile/of_file.h"
 #include "support/user_msg.h"
 
 // /dev/null, installed as USER_MSG's streams on the first call. The error
@@ -50,4 +51,17 @@ inline FILE *capped_stream(CAPPED_OUTPUT &output) {
     return static_cast<ssize_t>(size);
   };
   return fopencookie(&output, "wb", io);
+}
+
+// Writes the object into memory; false when the write failed.
+inline bool write_to_memory(OFE::OBJECT_FILE *object, std::string &bytes) {
+  CAPPED_OUTPUT output;
+  FILE *out = capped_stream(output);
+  if (!out)
+    return false;
+  int result = object->write(out);
+  if (fclose(out) != 0)
+    result = -1;
+  bytes = std::move(output.bytes);
+  return result == 0 && !bytes.empty();
 }

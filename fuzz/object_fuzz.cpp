@@ -93,19 +93,6 @@ std::string model(OFE::OBJECT_FILE *object) {
   return out;
 }
 
-// Writes the object into memory; false when the write failed.
-bool write_to_memory(OFE::OBJECT_FILE *object, std::string &bytes) {
-  CAPPED_OUTPUT output;
-  FILE *out = capped_stream(output);
-  if (!out)
-    return false;
-  int result = object->write(out);
-  if (fclose(out) != 0)
-    result = -1;
-  bytes = std::move(output.bytes);
-  return result == 0 && !bytes.empty();
-}
-
 [[noreturn]] void oracle_failed(const char *what) {
   fprintf(stderr, "object oracle: %s\n", what);
   abort();
