@@ -1,6 +1,5 @@
 #include "objfile/elf/elf_section.h"
 
-#include <algorithm>
 #include <new>
 
 #include "objfile/elf/elf_file.h"
@@ -449,6 +448,16 @@ int ELF_SECTION_TABLE::remove_sections(const std::set<uint32_t> &indexes) {
   gone.insert(indexes.begin(), indexes.end());
   if (refuse_removal(gone))
     return -1;
+  // The members of a group that goes stay, as sections of no group. The
+  // group names them by the numbers they had before the pending removals.
+  // (Before any section moves: a slot moved from would be read afresh.)
+  for (uint32_t i : gone)
+    if (ELF_GROUP_TABLE *group = get_section(i)->group())
+      for (uint32_t m = 0; m < group->get_count(); m++) {
+        uint32_t member = group->get_member_index(m);
+        if (index_map_.keep(member) && member < get_count())
+          get_section(member)->header_.sh_flags &= ~SHF_GROUP;
+      }
   std::vector<std::unique_ptr<ELF_SECTION>> kept;
   for (uint32_t i = 0; i < get_count(); i++) {
     ELF_SECTION *s = get_section(i);
@@ -456,14 +465,6 @@ int ELF_SECTION_TABLE::remove_sections(const std::set<uint32_t> &indexes) {
       kept.push_back(std::move(sections_[i]));
       continue;
     }
-    // The members of a group that goes stay, as sections of no group. The
-    // group names them by the numbers they had before the pending removals.
-    if (ELF_GROUP_TABLE *group = s->group())
-      for (uint32_t m = 0; m < group->get_count(); m++) {
-        uint32_t member = group->get_member_index(m);
-        if (index_map_.keep(member) && member < get_count())
-          get_section(member)->header_.sh_flags &= ~SHF_GROUP;
-      }
     file_->forget_section(*s);
     if (s == symbol_table_)
       symbol_table_ = nullptr;

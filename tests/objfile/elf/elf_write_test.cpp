@@ -102,7 +102,7 @@ TEST_P(ElfWrite, SectionsAreRenumberedClassByClassAndEveryReferenceFollows) {
 // A removed section takes the relocation sections that apply to it along,
 // the one placed before it too; a relocation section left behind would
 // apply to the null section. Sections removed together go all at once or
-// not at all.
+// not at all, a group after its member too.
 TEST_P(ElfWrite, ARemovedSectionTakesItsRelocationsAlong) {
   std::string strtab(1, '\0');
   std::string symbols = builder.symbols({{}, {"in_c", 0, 0, GLOBAL_FUNC, 0, 6}}, strtab);
@@ -111,8 +111,9 @@ TEST_P(ElfWrite, ARemovedSectionTakesItsRelocationsAlong) {
   builder.add({".rel.early", SHT_REL, rel({{1, 2}}), sym, 4, 8, SHF_INFO_LINK, 4});               // 3
   builder.add({".b", SHT_PROGBITS, std::string(8, '\x0B'), 0, 0, 0, SHF_ALLOC, 4});                // 4
   builder.add({".rel.b", SHT_REL, rel({{1, 2}}), sym, 4, 8, SHF_INFO_LINK, 4});                   // 5
-  builder.add({".c", SHT_PROGBITS, std::string(8, '\x0C'), 0, 0, 0, SHF_ALLOC, 4});                // 6
+  builder.add({".c", SHT_PROGBITS, std::string(8, '\x0C'), 0, 0, 0, SHF_ALLOC | SHF_GROUP, 4});    // 6
   builder.add({".rel.c", SHT_REL, rel({{1, 2}}), sym, 6, 8, SHF_INFO_LINK, 4});                   // 7
+  builder.add({".group", SHT_GROUP, BYTES(GetParam()).u32(1).u32(6).bytes(), sym, 1, 4, 0, 4});   // 8
   OPENED in(builder.build());
   // All or nothing: the symbol table cannot go while .rel.c, which stays,
   // links to it, so .b stays too.
@@ -120,8 +121,10 @@ TEST_P(ElfWrite, ARemovedSectionTakesItsRelocationsAlong) {
   EXPECT_EQ(sections->remove_sections({4, 2}), -1);
   EXPECT_EQ(in.object->get_error_text(), "(unknown file): section .symtab cannot be removed");
   in.object->clear_error();
-  EXPECT_EQ(sections->get_count(), 9u);
-  ASSERT_EQ(sections->remove_section(4), 0) << in.object->get_error_text();
+  EXPECT_EQ(sections->get_count(), 10u);
+  // The group goes as well, after its member: the member stays, in no
+  // group.
+  ASSERT_EQ(sections->remove_sections({4, 8}), 0) << in.object->get_error_text();
   int result;
   OPENED o(written(in.object.get(), &result));
   ASSERT_EQ(result, 0) << in.object->get_error_text();
@@ -134,6 +137,7 @@ TEST_P(ElfWrite, ARemovedSectionTakesItsRelocationsAlong) {
   EXPECT_EQ(o.section(".rel.c")->get_link(), o.section(".symtab")->get_index());
   EXPECT_EQ(o.symbol(1)->get_section_index(), o.section(".c")->get_index());
   EXPECT_EQ(o.section(".rel.c")->relocations()->get_elf_reloc(0)->get_symbol()->get_name(), "in_c");
+  EXPECT_EQ(o.section(".c")->get_flags(), SHF_ALLOC);
 }
 
 TEST_P(ElfWrite, LocalsGoFirstAndRelocationsAndTheHashFollowTheirSymbols) {
