@@ -1,9 +1,9 @@
-// Fuzzes the edits that renumber, as ofecopy's -R and -N make them: one
-// section removed and up to two symbols, from any object open_object takes;
-// or a symbol inserted among the others. The first byte of the input picks
-// the section, the next two the symbols (each modulo the count, 0xFF for
-// none; the second with its top bit set picks where to insert instead); the
-// rest is the object.
+// Fuzzes the edits that renumber, as ofecopy's -R and -N make them: up to
+// two sections removed at once and up to two symbols, from any object
+// open_object takes; or a symbol inserted among the others. The first two
+// bytes of the input pick the sections, the next two the symbols (each
+// modulo the count, 0xFF for none; the last with its top bit set picks where
+// to insert instead); the rest is the object.
 //
 // The oracle follows every reference by what it names, not by its number.
 // Before the edit, each section and symbol gets a name that survives
@@ -50,7 +50,8 @@ constexpr uint32_t INSERTED = 0xFFFFFFF0;
 
 struct RELOC {
   uint32_t offset, type, symbol;
-  // False where the symbol field holds a value of another kind.
+  // False where the symbol field holds a value of another kind, or an
+  // index into another table.
   bool names_symbol;
 };
 
@@ -95,6 +96,12 @@ SNAPSHOT snapshot(OFE::OBJECT_FILE *object) {
   SNAPSHOT out;
   out.elf = object->get_format() == OFE::OF_FORMAT_ELF;
   if (OFE::OF_SECTION_TABLE *table = object->get_section_table()) {
+    // An ELF relocation section names the symbols of the section its link
+    // names: those of the symbol table, or none that the oracle follows.
+    uint32_t symtab = 0;
+    for (OFE::OF_SECTION *s : table->sections())
+      if (out.elf && !symtab && s->get_type() == OFE::SHT_SYMTAB)
+        symtab = s->get_index();
     for (OFE::OF_SECTION *s : table->sections()) {
       SECTION section{s->get_index(), s->get_name(), s->get_type(), s->get_flags(), s->get_size(), s->get_link(),
                       s->get_info(), {}, false, {}, NO_SIGNATURE};
@@ -109,7 +116,8 @@ SNAPSHOT snapshot(OFE::OBJECT_FILE *object) {
         for (OFE::OF_RELOC *reloc : OFE::OF_RELOC_RANGE(relocs))
           section.relocs.push_back(
               {reloc->get_offset(), reloc->get_type(), reloc->get_symbol_index(),
-               out.elf || static_cast<OFE::QVCOFF_RELOC *>(reloc)->refers_to_symbol()});
+               out.elf ? symtab != 0 && s->get_link() == symtab
+                       : static_cast<OFE::QVCOFF_RELOC *>(reloc)->refers_to_symbol()});
       if (OFE::OF_GROUP_TABLE *group = s->get_group()) {
         section.group = true;
         for (uint32_t m = 0; m < group->get_count(); m++)
@@ -231,8 +239,8 @@ void edit(OFE::OBJECT_FILE *object, SNAPSHOT &before, const uint8_t *pick, std::
   if (table && !before.symbols.empty()) {
     // Where a symbol went in: entries from there on moved up one.
     uint32_t inserted = INSERTED;
-    if (pick[2] != NONE && (pick[2] & 0x80)) {
-      uint32_t at = before.symbols[(pick[2] & 0x7F) % before.symbols.size()].index;
+    if (pick[3] != NONE && (pick[3] & 0x80)) {
+      uint32_t at = before.symbols[(pick[3] & 0x7F) % before.symbols.size()].index;
       OFE::OF_SYMBOL *added = table->insert_symbol(at);
       if (added && added->set_name("fuzz.inserted") == 0 && added->set_binding(OFE::OF_BIND_GLOBAL) == 0 &&
           added->set_kind(OFE::OF_KIND_UNDEFINED) == 0) {
@@ -242,8 +250,8 @@ void edit(OFE::OBJECT_FILE *object, SNAPSHOT &before, const uint8_t *pick, std::
         object->clear_error();
       }
     }
-    for (int i = 1; i <= 2; i++)
-      if (pick[i] != NONE && (i == 1 || !(pick[i] & 0x80))) {
+    for (int i = 2; i <= 3; i++)
+      if (pick[i] != NONE && (i == 2 || !(pick[i] & 0x80))) {
         uint32_t index = before.symbols[pick[i] % before.symbols.size()].index;
         if (index == INSERTED)
           continue;
@@ -258,20 +266,25 @@ void edit(OFE::OBJECT_FILE *object, SNAPSHOT &before, const uint8_t *pick, std::
     }
   }
   OFE::OF_SECTION_TABLE *section_table = object->get_section_table();
-  if (section_table && pick[0] != NONE && !before.sections.empty()) {
-    uint32_t index = before.sections[pick[0] % before.sections.size()].index;
-    if (section_table->remove_section(index) == 0) {
-      sections.insert(index);
-      // Its relocation sections go with it.
-      for (const SECTION &x : before.sections)
-        if (is_elf_reloc(before, x.type) && x.info == index && x.index != index)
-          sections.insert(x.index);
-      // The symbol table's section takes every symbol with it.
-      if (before.elf && before.sections[pick[0] % before.sections.size()].type == OFE::SHT_SYMTAB)
-        for (const SYMBOL &x : before.symbols)
-          symbols.insert(x.index);
-    } else
-      object->clear_error();
+  std::set<uint32_t> picked;
+  for (int i = 0; i <= 1; i++)
+    if (section_table && pick[i] != NONE && !before.sections.empty())
+      picked.insert(before.sections[pick[i] % before.sections.size()].index);
+  if (picked.empty())
+    return;
+  if (section_table->remove_sections(picked) != 0) {
+    object->clear_error();
+    return;
+  }
+  sections = picked;
+  for (const SECTION &x : before.sections) {
+    // Their relocation sections go with them.
+    if (is_elf_reloc(before, x.type) && picked.count(x.info) && !picked.count(x.index))
+      sections.insert(x.index);
+    // The symbol table's section takes every symbol with it.
+    if (before.elf && x.type == OFE::SHT_SYMTAB && picked.count(x.index))
+      for (const SYMBOL &y : before.symbols)
+        symbols.insert(y.index);
   }
 }
 
@@ -321,13 +334,13 @@ void check(const SNAPSHOT &before, std::string &edited, const std::set<uint32_t>
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  if (size < 4)
+  if (size < 5)
     return 0;
   (void)fuzz_sink();
   // The edit starts from the object as the writer has made it once (a
   // section 0 that was not null replaced, say), so that only the edit
   // changes what is compared.
-  std::string input(reinterpret_cast<const char *>(data) + 3, size - 3), base, edited;
+  std::string input(reinterpret_cast<const char *>(data) + 4, size - 4), base, edited;
   {
     OPENED first(input);
     if (!first.object || !write_to_memory(first.object, base) || first.object->has_failed())
