@@ -82,14 +82,10 @@ struct SNAPSHOT {
 
 bool is_elf_reloc(const SNAPSHOT &s, uint32_t type) { return s.elf && (type == OFE::SHT_REL || type == OFE::SHT_RELA); }
 
-// Tables the writer lays out anew from the others (a symbol table's
-// strings are those of the section it links to, whatever its type); their
-// own contents and presence are its business, their references are not.
+// Tables the writer lays out anew from the others; their own contents and
+// presence are its business, their references are not.
 bool made_by_writer(const SNAPSHOT &s, const SECTION &section) {
-  return s.elf && (section.type == OFE::SHT_STRTAB || section.type == OFE::SHT_SYMTAB_SHNDX ||
-                   std::any_of(s.sections.begin(), s.sections.end(), [&section](const SECTION &x) {
-                     return x.type == OFE::SHT_SYMTAB && x.link == section.index;
-                   }));
+  return s.elf && (section.type == OFE::SHT_STRTAB || section.type == OFE::SHT_SYMTAB_SHNDX);
 }
 
 SNAPSHOT snapshot(OFE::OBJECT_FILE *object) {

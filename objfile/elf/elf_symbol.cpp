@@ -142,19 +142,18 @@ ELF_SYMBOL_TABLE::ELF_SYMBOL_TABLE(ELF_FILE *file, ELF_SECTION *section, DATA_MA
 
 std::string ELF_SYMBOL_TABLE::get_name() const { return section_->get_name(); }
 
-ELF_STRING_TABLE *ELF_SYMBOL_TABLE::get_string_table() {
+ELF_STRING_TABLE *ELF_SYMBOL_TABLE::get_string_table(bool writing) {
   ELF_SECTION_TABLE *sections = file_->get_section_table();
   uint32_t link = section_->get_link();
-  ELF_SECTION *strings = nullptr;
-  if (link != 0) {
-    strings = sections ? sections->get_section(link) : nullptr;
-  } else {
+  ELF_SECTION *strings = link != 0 && sections ? sections->get_section(link) : nullptr;
+  if (sections && (link == 0 || (writing && strings && strings->get_type() != SHT_STRTAB))) {
     const char *name = section_->get_type() == SHT_SYMTAB   ? ".strtab"
                        : section_->get_type() == SHT_DYNSYM ? ".dynstr"
                                                             : nullptr;
-    if (name && sections) {
-      strings = sections->find_section(name) ? static_cast<ELF_SECTION *>(sections->find_section(name))
-                                             : sections->create_section(name, SHT_STRTAB);
+    strings = nullptr;
+    if (name) {
+      ELF_SECTION *found = sections->find_elf_section(name);
+      strings = found && found->get_type() == SHT_STRTAB ? found : sections->create_section(name, SHT_STRTAB);
       section_->set_links({}, strings->get_index(), section_->get_info());
     }
   }
@@ -215,7 +214,7 @@ std::unique_ptr<OF_SYMBOL> ELF_SYMBOL_TABLE::load_symbol(uint32_t index) {
   }
   if (!strings_looked_up_) {
     strings_looked_up_ = true;
-    strings_ = get_string_table();
+    strings_ = get_string_table(false);
   }
   const char *name = strings_ ? strings_->get_string(symbol->record_.st_name) : nullptr;
   symbol->name_ = name ? name : "";
@@ -290,7 +289,7 @@ void ELF_SYMBOL_TABLE::follow_sections(const OF_INDEX_MAP &map) {
 }
 
 int ELF_SYMBOL_TABLE::write() {
-  ELF_STRING_TABLE *strings = get_string_table();
+  ELF_STRING_TABLE *strings = get_string_table(true);
   if (!strings)
     return -1;
   DATA_MAP &out = section_->new_contents({});

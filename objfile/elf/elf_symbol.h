@@ -85,8 +85,11 @@ public:
 
   // The linked string table: sh_link, else ".strtab" or ".dynstr" found or
   // made by name; recorded in sh_link. Null, with error 7, when there is
-  // none to be had.
-  ELF_STRING_TABLE *get_string_table();
+  // none to be had. Names are read from whatever sh_link names, but
+  // `writing` them takes a string table: a link to a section of another
+  // kind (the symbol table itself, say) is replaced as if there were none,
+  // so that the names do not overwrite that section's contents.
+  ELF_STRING_TABLE *get_string_table(bool writing);
   // The SHT_SYMTAB_SHNDX section that belongs to this table. An existing
   // one is always used; one is made only when the file has more sections
   // than st_shndx can name.

@@ -220,7 +220,7 @@ bool ELF_FILE::prepare_strings() {
   rebuild(names);
   for (uint32_t i = 1; i < sections->get_count(); i++)
     if (ELF_SECTION *s = sections->get_section(i); s->get_type() == SHT_SYMTAB && s->symbols())
-      rebuild(s->symbols()->get_string_table());
+      rebuild(s->symbols()->get_string_table(true));
   sections->get_section(0)->set_name_offset({}, 0);
   for (uint32_t i = 1; i < sections->get_count(); i++) {
     ELF_SECTION *s = sections->get_section(i);

@@ -140,6 +140,33 @@ TEST_P(ElfWrite, ARemovedSectionTakesItsRelocationsAlong) {
   EXPECT_EQ(o.section(".c")->get_flags(), SHF_ALLOC);
 }
 
+// A symbol table whose link names a section that is not a string table
+// (one of the program's, or the table itself) has its names written into a
+// string table of their own: written into the linked section, they would
+// overwrite its contents, or the symbol records.
+TEST_P(ElfWrite, NamesAreWrittenOnlyIntoAStringTable) {
+  for (uint32_t link : {2u, 3u}) {
+    ELF_BUILDER b(GetParam());
+    std::string names(1, '\0');
+    std::string symbols = b.symbols({{}, {"f", 8, 4, GLOBAL_FUNC, 0, 1}}, names);
+    b.add({".text", SHT_PROGBITS, std::string(16, '\0'), 0, 0, 0, SHF_ALLOC | SHF_EXECINSTR});  // 1
+    b.add({".names", SHT_PROGBITS, names});                                                    // 2
+    b.add({".symtab", SHT_SYMTAB, symbols, link, 1, 16, 0, 4});                                  // 3
+    OPENED in(b.build());
+    ASSERT_EQ(in.symbol(1)->set_name("renamed"), 0);
+    int result;
+    OPENED o(written(in.object.get(), &result));
+    ASSERT_EQ(result, 0) << in.object->get_error_text();
+    EXPECT_EQ(o.symbol_name(1), "renamed") << "link " << link;
+    EXPECT_EQ(o.symbol(1)->get_value(), 8u) << "link " << link;
+    EXPECT_EQ(o.symbol(1)->get_section_index(), 1u) << "link " << link;
+    ELF_SECTION *strings = o.elf()->get_section_table()->get_section(o.section(".symtab")->get_link());
+    EXPECT_EQ(strings->get_type(), SHT_STRTAB) << "link " << link;
+    DATA_MAP &kept = *o.section(".names")->get_data();
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(kept.slice(0, kept.size())), kept.size()), names);
+  }
+}
+
 TEST_P(ElfWrite, LocalsGoFirstAndRelocationsAndTheHashFollowTheirSymbols) {
   std::string strtab(1, '\0');
   std::string symbols = builder.symbols(
