@@ -145,8 +145,11 @@ std::vector<std::string> lines(const SNAPSHOT &s, const std::set<uint32_t> &gone
       std::string base = x.name + "/" + std::to_string(x.type);
       section_key[x.index] = base + "#" + std::to_string(seen[base]++);
     }
+  // ELF's symbol 0 is the null symbol, which the writer supplies where a
+  // damaged table lacks it: no symbol to compare.
+  auto compared = [&](const SYMBOL &x) { return !gone_symbols.count(x.index) && !(s.elf && x.index == 0); };
   for (const SYMBOL &x : s.symbols)
-    if (!gone_symbols.count(x.index)) {
+    if (compared(x)) {
       std::string base = x.name + (x.local ? "/l" : "/g");
       symbol_key[x.index] = base + "#" + std::to_string(seen[base]++);
     }
@@ -208,7 +211,7 @@ std::vector<std::string> lines(const SNAPSHOT &s, const std::set<uint32_t> &gone
     }
   }
   for (const SYMBOL &x : s.symbols)
-    if (!gone_symbols.count(x.index))
+    if (compared(x))
       out.push_back(symbol_key[x.index] + " value " + std::to_string(x.value) + " section " +
                     (x.section == 0 ? "-" : section_ref(x.section)));
   std::sort(out.begin(), out.end());
