@@ -40,17 +40,16 @@ public:
   explicit OF_INDEX_MAP(std::vector<uint32_t> old_to_new) : old_to_new_(std::move(old_to_new)) {}
 
   // The new index of a reference; 0 when its entry was removed.
-  uint32_t follow(uint32_t index) const {
-    uint32_t moved = map(index);
-    return moved == REMOVED ? 0 : moved;
-  }
+  uint32_t follow(uint32_t index) const { return keep(index) ? index : 0; }
   // Moves `index` to its new place; false (and `index` untouched) when its
-  // entry was removed.
+  // entry was removed. An index past the known entries, even one that
+  // reads like REMOVED, is kept as it is.
   [[nodiscard]] bool keep(uint32_t &index) const {
-    uint32_t moved = map(index);
-    if (moved == REMOVED)
+    if (index >= old_to_new_.size())
+      return true;
+    if (old_to_new_[index] == REMOVED)
       return false;
-    index = moved;
+    index = old_to_new_[index];
     return true;
   }
   // Maps every index of `indexes`, dropping those whose entry was removed;

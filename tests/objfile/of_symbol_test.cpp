@@ -72,6 +72,14 @@ TEST(SymbolTable, EditsRenumberAndPublishTheIndexMap) {
   EXPECT_EQ(u.get_count(), 4u);
   EXPECT_EQ(u.get_index_map().entries(),
             (std::vector<uint32_t>{0, OF_SYMBOL_TABLE::REMOVED, 1, 2, OF_SYMBOL_TABLE::REMOVED, 3}));
+  // An index past the entries names none: a damaged one stays as it is,
+  // even the one that reads like the mark of removal.
+  for (uint32_t past : {6u, OF_SYMBOL_TABLE::REMOVED}) {
+    uint32_t index = past;
+    EXPECT_TRUE(u.get_index_map().keep(index)) << past;
+    EXPECT_EQ(index, past);
+    EXPECT_EQ(u.get_index_map().follow(past), past);
+  }
   EXPECT_EQ(u.get_symbol(2)->get_name(), "helper");
   EXPECT_EQ(u.get_symbol(3)->get_index(), 3u);
   EXPECT_EQ(u.remove_selected(), 0);  // selection was cleared
