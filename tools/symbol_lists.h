@@ -47,10 +47,9 @@ public:
   [[nodiscard]] bool add_file(SYMBOL_LIST_KIND kind, const std::string &path);
   // Applies the list of `kind`, one of the four binding kinds, through the
   // library's binding edit: the named symbols are localized, globalized or
-  // weakened; for
-  // LIST_KEEP_GLOBAL every defined global or weak symbol that is not named
-  // is localized. False with the library's message when it refuses an
-  // edit. What each name matched is remembered for all_matched.
+  // weakened; for LIST_KEEP_GLOBAL every defined global or weak symbol that
+  // is not named is localized. False with the library's message when it
+  // refuses an edit. What each name matched is remembered for all_matched.
   [[nodiscard]] bool apply(OFE::OBJECT_FILE &object, SYMBOL_LIST_KIND kind);
   // Whether the list of `kind` names anything, and whether it takes the
   // symbol name `name` (remembered for all_matched).
