@@ -229,61 +229,61 @@ std::vector<std::string> lines(const SNAPSHOT &s, const std::set<uint32_t> &gone
   abort();
 }
 
-// Removes the picked section and symbols, or inserts a symbol where the
-// second symbol pick has its top bit set; fills in what went, and adds what
-// came to `before`.
+// Removes the picked sections, then the picked symbols, or inserts a
+// symbol where the second symbol pick has its top bit set (sections first,
+// as ofecopy does: their relocations go with them and name no symbol
+// then); fills in what went, and adds what came to `before`.
 void edit(OFE::OBJECT_FILE *object, SNAPSHOT &before, const uint8_t *pick, std::set<uint32_t> &sections,
           std::set<uint32_t> &symbols) {
-  OFE::OF_SYMBOL_TABLE *table = object->get_symbol_table();
-  if (table && !before.symbols.empty()) {
-    // Where a symbol went in: entries from there on moved up one.
-    uint32_t inserted = INSERTED;
-    if (pick[3] != NONE && (pick[3] & 0x80)) {
-      uint32_t at = before.symbols[(pick[3] & 0x7F) % before.symbols.size()].index;
-      OFE::OF_SYMBOL *added = table->insert_symbol(at);
-      if (added && added->set_name("fuzz.inserted") == 0 && added->set_binding(OFE::OF_BIND_GLOBAL) == 0 &&
-          added->set_kind(OFE::OF_KIND_UNDEFINED) == 0) {
-        inserted = at;
-        before.symbols.push_back({INSERTED, "fuzz.inserted", false, 0, 0});
-      } else {
-        object->clear_error();
-      }
-    }
-    for (int i = 2; i <= 3; i++)
-      if (pick[i] != NONE && (i == 2 || !(pick[i] & 0x80))) {
-        uint32_t index = before.symbols[pick[i] % before.symbols.size()].index;
-        if (index == INSERTED)
-          continue;
-        if (table->select_for_removal(index >= inserted ? index + 1 : index) == 0)
-          symbols.insert(index);
-        else
-          object->clear_error();
-      }
-    if (!symbols.empty() && table->remove_selected() < 0) {
-      object->clear_error();
-      symbols.clear();
-    }
-  }
   OFE::OF_SECTION_TABLE *section_table = object->get_section_table();
   std::set<uint32_t> picked;
   for (int i = 0; i <= 1; i++)
     if (section_table && pick[i] != NONE && !before.sections.empty())
       picked.insert(before.sections[pick[i] % before.sections.size()].index);
-  if (picked.empty())
-    return;
-  if (section_table->remove_sections(picked) != 0) {
+  if (!picked.empty() && section_table->remove_sections(picked) != 0) {
     object->clear_error();
-    return;
+  } else if (!picked.empty()) {
+    sections = picked;
+    for (const SECTION &x : before.sections) {
+      // Their relocation sections go with them.
+      if (is_elf_reloc(before, x.type) && picked.count(x.info) && !picked.count(x.index))
+        sections.insert(x.index);
+      // The symbol table's section takes every symbol with it.
+      if (before.elf && x.type == OFE::SHT_SYMTAB && picked.count(x.index))
+        for (const SYMBOL &y : before.symbols)
+          symbols.insert(y.index);
+    }
   }
-  sections = picked;
-  for (const SECTION &x : before.sections) {
-    // Their relocation sections go with them.
-    if (is_elf_reloc(before, x.type) && picked.count(x.info) && !picked.count(x.index))
-      sections.insert(x.index);
-    // The symbol table's section takes every symbol with it.
-    if (before.elf && x.type == OFE::SHT_SYMTAB && picked.count(x.index))
-      for (const SYMBOL &y : before.symbols)
-        symbols.insert(y.index);
+  OFE::OF_SYMBOL_TABLE *table = object->get_symbol_table();
+  if (!table || before.symbols.empty() || !symbols.empty())
+    return;
+  // Where a symbol went in: entries from there on moved up one.
+  uint32_t inserted = INSERTED;
+  if (pick[3] != NONE && (pick[3] & 0x80)) {
+    uint32_t at = before.symbols[(pick[3] & 0x7F) % before.symbols.size()].index;
+    OFE::OF_SYMBOL *added = table->insert_symbol(at);
+    if (added && added->set_name("fuzz.inserted") == 0 && added->set_binding(OFE::OF_BIND_GLOBAL) == 0 &&
+        added->set_kind(OFE::OF_KIND_UNDEFINED) == 0) {
+      inserted = at;
+      before.symbols.push_back({INSERTED, "fuzz.inserted", false, 0, 0});
+    } else {
+      object->clear_error();
+    }
+  }
+  for (int i = 2; i <= 3; i++)
+    if (pick[i] != NONE && (i == 2 || !(pick[i] & 0x80))) {
+      uint32_t index = before.symbols[pick[i] % before.symbols.size()].index;
+      if (index == INSERTED)
+        continue;
+      if (table->select_for_removal(index >= inserted ? index + 1 : index) == 0)
+        symbols.insert(index);
+      else
+        object->clear_error();
+    }
+  // A refused removal removes nothing.
+  if (!symbols.empty() && table->remove_selected() < 0) {
+    object->clear_error();
+    symbols.clear();
   }
 }
 

@@ -391,10 +391,9 @@ void OF_BUILD_ATTR_TABLE::apply_section_map(const OF_INDEX_MAP &map) { apply_map
 
 void OF_BUILD_ATTR_TABLE::apply_symbol_map(const OF_INDEX_MAP &map) { apply_map(OFBA_SCOPE_SYMBOL, map); }
 
-bool OF_BUILD_ATTR_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+void OF_BUILD_ATTR_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
   if (&symbols == file_->get_symbol_table())
     apply_symbol_map(map);
-  return true;
 }
 
 }  // namespace OFE

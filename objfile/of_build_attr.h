@@ -235,7 +235,7 @@ public:
   void apply_section_map(const OF_INDEX_MAP &map);
   void apply_symbol_map(const OF_INDEX_MAP &map);
   void follow_sections(const OF_INDEX_MAP &map) override { apply_section_map(map); }
-  [[nodiscard]] bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
+  void follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
 
   // " Build Attributes" (or " Build Attributes in "name"" when a file name
   // is given), then per vendor, per list, one row per attribute.

@@ -115,7 +115,7 @@ void OBJECT_FILE::set_error_handler(OF_ERROR_HANDLER handler) {
 }
 
 // Every table that holds section or symbol indexes is on its file's list
-// while it lives, so that the write pipeline can hand it the published maps.
+// while it lives, so that every renumbering can hand it its map.
 OF_INDEX_HOLDER::OF_INDEX_HOLDER(OBJECT_FILE *file) : file_(file) {
   if (file_)
     file_->add_index_holder(this);

@@ -277,12 +277,19 @@ public:
   [[nodiscard]] bool promote_state(uint32_t target) override;
 
   // Brings every table into memory (the first write step), so that an edit
-  // that renumbers sections leaves nothing to decode at the old indexes.
+  // that renumbers leaves nothing to decode at the old indexes.
   [[nodiscard]] bool load_everything() { return load_for_writing(); }
   // The tables that hold section or symbol indexes (OF_INDEX_HOLDER
   // registers and leaves through these).
   void add_index_holder(OF_INDEX_HOLDER *holder) { index_holders_.push_back(holder); }
   void remove_index_holder(OF_INDEX_HOLDER *holder);
+  // A renumbering of the sections, handed to every holder as it happens.
+  void follow_section_map(const OF_INDEX_MAP &map);
+  // A renumbering of `symbols`, in two steps around moving the entries:
+  // every holder is asked first (false, with the error pending, when one
+  // refuses: nothing may move), then every holder follows.
+  [[nodiscard]] bool can_follow_symbol_map(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map);
+  void follow_symbol_map(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map);
 
 protected:
   [[nodiscard]] virtual bool load_for_writing();
@@ -297,10 +304,6 @@ protected:
   [[nodiscard]] bool read_whole();
   // Error 7 naming a pipeline step the format has not built; false.
   [[nodiscard]] bool missing_step(const char *step);
-  // After the section step and after the symbol step: every registered
-  // table follows the published maps.
-  [[nodiscard]] bool follow_section_map();
-  [[nodiscard]] bool follow_symbol_maps();
 
   // The format's own listings, after the information listing.
   virtual void dump_format(FILE *) {}

@@ -1,7 +1,7 @@
 // OF_GROUP_TABLE: the generic view of a section group (sections that are
 // kept or dropped together, named by a signature symbol). Members are
-// section indexes and the signature a symbol index, so a group follows both
-// renumberings through their published maps.
+// section indexes and the signature a symbol index, so a group follows the
+// maps of both renumberings.
 #pragma once
 
 #include <cstdint>

@@ -1,17 +1,16 @@
-// OF_INDEX_MAP: the old-to-new index map a table publishes when it is
-// renumbered, and OF_INDEX_HOLDER: a table that refers to sections or
-// symbols by index.
+// OF_INDEX_MAP: the old-to-new index map of one renumbering of a table,
+// and OF_INDEX_HOLDER: a table that refers to sections or symbols by index.
 //
-// Sections and symbols are renumbered before a file is written (null entry
-// first, classes in a fixed order, removed entries dropped), and edits
-// (inserting, removing) renumber them too. Each renumbering is composed into
-// the table's published map. Every table that holds indexes (symbols'
-// sections, section links, relocations' symbols, group members, alias
-// pairs, attribute lists, line numbers) is an OF_INDEX_HOLDER registered
-// with its file; the write pipeline hands each of them the section map
-// after the section step and every symbol table's map after the symbol
-// step, so that no table can be left out and no format wires the maps by
-// hand.
+// Edits renumber sections and symbols (removing, inserting), and so does
+// the writer (null entry first, classes in a fixed order, removed entries
+// dropped). Each renumbering hands its map at once to every table that
+// holds indexes (symbols' sections, section links, relocations' symbols,
+// group members, alias pairs, attribute lists, line numbers): each is an
+// OF_INDEX_HOLDER registered with its file, so that no table can be left
+// out and no format wires the maps by hand. An index a table holds is
+// therefore always the number its entry has now, whatever was edited
+// before; a renumbering first loads every table, so that nothing is
+// decoded from the file at the old numbers afterwards.
 //
 // The map answers in two ways, and nowhere else is an index mapped:
 //   follow  a reference that must stay one: a removed entry becomes 0,
@@ -61,18 +60,6 @@ public:
         kept.push_back(index);
     indexes = std::move(kept);
   }
-  // Follows this map with `then` (indexed by this map's results), so that
-  // one map covers both renumberings.
-  void compose(const OF_INDEX_MAP &then) {
-    if (old_to_new_.empty()) {
-      old_to_new_ = then.old_to_new_;
-      return;
-    }
-    for (uint32_t &index : old_to_new_)
-      if (index != REMOVED)
-        index = then.map(index);
-  }
-
   [[nodiscard]] bool is_identity() const {
     for (uint32_t i = 0; i < old_to_new_.size(); i++)
       if (old_to_new_[i] != i)
@@ -84,8 +71,6 @@ public:
   const std::vector<uint32_t> &entries() const { return old_to_new_; }
 
 private:
-  uint32_t map(uint32_t index) const { return index < old_to_new_.size() ? old_to_new_[index] : index; }
-
   std::vector<uint32_t> old_to_new_;
 };
 
@@ -100,9 +85,12 @@ public:
 
   // The section references follow the section table's map.
   virtual void follow_sections(const OF_INDEX_MAP &) {}
-  // The references into `symbols` follow its map. False, with the file's
-  // pending error set, when a reference cannot be kept.
-  [[nodiscard]] virtual bool follow_symbols(const OF_SYMBOL_TABLE &, const OF_INDEX_MAP &) { return true; }
+  // Asked before symbols move: false, with the file's pending error set,
+  // when a reference into `symbols` names an entry the map removes and
+  // must not be dropped; the renumbering is then refused.
+  [[nodiscard]] virtual bool can_follow_symbols(const OF_SYMBOL_TABLE &, const OF_INDEX_MAP &) { return true; }
+  // The references into `symbols` follow its map.
+  virtual void follow_symbols(const OF_SYMBOL_TABLE &, const OF_INDEX_MAP &) {}
 
 private:
   OBJECT_FILE *file_;

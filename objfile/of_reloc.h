@@ -3,7 +3,7 @@
 // target's machine database (OF_RELOC_TYPE_INFO in of_mach.h).
 //
 // Entries refer to symbols by index into the file's symbol table; when the
-// symbol table is renumbered the table applies its published map, so every
+// symbol table is renumbered the table follows its map at once, so every
 // entry keeps its symbol.
 #pragma once
 

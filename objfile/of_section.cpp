@@ -40,16 +40,12 @@ bool OF_SECTION_TABLE::begin_removal(OBJECT_FILE *object, const std::set<uint32_
   return object->load_everything();
 }
 
-void OF_SECTION_TABLE::publish_removal(const std::set<uint32_t> &gone, uint32_t count) {
+void OF_SECTION_TABLE::follow_removal(OBJECT_FILE *object, const std::set<uint32_t> &gone, uint32_t count) {
   std::vector<uint32_t> old_to_new(count);
   uint32_t removed = 0;
   for (uint32_t i = 0; i < count; i++)
     old_to_new[i] = gone.count(i) ? (removed++, OF_INDEX_MAP::REMOVED) : i - removed;
-  publish(old_to_new);
-}
-
-void OF_SECTION_TABLE::publish(const std::vector<uint32_t> &old_to_new) {
-  index_map_.compose(OF_INDEX_MAP(old_to_new));
+  object->follow_section_map(OF_INDEX_MAP(std::move(old_to_new)));
 }
 
 }  // namespace OFE

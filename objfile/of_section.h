@@ -6,8 +6,8 @@
 //
 // Setters require the owning object's state at most "locked" (they revert
 // a laid-out file first), so that the next write lays the file out again.
-// Renumbering for writing publishes an old-to-new map (OF_INDEX_MAP) that
-// every table referring to sections by index applies.
+// Renumbering (removal, and the writer's order) hands its old-to-new map
+// (OF_INDEX_MAP) at once to every table referring to sections by index.
 //
 // Each format keeps its own numbering (ELF counts from 0, the null section
 // included; COFF from 1, as its symbols refer to sections); callers walk the
@@ -117,14 +117,10 @@ public:
   // Appends a new, empty section of that name; null when the format
   // refuses.
   virtual OF_SECTION *create_section(const std::string &) { return nullptr; }
-  // Every renumbering since the dependent tables last applied it; the write
-  // pipeline hands it to them and then consumes it.
-  const OF_INDEX_MAP &get_index_map() const { return index_map_; }
-  OF_INDEX_MAP take_index_map() { return std::exchange(index_map_, OF_INDEX_MAP()); }
   // Removes the sections (by the numbers get_section takes) with their own
-  // tables, all at once; every reference to a later section moves down at
-  // the next write, and references to those removed go. 0, or -1 with the
-  // pending error and nothing removed.
+  // tables, all at once; every reference to a later section moves down, and
+  // references to those removed go. 0, or -1 with the pending error and
+  // nothing removed.
   [[nodiscard]] virtual int remove_sections(const std::set<uint32_t> &indexes) = 0;
   [[nodiscard]] int remove_section(uint32_t index) { return remove_sections({index}); }
   // The sections that hold the own tables of `sections` and go with them (a
@@ -133,17 +129,14 @@ public:
   virtual std::set<uint32_t> own_tables(const std::set<uint32_t> &) { return {}; }
 
 protected:
-  // Composes a renumbering into the published map.
-  void publish(const std::vector<uint32_t> &old_to_new);
   // What every removal does first: refuses a section that is not there
   // (section 0 is none in either numbering) and brings `object` back to the
   // open state with every table in memory, so that nothing is left to
   // decode at the old indexes.
   [[nodiscard]] bool begin_removal(OBJECT_FILE *object, const std::set<uint32_t> &indexes);
-  // Publishes the removal of the entries `gone` of a map of `count`
-  // entries: later entries move down.
-  void publish_removal(const std::set<uint32_t> &gone, uint32_t count);
-  OF_INDEX_MAP index_map_;
+  // Hands the removal of the entries `gone` of a table of `count` entries
+  // to every holder of `object`: later entries move down.
+  static void follow_removal(OBJECT_FILE *object, const std::set<uint32_t> &gone, uint32_t count);
 };
 
 inline uint32_t OF_SECTION_WALK::first(TABLE &table) { return table.first_index(); }

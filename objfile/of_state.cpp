@@ -2,10 +2,10 @@
 // saved) and the write pipeline every format shares. OBJECT_FILE::write()
 // moves the object to the saved state, and each step up runs the format's
 // hooks in a fixed order (load, and a check that the file held all that its
-// headers said; sections, section map, symbols, symbol maps, tables that
-// depend on both, strings; then the layout; then the bytes). The maps that
-// renumbering publishes reach every registered index holder here, so that a
-// format lists no table by hand.
+// headers said; sections, symbols, tables that depend on both, strings;
+// then the layout; then the bytes). Renumbering sections or symbols hands
+// its map to every registered index holder as it happens (follow_*_map),
+// so that a format lists no table by hand.
 #include "objfile/of_state.h"
 
 #include "objfile/of_file.h"
@@ -100,39 +100,34 @@ bool OBJECT_FILE::read_whole() {
   return false;
 }
 
-bool OBJECT_FILE::follow_section_map() {
-  OF_SECTION_TABLE *sections = get_section_table();
-  OF_INDEX_MAP map = sections ? sections->take_index_map() : OF_INDEX_MAP();
+void OBJECT_FILE::follow_section_map(const OF_INDEX_MAP &map) {
   if (map.is_identity())
-    return true;
+    return;
   // A copy: following never adds or drops a table, but the list must not
   // move under the walk if it did.
   for (OF_INDEX_HOLDER *holder : std::vector<OF_INDEX_HOLDER *>(index_holders_))
     holder->follow_sections(map);
+}
+
+bool OBJECT_FILE::can_follow_symbol_map(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+  for (OF_INDEX_HOLDER *holder : std::vector<OF_INDEX_HOLDER *>(index_holders_))
+    if (!holder->can_follow_symbols(symbols, map))
+      return false;
   return true;
 }
 
-bool OBJECT_FILE::follow_symbol_maps() {
-  std::vector<OF_INDEX_HOLDER *> holders = index_holders_;
-  for (OF_INDEX_HOLDER *table : holders) {
-    auto *symbols = dynamic_cast<OF_SYMBOL_TABLE *>(table);
-    if (!symbols)
-      continue;
-    OF_INDEX_MAP map = symbols->take_index_map();
-    if (map.is_identity())
-      continue;
-    for (OF_INDEX_HOLDER *holder : holders)
-      if (!holder->follow_symbols(*symbols, map))
-        return false;
-  }
-  return true;
+void OBJECT_FILE::follow_symbol_map(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+  if (map.is_identity())
+    return;
+  for (OF_INDEX_HOLDER *holder : std::vector<OF_INDEX_HOLDER *>(index_holders_))
+    holder->follow_symbols(symbols, map);
 }
 
 bool OBJECT_FILE::promote_state(uint32_t target) {
   switch (target) {
   case OF_STATE_LOCKED:
-    return load_for_writing() && read_whole() && prepare_sections() && follow_section_map() && prepare_symbols() &&
-           follow_symbol_maps() && prepare_dependents() && prepare_strings();
+    return load_for_writing() && read_whole() && prepare_sections() && prepare_symbols() && prepare_dependents() &&
+           prepare_strings();
   case OF_STATE_FORMATTED:
     return lay_out();
   case OF_STATE_SAVED:

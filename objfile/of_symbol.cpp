@@ -80,12 +80,9 @@ OF_SYMBOL *OF_SYMBOL_TABLE::insert_symbol(uint32_t index) {
   if (object_->require_state_at_most(OF_STATE_OPEN) != 0)
     return nullptr;
   std::unique_ptr<OF_SYMBOL> symbol = new_symbol(index);
-  if (!symbol)
+  if (!symbol || !load_for_renumbering())
     return nullptr;
-  // The entries that move must exist before they move: they can no longer
-  // be loaded from where the file has them.
-  before_renumbering();
-  load_all();
+  // An insertion removes nothing, so no holder can refuse it.
   std::vector<uint32_t> old_to_new(count_);
   for (uint32_t i = 0; i < count_; i++)
     old_to_new[i] = i < index ? i : i + 1;
@@ -98,7 +95,7 @@ OF_SYMBOL *OF_SYMBOL_TABLE::insert_symbol(uint32_t index) {
   for (uint32_t i = index + 1; i < count_; i++)
     if (symbols_[i])
       symbols_[i]->index_ = i;
-  publish(std::move(old_to_new));
+  publish(OF_INDEX_MAP(std::move(old_to_new)));
   OF_SYMBOL *inserted = symbols_[index].get();
   object_->get_machine_db()->symbol_added(inserted);
   return inserted;
@@ -113,27 +110,30 @@ int OF_SYMBOL_TABLE::select_for_removal(uint32_t index) {
 }
 
 int OF_SYMBOL_TABLE::remove_selected() {
-  if (object_->require_state_at_most(OF_STATE_OPEN) != 0)
+  if (object_->require_state_at_most(OF_STATE_OPEN) != 0 || !load_for_renumbering())
     return -1;
   selected_.resize(count_, false);
-  before_renumbering();
-  load_all();
-  std::vector<std::unique_ptr<OF_SYMBOL>> kept;
   std::vector<uint32_t> old_to_new(count_);
-  for (uint32_t i = 0; i < count_; i++) {
-    if (selected_[i]) {
-      old_to_new[i] = REMOVED;
-    } else {
-      old_to_new[i] = static_cast<uint32_t>(kept.size());
-      kept.push_back(std::move(symbols_[i]));
-    }
+  uint32_t kept = 0;
+  for (uint32_t i = 0; i < count_; i++)
+    old_to_new[i] = selected_[i] ? REMOVED : kept++;
+  OF_INDEX_MAP map(std::move(old_to_new));
+  if (!can_renumber(map)) {
+    selected_.assign(count_, false);
+    return -1;
   }
-  int removed = static_cast<int>(count_ - kept.size());
-  reorder(std::move(kept), std::move(old_to_new));
+  std::vector<std::unique_ptr<OF_SYMBOL>> symbols;
+  for (uint32_t i = 0; i < count_; i++)
+    if (!selected_[i])
+      symbols.push_back(std::move(symbols_[i]));
+  int removed = static_cast<int>(count_ - kept);
+  reorder(std::move(symbols), std::move(map));
   return removed;
 }
 
-void OF_SYMBOL_TABLE::reorder(std::vector<std::unique_ptr<OF_SYMBOL>> symbols, std::vector<uint32_t> old_to_new) {
+bool OF_SYMBOL_TABLE::can_renumber(const OF_INDEX_MAP &map) { return object_->can_follow_symbol_map(*this, map); }
+
+void OF_SYMBOL_TABLE::reorder(std::vector<std::unique_ptr<OF_SYMBOL>> symbols, OF_INDEX_MAP map) {
   symbols_ = std::move(symbols);
   count_ = static_cast<uint32_t>(symbols_.size());
   for (uint32_t i = 0; i < count_; i++)
@@ -141,16 +141,26 @@ void OF_SYMBOL_TABLE::reorder(std::vector<std::unique_ptr<OF_SYMBOL>> symbols, s
       symbols_[i]->index_ = i;
   std::vector<uint32_t> order;
   for (uint32_t o : order_)
-    if (o < old_to_new.size() && old_to_new[o] != REMOVED)
-      order.push_back(old_to_new[o]);
+    if (map.keep(o))
+      order.push_back(o);
   order_ = std::move(order);
   selected_.assign(count_, false);
-  publish(std::move(old_to_new));
+  publish(std::move(map));
 }
 
-void OF_SYMBOL_TABLE::publish(std::vector<uint32_t> old_to_new) {
-  index_map_.compose(OF_INDEX_MAP(std::move(old_to_new)));
+void OF_SYMBOL_TABLE::publish(OF_INDEX_MAP map) {
+  index_map_ = std::move(map);
   renumbered_ = true;
+  object_->follow_symbol_map(*this, index_map_);
+}
+
+bool OF_SYMBOL_TABLE::load_for_renumbering() {
+  // Nothing may be left to decode at the old numbers: every holder of an
+  // index is in memory before the entries move.
+  if (!object_->load_everything())
+    return false;
+  load_all();
+  return true;
 }
 
 void OF_SYMBOL_TABLE::load_all() {

@@ -150,8 +150,10 @@ public:
   virtual OF_SYMBOL *insert_symbol(uint32_t index);
   // Marks the symbol at `index` for remove_selected(); 0, or -1.
   [[nodiscard]] virtual int select_for_removal(uint32_t index);
-  // Removes the selected symbols and publishes the old-to-new index map;
-  // returns the number removed, or -1.
+  // Removes the selected symbols, every holder of an index into the table
+  // following; returns the number removed, or -1 with the error pending,
+  // nothing removed and the selection forgotten (a relocation names one of
+  // them, say).
   [[nodiscard]] virtual int remove_selected();
 
   // Frees an unchanged symbol of a table read from a file; it is loaded
@@ -163,13 +165,12 @@ public:
   // "\n Symbol Table" listing.
   virtual void dump(FILE *stream);
 
-  // Old-to-new index map of every renumbering since the dependent tables
-  // last applied it (empty: identity). The write pipeline hands it to them
-  // and then consumes it.
+  // The old-to-new map of the latest renumbering (empty: none yet), which
+  // every holder of an index into the table has followed; for indexes a
+  // caller keeps of its own.
   const OF_INDEX_MAP &get_index_map() const { return index_map_; }
-  // The new index of an old one after renumbering (REMOVED: removed).
+  // The new index of an old one after that renumbering (REMOVED: removed).
   uint32_t map_index(uint32_t old_index) const { return index_map_.keep(old_index) ? old_index : REMOVED; }
-  OF_INDEX_MAP take_index_map() { return std::exchange(index_map_, OF_INDEX_MAP()); }
   // Indices in the order symbols were appended.
   const std::vector<uint32_t> &get_order() const { return order_; }
   // The object file that owns the table.
@@ -183,22 +184,27 @@ protected:
 
   // For formats: the number of entries found in the file.
   void set_count(uint32_t count);
-  // For formats renumbering before writing: `symbols` in their new order and
-  // the old-to-new map (REMOVED for dropped entries).
-  void reorder(std::vector<std::unique_ptr<OF_SYMBOL>> symbols, std::vector<uint32_t> old_to_new);
+  // For formats renumbering before writing: whether every holder of an
+  // index into the table can follow `map` (false, with the error pending);
+  // asked before anything moves.
+  [[nodiscard]] bool can_renumber(const OF_INDEX_MAP &map);
+  // Puts `symbols` in their new order by the old-to-new `map` (REMOVED for
+  // dropped entries), and every holder follows.
+  void reorder(std::vector<std::unique_ptr<OF_SYMBOL>> symbols, OF_INDEX_MAP map);
   // Hands the entries over for reorder(), one per index (empty where none
   // is loaded).
   std::vector<std::unique_ptr<OF_SYMBOL>> take_symbols() {
     symbols_.resize(count_);
     return std::move(symbols_);
   }
-  // Records a renumbering in the published map.
-  void publish(std::vector<uint32_t> old_to_new);
+  // Keeps the map of a renumbering, and every holder follows it.
+  void publish(OF_INDEX_MAP map);
   // Loads every entry not yet loaded.
   void load_all();
-  // Called before entries move: tables that refer to symbols by index must
-  // be in memory by then, so that they can follow the published map.
-  virtual void before_renumbering() {}
+  // Before entries move: the whole file in memory (OBJECT_FILE::
+  // load_everything), so that every holder can follow. False, with the
+  // error pending, when it cannot be loaded.
+  [[nodiscard]] bool load_for_renumbering();
 
 private:
   OBJECT_FILE *object_;

@@ -6,10 +6,10 @@
 // when all its members go and its members go with it), then the symbols
 // defined in a section that goes. Stripping then chooses among the
 // remaining symbols with the rules GNU objcopy applies, never taking one
-// that a remaining relocation or group names. Symbols go first (one
-// remove_selected), sections after, from the last one down; the library
-// renumbers every reference through its index maps when the file is
-// written, in ELF and QV-COFF alike.
+// that a remaining relocation or group names. Sections go first (one
+// remove_sections, taking their relocations along), then symbols (one
+// remove_selected), which no relocation that stays names; the library
+// renumbers every reference as it removes, in ELF and QV-COFF alike.
 #include "tools/ofecopy_sections.h"
 
 #include <algorithm>
@@ -472,13 +472,13 @@ bool remove_and_strip(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, tools:
   std::vector<uint32_t> removed;
   if (!symbols_to_remove(object, plan, lists, gone, removed))
     return false;
+  if (object.get_section_table()->remove_sections(gone) != 0)
+    return false;
   OFE::OF_SYMBOL_TABLE *symbols = object.get_symbol_table();
   for (uint32_t index : removed)
     if (symbols->select_for_removal(index) != 0)
       return false;
   if (!removed.empty() && symbols->remove_selected() < 0)
-    return false;
-  if (object.get_section_table()->remove_sections(gone) != 0)
     return false;
   return (plan.strip == STRIP_NONE && removed.empty()) || !is_elf(object) ||
          remove_empty_symbol_table(object, symtab, strings);

@@ -47,10 +47,9 @@ int QVCOFF_GROUP_TABLE::set_comdat(bool comdat) {
   return apply_change(section_->begin_change(), [&] { flag_ = comdat; });
 }
 
-bool QVCOFF_GROUP_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+void QVCOFF_GROUP_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
   if (signature_ != 0 && &symbols == section_->get_file()->get_symbol_table())
     signature_ = map.follow(signature_);
-  return true;
 }
 
 bool QVCOFF_GROUP_TABLE::encode() {

@@ -39,7 +39,7 @@ public:
   const char *get_kind_name() const { return "COMDAT"; }
 
   // A removed signature symbol leaves none.
-  [[nodiscard]] bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
+  void follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // Rebuilds the section's contents; "a symbol has not been specified for
   // the group section %s" (error 3) and false, with the contents left as
   // they were, when there is no signature symbol.

@@ -56,14 +56,13 @@ int QVCOFF_LNNO_TABLE::clear() {
 
 QVCOFF_LNNO_TABLE::QVCOFF_LNNO_TABLE(QVCOFF_SECTION *section) : OF_INDEX_HOLDER(section->get_file()), section_(section) {}
 
-bool QVCOFF_LNNO_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+void QVCOFF_LNNO_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
   if (&symbols != file()->get_symbol_table())
-    return true;
+    return;
   load();
   for (QVCOFF_LINENO_RECORD &e : entries_)
     if (e.l_lnno == 0)
       e.l_addr = map.follow(e.l_addr);
-  return true;
 }
 
 std::vector<uint8_t> QVCOFF_LNNO_TABLE::encode(uint32_t count) {

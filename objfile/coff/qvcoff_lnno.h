@@ -39,7 +39,7 @@ public:
   // Drops every entry (stripping line numbers); 0, or -1 with the error
   // pending.
   [[nodiscard]] int clear();
-  [[nodiscard]] bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
+  void follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // The absolute first line of the function whose symbol is `index`, from
   // its ".bf" symbol; none when it has none.
   std::optional<uint32_t> function_first_line(uint32_t index);

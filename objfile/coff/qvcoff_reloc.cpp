@@ -144,21 +144,29 @@ QVCOFF_RELOC *QVCOFF_RELOC_TABLE::add_reloc(uint32_t address, uint32_t symbol_in
 QVCOFF_RELOC_TABLE::QVCOFF_RELOC_TABLE(QVCOFF_SECTION *section)
     : OF_RELOC_TABLE(section->get_file()), section_(section) {}
 
-bool QVCOFF_RELOC_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+bool QVCOFF_RELOC_TABLE::can_follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
   QVCOFF_FILE *file = get_file();
   if (&symbols != file->get_symbol_table())
     return true;
   load();
   for (uint32_t i = 0; i < entries_.size(); i++) {
-    QVCOFF_RELOC &entry = entries_[i];
-    if (entry.refers_to_symbol() && !map.keep(entry.symndx_)) {
+    uint32_t index = entries_[i].symndx_;
+    if (entries_[i].refers_to_symbol() && !map.keep(index)) {
       file->set_error(OF_ERR_INVALID_REQUEST, "%s: relocation %u of section %s refers to symbol %u, which was removed",
-                      file->message_name(), i,
-                      section_->get_name().c_str(), entry.symndx_);
+                      file->message_name(), i, section_->get_name().c_str(), entries_[i].symndx_);
       return false;
     }
   }
   return true;
+}
+
+void QVCOFF_RELOC_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+  if (&symbols != get_file()->get_symbol_table())
+    return;
+  load();
+  for (QVCOFF_RELOC &entry : entries_)
+    if (entry.refers_to_symbol())
+      entry.symndx_ = map.follow(entry.symndx_);
 }
 
 std::vector<uint8_t> QVCOFF_RELOC_TABLE::encode(uint32_t count) {

@@ -90,7 +90,8 @@ public:
   QVCOFF_RELOC *add_reloc(uint32_t address, uint32_t symbol_index, uint32_t type);
   // Entries that refer to a symbol follow the file's symbol table; one
   // whose symbol was removed is refused (error 5).
-  [[nodiscard]] bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
+  [[nodiscard]] bool can_follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
+  void follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // The first `count` entries, encoded in the file's layout and byte order.
   std::vector<uint8_t> encode(uint32_t count);
   void dump(FILE *stream) override;

@@ -390,7 +390,7 @@ int QVCOFF_SECTION_TABLE::remove_sections(const std::set<uint32_t> &numbers) {
   sections_ = std::move(kept);
   for (uint32_t i = 0; i < sections_.size(); i++)
     sections_[i]->index_ = i + 1;
-  publish_removal(numbers, count);
+  follow_removal(file_, numbers, count);
   return 0;
 }
 

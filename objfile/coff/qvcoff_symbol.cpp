@@ -342,8 +342,6 @@ void QVCOFF_SYMBOL_TABLE::find_aux_entries() {
   }
 }
 
-void QVCOFF_SYMBOL_TABLE::before_renumbering() { load_for_writing(); }
-
 void QVCOFF_SYMBOL_TABLE::load_for_writing() {
   if (in_memory_)
     return;
@@ -353,31 +351,39 @@ void QVCOFF_SYMBOL_TABLE::load_for_writing() {
   in_memory_ = true;
 }
 
-void QVCOFF_SYMBOL_TABLE::prepare_for_writing() {
+bool QVCOFF_SYMBOL_TABLE::prepare_for_writing() {
   load_for_writing();
   uint32_t count = get_count();
-  std::vector<std::unique_ptr<OF_SYMBOL>> renumbered;
   std::vector<uint32_t> old_to_new(count, REMOVED);
   std::vector<QVCOFF_SYMBOL *> old(count);
   for (uint32_t i = 0; i < count; i++)
     old[i] = get_qvcoff_symbol(i);
-  std::vector<std::unique_ptr<OF_SYMBOL>> taken = take_symbols();
+  uint32_t at = 0;
+  for (uint32_t i = 0; i < count; i++) {
+    QVCOFF_SYMBOL *s = old[i];
+    if (!s)
+      continue;
+    old_to_new[i] = at;
+    for (uint32_t a = 1; a <= s->aux_.size(); a++)
+      if (i + a < count && !old[i + a])
+        old_to_new[i + a] = at + a;
+    at += 1 + static_cast<uint32_t>(s->aux_.size());
+  }
+  OF_INDEX_MAP map(std::move(old_to_new));
+  if (!can_renumber(map))
+    return false;
+  std::vector<std::unique_ptr<OF_SYMBOL>> taken = take_symbols(), renumbered;
   for (uint32_t i = 0; i < count; i++) {
     QVCOFF_SYMBOL *s = old[i];
     if (!s)
       continue;
     // Auxiliary entries cut off by the end of the table are not written.
     s->record_.n_numaux = static_cast<uint8_t>(s->aux_.size());
-    uint32_t at = static_cast<uint32_t>(renumbered.size());
-    old_to_new[i] = at;
     renumbered.push_back(std::move(taken[i]));
-    for (uint32_t a = 1; a <= s->aux_.size(); a++) {
-      if (i + a < count && !old[i + a])
-        old_to_new[i + a] = at + a;
-      renumbered.emplace_back();
-    }
+    renumbered.resize(renumbered.size() + s->aux_.size());
   }
-  reorder(std::move(renumbered), std::move(old_to_new));
+  reorder(std::move(renumbered), std::move(map));
+  return true;
 }
 
 void QVCOFF_SYMBOL_TABLE::follow_sections(const OF_INDEX_MAP &map) {
@@ -386,9 +392,9 @@ void QVCOFF_SYMBOL_TABLE::follow_sections(const OF_INDEX_MAP &map) {
       s->record_.n_scnum = static_cast<uint16_t>(map.follow(s->record_.n_scnum));
 }
 
-bool QVCOFF_SYMBOL_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+void QVCOFF_SYMBOL_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
   if (&symbols != this)
-    return true;
+    return;
   // The map knows every entry the table had.
   uint32_t old_count = static_cast<uint32_t>(map.size());
   auto follow = [&](uint32_t &index) {
@@ -414,7 +420,6 @@ bool QVCOFF_SYMBOL_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const O
       }
     }
   }
-  return true;
 }
 
 bool QVCOFF_SYMBOL_TABLE::encode(QVCOFF_STRING_TABLE *strings, std::vector<uint8_t> &out) {

@@ -113,10 +113,11 @@ public:
   [[nodiscard]] bool check_scopes();
 
   // Writing: every symbol in memory, then renumbered so that each takes
-  // one entry plus one per auxiliary entry, in order; the old-to-new map
-  // over entries (auxiliary ones included) is published.
+  // one entry plus one per auxiliary entry, in order; every holder follows
+  // the old-to-new map over entries (auxiliary ones included). False, with
+  // the error pending and nothing moved, when a holder refuses.
   void load_for_writing();
-  void prepare_for_writing();
+  [[nodiscard]] bool prepare_for_writing();
   // Symbols' section numbers follow the section map; a symbol whose
   // section was removed becomes undefined (N_UNDEF).
   void follow_sections(const OF_INDEX_MAP &map) override;
@@ -124,7 +125,7 @@ public:
   // the entry behind a function, scope or structure) follow this table's
   // renumbering; one that pointed just past the table keeps pointing past
   // it.
-  [[nodiscard]] bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
+  void follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // The table's bytes, long names added to `strings`; false when the
   // string table refuses.
   [[nodiscard]] bool encode(class QVCOFF_STRING_TABLE *strings, std::vector<uint8_t> &out);
@@ -134,7 +135,6 @@ protected:
   // Null for an auxiliary entry, and for every entry once the table has
   // been renumbered (its symbols are all in memory by then).
   std::unique_ptr<OF_SYMBOL> load_symbol(uint32_t index) override;
-  void before_renumbering() override;
 
 private:
   // Marks the entries of the file that are auxiliary entries.

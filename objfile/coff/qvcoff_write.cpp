@@ -4,15 +4,14 @@
 //             line-number and group table, every symbol and the build
 //             attributes into memory, before the string table is rebuilt
 //             and symbols move
-//   sections  renumbered only by removals; the published map moves every
+//   sections  renumbered only by removals, whose map has moved every
 //             section reference (symbols' section numbers, group members,
-//             Tag_Section lists), applied by the pipeline to every table
-//             that holds indexes
+//             Tag_Section lists) as they happened
 //   symbols   renumbered entry by entry, auxiliary entries included; the
 //             map moves relocation symbol indexes (a relocation whose
 //             symbol was removed is refused), line-number function
 //             indexes, group signatures, auxiliary indexes and Tag_Symbol
-//             lists, again through the pipeline
+//             lists, in every table that holds indexes
 //   tables    relocation and line-number entries encoded with their counts
 //             (cut, with a warning, in versions "0" and "1"), groups and
 //             build attributes into their sections
@@ -55,13 +54,10 @@ bool QVCOFF_FILE::load_for_writing() {
   return !has_failed();
 }
 
-// Sections are renumbered only by edits (removal), which publish their map.
+// Sections are renumbered only by edits (removal), which hand on their map.
 bool QVCOFF_FILE::prepare_sections() { return true; }
 
-bool QVCOFF_FILE::prepare_symbols() {
-  get_qvcoff_symbol_table()->prepare_for_writing();
-  return true;
-}
+bool QVCOFF_FILE::prepare_symbols() { return get_qvcoff_symbol_table()->prepare_for_writing(); }
 
 bool QVCOFF_FILE::prepare_dependents() {
   QVCOFF_SECTION_TABLE *sections = get_qvcoff_section_table();

@@ -47,11 +47,10 @@ int ELF_GROUP_TABLE::set_comdat(bool comdat) {
   return 0;
 }
 
-bool ELF_GROUP_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+void ELF_GROUP_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
   uint32_t link = section_->get_link(), info = section_->get_info();
   if (section_->get_file()->get_symbol_table_of(link) == &symbols && info != 0)
     section_->set_links({}, link, map.follow(info));
-  return true;
 }
 
 bool ELF_GROUP_TABLE::write() {

@@ -41,7 +41,7 @@ public:
   static const char *flag_name(uint32_t bit) { return bit == GRP_COMDAT ? "GRP_COMDAT" : nullptr; }
 
   // A removed signature symbol leaves none.
-  [[nodiscard]] bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
+  void follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   // The flags word and the members; "a symbol has not been specified for
   // the group section %s" (error 3) and false, with the contents left as
   // they were, without a signature symbol.

@@ -120,23 +120,28 @@ ELF_RELOC *ELF_RELOC_TABLE::add_reloc(uint32_t offset, uint32_t symbol_index, ui
   return &entries_.back();
 }
 
-bool ELF_RELOC_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+bool ELF_RELOC_TABLE::can_follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
   ELF_FILE *file = get_file();
   if (file->get_symbol_table_of(section_->header().sh_link) != &symbols)
     return true;
   load();
   for (uint32_t i = 0; i < entries_.size(); i++) {
-    ELF_RELOC &entry = entries_[i];
-    uint32_t index = entry.get_symbol_index();
+    uint32_t index = entries_[i].get_symbol_index();
     if (!map.keep(index)) {
       file->set_error(OF_ERR_INVALID_REQUEST, "%s: relocation %u of section %s refers to symbol %u, which was removed",
-                      file->message_name(), i,
-                      section_->get_name().c_str(), entry.get_symbol_index());
+                      file->message_name(), i, section_->get_name().c_str(), entries_[i].get_symbol_index());
       return false;
     }
-    entry.record_.r_info = elf32_r_info(index, entry.get_type());
   }
   return true;
+}
+
+void ELF_RELOC_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+  if (get_file()->get_symbol_table_of(section_->header().sh_link) != &symbols)
+    return;
+  load();
+  for (ELF_RELOC &entry : entries_)
+    entry.record_.r_info = elf32_r_info(map.follow(entry.get_symbol_index()), entry.get_type());
 }
 
 int ELF_RELOC_TABLE::rename_with(const std::string &from, const std::string &to) {

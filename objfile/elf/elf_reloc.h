@@ -92,7 +92,8 @@ public:
   // Rewrites every entry's symbol index when `symbols` is the table sh_link
   // names; an entry whose symbol was removed is refused (error 5), not a
   // relocation against some other symbol.
-  [[nodiscard]] bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
+  [[nodiscard]] bool can_follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
+  void follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   [[nodiscard]] int rename_with(const std::string &from, const std::string &to) override;
   // Encodes the entries into the section's contents.
   void write();

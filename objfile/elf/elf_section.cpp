@@ -395,14 +395,14 @@ int ELF_SECTION_TABLE::prepare() {
   sections_ = std::move(order);
   for (uint32_t i = 0; i < sections_.size(); i++)
     sections_[i]->index_ = i;
-  publish(old_to_new);
+  file_->follow_section_map(OF_INDEX_MAP(std::move(old_to_new)));
   return 0;
 }
 
 std::set<uint32_t> ELF_SECTION_TABLE::own_tables(const std::set<uint32_t> &sections) {
   std::set<uint32_t> tables;
   for (uint32_t i = 1; i < get_count(); i++) {
-    uint32_t type = get_section(i)->get_type(), target = index_map_.follow(get_section(i)->get_info());
+    uint32_t type = get_section(i)->get_type(), target = get_section(i)->get_info();
     if ((type == SHT_REL || type == SHT_RELA) && target != 0 && target != i && sections.count(target))
       tables.insert(i);
   }
@@ -412,13 +412,11 @@ std::set<uint32_t> ELF_SECTION_TABLE::own_tables(const std::set<uint32_t> &secti
 bool ELF_SECTION_TABLE::refuse_removal(const std::set<uint32_t> &gone) {
   // A symbol or string table goes only when no section that stays links to
   // it (relocations name their symbol table, a symbol table its strings):
-  // the last step of taking every symbol away. Links follow removals only
-  // when the file is written: until then they name sections by the numbers
-  // the pending map renumbers.
-  std::set<uint32_t> linked{index_map_.follow(get_name_table_index())};
+  // the last step of taking every symbol away.
+  std::set<uint32_t> linked{get_name_table_index()};
   for (uint32_t i = 1; i < get_count(); i++)
     if (!gone.count(i))
-      linked.insert(index_map_.follow(get_section(i)->get_link()));
+      linked.insert(get_section(i)->get_link());
   // In a loaded image only what none of its kept bytes refers to may go: a
   // section that is not loaded, with no loaded section after it (those the
   // image's own tables name by number would be renumbered).
@@ -448,16 +446,13 @@ int ELF_SECTION_TABLE::remove_sections(const std::set<uint32_t> &indexes) {
   gone.insert(indexes.begin(), indexes.end());
   if (refuse_removal(gone))
     return -1;
-  // The members of a group that goes stay, as sections of no group. The
-  // group names them by the numbers they had before the pending removals.
+  // The members of a group that goes stay, as sections of no group.
   // (Before any section moves: a slot moved from would be read afresh.)
   for (uint32_t i : gone)
     if (ELF_GROUP_TABLE *group = get_section(i)->group())
-      for (uint32_t m = 0; m < group->get_count(); m++) {
-        uint32_t member = group->get_member_index(m);
-        if (index_map_.keep(member) && member < get_count())
-          get_section(member)->header_.sh_flags &= ~SHF_GROUP;
-      }
+      for (uint32_t m = 0; m < group->get_count(); m++)
+        if (ELF_SECTION *member = get_section(group->get_member_index(m)))
+          member->header_.sh_flags &= ~SHF_GROUP;
   std::vector<std::unique_ptr<ELF_SECTION>> kept;
   for (uint32_t i = 0; i < get_count(); i++) {
     ELF_SECTION *s = get_section(i);
@@ -473,7 +468,7 @@ int ELF_SECTION_TABLE::remove_sections(const std::set<uint32_t> &indexes) {
   sections_ = std::move(kept);
   for (uint32_t i = 0; i < sections_.size(); i++)
     sections_[i]->index_ = i;
-  publish_removal(gone, count);
+  follow_removal(file_, gone, count);
   return 0;
 }
 

@@ -220,7 +220,7 @@ public:
   // Renumbers for writing: a null section 0 ("section 0 is not a NULL
   // section" when it was not), then groups, the sections the dynamic table
   // pins, plain data and uninitialised sections, and everything else, each
-  // class in its current order. The map is published.
+  // class in its current order. Every holder follows the map.
   [[nodiscard]] int prepare();
   // Refused for section 0 and for a read image, whose loader names
   // sections by place; the sections that other tables are read through

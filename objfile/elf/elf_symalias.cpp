@@ -97,10 +97,9 @@ void ELF_SYMALIAS_TABLE::apply_symbol_map(const OF_INDEX_MAP &map) {
   pairs_ = std::move(kept);
 }
 
-bool ELF_SYMALIAS_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+void ELF_SYMALIAS_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
   if (&symbols == file_->get_symbol_table())
     apply_symbol_map(map);
-  return true;
 }
 
 void ELF_SYMALIAS_TABLE::dump(FILE *stream) const {

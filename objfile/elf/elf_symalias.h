@@ -77,7 +77,7 @@ public:
   // Renumbers both indexes of every pair through an old-to-new symbol map;
   // a pair with a removed symbol goes, the rest keep their order.
   void apply_symbol_map(const OF_INDEX_MAP &map);
-  [[nodiscard]] bool follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
+  void follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
 
   const std::vector<PAIR> &get_pairs() const { return pairs_; }
   void add_pair(uint32_t alias, uint32_t target) { pairs_.push_back({alias, target}); }

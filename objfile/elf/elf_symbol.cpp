@@ -272,8 +272,11 @@ int ELF_SYMBOL_TABLE::prepare_for_writing() {
       renumbered.push_back(copy_symbol(this, *old[i], index, old[i]->extended_index_, old[i]->version_index_));
     }
   }
+  OF_INDEX_MAP map(std::move(old_to_new));
+  if (!can_renumber(map))
+    return -1;
   section_->set_links({}, section_->get_link(), 1 + static_cast<uint32_t>(locals.size()));
-  reorder(std::move(renumbered), std::move(old_to_new));
+  reorder(std::move(renumbered), std::move(map));
   prepared_ = true;
   return 0;
 }

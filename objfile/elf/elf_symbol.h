@@ -97,7 +97,8 @@ public:
 
   // Renumbers for writing: a null symbol 0, then the locals, then the rest
   // (null symbols after 0 are dropped); sets sh_info to the first
-  // non-local and publishes the old-to-new map. 0, or -1.
+  // non-local; every holder follows the old-to-new map. 0, or -1 with the
+  // error pending and nothing moved when a holder refuses.
   [[nodiscard]] int prepare_for_writing();
   // Loads every symbol, so that nothing is decoded from the file after the
   // sections have moved.

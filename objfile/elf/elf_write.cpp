@@ -2,14 +2,13 @@
 //
 //   load      every section header, name and table into memory, so that
 //             nothing is decoded from the file after indexes have moved
-//   sections  renumbered class by class; the pipeline hands the map to
-//             every table that holds section indexes (sh_link, sh_info,
-//             symbols' st_shndx, group members, segments, attribute lists,
-//             e_shstrndx)
-//   symbols   renumbered (null, locals, the rest); the pipeline hands each
-//             table's map to every table that holds symbol indexes
-//             (r_info, group signatures, aliases, attribute lists); a
-//             relocation whose symbol was removed is refused
+//   sections  renumbered class by class; every table that holds section
+//             indexes follows the map (sh_link, sh_info, symbols' st_shndx,
+//             group members, segments, attribute lists, e_shstrndx)
+//   symbols   renumbered (null, locals, the rest); every table that holds
+//             symbol indexes follows each table's map (r_info, group
+//             signatures, aliases, attribute lists); a relocation whose
+//             symbol was removed is refused
 //   tables    relocations and groups encoded into their sections
 //   strings   section and symbol names put into rebuilt string tables,
 //             symbols encoded with their st_name

@@ -51,6 +51,8 @@ public:
     steps.push_back("down" + std::to_string(target));
     return true;
   }
+  // Its tables are in memory from the start.
+  bool load_for_writing() override { return true; }
 };
 
 // A symbol whose fields are plain members; "loading" takes them from a list.
