@@ -19,7 +19,8 @@
 //           its entry: false when the entry was removed, so that the caller
 //           drops it or refuses.
 // An empty map is the identity. An index past the entries the map knows
-// never named an entry; it is left as it is.
+// never named an entry, and it must not come to name one: it is left as it
+// is, or moved up past the entries the renumbering inserted.
 #pragma once
 
 #include <cstddef>
@@ -37,15 +38,25 @@ public:
 
   OF_INDEX_MAP() = default;
   explicit OF_INDEX_MAP(std::vector<uint32_t> old_to_new) : old_to_new_(std::move(old_to_new)) {}
+  // A renumbering after which the table has `new_count` entries: more than
+  // the map knows where entries were inserted.
+  OF_INDEX_MAP(std::vector<uint32_t> old_to_new, uint32_t new_count) : old_to_new_(std::move(old_to_new)) {
+    if (new_count > old_to_new_.size())
+      inserted_ = new_count - static_cast<uint32_t>(old_to_new_.size());
+  }
 
   // The new index of a reference; 0 when its entry was removed.
   uint32_t follow(uint32_t index) const { return keep(index) ? index : 0; }
   // Moves `index` to its new place; false (and `index` untouched) when its
-  // entry was removed. An index past the known entries, even one that
-  // reads like REMOVED, is kept as it is.
+  // entry was removed. An index past the known entries stays past them: it
+  // moves up by the entries inserted, unless that would wrap (one that
+  // reads like REMOVED stays so).
   [[nodiscard]] bool keep(uint32_t &index) const {
-    if (index >= old_to_new_.size())
+    if (index >= old_to_new_.size()) {
+      if (index <= UINT32_MAX - inserted_)
+        index += inserted_;
       return true;
+    }
     if (old_to_new_[index] == REMOVED)
       return false;
     index = old_to_new_[index];
@@ -61,6 +72,8 @@ public:
     indexes = std::move(kept);
   }
   [[nodiscard]] bool is_identity() const {
+    if (inserted_ != 0)
+      return false;
     for (uint32_t i = 0; i < old_to_new_.size(); i++)
       if (old_to_new_[i] != i)
         return false;
@@ -72,6 +85,7 @@ public:
 
 private:
   std::vector<uint32_t> old_to_new_;
+  uint32_t inserted_ = 0;
 };
 
 // A table that holds section or symbol indexes. It registers with its file

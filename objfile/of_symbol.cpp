@@ -95,7 +95,7 @@ OF_SYMBOL *OF_SYMBOL_TABLE::insert_symbol(uint32_t index) {
   for (uint32_t i = index + 1; i < count_; i++)
     if (symbols_[i])
       symbols_[i]->index_ = i;
-  publish(OF_INDEX_MAP(std::move(old_to_new)));
+  publish(OF_INDEX_MAP(std::move(old_to_new), count_));
   OF_SYMBOL *inserted = symbols_[index].get();
   object_->get_machine_db()->symbol_added(inserted);
   return inserted;

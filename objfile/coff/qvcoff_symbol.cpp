@@ -369,7 +369,7 @@ bool QVCOFF_SYMBOL_TABLE::prepare_for_writing() {
         old_to_new[i + a] = at + a;
     at += 1 + static_cast<uint32_t>(s->aux_.size());
   }
-  OF_INDEX_MAP map(std::move(old_to_new));
+  OF_INDEX_MAP map(std::move(old_to_new), at);
   if (!can_renumber(map))
     return false;
   std::vector<std::unique_ptr<OF_SYMBOL>> taken = take_symbols(), renumbered;

@@ -395,7 +395,7 @@ int ELF_SECTION_TABLE::prepare() {
   sections_ = std::move(order);
   for (uint32_t i = 0; i < sections_.size(); i++)
     sections_[i]->index_ = i;
-  file_->follow_section_map(OF_INDEX_MAP(std::move(old_to_new)));
+  file_->follow_section_map(OF_INDEX_MAP(std::move(old_to_new), static_cast<uint32_t>(sections_.size())));
   return 0;
 }
 

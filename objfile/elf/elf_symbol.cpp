@@ -272,7 +272,7 @@ int ELF_SYMBOL_TABLE::prepare_for_writing() {
       renumbered.push_back(copy_symbol(this, *old[i], index, old[i]->extended_index_, old[i]->version_index_));
     }
   }
-  OF_INDEX_MAP map(std::move(old_to_new));
+  OF_INDEX_MAP map(std::move(old_to_new), static_cast<uint32_t>(renumbered.size()));
   if (!can_renumber(map))
     return -1;
   section_->set_links({}, section_->get_link(), 1 + static_cast<uint32_t>(locals.size()));

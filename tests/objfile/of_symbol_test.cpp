@@ -62,6 +62,10 @@ TEST(SymbolTable, EditsRenumberAndPublishTheIndexMap) {
   EXPECT_EQ(t.get_symbol(2)->get_name(), "main");
   EXPECT_EQ(t.get_symbol(2)->get_index(), 2u);
   EXPECT_EQ(t.map_index(1), 2u);
+  // A damaged index past the entries stays past them: up by the one
+  // inserted, unless that would wrap.
+  for (auto [past, now] : {std::pair{7u, 8u}, {9u, 10u}, {OF_SYMBOL_TABLE::REMOVED, OF_SYMBOL_TABLE::REMOVED}})
+    EXPECT_EQ(t.get_index_map().follow(past), now) << past;
   EXPECT_EQ(t.get_order(), (std::vector<uint32_t>{7, 1}));
   EXPECT_EQ(t.insert_symbol(99)->get_index(), 8u);  // past the end: appended
 
