@@ -188,9 +188,11 @@ public:
   OF_BUILD_ATTR_TABLE &operator=(const OF_BUILD_ATTR_TABLE &) = delete;
 
   // Replaces the table with the section's contents. An empty section is an
-  // empty table. On damage the table is left empty and the false result
-  // comes with the byte offset of the fault and what is wrong there.
-  [[nodiscard]] bool read(const uint8_t *bytes, size_t size, BYTE_ORDERING order);
+  // empty table. Up to `padding` zero bytes after the last vendor
+  // subsection fill a section of whole address units. On damage the table
+  // is left empty and the false result comes with the byte offset of the
+  // fault and what is wrong there.
+  [[nodiscard]] bool read(const uint8_t *bytes, size_t size, BYTE_ORDERING order, size_t padding = 0);
   uint64_t get_error_offset() const { return error_offset_; }
   const std::string &get_error_reason() const { return error_reason_; }
 

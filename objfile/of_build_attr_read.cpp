@@ -1,5 +1,6 @@
 // Reading a build-attributes section into the model (see of_build_attr.h
 // for the layout).
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -12,13 +13,15 @@ namespace OFE {
 // so neither time nor memory can exceed the input's size.
 class OF_BUILD_ATTR_TABLE::PARSER {
 public:
-  PARSER(OF_BUILD_ATTR_TABLE &table, const uint8_t *bytes, size_t size, BYTE_ORDERING order)
-      : table_(table), bytes_(bytes), size_(size), order_(order) {}
+  PARSER(OF_BUILD_ATTR_TABLE &table, const uint8_t *bytes, size_t size, BYTE_ORDERING order, size_t padding)
+      : table_(table), bytes_(bytes), size_(size), order_(order), padding_(padding) {}
 
   bool run() {
     if (bytes_[0] != OFBA_FORMAT_VERSION)
       return fail(0, "format version byte is 0x" + hex(bytes_[0]) + ", not 0x41 ('A')");
     for (size_t at = 1; at < size_;) {
+      if (size_ - at <= padding_ && std::all_of(bytes_ + at, bytes_ + size_, [](uint8_t b) { return b == 0; }))
+        break;
       if (size_ - at < 4)
         return fail(at, "vendor subsection length is cut short by the end of the section");
       uint32_t length = read_u32(bytes_ + at, order_);
@@ -160,9 +163,10 @@ private:
   const uint8_t *bytes_;
   size_t size_;
   BYTE_ORDERING order_;
+  size_t padding_;
 };
 
-bool OF_BUILD_ATTR_TABLE::read(const uint8_t *bytes, size_t size, BYTE_ORDERING order) {
+bool OF_BUILD_ATTR_TABLE::read(const uint8_t *bytes, size_t size, BYTE_ORDERING order, size_t padding) {
   vendors_.clear();
   read_order_ = order;
   modified_ = false;
@@ -171,7 +175,7 @@ bool OF_BUILD_ATTR_TABLE::read(const uint8_t *bytes, size_t size, BYTE_ORDERING 
   has_format_byte_ = size > 0;
   if (size == 0)
     return true;
-  if (!PARSER(*this, bytes, size, order).run()) {
+  if (!PARSER(*this, bytes, size, order, padding).run()) {
     vendors_.clear();
     has_format_byte_ = false;
     return false;

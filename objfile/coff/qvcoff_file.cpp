@@ -293,7 +293,9 @@ OF_BUILD_ATTR_TABLE *QVCOFF_FILE::get_build_attributes(bool create) {
   if (build_attributes_section_) {
     DATA_MAP *data = build_attributes_section_->get_data();
     const uint8_t *bytes = data ? data->slice(0, data->size()) : nullptr;
-    if (bytes && !table->read(bytes, data->size(), order_)) {
+    // Contents are whole address units: an odd-sized table ends in padding.
+    size_t padding = std::max<uint32_t>(get_machine_db()->get_address_unit_bits() / 8, 1) - 1;
+    if (bytes && !table->read(bytes, data->size(), order_, padding)) {
       set_error(OF_ERR_MALFORMED, "invalid build attributes at offset %llu of section \"$build.attributes\": %s",
                 static_cast<unsigned long long>(table->get_error_offset()), table->get_error_reason().c_str());
       return nullptr;

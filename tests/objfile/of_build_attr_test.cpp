@@ -50,8 +50,8 @@ protected:
   TEST_ORDER order = GetParam();
   OF_BUILD_ATTR_TABLE table;
 
-  bool read(const std::string &bytes) {
-    return table.read(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size(), ordering(order));
+  bool read(const std::string &bytes, size_t padding = 0) {
+    return table.read(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size(), ordering(order), padding);
   }
   std::string written() {
     DATA_MAP out(ordering(order));
@@ -221,6 +221,9 @@ TEST_P(BuildAttr, EmptyAndVersionOnlySections) {
   EXPECT_EQ(written(), "");
   ASSERT_TRUE(read("A"));
   EXPECT_EQ(written(), "A");
+  // A section of whole 16-bit units pads an even-sized table.
+  ASSERT_TRUE(read(std::string("A\0", 2), 1)) << table.get_error_reason();
+  EXPECT_EQ(written(), "A");
   ASSERT_TRUE(table.set_number("aeabi", OFBA_SCOPE_FILE, 0, 6, 1));
   EXPECT_EQ(written(), "A" + vendor(order, "aeabi", subsub(order, 1, "\x06\x01")));
 }
@@ -230,9 +233,14 @@ TEST_P(BuildAttr, DamageMessagesNameTheField) {
     std::string bytes;
     size_t offset;
     const char *reason;
+    size_t padding = 0;
   };
   const CASE cases[] = {
       {"B", 0, "format version byte is 0x42"},
+      // Padding is zeros, and fewer than a unit.
+      {std::string("A\0", 2), 1, "vendor subsection length is cut short"},
+      {"A\x01", 1, "vendor subsection length is cut short", 1},
+      {std::string("A\0\0", 3), 1, "vendor subsection length is cut short", 1},
       {"A" + BYTES(order).u32(3).bytes(), 1, "vendor subsection length 3"},
       {"A" + BYTES(order).u32(99).str("aeabi").bytes(), 1, "vendor subsection length 99"},
       {"A" + BYTES(order).u32(9).raw("aeabi").bytes(), 5, "vendor name is not NUL-terminated"},
@@ -245,7 +253,7 @@ TEST_P(BuildAttr, DamageMessagesNameTheField) {
        "attribute tag does not fit in 64 bits"},
   };
   for (const CASE &c : cases) {
-    EXPECT_FALSE(read(c.bytes)) << c.reason;
+    EXPECT_FALSE(read(c.bytes, c.padding)) << c.reason;
     EXPECT_EQ(table.get_error_offset(), c.offset) << c.reason;
     EXPECT_NE(table.get_error_reason().find(c.reason), std::string::npos) << table.get_error_reason();
   }

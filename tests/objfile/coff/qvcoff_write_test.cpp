@@ -288,6 +288,20 @@ TEST(CoffWriteBuildAttributes, IndexesAreStoredPlusOne) {
   EXPECT_EQ(r.object->get_build_attr("vela28abi", 6), 3u);
   OPENED_COFF v1(COFF_IMAGE(1, LITTLE).build());
   EXPECT_EQ(v1.file()->get_build_attributes(true), nullptr);
+
+  // Without the list over "main" (as when that symbol goes), the attributes
+  // take an odd number of bytes: the section holds whole 16-bit units, and
+  // the padding is not read as the start of another vendor subsection.
+  OPENED_COFF edited(c.build());
+  OFBA_VENDOR_SCN *vendor = edited.file()->get_build_attributes(false)->find_vendor("vela28abi");
+  ASSERT_TRUE(vendor->remove_list(vendor->find_list(OFBA_SCOPE_SYMBOL)));
+  std::string bytes = written(edited.object.get());
+  ASSERT_EQ(edited.error_code(), 0u) << edited.error();
+  OPENED_COFF back(bytes);
+  ASSERT_TRUE(back.object->has_build_attributes()) << back.error();
+  EXPECT_EQ(back.error_code(), 0u) << back.error();
+  EXPECT_EQ(back.file()->get_section_table()->find_section("$build.attributes")->get_size(), 8u);
+  EXPECT_EQ(written(back.object.get()), bytes) << "the writer is a fixed point";
 }
 
 }  // namespace
