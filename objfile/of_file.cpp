@@ -128,6 +128,31 @@ OF_INDEX_HOLDER::~OF_INDEX_HOLDER() {
 
 void OBJECT_FILE::remove_index_holder(OF_INDEX_HOLDER *holder) { std::erase(index_holders_, holder); }
 
+// Renumbering sections or symbols hands its map to every registered index
+// holder as it happens, so that a format lists no table by hand.
+void OBJECT_FILE::follow_section_map(const OF_INDEX_MAP &map) {
+  if (map.is_identity())
+    return;
+  // A copy: following never adds or drops a table, but the list must not
+  // move under the walk if it did.
+  for (OF_INDEX_HOLDER *holder : std::vector<OF_INDEX_HOLDER *>(index_holders_))
+    holder->follow_sections(map);
+}
+
+bool OBJECT_FILE::can_follow_symbol_map(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+  for (OF_INDEX_HOLDER *holder : std::vector<OF_INDEX_HOLDER *>(index_holders_))
+    if (!holder->can_follow_symbols(symbols, map))
+      return false;
+  return true;
+}
+
+void OBJECT_FILE::follow_symbol_map(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+  if (map.is_identity())
+    return;
+  for (OF_INDEX_HOLDER *holder : std::vector<OF_INDEX_HOLDER *>(index_holders_))
+    holder->follow_symbols(symbols, map);
+}
+
 void OBJECT_FILE::note_short_read(const char *what, FILE_OFFSET offset) {
   if (!short_read_.empty())
     return;

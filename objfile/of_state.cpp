@@ -3,14 +3,10 @@
 // moves the object to the saved state, and each step up runs the format's
 // hooks in a fixed order (load, and a check that the file held all that its
 // headers said; sections, symbols, tables that depend on both, strings;
-// then the layout; then the bytes). Renumbering sections or symbols hands
-// its map to every registered index holder as it happens (follow_*_map),
-// so that a format lists no table by hand.
+// then the layout; then the bytes).
 #include "objfile/of_state.h"
 
 #include "objfile/of_file.h"
-#include "objfile/of_section.h"
-#include "objfile/of_symbol.h"
 #include "support/name_table.h"
 
 namespace OFE {
@@ -98,29 +94,6 @@ bool OBJECT_FILE::read_whole() {
   set_error(OF_ERR_MALFORMED, "%s: could not be read completely: %s runs past the end of the file",
             message_name(), get_short_read().c_str());
   return false;
-}
-
-void OBJECT_FILE::follow_section_map(const OF_INDEX_MAP &map) {
-  if (map.is_identity())
-    return;
-  // A copy: following never adds or drops a table, but the list must not
-  // move under the walk if it did.
-  for (OF_INDEX_HOLDER *holder : std::vector<OF_INDEX_HOLDER *>(index_holders_))
-    holder->follow_sections(map);
-}
-
-bool OBJECT_FILE::can_follow_symbol_map(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
-  for (OF_INDEX_HOLDER *holder : std::vector<OF_INDEX_HOLDER *>(index_holders_))
-    if (!holder->can_follow_symbols(symbols, map))
-      return false;
-  return true;
-}
-
-void OBJECT_FILE::follow_symbol_map(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
-  if (map.is_identity())
-    return;
-  for (OF_INDEX_HOLDER *holder : std::vector<OF_INDEX_HOLDER *>(index_holders_))
-    holder->follow_symbols(symbols, map);
 }
 
 bool OBJECT_FILE::promote_state(uint32_t target) {
