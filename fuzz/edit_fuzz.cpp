@@ -46,6 +46,8 @@ constexpr uint8_t NONE = 0xFF;
 // A group without a signature symbol (0 in either format, which in COFF is
 // not the first symbol).
 constexpr uint32_t NO_SIGNATURE = 0xFFFFFFFF;
+// An object without build attributes has no section that holds them.
+constexpr uint32_t NO_SECTION = 0xFFFFFFFF;
 // The number the oracle gives a symbol the edit inserted.
 constexpr uint32_t INSERTED = 0xFFFFFFF0;
 
@@ -89,7 +91,7 @@ struct SNAPSHOT {
     std::vector<uint32_t> indexes;
   };
   std::vector<ATTR_LIST> attr_lists;
-  std::string attr_section;
+  uint32_t attr_section = NO_SECTION;
 };
 
 bool is_elf_reloc(const SNAPSHOT &s, uint32_t type) { return s.elf && (type == OFE::SHT_REL || type == OFE::SHT_RELA); }
@@ -137,12 +139,14 @@ SNAPSHOT snapshot(OFE::OBJECT_FILE *object) {
     }
   }
   if (OFE::OF_BUILD_ATTR_TABLE *attributes = object->get_build_attributes(false)) {
-    out.attr_section = out.elf ? "__QV_build_attributes" : "$build.attributes";
-    for (const SECTION &x : out.sections)
-      if (out.elf && x.type == OFE::SHT_ATTRIBUTES) {
-        out.attr_section = x.name;
-        break;
-      }
+    // The section the library reads them from: in ELF the first of their
+    // type, else the one of their name.
+    for (bool by_type : {true, false})
+      for (const SECTION &x : out.sections)
+        if (out.attr_section == NO_SECTION &&
+            (by_type ? out.elf && x.type == OFE::SHT_ATTRIBUTES
+                     : x.name == (out.elf ? "__QV_build_attributes" : "$build.attributes")))
+          out.attr_section = x.index;
     for (uint32_t v = 0; v < attributes->get_vendor_count(); v++) {
       OFE::OFBA_VENDOR_SCN *vendor = attributes->get_vendor(v);
       for (uint32_t l = 0; l < vendor->get_list_count(); l++) {
@@ -218,7 +222,7 @@ std::vector<std::string> lines(const SNAPSHOT &s, const std::set<uint32_t> &gone
     out.push_back(key + " flags " + std::to_string(flags));
     // The size of a table of entries follows its entries, which are
     // compared one by one.
-    if (!x.group && (!s.elf || (x.type != OFE::SHT_SYMTAB && !is_elf_reloc(s, x.type))) && x.name != s.attr_section)
+    if (!x.group && (!s.elf || (x.type != OFE::SHT_SYMTAB && !is_elf_reloc(s, x.type))) && x.index != s.attr_section)
       out.push_back(key + " size " + std::to_string(x.size));
     // Index 0 is the null section in ELF and no section in COFF: either way
     // no reference, as a link to a removed section becomes. Which section
@@ -241,9 +245,11 @@ std::vector<std::string> lines(const SNAPSHOT &s, const std::set<uint32_t> &gone
     }
   }
   // An attribute list drops what was removed, and goes when that was all
-  // it named.
+  // it named; all go with their section.
   std::map<std::string, int> lists_seen;
   for (const SNAPSHOT::ATTR_LIST &l : s.attr_lists) {
+    if (gone_sections.count(s.attr_section))
+      break;
     std::string refs;
     for (uint32_t i : l.indexes)
       if (std::string ref = l.scope == OFE::OFBA_SCOPE_SECTION ? section_ref(i) : symbol_ref(i); ref != "-")
