@@ -259,17 +259,24 @@ bool strip_takes(OFE::OBJECT_FILE &object, OFE::OF_SYMBOL &symbol, STRIP_LEVEL l
 // needed.
 bool symbols_to_remove(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, tools::SYMBOL_LISTS &lists,
                        const std::set<uint32_t> &gone, std::vector<uint32_t> &removed) {
-  std::set<uint32_t> used;
+  // One flag per symbol: a set of tens of thousands of indexes cost more
+  // than the rest of the decision.
+  OFE::OF_SYMBOL_TABLE *symbols = object.get_symbol_table();
+  std::vector<bool> used(symbols ? symbols->get_count() : 0);
+  auto use = [&used](const OFE::OF_SYMBOL *symbol) {
+    if (symbol->get_index() < used.size())
+      used[symbol->get_index()] = true;
+  };
   // Only relocations into the symbol table count: an executable's dynamic
   // relocations name the dynamic symbols.
   for (OFE::OF_RELOC_TABLE *table : kept_relocations(object, gone))
     for (OFE::OF_RELOC *r : table->relocs())
-      if (OFE::OF_SYMBOL *symbol = r->get_symbol(); symbol && symbol->get_table() == object.get_symbol_table())
-        used.insert(symbol->get_index());  // no symbol: a field description
+      if (OFE::OF_SYMBOL *symbol = r->get_symbol(); symbol && symbol->get_table() == symbols)
+        use(symbol);  // no symbol: a field description
   for (OFE::OF_SECTION *s : object.sections())
     if (OFE::OF_GROUP_TABLE *group = s->get_group(); group && !gone.count(s->get_index()))
       if (OFE::OF_SYMBOL *signature = group->get_signature())
-        used.insert(signature->get_index());
+        use(signature);
   for (OFE::OF_SYMBOL *s : object.symbols()) {
     uint32_t index = s->get_index();
     if (is_elf(object) && index == 0)
@@ -280,20 +287,20 @@ bool symbols_to_remove(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, tools
     // refuses to copy) a relocation needs them.
     OFE::OF_SYMBOL_KIND kind = s->get_kind();
     bool in_gone_section = (kind == OFE::OF_KIND_DEFINED && gone.count(s->get_section_index())) ||
-                           (!plan.only.empty() && kind != OFE::OF_KIND_DEFINED && !used.count(index));
-    if (named && used.count(index)) {
+                           (!plan.only.empty() && kind != OFE::OF_KIND_DEFINED && !used[index]);
+    if (named && used[index]) {
       tools::error("not stripping symbol '%s' because it is named in a relocation", s->get_name().c_str());
       return false;
     }
-    bool take = in_gone_section || named || (!used.count(index) && !kept && strip_takes(object, *s, plan.strip));
+    bool take = in_gone_section || named || (!used[index] && !kept && strip_takes(object, *s, plan.strip));
     if (take)
       removed.push_back(index);
   }
   return true;
 }
 
-// The ELF symbol table and its string table, found before any section
-// moves (the table's link is renumbered only when the file is written).
+// The ELF symbol table and its string table, as sections: they stay these
+// while other sections move.
 std::pair<OFE::OF_SECTION *, OFE::OF_SECTION *> symbol_table_sections(OFE::OBJECT_FILE &object) {
   for (OFE::OF_SECTION *s : object.sections())
     if (s->get_type() == OFE::SHT_SYMTAB)
