@@ -92,6 +92,9 @@ struct SNAPSHOT {
   };
   std::vector<ATTR_LIST> attr_lists;
   uint32_t attr_section = NO_SECTION;
+  // ELF: the section of the symbol table (the first of its type), and how
+  // many sections have that type.
+  uint32_t symtab = NO_SECTION, symtabs = 0;
 };
 
 bool is_elf_reloc(const SNAPSHOT &s, uint32_t type) { return s.elf && (type == OFE::SHT_REL || type == OFE::SHT_RELA); }
@@ -110,8 +113,11 @@ SNAPSHOT snapshot(OFE::OBJECT_FILE *object) {
     // names: those of the symbol table, or none that the oracle follows.
     uint32_t symtab = 0;
     for (OFE::OF_SECTION *s : table->sections())
-      if (out.elf && !symtab && s->get_type() == OFE::SHT_SYMTAB)
-        symtab = s->get_index();
+      if (out.elf && s->get_type() == OFE::SHT_SYMTAB) {
+        symtab = symtab ? symtab : s->get_index();
+        out.symtab = symtab;
+        out.symtabs++;
+      }
     for (OFE::OF_SECTION *s : table->sections()) {
       SECTION section{s->get_index(), s->get_name(), s->get_type(), s->get_flags(), s->get_size(), s->get_link(),
                       s->get_info(), {}, false, {}, NO_SIGNATURE};
@@ -228,7 +234,9 @@ std::vector<std::string> lines(const SNAPSHOT &s, const std::set<uint32_t> &gone
     // no reference, as a link to a removed section becomes. Which section
     // holds a symbol table's strings is the writer's business (its names
     // are compared).
-    if (x.link != 0 && section_ref(x.link) != "-" && !(s.elf && x.type == OFE::SHT_SYMTAB))
+    // ELF's section 0 links only to the section-name table, which the
+    // writer makes anew.
+    if (x.link != 0 && section_ref(x.link) != "-" && !(s.elf && (x.type == OFE::SHT_SYMTAB || x.index == 0)))
       out.push_back(key + " link " + section_ref(x.link));
     if (is_elf_reloc(s, x.type) && x.info != 0 && section_ref(x.info) != "-")
       out.push_back(key + " applies to " + section_ref(x.info));
@@ -281,8 +289,10 @@ std::vector<std::string> lines(const SNAPSHOT &s, const std::set<uint32_t> &gone
 // Removes the picked sections, then the picked symbols, or inserts a
 // symbol where the second symbol pick has its top bit set (sections first,
 // as ofecopy does: their relocations go with them and name no symbol
-// then); fills in what went, and adds what came to `before`.
-void edit(OFE::OBJECT_FILE *object, SNAPSHOT &before, const uint8_t *pick, std::set<uint32_t> &sections,
+// then); fills in what went, and adds what came to `before`. False when
+// the oracle cannot tell what to expect: the symbol table's section went,
+// and another of its type takes its place.
+bool edit(OFE::OBJECT_FILE *object, SNAPSHOT &before, const uint8_t *pick, std::set<uint32_t> &sections,
           std::set<uint32_t> &symbols) {
   OFE::OF_SECTION_TABLE *section_table = object->get_section_table();
   std::set<uint32_t> picked;
@@ -297,15 +307,17 @@ void edit(OFE::OBJECT_FILE *object, SNAPSHOT &before, const uint8_t *pick, std::
       // Their relocation sections go with them.
       if (is_elf_reloc(before, x.type) && picked.count(x.info) && !picked.count(x.index))
         sections.insert(x.index);
-      // The symbol table's section takes every symbol with it.
-      if (before.elf && x.type == OFE::SHT_SYMTAB && picked.count(x.index))
-        for (const SYMBOL &y : before.symbols)
-          symbols.insert(y.index);
+    }
+    // The symbol table's section takes every symbol with it.
+    if (before.elf && picked.count(before.symtab)) {
+      for (const SYMBOL &y : before.symbols)
+        symbols.insert(y.index);
+      return before.symtabs == 1;
     }
   }
   OFE::OF_SYMBOL_TABLE *table = object->get_symbol_table();
-  if (!table || before.symbols.empty() || !symbols.empty())
-    return;
+  if (!table || before.symbols.empty())
+    return true;
   // Where a symbol went in: entries from there on moved up one.
   uint32_t inserted = INSERTED;
   if (pick[3] != NONE && (pick[3] & 0x80)) {
@@ -334,6 +346,7 @@ void edit(OFE::OBJECT_FILE *object, SNAPSHOT &before, const uint8_t *pick, std::
     object->clear_error();
     symbols.clear();
   }
+  return true;
 }
 
 // An object opened from bytes in memory, which must outlive it.
@@ -402,8 +415,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     return 0;
   SNAPSHOT before = snapshot(opened.object);
   std::set<uint32_t> gone_sections, gone_symbols;
-  edit(opened.object, before, data, gone_sections, gone_symbols);
-  if (write_to_memory(opened.object, edited) && !opened.object->has_failed())
+  bool knowable = edit(opened.object, before, data, gone_sections, gone_symbols);
+  if (write_to_memory(opened.object, edited) && !opened.object->has_failed() && knowable)
     check(before, edited, gone_sections, gone_symbols);
   return 0;
 }
