@@ -155,8 +155,8 @@ public:
   // (error 5) and null when the file already holds the most it can.
   OF_SECTION *create_section(const std::string &name) override;
   // Removes the sections `numbers` with their relocations, line numbers
-  // and groups; later sections move down at the next write, and every
-  // reference follows.
+  // and groups; later sections move down, and every reference follows at
+  // once.
   [[nodiscard]] int remove_sections(const std::set<uint32_t> &numbers) override;
 
   // Where the string table of a file without symbols begins: behind the
