@@ -110,15 +110,14 @@ int OF_SYMBOL_TABLE::select_for_removal(uint32_t index) {
 }
 
 int OF_SYMBOL_TABLE::remove_selected() {
-  if (object_->require_state_at_most(OF_STATE_OPEN) != 0 || !load_for_renumbering())
-    return -1;
+  bool ready = object_->require_state_at_most(OF_STATE_OPEN) == 0 && load_for_renumbering();
   selected_.resize(count_, false);
   std::vector<uint32_t> old_to_new(count_);
   uint32_t kept = 0;
   for (uint32_t i = 0; i < count_; i++)
     old_to_new[i] = selected_[i] ? REMOVED : kept++;
   OF_INDEX_MAP map(std::move(old_to_new));
-  if (!can_renumber(map)) {
+  if (!ready || !can_renumber(map)) {
     selected_.assign(count_, false);
     return -1;
   }

@@ -221,7 +221,7 @@ TEST_P(BuildAttr, EmptyAndVersionOnlySections) {
   EXPECT_EQ(written(), "");
   ASSERT_TRUE(read("A"));
   EXPECT_EQ(written(), "A");
-  // A section of whole 16-bit units pads an even-sized table.
+  // A section of whole 16-bit units pads a table of an odd size.
   ASSERT_TRUE(read(std::string("A\0", 2), 1)) << table.get_error_reason();
   EXPECT_EQ(written(), "A");
   ASSERT_TRUE(table.set_number("aeabi", OFBA_SCOPE_FILE, 0, 6, 1));
