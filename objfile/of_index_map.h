@@ -45,15 +45,18 @@ public:
       inserted_ = new_count - static_cast<uint32_t>(old_to_new_.size());
   }
 
+  // `largest` is the largest index the field holding `index` can store.
+  //
   // The new index of a reference; 0 when its entry was removed.
-  uint32_t follow(uint32_t index) const { return keep(index) ? index : 0; }
+  uint32_t follow(uint32_t index, uint32_t largest = UINT32_MAX) const { return keep(index, largest) ? index : 0; }
   // Moves `index` to its new place; false (and `index` untouched) when its
   // entry was removed. An index past the known entries stays past them: it
-  // moves up by the entries inserted, unless that would wrap (one that
-  // reads like REMOVED stays so).
-  [[nodiscard]] bool keep(uint32_t &index) const {
+  // moves up by the entries inserted, unless the field cannot hold the
+  // result (one that reads like REMOVED, or that a narrower field would cut
+  // to a low number, stays as it is).
+  [[nodiscard]] bool keep(uint32_t &index, uint32_t largest = UINT32_MAX) const {
     if (index >= old_to_new_.size()) {
-      if (index <= UINT32_MAX - inserted_)
+      if (index <= largest && inserted_ <= largest - index)
         index += inserted_;
       return true;
     }

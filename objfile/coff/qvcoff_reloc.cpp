@@ -30,6 +30,11 @@ bool QVCOFF_RELOC::refers_to_symbol() const {
   return (get_properties() & (OF_RELOC_FIELD | OF_RELOC_OPERAND_VALUE)) == 0;
 }
 
+uint32_t QVCOFF_RELOC::largest_symbol_index() const {
+  bool split = table_->get_file()->get_format_version() == OF_VERSION_COFF0 && (get_properties() & OF_RELOC_SPLIT);
+  return split ? 0xFFFF : UINT32_MAX;
+}
+
 bool QVCOFF_RELOC::begin_change() { return table_->get_section()->begin_change(); }
 
 int QVCOFF_RELOC::set_address(uint32_t address) {
@@ -151,7 +156,7 @@ bool QVCOFF_RELOC_TABLE::can_follow_symbols(const OF_SYMBOL_TABLE &symbols, cons
   load();
   for (uint32_t i = 0; i < entries_.size(); i++) {
     uint32_t index = entries_[i].symndx_;
-    if (entries_[i].refers_to_symbol() && !map.keep(index)) {
+    if (entries_[i].refers_to_symbol() && !map.keep(index, entries_[i].largest_symbol_index())) {
       file->set_error(OF_ERR_INVALID_REQUEST, "%s: relocation %u of section %s refers to symbol %u, which was removed",
                       file->message_name(), i, section_->get_name().c_str(), entries_[i].symndx_);
       return false;
@@ -166,7 +171,7 @@ void QVCOFF_RELOC_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF
   load();
   for (QVCOFF_RELOC &entry : entries_)
     if (entry.refers_to_symbol())
-      entry.symndx_ = map.follow(entry.symndx_);
+      entry.symndx_ = map.follow(entry.symndx_, entry.largest_symbol_index());
 }
 
 std::vector<uint8_t> QVCOFF_RELOC_TABLE::encode(uint32_t count) {

@@ -56,6 +56,9 @@ public:
   const OF_RELOC_TYPE_INFO *get_type_info() const;
   // Whether bytes 4 to 7 hold a symbol index that follows renumbering.
   [[nodiscard]] bool refers_to_symbol() const;
+  // The largest symbol index the entry's record holds: 16 bits in a split
+  // entry of version "0".
+  uint32_t largest_symbol_index() const;
   uint16_t get_displacement() const { return disp_; }
   [[nodiscard]] int set_displacement(uint16_t disp);
   // The operand value (bytes 4 to 7 as a word).

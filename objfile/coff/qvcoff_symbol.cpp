@@ -389,7 +389,7 @@ bool QVCOFF_SYMBOL_TABLE::prepare_for_writing() {
 void QVCOFF_SYMBOL_TABLE::follow_sections(const OF_INDEX_MAP &map) {
   for (uint32_t i = 0; i < get_count(); i = next_index(i))
     if (QVCOFF_SYMBOL *s = get_qvcoff_symbol(i); s && s->is_defined_in_section())
-      s->record_.n_scnum = static_cast<uint16_t>(map.follow(s->record_.n_scnum));
+      s->record_.n_scnum = static_cast<uint16_t>(map.follow(s->record_.n_scnum, 0xFFFF));
 }
 
 void QVCOFF_SYMBOL_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {

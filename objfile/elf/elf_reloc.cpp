@@ -127,7 +127,7 @@ bool ELF_RELOC_TABLE::can_follow_symbols(const OF_SYMBOL_TABLE &symbols, const O
   load();
   for (uint32_t i = 0; i < entries_.size(); i++) {
     uint32_t index = entries_[i].get_symbol_index();
-    if (!map.keep(index)) {
+    if (!map.keep(index, ELF32_R_SYM_MAX)) {
       file->set_error(OF_ERR_INVALID_REQUEST, "%s: relocation %u of section %s refers to symbol %u, which was removed",
                       file->message_name(), i, section_->get_name().c_str(), entries_[i].get_symbol_index());
       return false;
@@ -141,7 +141,7 @@ void ELF_RELOC_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_IN
     return;
   load();
   for (ELF_RELOC &entry : entries_)
-    entry.record_.r_info = elf32_r_info(map.follow(entry.get_symbol_index()), entry.get_type());
+    entry.record_.r_info = elf32_r_info(map.follow(entry.get_symbol_index(), ELF32_R_SYM_MAX), entry.get_type());
 }
 
 int ELF_RELOC_TABLE::rename_with(const std::string &from, const std::string &to) {

@@ -43,6 +43,8 @@ struct ELF32_RELA_RECORD {
 static_assert(record_size<ELF32_REL_RECORD>() == 8);
 static_assert(record_size<ELF32_RELA_RECORD>() == 12);
 
+// The largest symbol index r_info holds.
+inline constexpr uint32_t ELF32_R_SYM_MAX = 0xFFFFFF;
 inline constexpr uint32_t elf32_r_sym(uint32_t info) { return info >> 8; }
 inline constexpr uint32_t elf32_r_type(uint32_t info) { return info & 0xFF; }
 inline constexpr uint32_t elf32_r_info(uint32_t sym, uint32_t type) { return (sym << 8) | (type & 0xFF); }

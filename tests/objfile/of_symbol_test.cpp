@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "common/bytes.h"
 #include "common/msg_capture.h"
 #include "objfile/of_string.h"
@@ -66,6 +68,11 @@ TEST(SymbolTable, EditsRenumberAndPublishTheIndexMap) {
   // inserted, unless that would wrap.
   for (auto [past, now] : {std::pair{7u, 8u}, {9u, 10u}, {OF_SYMBOL_TABLE::REMOVED, OF_SYMBOL_TABLE::REMOVED}})
     EXPECT_EQ(t.get_index_map().follow(past), now) << past;
+  // Nor past what the field holding it can store, where it would be cut
+  // to a low number that names an entry.
+  for (auto [past, largest, now] : {std::tuple{0xFFFFu, 0xFFFFu, 0xFFFFu}, {0xFFFEu, 0xFFFFu, 0xFFFFu},
+                                    {0xFFFFFFu, 0xFFFFFFu, 0xFFFFFFu}, {0xFFFFu, 0xFFFFFFu, 0x10000u}})
+    EXPECT_EQ(t.get_index_map().follow(past, largest), now) << past << " held in " << largest;
   EXPECT_EQ(t.get_order(), (std::vector<uint32_t>{7, 1}));
   EXPECT_EQ(t.insert_symbol(99)->get_index(), 8u);  // past the end: appended
 

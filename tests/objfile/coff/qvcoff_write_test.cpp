@@ -92,6 +92,31 @@ TEST_P(CoffWrite, RenumberedSymbolsKeepEveryReference) {
   }
 }
 
+// A damaged symbol index past the table stays past it when a symbol is
+// inserted: moved up with the rest only while its field holds it. The
+// split entries of version "0" have 16 bits for it; cut there, it would
+// come to name the first symbol.
+TEST_P(CoffWrite, ADamagedSymbolIndexNeverComesToNameASymbol) {
+  COFF_IMAGE c(version(), order());
+  c.sections.push_back({.name = ".text", .size = 4, .data = "abcd"});
+  c.symbols.push_back({.name = "s", .scnum = 1});
+  auto entry = [&](uint32_t vaddr, uint16_t symbol) {
+    return version() == 0 ? c.reloc_words(vaddr, symbol, 0, 0x0017) : c.reloc(vaddr, symbol, 0x0017);
+  };
+  c.sections[0].relocs.push_back(entry(0, 0xFFFF));
+  c.sections[0].relocs.push_back(entry(2, 0));
+  OPENED_COFF o(c.build());
+  OF_SYMBOL *added = o.symbols()->insert_symbol(0);
+  ASSERT_NE(added, nullptr) << o.error();
+  ASSERT_EQ(added->set_name("first"), 0);
+  OPENED_COFF r(written(o.object.get()));
+  ASSERT_EQ(r.error_code(), 0u) << r.error();
+  OF_RELOC_TABLE *back = r.file()->get_qvcoff_section_table()->get_qvcoff_section(1)->relocations();
+  EXPECT_EQ(back->get_reloc(0)->get_symbol_index(), version() == 0 ? 0xFFFFu : 0x10000u);
+  ASSERT_NE(back->get_reloc(1)->get_symbol(), nullptr);
+  EXPECT_EQ(back->get_reloc(1)->get_symbol()->get_name(), "s");
+}
+
 TEST_P(CoffWrite, MwidthAndCountsBeyond65535AreCutInTheOlderLayouts) {
   COFF_IMAGE c(version(), order(), 0x97);  // ARM: 8-bit units
   c.sections.push_back({.name = ".text", .size = 4, .data = "abcd"});

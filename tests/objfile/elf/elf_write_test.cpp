@@ -183,6 +183,30 @@ TEST_P(ElfWrite, IndexesAreCurrentAfterEveryEdit) {
   EXPECT_EQ(symbols_back->find_symbol("c")->get_section_index(), o.section(".text")->get_index());
 }
 
+// A damaged symbol index past the table stays past it when a symbol is
+// inserted: moved up with the rest only while r_info's 24 bits hold it,
+// never cut to a low number that names a symbol.
+TEST_P(ElfWrite, ADamagedSymbolIndexNeverComesToNameASymbol) {
+  std::string strtab(1, '\0');
+  std::string symbols = builder.symbols({{}, {"a", 0, 0, GLOBAL_FUNC, 0, 1}}, strtab);
+  builder.add({".text", SHT_PROGBITS, std::string(16, '\0'), 0, 0, 0, SHF_ALLOC | SHF_EXECINSTR, 4});  // 1
+  uint32_t str = builder.add({".strtab", SHT_STRTAB, strtab});                                        // 2
+  uint32_t sym = builder.add({".symtab", SHT_SYMTAB, symbols, str, 1, 16, 0, 4});                      // 3
+  builder.add({".rel.text", SHT_REL, rel({{0xFFFFFF, 2}, {0xFFFFFE, 2}, {1, 2}}), sym, 1, 8, SHF_INFO_LINK, 4});
+  OPENED in(builder.build());
+  OF_SYMBOL *inserted = in.object->get_symbol_table()->insert_symbol(1);
+  ASSERT_NE(inserted, nullptr) << in.object->get_error_text();
+  ASSERT_EQ(inserted->set_name("new"), 0);
+  int result;
+  OPENED o(written(in.object.get(), &result));
+  ASSERT_EQ(result, 0) << in.object->get_error_text();
+  OF_RELOC_TABLE *back = o.section(".text")->get_reloc_table(0);
+  EXPECT_EQ(back->get_reloc(0)->get_symbol_index(), 0xFFFFFFu);
+  EXPECT_EQ(back->get_reloc(1)->get_symbol_index(), 0xFFFFFFu);
+  ASSERT_NE(back->get_reloc(2)->get_symbol(), nullptr);
+  EXPECT_EQ(back->get_reloc(2)->get_symbol()->get_name(), "a");
+}
+
 // A symbol table whose link names a section that is not a string table
 // (one of the program's, or the table itself) has its names written into a
 // string table of their own: written into the linked section, they would
