@@ -53,6 +53,14 @@ public:
   [[nodiscard]] virtual int make_internal() = 0;
 };
 
+// The refusals of an entry whose symbol is gone, or whose index its record
+// cannot hold (cut, it would name another symbol): the file's message name,
+// the entry, its section's name, the symbol index and (the second) the
+// largest index the record holds.
+inline constexpr char RELOC_SYMBOL_REMOVED[] = "%s: relocation %u of section %s refers to symbol %u, which was removed";
+inline constexpr char RELOC_SYMBOL_BEYOND_FIELD[] =
+    "%s: relocation %u of section %s refers to symbol %u, past the %u its entry holds";
+
 // A relocation table holds symbol indexes: it follows the map of the symbol
 // table its entries refer to (follow_symbols), and refuses an entry whose
 // symbol was removed rather than point it elsewhere.

@@ -157,8 +157,8 @@ bool QVCOFF_RELOC_TABLE::can_follow_symbols(const OF_SYMBOL_TABLE &symbols, cons
   for (uint32_t i = 0; i < entries_.size(); i++) {
     uint32_t index = entries_[i].symndx_;
     if (entries_[i].refers_to_symbol() && !map.keep(index, entries_[i].largest_symbol_index())) {
-      file->set_error(OF_ERR_INVALID_REQUEST, "%s: relocation %u of section %s refers to symbol %u, which was removed",
-                      file->message_name(), i, section_->get_name().c_str(), entries_[i].symndx_);
+      file->set_error(OF_ERR_INVALID_REQUEST, RELOC_SYMBOL_REMOVED, file->message_name(), i,
+                      section_->get_name().c_str(), entries_[i].symndx_);
       return false;
     }
   }
@@ -174,15 +174,22 @@ void QVCOFF_RELOC_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF
       entry.symndx_ = map.follow(entry.symndx_, entry.largest_symbol_index());
 }
 
-std::vector<uint8_t> QVCOFF_RELOC_TABLE::encode(uint32_t count) {
+bool QVCOFF_RELOC_TABLE::encode(uint32_t count, std::vector<uint8_t> &out) {
   load();
-  OF_FORMAT_VERSION version = get_file()->get_format_version();
-  BYTE_ORDERING order = get_file()->byte_order();
+  QVCOFF_FILE *file = get_file();
+  OF_FORMAT_VERSION version = file->get_format_version();
+  BYTE_ORDERING order = file->byte_order();
   bool v0 = version == OF_VERSION_COFF0;
   uint32_t size = qvcoff_reloc_size(version);
-  std::vector<uint8_t> out(uint64_t{size} * count);
+  out.assign(uint64_t{size} * count, 0);
   for (uint32_t i = 0; i < count && i < entries_.size(); i++) {
     const QVCOFF_RELOC &e = entries_[i];
+    // Cut to the record's 16 bits, the index would name another symbol.
+    if (e.refers_to_symbol() && e.symndx_ > e.largest_symbol_index()) {
+      file->set_error(OF_ERR_INVALID_REQUEST, RELOC_SYMBOL_BEYOND_FIELD, file->message_name(), i,
+                      section_->get_name().c_str(), e.symndx_, e.largest_symbol_index());
+      return false;
+    }
     uint8_t *at = out.data() + uint64_t{i} * size;
     uint32_t properties = e.get_properties();
     if (v0 && (properties & OF_RELOC_SPLIT))
@@ -197,7 +204,7 @@ std::vector<uint8_t> QVCOFF_RELOC_TABLE::encode(uint32_t count) {
     else
       ::encode(QVCOFF_RELOC_RECORD{e.vaddr_, e.symndx_, e.disp_, e.type_}, order, at);
   }
-  return out;
+  return true;
 }
 
 void QVCOFF_RELOC_TABLE::dump(FILE *stream) {

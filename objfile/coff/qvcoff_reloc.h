@@ -95,8 +95,10 @@ public:
   // whose symbol was removed is refused (error 5).
   [[nodiscard]] bool can_follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
   void follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) override;
-  // The first `count` entries, encoded in the file's layout and byte order.
-  std::vector<uint8_t> encode(uint32_t count);
+  // The first `count` entries, encoded in the file's layout and byte order
+  // into `out`; false, with the error pending, when an entry's symbol index
+  // does not fit its record.
+  [[nodiscard]] bool encode(uint32_t count, std::vector<uint8_t> &out);
   void dump(FILE *stream) override;
   void dump_xml(XML_WRITER &xml);
 

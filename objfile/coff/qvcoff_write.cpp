@@ -73,7 +73,8 @@ bool QVCOFF_FILE::prepare_dependents() {
     if (s->set_reloc_count(s->relocations()->get_count()) != 0 ||
         s->set_lnno_count(s->line_numbers()->get_count()) != 0)
       return false;
-    reloc_bytes_[i - 1] = s->relocations()->encode(s->get_header().s_nreloc);
+    if (!s->relocations()->encode(s->get_header().s_nreloc, reloc_bytes_[i - 1]))
+      return false;
     lnno_bytes_[i - 1] = s->line_numbers()->encode(s->get_header().s_nlnno);
   }
   if (build_attributes_ && build_attributes_section_) {

@@ -116,6 +116,13 @@ ELF_RELOC *ELF_RELOC_TABLE::add_reloc(uint32_t offset, uint32_t symbol_index, ui
   ELF_FILE *file = get_file();
   if (file->get_state() > OF_STATE_LOCKED && file->set_state(OF_STATE_LOCKED) != 0)
     return nullptr;
+  // Cut to r_info's 24 bits, the index would name another symbol.
+  if (symbol_index > ELF32_R_SYM_MAX) {
+    uint32_t entry = static_cast<uint32_t>(entries_.size());
+    file->set_error(OF_ERR_INVALID_REQUEST, RELOC_SYMBOL_BEYOND_FIELD, file->message_name(), entry,
+                    section_->get_name().c_str(), symbol_index, ELF32_R_SYM_MAX);
+    return nullptr;
+  }
   entries_.emplace_back(this, ELF32_RELA_RECORD{offset, elf32_r_info(symbol_index, type), is_rela() ? addend : 0});
   return &entries_.back();
 }
@@ -128,8 +135,8 @@ bool ELF_RELOC_TABLE::can_follow_symbols(const OF_SYMBOL_TABLE &symbols, const O
   for (uint32_t i = 0; i < entries_.size(); i++) {
     uint32_t index = entries_[i].get_symbol_index();
     if (!map.keep(index, ELF32_R_SYM_MAX)) {
-      file->set_error(OF_ERR_INVALID_REQUEST, "%s: relocation %u of section %s refers to symbol %u, which was removed",
-                      file->message_name(), i, section_->get_name().c_str(), entries_[i].get_symbol_index());
+      file->set_error(OF_ERR_INVALID_REQUEST, RELOC_SYMBOL_REMOVED, file->message_name(), i,
+                      section_->get_name().c_str(), entries_[i].get_symbol_index());
       return false;
     }
   }

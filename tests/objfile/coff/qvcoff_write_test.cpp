@@ -92,11 +92,12 @@ TEST_P(CoffWrite, RenumberedSymbolsKeepEveryReference) {
   }
 }
 
-// A damaged symbol index past the table stays past it when a symbol is
-// inserted: moved up with the rest only while its field holds it. The
-// split entries of version "0" have 16 bits for it; cut there, it would
-// come to name the first symbol.
-TEST_P(CoffWrite, ADamagedSymbolIndexNeverComesToNameASymbol) {
+// A symbol index is never cut to its field, where it would name another
+// symbol; the split entries of version "0" have 16 bits for it. A damaged
+// index past the table stays past it when a symbol is inserted (moved up
+// with the rest only while it fits), and an entry that names a symbol
+// beyond what its record holds is refused at the write.
+TEST_P(CoffWrite, ASymbolIndexIsNeverCutToNameAnotherSymbol) {
   COFF_IMAGE c(version(), order());
   c.sections.push_back({.name = ".text", .size = 4, .data = "abcd"});
   c.symbols.push_back({.name = "s", .scnum = 1});
@@ -115,6 +116,26 @@ TEST_P(CoffWrite, ADamagedSymbolIndexNeverComesToNameASymbol) {
   EXPECT_EQ(back->get_reloc(0)->get_symbol_index(), version() == 0 ? 0xFFFFu : 0x10000u);
   ASSERT_NE(back->get_reloc(1)->get_symbol(), nullptr);
   EXPECT_EQ(back->get_reloc(1)->get_symbol()->get_name(), "s");
+
+  for (uint32_t i = 0; i < 0x10000; i++)
+    c.symbols.push_back({.name = "t", .scnum = 1});
+  OPENED_COFF many(c.build());
+  OF_SYMBOL *last = many.symbols()->get_symbol(0x10000);
+  ASSERT_NE(last, nullptr);
+  OF_RELOC_TABLE *relocs = many.file()->get_qvcoff_section_table()->get_qvcoff_section(1)->relocations();
+  ASSERT_EQ(relocs->get_reloc(1)->set_symbol(last), 0);
+  int result;
+  std::string bytes = written(many.object.get(), &result);
+  if (version() == 0) {
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(many.error(),
+              "(unknown file): relocation 1 of section .text refers to symbol 65536, past the 65535 its entry holds");
+  } else {
+    ASSERT_EQ(result, 0) << many.error();
+    OPENED_COFF read(bytes);
+    OF_RELOC_TABLE *read_back = read.file()->get_qvcoff_section_table()->get_qvcoff_section(1)->relocations();
+    EXPECT_EQ(read_back->get_reloc(1)->get_symbol_index(), 0x10000u);
+  }
 }
 
 TEST_P(CoffWrite, MwidthAndCountsBeyond65535AreCutInTheOlderLayouts) {

@@ -183,10 +183,11 @@ TEST_P(ElfWrite, IndexesAreCurrentAfterEveryEdit) {
   EXPECT_EQ(symbols_back->find_symbol("c")->get_section_index(), o.section(".text")->get_index());
 }
 
-// A damaged symbol index past the table stays past it when a symbol is
-// inserted: moved up with the rest only while r_info's 24 bits hold it,
-// never cut to a low number that names a symbol.
-TEST_P(ElfWrite, ADamagedSymbolIndexNeverComesToNameASymbol) {
+// A symbol index is never cut to r_info's 24 bits, where it would name
+// another symbol: a damaged one past the table stays past it when a symbol
+// is inserted (moved up with the rest only while it fits), and an entry
+// added with one that does not fit is refused.
+TEST_P(ElfWrite, ASymbolIndexIsNeverCutToNameAnotherSymbol) {
   std::string strtab(1, '\0');
   std::string symbols = builder.symbols({{}, {"a", 0, 0, GLOBAL_FUNC, 0, 1}}, strtab);
   builder.add({".text", SHT_PROGBITS, std::string(16, '\0'), 0, 0, 0, SHF_ALLOC | SHF_EXECINSTR, 4});  // 1
@@ -194,6 +195,10 @@ TEST_P(ElfWrite, ADamagedSymbolIndexNeverComesToNameASymbol) {
   uint32_t sym = builder.add({".symtab", SHT_SYMTAB, symbols, str, 1, 16, 0, 4});                      // 3
   builder.add({".rel.text", SHT_REL, rel({{0xFFFFFF, 2}, {0xFFFFFE, 2}, {1, 2}}), sym, 1, 8, SHF_INFO_LINK, 4});
   OPENED in(builder.build());
+  EXPECT_EQ(in.section(".rel.text")->relocations()->add_reloc(16, 0x1000000, 2), nullptr);
+  EXPECT_EQ(in.object->get_error_text(), "(unknown file): relocation 3 of section .rel.text refers to symbol "
+                                         "16777216, past the 16777215 its entry holds");
+  in.object->clear_error();
   OF_SYMBOL *inserted = in.object->get_symbol_table()->insert_symbol(1);
   ASSERT_NE(inserted, nullptr) << in.object->get_error_text();
   ASSERT_EQ(inserted->set_name("new"), 0);
