@@ -127,6 +127,10 @@ void ar_destroy(ARCHIVE *ar);
 // Always returns false, so failures read `return ar_fail(...)`.
 [[nodiscard]] bool ar_fail(ARCHIVE *ar, int error_class, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
+// A write into the new library that the system refused (a full disk, a size
+// limit): reported as AR_ERR_WRITE, with errno kept as the reason the
+// report gives. Call it while errno still says why.
+[[nodiscard]] bool ar_write_refused(ARCHIVE *ar, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 // Undoes whatever a failed write did: the half-written file goes, the old
 // archive stays under its own name. From a signal handler pass true: only

@@ -1,17 +1,31 @@
 // The one place the archive layer's failures are reported from: the text is
 // formatted here and handed to the archive's error callback.
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 
 #include "archiver/ar_archive.h"
 
-bool ar_fail(ARCHIVE *ar, int error_class, const char *format, ...) {
+static void report(ARCHIVE *ar, int error_class, const char *format, va_list args) {
   char text[4096];
-  va_list args;
-  va_start(args, format);
   vsnprintf(text, sizeof text, format, args);
-  va_end(args);
   if (ar->error_callback)
     ar->error_callback(ar, error_class, text);
+}
+
+bool ar_fail(ARCHIVE *ar, int error_class, const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  report(ar, error_class, format, args);
+  va_end(args);
+  return false;
+}
+
+bool ar_write_refused(ARCHIVE *ar, const char *format, ...) {
+  ar->write_reason = errno;
+  va_list args;
+  va_start(args, format);
+  report(ar, AR_ERR_WRITE, format, args);
+  va_end(args);
   return false;
 }

@@ -32,7 +32,7 @@ bool ar_begin_rewrite(ARCHIVE *ar) {
     return ar_fail(ar, AR_ERR_CREATE, "Cannot create archive: '%s'", ar->name);
   }
   if (fwrite(AR_MAGIC, 1, AR_MAGIC_SIZE, managed_stream(rw.stream)) != AR_MAGIC_SIZE)
-    return ar_fail(ar, AR_ERR_WRITE, "Cannot write archive: '%s'", ar->name);
+    return ar_write_refused(ar, "Cannot write archive: '%s'", ar->name);
   return true;
 }
 
@@ -41,9 +41,9 @@ bool ar_commit_rewrite(ARCHIVE *ar) {
   MANAGED_FILE *stream = rw.stream;
   rw.stream = nullptr;
   if (managed_close(stream) != 0)
-    return ar_fail(ar, AR_ERR_WRITE, "Cannot write archive: '%s'", ar->name);
+    return ar_write_refused(ar, "Cannot write archive: '%s'", ar->name);
   switch (replacement_install(&rw.output, target_of(ar), ar->source.file ? &ar->source.identity : nullptr)) {
-  case REPLACE_WRITE_FAILED: return ar_fail(ar, AR_ERR_WRITE, "Cannot write archive: '%s'", ar->name);
+  case REPLACE_WRITE_FAILED: return ar_write_refused(ar, "Cannot write archive: '%s'", ar->name);
   case REPLACE_NAME_FAILED: return ar_fail(ar, AR_ERR_CREATE, "Cannot create archive: '%s'", ar->name);
   case REPLACE_DONE: break;
   }

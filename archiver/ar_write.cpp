@@ -21,8 +21,10 @@ static bool is_long(const char *name) { return strlen(name) > 15; }
 
 static bool write_header(ARCHIVE *ar, FILE *out, const AR_HEADER_VALUES &values) {
   char header[AR_HEADER_SIZE];
-  if (!ar_format_header(values, header) || fwrite(header, 1, AR_HEADER_SIZE, out) != AR_HEADER_SIZE)
+  if (!ar_format_header(values, header))
     return ar_fail(ar, AR_ERR_WRITE, "Cannot write archive: '%s'", ar->name);
+  if (fwrite(header, 1, AR_HEADER_SIZE, out) != AR_HEADER_SIZE)
+    return ar_write_refused(ar, "Cannot write archive: '%s'", ar->name);
   return true;
 }
 
@@ -76,7 +78,7 @@ static bool write_symbol_index(ARCHIVE *ar, FILE *out) {
     at += n;
   }
   if (fwrite(index.data(), 1, index.size(), out) != length)
-    return ar_fail(ar, AR_ERR_WRITE, "Cannot write symbol table");
+    return ar_write_refused(ar, "Cannot write symbol table");
   return true;
 }
 
@@ -97,7 +99,7 @@ static bool write_name_table(ARCHIVE *ar, FILE *out) {
     }
   table.resize(length, '\n');
   if (fwrite(table.data(), 1, table.size(), out) != length)
-    return ar_fail(ar, AR_ERR_WRITE, "Cannot write name_table");
+    return ar_write_refused(ar, "Cannot write name_table");
   return true;
 }
 
@@ -130,17 +132,17 @@ static bool report_header_failure(ARCHIVE *ar, const AR_MEMBER *m) {
   return ar_fail(ar, AR_ERR_WRITE, "Cannot write archive: '%s'", ar->name);
 }
 
-// A copy into the new library failed. When the output refused the bytes (a
-// full disk, a size limit), the system's reason is kept for the message.
+// A copy into the new library failed: the output refused the bytes, or the
+// member's data could not be read.
 static bool write_failed(ARCHIVE *ar, int result) {
   if (result == AR_ERR_WRITE)
-    ar->write_reason = errno;
+    return ar_write_refused(ar, "Error writing archive");
   return ar_fail(ar, result, "Error writing archive");
 }
 
 static bool write_member(ARCHIVE *ar, FILE *out, AR_MEMBER *m, const char *header) {
   if (fwrite(header, 1, AR_HEADER_SIZE, out) != AR_HEADER_SIZE)
-    return ar_fail(ar, AR_ERR_WRITE, "Cannot write archive: '%s'", ar->name);
+    return ar_write_refused(ar, "Cannot write archive: '%s'", ar->name);
   if (m->size == 0)
     return true;
 

@@ -181,6 +181,7 @@ int managed_close(MANAGED_FILE *f) {
   int result = 0;
   if (f->stream)
     result = fclose(f->stream);
+  int reason = errno;  // why fclose failed, for the caller's message
   free(f->buffer);
   if (f->ring_slot >= 0)
     m->ring[f->ring_slot] = nullptr;
@@ -188,6 +189,7 @@ int managed_close(MANAGED_FILE *f) {
   m->compaction_needed = true;
   free(f->path);
   free(f);
+  errno = reason;
   return result;
 }
 

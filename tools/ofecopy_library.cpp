@@ -34,8 +34,13 @@ namespace {
 USER_MSG &msg() { return USER_MSG::instance(); }
 
 // The archive layer's failures are reported as they happen; the operation
-// that failed then returns false.
-void archive_error(ARCHIVE *, int, const char *text) { msg().error("%s", text); }
+// that failed then returns false. A write the system refused says which
+// file and why, on a line of its own under the message.
+void archive_error(ARCHIVE *ar, int error_class, const char *text) {
+  msg().error("%s", text);
+  if (error_class == AR_ERR_WRITE && ar->write_reason != 0)
+    msg().continuation("cannot write '%s': %s", ar->name, strerror(ar->write_reason));
+}
 
 bool same_file(const char *a, const char *b) {
   struct stat sa, sb;

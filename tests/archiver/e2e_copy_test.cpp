@@ -98,19 +98,26 @@ TEST(MemberCopy, LargeMemberFromAnotherFileSystem) {
 
 // A write the file system refuses (here the file-size limit, the way a full
 // disk refuses it) names the library and the system's reason after the
-// archiver's own message, and leaves nothing behind. The archiver takes the
-// limit as a refused write itself: the signal the kernel sends with the
-// refusal would otherwise end the run without a word.
+// archiver's own message, and leaves nothing behind: whether a member's
+// data or the symbol index (an object with one very long name) meets the
+// limit. The archiver takes the limit as a refused write itself: the signal
+// the kernel sends with the refusal would otherwise end the run without a
+// word.
 TEST(MemberCopy, AFailedWriteSaysWhichFileAndWhy) {
   TEMP_DIR dir;
   write_dated(dir, "big.o", filler(300001, 3), T1);
-  RUN_RESULT r = arvela({"aq", "lib.lib", "big.o"}, dir.path(),
-                        {"prlimit", "--fsize=100000"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("Error writing archive"), std::string::npos) << r.err;
-  EXPECT_NE(r.err.find("cannot write 'lib.lib': File too large"), std::string::npos) << r.err;
-  EXPECT_FALSE(fs::exists(dir / "lib.lib"));
-  EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()), 1) << "only big.o";
+  dir.write("long.s", ".globl " + std::string(150000, 'f') + "\n" + std::string(150000, 'f') + ":\n");
+  ASSERT_EQ(testing_support::run({"arm-none-eabi-as", "-o", "long.o", "long.s"}, dir.path()).status, 0)
+      << "arm-none-eabi-as is needed (binutils-arm-none-eabi)";
+  fs::remove(dir / "long.s");
+  for (auto [member, message] : {std::pair{"big.o", "Error writing archive"}, {"long.o", "Cannot write symbol table"}}) {
+    RUN_RESULT r = arvela({"aq", "lib.lib", member}, dir.path(), {"prlimit", "--fsize=100000"});
+    EXPECT_EQ(r.status, 1) << member;
+    EXPECT_EQ(r.err, error_line(std::string(message) + "\n              cannot write 'lib.lib': File too large"))
+        << member;
+    EXPECT_FALSE(fs::exists(dir / "lib.lib")) << member;
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), fs::directory_iterator()), 2) << "only the members";
+  }
 }
 
 // More member files than memory and descriptors may hold: small ones are

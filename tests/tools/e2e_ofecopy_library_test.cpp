@@ -247,6 +247,13 @@ TEST(OfecopyLibraryOutput, WaitsForTheLockAndARunEndedDuringTheWriteLeavesTheOld
     std::filesystem::remove(dir / "err.txt");
     EXPECT_EQ(entries(dir.path()), files);
   }
+  // A write the system refuses (the file-size limit, as a full disk) says
+  // which file and why.
+  RUN_RESULT r = run({"prlimit", "--fsize=1000000", ofecopy_path(), "big.a", "out.a"}, dir.path());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, ">>   error: Error writing archive\n            cannot write 'out.a': File too large\n");
+  EXPECT_EQ(dir.read("out.a"), "previous contents");
+  EXPECT_EQ(entries(dir.path()), files);
 
   int pid;
   {
