@@ -149,11 +149,17 @@ QVCOFF_RELOC *QVCOFF_RELOC_TABLE::add_reloc(uint32_t address, uint32_t symbol_in
 QVCOFF_RELOC_TABLE::QVCOFF_RELOC_TABLE(QVCOFF_SECTION *section)
     : OF_RELOC_TABLE(section->get_file()), section_(section) {}
 
-bool QVCOFF_RELOC_TABLE::can_follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
-  QVCOFF_FILE *file = get_file();
-  if (&symbols != file->get_symbol_table())
-    return true;
+bool QVCOFF_RELOC_TABLE::loaded_for(const OF_SYMBOL_TABLE &symbols) {
+  if (&symbols != get_file()->get_symbol_table())
+    return false;
   load();
+  return true;
+}
+
+bool QVCOFF_RELOC_TABLE::can_follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+  if (!loaded_for(symbols))
+    return true;
+  QVCOFF_FILE *file = get_file();
   for (uint32_t i = 0; i < entries_.size(); i++) {
     uint32_t index = entries_[i].symndx_;
     if (entries_[i].refers_to_symbol() && !map.keep(index, entries_[i].largest_symbol_index())) {
@@ -166,9 +172,8 @@ bool QVCOFF_RELOC_TABLE::can_follow_symbols(const OF_SYMBOL_TABLE &symbols, cons
 }
 
 void QVCOFF_RELOC_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
-  if (&symbols != get_file()->get_symbol_table())
+  if (!loaded_for(symbols))
     return;
-  load();
   for (QVCOFF_RELOC &entry : entries_)
     if (entry.refers_to_symbol())
       entry.symndx_ = map.follow(entry.symndx_, entry.largest_symbol_index());

@@ -107,6 +107,8 @@ public:
 
 private:
   void load();
+  // Whether the entries refer into `symbols`; loaded when they do.
+  [[nodiscard]] bool loaded_for(const OF_SYMBOL_TABLE &symbols);
   // One entry from the file's bytes, the type first.
   QVCOFF_RELOC decode(const uint8_t *bytes, OF_FORMAT_VERSION version, BYTE_ORDERING order);
   QVCOFF_SECTION *section_;

@@ -127,11 +127,17 @@ ELF_RELOC *ELF_RELOC_TABLE::add_reloc(uint32_t offset, uint32_t symbol_index, ui
   return &entries_.back();
 }
 
-bool ELF_RELOC_TABLE::can_follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
-  ELF_FILE *file = get_file();
-  if (file->get_symbol_table_of(section_->header().sh_link) != &symbols)
-    return true;
+bool ELF_RELOC_TABLE::loaded_for(const OF_SYMBOL_TABLE &symbols) {
+  if (get_file()->get_symbol_table_of(section_->header().sh_link) != &symbols)
+    return false;
   load();
+  return true;
+}
+
+bool ELF_RELOC_TABLE::can_follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
+  if (!loaded_for(symbols))
+    return true;
+  ELF_FILE *file = get_file();
   for (uint32_t i = 0; i < entries_.size(); i++) {
     uint32_t index = entries_[i].get_symbol_index();
     if (!map.keep(index, ELF32_R_SYM_MAX)) {
@@ -144,9 +150,8 @@ bool ELF_RELOC_TABLE::can_follow_symbols(const OF_SYMBOL_TABLE &symbols, const O
 }
 
 void ELF_RELOC_TABLE::follow_symbols(const OF_SYMBOL_TABLE &symbols, const OF_INDEX_MAP &map) {
-  if (get_file()->get_symbol_table_of(section_->header().sh_link) != &symbols)
+  if (!loaded_for(symbols))
     return;
-  load();
   for (ELF_RELOC &entry : entries_)
     entry.record_.r_info = elf32_r_info(map.follow(entry.get_symbol_index(), ELF32_R_SYM_MAX), entry.get_type());
 }

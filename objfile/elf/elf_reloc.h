@@ -108,6 +108,8 @@ public:
 
 private:
   void load();
+  // Whether the entries refer into `symbols`; loaded when they do.
+  [[nodiscard]] bool loaded_for(const OF_SYMBOL_TABLE &symbols);
   ELF_SECTION *section_;
   std::vector<ELF_RELOC> entries_;
   bool loaded_ = false;
