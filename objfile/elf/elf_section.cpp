@@ -482,6 +482,11 @@ uint32_t ELF_SECTION_TABLE::get_name_table_index() {
 
 void ELF_SECTION_TABLE::set_name_table_index(uint32_t index) {
   ELF_SECTION *zero = get_section(0);
+  // Without sections there is no section 0 to hold an escaped index, and
+  // nothing an index could name: SHN_XINDEX there would name what the
+  // next read takes from nowhere.
+  if (!zero && index > ELF_MAX_DIRECT_SECTIONS)
+    index = SHN_UNDEF;
   if (index > ELF_MAX_DIRECT_SECTIONS) {
     file_->set_shstrndx_field({}, SHN_XINDEX);
     if (zero)

@@ -534,6 +534,26 @@ TEST_P(ElfWrite, SetterRulesAndRefusedWrites) {
   EXPECT_EQ(words.read_u32(), 1u);
 }
 
+// A file without sections whose e_shstrndx escapes (0xFF00 and up) has no
+// section 0 for the index: it is written as SHN_UNDEF, not as SHN_XINDEX
+// pointing nowhere, which read back names nothing and made every copy
+// differ from the one before.
+TEST_P(ElfWrite, AFileWithoutSectionsNamesNoNameTable) {
+  for (uint16_t shstrndx : {uint16_t{0xFF00}, uint16_t{SHN_XINDEX}}) {
+    BYTES h(GetParam());
+    h.u8(0x7F).raw("ELF").u8(1).u8(GetParam() == LITTLE ? 1 : 2).u8(1).zeros(9);
+    h.u16(ET_REL).u16(40 /* ARM */).u32(1).u32(0).u32(0).u32(0).u32(0).u16(52).u16(0).u16(0).u16(40).u16(0).u16(shstrndx);
+    OPENED in(h.bytes());
+    ASSERT_NE(in.elf(), nullptr) << shstrndx;
+    int result;
+    std::string once = written(in.object.get(), &result);
+    ASSERT_EQ(result, 0) << in.object->get_error_text();
+    OPENED copy(once);
+    EXPECT_EQ(copy.elf()->header().e_shstrndx, SHN_UNDEF) << shstrndx;
+    EXPECT_EQ(written(copy.object.get()), once) << shstrndx;
+  }
+}
+
 TEST_P(ElfWrite, ASectionZeroThatIsNotNullIsReplaced) {
   builder.add_symtab({{"f", 0, 0, GLOBAL_FUNC, 0, 1}});
   OPENED in(builder.build());
