@@ -214,11 +214,16 @@ std::vector<std::string> lines(const SNAPSHOT &s, const std::set<uint32_t> &gone
     const SYMBOL *owner = &*std::prev(after);
     return symbol_key[owner->index] + (owner->index == index ? "" : "+" + std::to_string(index - owner->index));
   };
-  // The members of a removed group stay, in no group.
+  // The members of a removed group stay, in no group, unless a group that
+  // stays lists them too (a damaged file may list a section in two).
   std::set<uint32_t> ungrouped;
   for (const SECTION &x : s.sections)
     if (x.group && gone_sections.count(x.index))
       ungrouped.insert(x.members.begin(), x.members.end());
+  for (const SECTION &x : s.sections)
+    if (x.group && !gone_sections.count(x.index))
+      for (uint32_t member : x.members)
+        ungrouped.erase(member);
   std::vector<std::string> out;
   for (const SECTION &x : s.sections) {
     if (gone_sections.count(x.index) || made_by_writer(s, x))
