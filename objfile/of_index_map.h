@@ -45,9 +45,8 @@ public:
       inserted_ = new_count - static_cast<uint32_t>(old_to_new_.size());
   }
 
-  // `largest` is the largest index the field holding `index` can store.
-  //
-  // The new index of a reference; 0 when its entry was removed.
+  // The new index of a reference; 0 when its entry was removed. `largest`,
+  // here and in keep, is the largest index the field holding it can store.
   uint32_t follow(uint32_t index, uint32_t largest = UINT32_MAX) const { return keep(index, largest) ? index : 0; }
   // Moves `index` to its new place; false (and `index` untouched) when its
   // entry was removed. An index past the known entries stays past them: it

@@ -114,8 +114,6 @@ OF_RELOC *ELF_RELOC_TABLE::get_reloc(uint32_t index) { return get_elf_reloc(inde
 ELF_RELOC *ELF_RELOC_TABLE::add_reloc(uint32_t offset, uint32_t symbol_index, uint32_t type, int32_t addend) {
   load();
   ELF_FILE *file = get_file();
-  if (file->get_state() > OF_STATE_LOCKED && file->set_state(OF_STATE_LOCKED) != 0)
-    return nullptr;
   // Cut to r_info's 24 bits, the index would name another symbol.
   if (symbol_index > ELF32_R_SYM_MAX) {
     uint32_t entry = static_cast<uint32_t>(entries_.size());
@@ -123,6 +121,8 @@ ELF_RELOC *ELF_RELOC_TABLE::add_reloc(uint32_t offset, uint32_t symbol_index, ui
                     section_->get_name().c_str(), symbol_index, ELF32_R_SYM_MAX);
     return nullptr;
   }
+  if (file->get_state() > OF_STATE_LOCKED && file->set_state(OF_STATE_LOCKED) != 0)
+    return nullptr;
   entries_.emplace_back(this, ELF32_RELA_RECORD{offset, elf32_r_info(symbol_index, type), is_rela() ? addend : 0});
   return &entries_.back();
 }

@@ -489,8 +489,7 @@ void ELF_SECTION_TABLE::set_name_table_index(uint32_t index) {
     index = SHN_UNDEF;
   if (index > ELF_MAX_DIRECT_SECTIONS) {
     file_->set_shstrndx_field({}, SHN_XINDEX);
-    if (zero)
-      zero->set_links({}, index, zero->get_info());
+    zero->set_links({}, index, zero->get_info());
   } else {
     if (file_->header().e_shstrndx == SHN_XINDEX && zero)
       zero->set_links({}, 0, zero->get_info());
