@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <string>
 #include <sys/stat.h>
 
 #include "archiver/ar_rewrite.h"
@@ -131,6 +132,10 @@ void ar_destroy(ARCHIVE *ar);
 // limit): reported as AR_ERR_WRITE, with errno kept as the reason the
 // report gives. Call it while errno still says why.
 [[nodiscard]] bool ar_write_refused(ARCHIVE *ar, const char *format, ...) __attribute__((format(printf, 2, 3)));
+// For a failure of `error_class`: the line that says which file the system
+// refused to write and why ("cannot write 'x': No space left on device"),
+// or "" when the failure was not a refused write.
+std::string ar_write_refusal(const ARCHIVE *ar, int error_class);
 
 // Undoes whatever a failed write did: the half-written file goes, the old
 // archive stays under its own name. From a signal handler pass true: only

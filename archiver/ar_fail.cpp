@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
+#include <string>
 
 #include "archiver/ar_archive.h"
 
@@ -28,4 +30,10 @@ bool ar_write_refused(ARCHIVE *ar, const char *format, ...) {
   report(ar, AR_ERR_WRITE, format, args);
   va_end(args);
   return false;
+}
+
+std::string ar_write_refusal(const ARCHIVE *ar, int error_class) {
+  if (error_class != AR_ERR_WRITE || ar->write_reason == 0)
+    return "";
+  return std::string("cannot write '") + ar->name + "': " + strerror(ar->write_reason);
 }

@@ -30,10 +30,9 @@ static OPTIONS g_options;
 // of its own under the message.
 static void archive_error(ARCHIVE *ar, int error_class, const char *text) {
   ar_emergency_cleanup(ar);
-  if (error_class == AR_ERR_WRITE && ar->write_reason != 0) {
-    std::string full = std::string(text) + "\n              cannot write '" + ar->name + "': " + strerror(ar->write_reason);
-    error("%s", full.c_str());
-  }
+  std::string refusal = ar_write_refusal(ar, error_class);
+  if (!refusal.empty())
+    error("%s", (std::string(text) + "\n              " + refusal).c_str());
   error("%s", text);
 }
 

@@ -38,8 +38,9 @@ USER_MSG &msg() { return USER_MSG::instance(); }
 // file and why, on a line of its own under the message.
 void archive_error(ARCHIVE *ar, int error_class, const char *text) {
   msg().error("%s", text);
-  if (error_class == AR_ERR_WRITE && ar->write_reason != 0)
-    msg().continuation("cannot write '%s': %s", ar->name, strerror(ar->write_reason));
+  std::string refusal = ar_write_refusal(ar, error_class);
+  if (!refusal.empty())
+    msg().continuation("%s", refusal.c_str());
 }
 
 bool same_file(const char *a, const char *b) {
