@@ -110,17 +110,21 @@ int OF_SYMBOL_TABLE::select_for_removal(uint32_t index) {
 }
 
 int OF_SYMBOL_TABLE::remove_selected() {
-  bool ready = object_->require_state_at_most(OF_STATE_OPEN) == 0 && load_for_renumbering();
+  // A refused removal forgets the selection either way.
+  auto refuse = [&] {
+    selected_.assign(count_, false);
+    return -1;
+  };
+  if (object_->require_state_at_most(OF_STATE_OPEN) != 0 || !load_for_renumbering())
+    return refuse();
   selected_.resize(count_, false);
   std::vector<uint32_t> old_to_new(count_);
   uint32_t kept = 0;
   for (uint32_t i = 0; i < count_; i++)
     old_to_new[i] = selected_[i] ? REMOVED : kept++;
   OF_INDEX_MAP map(std::move(old_to_new));
-  if (!ready || !can_renumber(map)) {
-    selected_.assign(count_, false);
-    return -1;
-  }
+  if (!can_renumber(map))
+    return refuse();
   std::vector<std::unique_ptr<OF_SYMBOL>> symbols;
   for (uint32_t i = 0; i < count_; i++)
     if (!selected_[i])
