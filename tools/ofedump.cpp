@@ -261,7 +261,7 @@ private:
       else if (listing())
         printf("\nFile: %s\n", printable(name).c_str());
       std::string size_name = std::string(m->name) + " (ex " + path + ")";
-      ok = (stream ? list_object(stream, m->size, name, size_name, true) : list_not_object()) && ok;
+      ok = (stream ? list_object(stream, m->size, name, size_name, true) : list_not_object(name)) && ok;
       if (stream)
         fclose(stream);
       if (options_.xml)
@@ -306,12 +306,15 @@ private:
   }
 
   // A member that holds no object is part of a valid library: one line, no
-  // error.
-  bool list_not_object() {
+  // error. Sizes alone print no line for it, so a warning says that the
+  // totals leave it out.
+  bool list_not_object(const std::string &name) {
     if (options_.xml)
       xml_.empty("not_object_file");
     else if (listing())
       printf("  not an object file\n");
+    else if (options_.size)
+      tools::warning("'%s' is not an object file: it has no sizes to count", name.c_str());
     return true;
   }
 
@@ -368,7 +371,7 @@ private:
         OFE::open_object(stream, size, name.c_str(), tools::reporting_handler(reports)));
     if (!object) {
       if (member)
-        return list_not_object();
+        return list_not_object(name);
       tools::error("'%s' is not an ELF or QV-COFF object file", name.c_str());
       if (options_.xml)
         xml_.empty("unreadable", {{"name", name}});

@@ -97,6 +97,8 @@ std::string version_report() { return run({arvela_path(), "--toolversion"}, ".")
 // apply to ELF are skipped, not refused; "-dLIST" is "-d LIST".
 TEST_F(Ofedump, CommandLineAndListingSelection) {
   ASSERT_EQ(run({"ar", "rcS", "noindex.a", "good.o"}, dir.path()).status, 0);  // a library without an index
+  dir.write("notes.txt", "not an object\n");
+  ASSERT_EQ(run({"ar", "rc", "notes.a", "good.o", "notes.txt"}, dir.path()).status, 0);
   struct CASE {
     std::vector<std::string> args;
     int status;
@@ -143,6 +145,13 @@ TEST_F(Ofedump, CommandLineAndListingSelection) {
       // --index where there is no index to list.
       {{"--index", "good.o"}, 0, "ofedump: warning: 'good.o' is not a library: it has no symbol index\n", ""},
       {{"--index", "noindex.a"}, 0, "ofedump: warning: 'noindex.a' has no symbol index, or an empty one\n", ""},
+      // Sizes of a library with a member that is no object: its row is
+      // missing from the totals, and a warning says so.
+      {{"--size", "notes.a"}, 0,
+       "ofedump: warning: 'notes.a(notes.txt)' is not an object file: it has no sizes to count\n",
+       "   text\t   data\t    bss\t    dec\t    hex\tfilename\n"
+       "      6\t      4\t      0\t     10\t      a\tgood.o (ex notes.a)\n"
+       "      6\t      4\t      0\t     10\t      a\t(TOTALS)\n"},
       {{"-d", "all", "good.o"}, 0, "", "\nFile: good.o",
        {" Object File Information", " ELF File Header", " Sections:", " Contents of section \".text\"",
         " Relocations \".rel.text\"", " Symbol table", " String Table \".strtab\""}},
