@@ -35,10 +35,12 @@ REGULAR_OPEN open_regular_file(const char *path, REGULAR_FILE *out) {
     fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
   while (fd < 0 && errno == EINTR);
   if (fd < 0) {
-    if (errno == ENOENT || errno == ENOTDIR)
+    int reason = errno;
+    if (reason == ENOENT || reason == ENOTDIR)
       return REGULAR_MISSING;
     if (stat(path, &out->st) == 0 && !S_ISREG(out->st.st_mode))
       return REGULAR_NOT_REGULAR;
+    errno = reason;  // the caller's message says why the open failed
     return REGULAR_UNREADABLE;
   }
   if (fstat(fd, &out->st) != 0 || !S_ISREG(out->st.st_mode) || is_pseudo_file_system(fd)) {

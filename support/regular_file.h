@@ -9,8 +9,8 @@
 
 enum REGULAR_OPEN {
   REGULAR_OK,
-  REGULAR_MISSING,      // nothing at the path (or a directory on the way is missing)
-  REGULAR_UNREADABLE,   // a plain file, but it cannot be opened for reading
+  REGULAR_MISSING,      // nothing at the path, or a directory on the way is missing (errno says which)
+  REGULAR_UNREADABLE,   // a plain file, but it cannot be opened for reading (errno says why)
   REGULAR_NOT_REGULAR,  // a FIFO, device, directory, socket or pseudo-file
 };
 

@@ -12,6 +12,7 @@
 #include "archiver/ar_archive.h"
 #include "archiver/banner.h"
 #include "support/ending_signals.h"
+#include "support/regular_file.h"
 #include "support/tool_name.h"
 #include "support/user_msg.h"
 
@@ -111,18 +112,31 @@ OPENED_OBJECT::~OPENED_OBJECT() {
     fclose(stream);
 }
 
+namespace {
+// The file at `path` as a stream, opened without waiting on a FIFO and
+// refused unless it is a plain file; null otherwise, with `result` saying why.
+FILE *open_regular_stream(const char *path, REGULAR_OPEN &result) {
+  REGULAR_FILE file;
+  result = open_regular_file(path, &file);
+  if (result != REGULAR_OK)
+    return nullptr;
+  FILE *stream = fdopen(file.fd, "rb");
+  if (!stream) {
+    int reason = errno;
+    close(file.fd);
+    errno = reason;
+    result = REGULAR_UNREADABLE;
+  }
+  return stream;
+}
+}  // namespace
+
 FILE *open_input_file(const char *path) {
-  struct stat st;
-  if (stat(path, &st) != 0) {
-    tools::error("cannot open '%s': %s", path, strerror(errno));
-    return nullptr;
-  }
-  if (!S_ISREG(st.st_mode)) {
+  REGULAR_OPEN result;
+  FILE *stream = open_regular_stream(path, result);
+  if (result == REGULAR_NOT_REGULAR)
     tools::error("'%s' is not a regular file", path);
-    return nullptr;
-  }
-  FILE *stream = fopen(path, "rb");
-  if (!stream)
+  else if (!stream)
     tools::error("cannot open '%s': %s", path, strerror(errno));
   return stream;
 }
@@ -147,7 +161,8 @@ bool is_library(FILE *stream) {
 }
 
 bool is_library(const char *path) {
-  FILE *stream = fopen(path, "rb");
+  REGULAR_OPEN result;
+  FILE *stream = open_regular_stream(path, result);
   if (!stream)
     return false;
   bool library = is_library(stream);

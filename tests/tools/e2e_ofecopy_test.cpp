@@ -248,6 +248,14 @@ TEST_F(Ofecopy, TheOutputKeepsItsIdentity) {
     EXPECT_EQ(r.status, 1) << output;
     EXPECT_EQ(r.err, std::string("ofecopy: '") + output + "' is not a regular file\n");
   }
+  // Nor is one read as the input: a FIFO without a writer would hold the
+  // run for ever.
+  for (const char *input : {"fifo", "null"}) {
+    RUN_RESULT r = ofecopy({input, "from-special.o"});
+    EXPECT_EQ(r.status, 1) << input;
+    EXPECT_EQ(r.err, std::string("ofecopy: '") + input + "' is not a regular file\n");
+    EXPECT_FALSE(fs::exists(dir / "from-special.o"));
+  }
   EXPECT_TRUE(S_ISFIFO(status_of("fifo").st_mode));
   EXPECT_TRUE(S_ISCHR(status_of("null").st_mode));
   EXPECT_TRUE(S_ISLNK(status_of("stdout").st_mode));
