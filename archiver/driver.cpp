@@ -60,9 +60,17 @@ void usage(bool full) {
   exit(1);
 }
 
+// A listing or report that did not reach standard output (a full disk, a
+// closed pipe) is a failed run, not an empty one.
+static void check_standard_output() {
+  if (!out_finish())
+    error("cannot write standard output: %s", strerror(errno));
+}
+
 void scan_key_letters(const char *word, OPTIONS &options) {
   if (word && strcmp(word, "--toolversion") == 0) {
     print_version_report(stdout);
+    check_standard_output();
     exit(0);
   }
   if (!word || !*word)
@@ -211,5 +219,6 @@ int run_archiver(int argc, char **argv) {
       fprintf(stderr, "  -->  error: '%s' not found\n", f);
       unfound = true;
     }
+  check_standard_output();
   return unfound ? 1 : 0;
 }

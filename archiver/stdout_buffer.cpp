@@ -1,5 +1,6 @@
 #include "archiver/stdout_buffer.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
@@ -15,12 +16,19 @@ char g_buffer[BUFFER_SIZE];
 volatile sig_atomic_t g_start = 0;
 volatile sig_atomic_t g_end = 0;
 int g_terminal = -1;
+// errno of the first write that lost text; the run reports it at its end.
+volatile sig_atomic_t g_lost = 0;
 
 void write_all(const char *p, size_t n) {
   while (n > 0) {
     ssize_t w = write(STDOUT_FILENO, p, n);
-    if (w <= 0)
-      return;  // nowhere to write: the text is dropped, as stdio would
+    if (w < 0 && errno == EINTR)
+      continue;
+    if (w <= 0) {
+      if (g_lost == 0)
+        g_lost = w < 0 ? errno : EIO;
+      return;  // nowhere to write: the rest is dropped
+    }
     p += w;
     n -= static_cast<size_t>(w);
   }
@@ -83,3 +91,12 @@ void out_write_printable(const char *text) {
   out_write(escaped.data(), escaped.size());
 }
 
+
+bool out_finish() {
+  out_flush();
+  int lost = g_lost;
+  if (fflush(stdout) != 0 || ferror(stdout))
+    lost = lost ? lost : errno ? errno : EIO;
+  errno = lost;
+  return lost == 0;
+}

@@ -24,3 +24,7 @@ void out_flush();
 // The same, for a signal handler: write(2) only.
 void out_flush_from_signal();
 
+// Writes out what this buffer and stdio's hold; false, with errno saying
+// why, when any text meant for standard output was lost on the way.
+[[nodiscard]] bool out_finish();
+

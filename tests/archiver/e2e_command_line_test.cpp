@@ -76,6 +76,35 @@ TEST(CommandLine, VersionReportHasTheBuildNumber) {
   EXPECT_EQ(r.out.substr(69), "-2LI-RZAQQ-SAR-C08D\n");
 }
 
+// A listing or report that never reached standard output fails the run with
+// the system's reason, whether the buffer of the listings or stdio's (the
+// version report) lost it; a library written before that stays written.
+TEST(CommandLine, OutputThatCannotBeWrittenFails) {
+  TEMP_DIR dir;
+  dir.write("f.obj", std::string(5000, 'F'));
+  const std::vector<std::string> to_full = {"sh", "-c", "exec \"$0\" \"$@\" >/dev/full"};
+  const std::string full = error_line("cannot write standard output: No space left on device");
+  for (const std::vector<std::string> &args : std::vector<std::vector<std::string>>{
+           {"r", "lib", "f.obj"}, {"t", "lib"}, {"tv", "lib"}, {"--toolversion"}}) {
+    SCOPED_TRACE(args[0]);
+    RUN_RESULT r = arvela(args, dir.path(), to_full);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, full);
+  }
+  std::string lib = dir.read("lib.lib");
+  EXPECT_EQ(lib.substr(0, 14), "!<arch>\nf.obj/");
+  EXPECT_EQ(lib.substr(lib.size() - 5000), std::string(5000, 'F'));
+  // Quiet, a command has nothing to write, and nothing to lose.
+  RUN_RESULT r = arvela({"rq", "lib", "f.obj"}, dir.path(), to_full);
+  EXPECT_EQ(r.status, 0) << r.err;
+  // A reader that went away while the broken-pipe signal is ignored.
+  r = arvela({"t", "lib"}, dir.path(),
+             {"bash", "-c", "trap '' PIPE; coproc READER { :; }; exec 4>&${READER[1]}; wait $READER_PID; "
+                            "exec \"$0\" \"$@\" >&4"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, error_line("cannot write standard output: Broken pipe"));
+}
+
 // An archive name without an extension gets ".lib"; a and r create a missing
 // archive, d, t and x want an existing archive.
 TEST(CommandLine, ArchiveNames) {
