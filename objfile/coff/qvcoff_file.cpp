@@ -284,6 +284,14 @@ OF_BUILD_ATTR_TABLE *QVCOFF_FILE::get_build_attributes(bool create) {
   QVCOFF_SECTION_TABLE *sections = get_qvcoff_section_table();
   if (!build_attributes_section_)
     build_attributes_section_ = static_cast<QVCOFF_SECTION *>(sections->find_section("$build.attributes"));
+  // A section's bytes have one owner: the write would encode both tables
+  // there, and the second would silently replace the first.
+  if (build_attributes_section_ && build_attributes_section_->group()) {
+    build_attributes_section_ = nullptr;
+    set_error(OF_ERR_MALFORMED, "invalid build attributes at offset 0 of section \"$build.attributes\": %s",
+              "it is a group section");
+    return nullptr;
+  }
   // Only version "2" can name the section ("$build.attributes" is longer
   // than the 8 characters of the older layouts).
   if (!build_attributes_section_ && (!create || get_format_version() != OF_VERSION_COFF2))

@@ -327,6 +327,13 @@ OF_BUILD_ATTR_TABLE *ELF_FILE::get_build_attributes(bool create) {
     s = sections->find_elf_section("__QV_build_attributes");
   if (!s && !create)
     return nullptr;
+  // A section's bytes have one owner: the write would encode both tables
+  // there, and the second would silently replace the first.
+  if (s && (s->symbols() || s->relocations() || s->group())) {
+    report_malformed(s->header().sh_offset, "build attributes of section \"%s\": %s", s->get_name().c_str(),
+                     "it holds a symbol, relocation or group table");
+    return nullptr;
+  }
   if (!s)
     s = sections->create_section("__QV_build_attributes", SHT_ATTRIBUTES);
   auto table = std::make_unique<OF_BUILD_ATTR_TABLE>(this);

@@ -335,6 +335,18 @@ TEST(CoffWriteBuildAttributes, IndexesAreStoredPlusOne) {
   OPENED_COFF v1(COFF_IMAGE(1, LITTLE).build());
   EXPECT_EQ(v1.file()->get_build_attributes(true), nullptr);
 
+  // A "$build.attributes" that is a group section as well is refused: the
+  // write would encode the attributes over the group's members.
+  COFF_IMAGE both = rich_image(2, LITTLE);
+  both.sections.back().flags |= STYP_IS_GROUP;
+  OPENED_COFF g(both.build());
+  EXPECT_EQ(g.file()->get_build_attributes(false), nullptr);
+  EXPECT_EQ(g.error_code(), OF_ERR_MALFORMED);
+  EXPECT_EQ(g.error(), "invalid build attributes at offset 0 of section \"$build.attributes\": it is a group section");
+  int result = 0;
+  (void)written(g.object.get(), &result);
+  EXPECT_NE(result, 0);
+
   // Without the list over "main" (as when that symbol goes), the attributes
   // take an odd number of bytes: the section holds whole 16-bit units, and
   // the padding is not read as the start of another vendor subsection.

@@ -538,6 +538,22 @@ TEST_P(ElfWrite, SetterRulesAndRefusedWrites) {
 // section 0 for the index: it is written as SHN_UNDEF, not as SHN_XINDEX
 // pointing nowhere, which read back names nothing and made every copy
 // differ from the one before.
+// A section found by the attributes' name that holds a table of its own is
+// refused, not read twice: the write would encode both into its bytes.
+TEST_P(ElfWrite, BuildAttributesShareTheirSectionWithNoOtherTable) {
+  builder.machine = 40;  // ARM: attributes, found by name without a SHT_ATTRIBUTES section
+  builder.add({".text", SHT_PROGBITS, std::string(4, '\0')});
+  builder.add({"__QV_build_attributes", SHT_GROUP, BYTES(GetParam()).u32(1).u32(1).bytes(), 0, 0, 4});
+  OPENED in(builder.build());
+  EXPECT_EQ(in.object->get_build_attributes(false), nullptr);
+  EXPECT_EQ(in.error_code(), OF_ERR_MALFORMED);
+  EXPECT_EQ(in.error(), "(unknown file): build attributes of section \"__QV_build_attributes\": it holds a symbol, "
+                        "relocation or group table at offset 0x38");
+  int result = 0;
+  (void)written(in.object.get(), &result);
+  EXPECT_NE(result, 0);
+}
+
 TEST_P(ElfWrite, AFileWithoutSectionsNamesNoNameTable) {
   for (uint16_t shstrndx : {uint16_t{0xFF00}, uint16_t{SHN_XINDEX}}) {
     BYTES h(GetParam());
