@@ -278,6 +278,11 @@ bool ELF_FILE::is_pinned_by_dynamic(const ELF_SECTION &section) {
   return dynamic_ && dynamic_->pins(section);
 }
 
+bool ELF_FILE::is_held_by_dynamic_tables(const ELF_SECTION &section) {
+  return is_pinned_by_dynamic(section) || (verdefs_ && verdefs_->get_section() == &section) ||
+         (verneeds_ && verneeds_->get_section() == &section);
+}
+
 ELF_SECTION *ELF_FILE::find_special_section(uint32_t kind, bool create) {
   if (kind >= OF_SPECIAL_KIND_COUNT)
     return nullptr;

@@ -130,6 +130,9 @@ public:
   // Whether the dynamic table pins this section at the front of the
   // section order (see prepare of the section table).
   [[nodiscard]] bool is_pinned_by_dynamic(const ELF_SECTION &section);
+  // Whether a loaded dynamic or version table keeps this section for the
+  // write: it cannot be removed while they hold it.
+  [[nodiscard]] bool is_held_by_dynamic_tables(const ELF_SECTION &section);
   // Whether the section is one of the file's extended attribute sections
   // or its symbol alias section, which are written apart from plain data.
   [[nodiscard]] bool is_special_section(const ELF_SECTION &section);

@@ -428,7 +428,7 @@ bool ELF_SECTION_TABLE::refuse_removal(const std::set<uint32_t> &gone) {
     ELF_SECTION *s = get_section(index);
     uint32_t type = s->get_type();
     if (index <= last_loaded || type == SHT_DYNSYM || type == SHT_SYMTAB_SHNDX || type == SHT_GNU_versym ||
-        ((type == SHT_SYMTAB || type == SHT_STRTAB) && linked.count(index))) {
+        ((type == SHT_SYMTAB || type == SHT_STRTAB) && linked.count(index)) || file_->is_held_by_dynamic_tables(*s)) {
       file_->set_error(OF_ERR_INVALID_REQUEST, "%s: section %s cannot be removed", file_->message_name(),
                        s->get_name().c_str());
       return true;

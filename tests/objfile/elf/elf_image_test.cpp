@@ -416,6 +416,35 @@ TEST_P(ElfImage, TheFirstWriteOfABuiltSharedObjectIsAlreadyInOrder) {
   EXPECT_EQ(written(object.get()), first);
 }
 
+// A section the loaded dynamic or version tables keep is refused, even where
+// the image lets a section that is not loaded go: the tables would write
+// into a section that is gone.
+TEST_P(ElfImage, TheSectionsOfTheLoadedDynamicTablesStay) {
+  ELF_BUILDER b(GetParam());
+  b.type = ET_DYN;
+  b.add({".text", SHT_PROGBITS, std::string(4, '\0'), 0, 0, 0, SHF_ALLOC | SHF_EXECINSTR});
+  uint32_t strings = b.add({".dynstr", SHT_STRTAB, std::string(1, '\0') + "V1" + '\0'});
+  uint32_t dynamic = b.add({".dynamic", SHT_DYNAMIC, BYTES(GetParam()).u32(DT_NULL).u32(0).bytes(), strings, 0, 8});
+  DATA_MAP d(ordering(GetParam()));
+  ELF_VERDEF_TABLE::encode_records(d, {{1, VER_FLG_BASE, 1, 0x1234, {{1, ""}}}});
+  uint32_t verdef = b.add({".gnu.version_d", SHT_GNU_verdef, contents(d), strings, 1});
+  uint32_t plain = b.add({".comment", SHT_PROGBITS, "x"});
+  OPENED in(b.build());
+  ASSERT_NE(in.elf()->get_dynamic_table(), nullptr);
+  ASSERT_NE(in.elf()->get_verdef_table()->get_section(), nullptr);
+  ELF_SECTION_TABLE *t = in.elf()->get_section_table();
+  for (uint32_t index : {dynamic, strings, verdef}) {
+    std::string name = t->get_section(index)->get_name();
+    EXPECT_EQ(t->remove_sections({index}), -1) << name;
+    EXPECT_EQ(in.error(), "(unknown file): section " + name + " cannot be removed");
+    in.object->clear_error();
+  }
+  ASSERT_EQ(t->remove_sections({plain}), 0) << in.error();
+  OPENED out(written(in.object.get()));
+  EXPECT_NE(out.section(".dynamic"), nullptr);
+  EXPECT_NE(out.section(".gnu.version_d"), nullptr);
+}
+
 // The rules of the names; the known names are tables the code holds.
 TEST(ElfImageNames, VersionIndexesSegmentsAndFlags) {
   EXPECT_EQ(elf_version_index_name(0xFF01), "VER_NDX_ELIMINATE");
