@@ -1,5 +1,7 @@
 #include "objfile/of_string.h"
 
+#include <cstring>
+
 #include "objfile/of_file.h"
 #include "support/xml_writer.h"
 #include "support/printable.h"
@@ -28,15 +30,31 @@ void OF_STRING_TABLE_MANAGER::clear() {
   indexed_ = false;
 }
 
+std::string_view OF_STRING_TABLE_MANAGER::text_at(uint32_t offset) const {
+  uint64_t size = data_->size();
+  const uint8_t *bytes = offset < size ? data_->slice(0, size) : nullptr;
+  if (!bytes)
+    return {};
+  const void *nul = memchr(bytes + offset, 0, size - offset);
+  if (!nul)
+    return {};
+  size_t length = static_cast<size_t>(static_cast<const uint8_t *>(nul) - (bytes + offset));
+  return {reinterpret_cast<const char *>(bytes + offset), length};
+}
+
 // Every string from the first offset on; a text seen twice keeps its first
 // offset.
 void OF_STRING_TABLE_MANAGER::build_index() {
   indexed_ = true;
-  for (uint64_t offset = get_first_offset(); offset < data_->size();) {
-    data_->set_position(offset);
-    const char *text = data_->read_cstring();
-    index_.emplace(text, static_cast<uint32_t>(offset));
-    offset = data_->get_position();
+  uint64_t size = data_->size();
+  const uint8_t *bytes = data_->slice(0, size);
+  if (!bytes)
+    return;
+  for (uint64_t offset = get_first_offset(); offset < size;) {
+    const void *nul = memchr(bytes + offset, 0, size - offset);
+    uint64_t end = nul ? static_cast<uint64_t>(static_cast<const uint8_t *>(nul) - bytes) : size;
+    index_.insert(static_cast<uint32_t>(offset));
+    offset = end + 1;
   }
 }
 
@@ -47,17 +65,17 @@ std::optional<uint32_t> OF_STRING_TABLE_MANAGER::add_string(const std::string &t
   uint64_t end = data_->size() > get_first_offset() ? data_->size() : get_first_offset();
   data_->set_position(end);
   data_->write_cstring(text.c_str());
-  index_.emplace(text, static_cast<uint32_t>(end));
+  index_.insert(static_cast<uint32_t>(end));
   return static_cast<uint32_t>(end);
 }
 
 bool OF_STRING_TABLE_MANAGER::find_string(const std::string &text, uint32_t *offset) {
   if (!indexed_ && data_->size() > 0)
     build_index();
-  auto it = index_.find(text);
+  auto it = index_.find(std::string_view(text.c_str()));  // the table holds text up to its NUL
   if (it == index_.end())
     return false;
-  *offset = it->second;
+  *offset = *it;
   return true;
 }
 

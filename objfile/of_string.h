@@ -10,9 +10,10 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <unordered_map>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <unordered_set>
 
 #include "objfile/data_map.h"
 #include "objfile/of_state.h"
@@ -63,9 +64,31 @@ protected:
 
   DATA_MAP own_;
   DATA_MAP *data_ = &own_;
-  // Whole string to offset; hashed, since a large symbol table adds tens of
-  // thousands of names and the order of the index is never used.
-  std::unordered_map<std::string, uint32_t> index_;
+
+private:
+  // The text at `offset` as read_cstring gives it: up to its NUL, and empty
+  // when no NUL ends it within the table.
+  std::string_view text_at(uint32_t offset) const;
+  // The index hashes and compares the text an offset names, in the table's
+  // own bytes, so that no name is held twice; a text looks itself up.
+  struct TEXT_HASH {
+    using is_transparent = void;
+    const OF_STRING_TABLE_MANAGER *table;
+    size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
+    size_t operator()(uint32_t offset) const { return (*this)(table->text_at(offset)); }
+  };
+  struct TEXT_EQUAL {
+    using is_transparent = void;
+    const OF_STRING_TABLE_MANAGER *table;
+    std::string_view text(std::string_view t) const { return t; }
+    std::string_view text(uint32_t offset) const { return table->text_at(offset); }
+    template <class A, class B> bool operator()(const A &a, const B &b) const { return text(a) == text(b); }
+  };
+
+protected:
+  // The offset of each whole string; hashed, since a large symbol table
+  // adds tens of thousands of names and the order of the index is never used.
+  std::unordered_set<uint32_t, TEXT_HASH, TEXT_EQUAL> index_{0, TEXT_HASH{this}, TEXT_EQUAL{this}};
   bool indexed_ = false;
 };
 

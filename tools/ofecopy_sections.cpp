@@ -281,7 +281,8 @@ bool symbols_to_remove(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, tools
     uint32_t index = s->get_index();
     if (is_elf(object) && index == 0)
       continue;
-    bool named = lists.takes(tools::LIST_STRIP, s->get_name()), kept = lists.takes(tools::LIST_KEEP, s->get_name());
+    std::string name = s->get_name();
+    bool named = lists.takes(tools::LIST_STRIP, name), kept = lists.takes(tools::LIST_KEEP, name);
     // With -j, GNU keeps only the symbols of the named sections: the
     // undefined, absolute and common ones go as well, unless (where GNU
     // refuses to copy) a relocation needs them.
@@ -289,7 +290,7 @@ bool symbols_to_remove(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, tools
     bool in_gone_section = (kind == OFE::OF_KIND_DEFINED && gone.count(s->get_section_index())) ||
                            (!plan.only.empty() && kind != OFE::OF_KIND_DEFINED && !used[index]);
     if (named && used[index]) {
-      tools::error("not stripping symbol '%s' because it is named in a relocation", s->get_name().c_str());
+      tools::error("not stripping symbol '%s' because it is named in a relocation", name.c_str());
       return false;
     }
     bool take = in_gone_section || named || (!used[index] && !kept && strip_takes(object, *s, plan.strip));

@@ -221,27 +221,6 @@ std::unique_ptr<OF_SYMBOL> ELF_SYMBOL_TABLE::load_symbol(uint32_t index) {
   return symbol;
 }
 
-namespace {
-
-// A copy that the renumbered table owns; the originals go with the old
-// vector.
-std::unique_ptr<ELF_SYMBOL> copy_symbol(ELF_SYMBOL_TABLE *table, const ELF_SYMBOL &from, uint32_t index,
-                                        uint32_t extended, uint16_t version) {
-  auto to = std::make_unique<ELF_SYMBOL>(table, index);
-  to->set_changed(from.is_changed());
-  ELF_SYMBOL_TABLE::copy_record(*to, from, extended, version);
-  return to;
-}
-
-}  // namespace
-
-void ELF_SYMBOL_TABLE::copy_record(ELF_SYMBOL &to, const ELF_SYMBOL &from, uint32_t extended, uint16_t version) {
-  to.name_ = from.get_name();
-  to.record_ = from.record();
-  to.extended_index_ = extended;
-  to.version_index_ = version;
-}
-
 int ELF_SYMBOL_TABLE::prepare_for_writing() {
   load_all();
   uint32_t n = get_count();
@@ -260,21 +239,22 @@ int ELF_SYMBOL_TABLE::prepare_for_writing() {
       continue;
     (old[i]->get_binding() == OF_BIND_LOCAL ? locals : others).push_back(i);
   }
-  std::vector<std::unique_ptr<OF_SYMBOL>> renumbered;
-  renumbered.push_back(keep_zero ? copy_symbol(this, *old[0], 0, old[0]->extended_index_, old[0]->version_index_)
-                                 : std::make_unique<ELF_SYMBOL>(this, 0));
+  // New indexes first: a refused renumbering leaves every symbol in place.
+  uint32_t next = 1;
   if (keep_zero)
     old_to_new[0] = 0;
-  for (const std::vector<uint32_t> *group : {&locals, &others}) {
-    for (uint32_t i : *group) {
-      uint32_t index = static_cast<uint32_t>(renumbered.size());
-      old_to_new[i] = index;
-      renumbered.push_back(copy_symbol(this, *old[i], index, old[i]->extended_index_, old[i]->version_index_));
-    }
-  }
-  OF_INDEX_MAP map(std::move(old_to_new), static_cast<uint32_t>(renumbered.size()));
+  for (const std::vector<uint32_t> *group : {&locals, &others})
+    for (uint32_t i : *group)
+      old_to_new[i] = next++;
+  OF_INDEX_MAP map(std::move(old_to_new), next);
   if (!can_renumber(map))
     return -1;
+  // The symbols themselves move, so that a pointer to one stays good.
+  std::vector<std::unique_ptr<OF_SYMBOL>> taken = take_symbols(), renumbered;
+  renumbered.push_back(keep_zero ? std::move(taken[0]) : std::make_unique<ELF_SYMBOL>(this, 0));
+  for (const std::vector<uint32_t> *group : {&locals, &others})
+    for (uint32_t i : *group)
+      renumbered.push_back(std::move(taken[i]));
   section_->set_links({}, section_->get_link(), 1 + static_cast<uint32_t>(locals.size()));
   reorder(std::move(renumbered), std::move(map));
   prepared_ = true;

@@ -117,9 +117,6 @@ public:
   // dynamic table, then the section's name and the symbol's name, quoted.
   void dump(FILE *stream) override;
 
-  // For copies made while renumbering.
-  static void copy_record(ELF_SYMBOL &to, const ELF_SYMBOL &from, uint32_t extended, uint16_t version);
-
 protected:
   std::unique_ptr<OF_SYMBOL> new_symbol(uint32_t index) override;
   std::unique_ptr<OF_SYMBOL> load_symbol(uint32_t index) override;
