@@ -91,7 +91,6 @@ void out_write_printable(const char *text) {
   out_write(escaped.data(), escaped.size());
 }
 
-
 bool out_finish() {
   out_flush();
   int lost = g_lost;

@@ -69,26 +69,20 @@ private:
   // The text at `offset` as read_cstring gives it: up to its NUL, and empty
   // when no NUL ends it within the table.
   std::string_view text_at(uint32_t offset) const;
-  // The index hashes and compares the text an offset names, in the table's
-  // own bytes, so that no name is held twice; a text looks itself up.
-  struct TEXT_HASH {
-    using is_transparent = void;
-    const OF_STRING_TABLE_MANAGER *table;
-    size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
-    size_t operator()(uint32_t offset) const { return (*this)(table->text_at(offset)); }
-  };
-  struct TEXT_EQUAL {
+  // Hash and equality of the index: an offset stands for the text it names
+  // in the table's own bytes, so that no name is held twice, and a text
+  // looks itself up.
+  struct BY_TEXT {
     using is_transparent = void;
     const OF_STRING_TABLE_MANAGER *table;
     std::string_view text(std::string_view t) const { return t; }
     std::string_view text(uint32_t offset) const { return table->text_at(offset); }
+    template <class A> size_t operator()(const A &a) const { return std::hash<std::string_view>()(text(a)); }
     template <class A, class B> bool operator()(const A &a, const B &b) const { return text(a) == text(b); }
   };
-
-protected:
   // The offset of each whole string; hashed, since a large symbol table
   // adds tens of thousands of names and the order of the index is never used.
-  std::unordered_set<uint32_t, TEXT_HASH, TEXT_EQUAL> index_{0, TEXT_HASH{this}, TEXT_EQUAL{this}};
+  std::unordered_set<uint32_t, BY_TEXT, BY_TEXT> index_{0, BY_TEXT{this}, BY_TEXT{this}};
   bool indexed_ = false;
 };
 
