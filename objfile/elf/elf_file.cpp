@@ -321,6 +321,30 @@ void ELF_FILE::load_section_attributes() {
   }
 }
 
+// A section's bytes have one owner: the write would encode both tables
+// there, and the second would silently replace the first. A section with
+// no bytes in the file would silently drop the attributes.
+const char *ELF_FILE::why_not_attributes(ELF_SECTION &s) {
+  switch (s.get_type()) {
+  case SHT_SYMTAB:
+  case SHT_DYNSYM:
+  case SHT_SYMTAB_SHNDX:
+  case SHT_REL:
+  case SHT_RELA:
+  case SHT_GROUP: return "it holds a symbol, relocation or group table";
+  case SHT_STRTAB:
+  case SHT_HASH:
+  case SHT_DYNAMIC: return "it holds a string, hash or dynamic table";
+  case SHT_NOBITS: return "it has no bytes in the file";
+  default: break;
+  }
+  if (s.symbols() || s.relocations() || s.group())
+    return "it holds a symbol, relocation or group table";
+  if (is_special_section(s))
+    return "it holds another of the tool chain's tables";
+  return nullptr;
+}
+
 OF_BUILD_ATTR_TABLE *ELF_FILE::get_build_attributes(bool create) {
   if (build_attributes_)
     return build_attributes_.get();
@@ -332,11 +356,8 @@ OF_BUILD_ATTR_TABLE *ELF_FILE::get_build_attributes(bool create) {
     s = sections->find_elf_section("__QV_build_attributes");
   if (!s && !create)
     return nullptr;
-  // A section's bytes have one owner: the write would encode both tables
-  // there, and the second would silently replace the first.
-  if (s && (s->symbols() || s->relocations() || s->group())) {
-    report_malformed(s->header().sh_offset, "build attributes of section \"%s\": %s", s->get_name().c_str(),
-                     "it holds a symbol, relocation or group table");
+  if (const char *why = s ? why_not_attributes(*s) : nullptr) {
+    report_malformed(s->header().sh_offset, "build attributes of section \"%s\": %s", s->get_name().c_str(), why);
     return nullptr;
   }
   if (!s)

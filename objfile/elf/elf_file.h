@@ -136,6 +136,9 @@ public:
   // Whether the section is one of the file's extended attribute sections
   // or its symbol alias section, which are written apart from plain data.
   [[nodiscard]] bool is_special_section(const ELF_SECTION &section);
+  // Why the section cannot hold the build attributes (another table owns
+  // its bytes, or it has none), or null when it can.
+  const char *why_not_attributes(ELF_SECTION &section);
   // Whether r_offset of entries relocating `section` counts from the
   // section's start (see ELF_RELOC::get_offset).
   [[nodiscard]] bool has_section_relative_offsets(const ELF_SECTION &section);

@@ -554,6 +554,36 @@ TEST_P(ElfWrite, BuildAttributesShareTheirSectionWithNoOtherTable) {
   EXPECT_NE(result, 0);
 }
 
+// An empty section found by the attributes' name, whose bytes the write
+// would rebuild as another table or not write at all: an attribute set in
+// it would be lost from a write that succeeds.
+TEST_P(ElfWrite, BuildAttributesGoOnlyWhereTheirBytesAreWritten) {
+  struct CASE {
+    uint32_t type;
+    bool symbol_strings;  // the symbol table's string table
+    const char *why;
+  };
+  for (CASE c : {CASE{SHT_STRTAB, true, "it holds a string, hash or dynamic table"},
+                 CASE{SHT_NOBITS, false, "it has no bytes in the file"},
+                 CASE{SHT_HASH, false, "it holds a string, hash or dynamic table"},
+                 CASE{0x7F000006 /* the symbol aliases' */, false, "it holds another of the tool chain's tables"}}) {
+    ELF_BUILDER b(GetParam());
+    b.machine = 140;  // a target with build attributes and the tool chain's own tables
+    b.add({".text", SHT_PROGBITS, std::string(4, '\0')});
+    std::string no_names;
+    std::string records = b.symbols({{}, {"", 0, 0, GLOBAL_FUNC, 0, 1}}, no_names);
+    uint32_t attributes = b.add({"__QV_build_attributes", c.type, "", 0, 0, 0});
+    uint32_t strings = c.symbol_strings ? attributes : b.add({".strtab", SHT_STRTAB, std::string(1, '\0')});
+    b.add({".symtab", SHT_SYMTAB, records, strings, 1, 16});
+    OPENED in(b.build());
+    EXPECT_EQ(in.object->get_build_attributes(true), nullptr) << c.type;
+    char at[32];
+    snprintf(at, sizeof at, " at offset 0x%x", b.section_offsets[attributes - 1]);
+    EXPECT_EQ(in.error(), "(unknown file): build attributes of section \"__QV_build_attributes\": " + std::string(c.why) + at)
+        << c.type;
+  }
+}
+
 TEST_P(ElfWrite, AFileWithoutSectionsNamesNoNameTable) {
   for (uint16_t shstrndx : {uint16_t{0xFF00}, uint16_t{SHN_XINDEX}}) {
     BYTES h(GetParam());
@@ -692,3 +722,4 @@ d:  .word f
   EXPECT_EQ(result, -1);
   EXPECT_EQ(nameless.object->get_error_code(), OF_ERR_INVALID_REQUEST);
 }
+
