@@ -159,7 +159,9 @@ bool SYMBOL_LISTS::all_matched(const std::string &where) const {
     for (size_t i = 0; i < list.size(); i++) {
       bool matched = i < matched_[kind].size() && matched_[kind][i];
       if (!matched && !list[i].listed && !(wildcard_ && list[i].name[0] == '!')) {
-        tools::error("no symbol named '%s' in %s", list[i].name.c_str(), where.c_str());
+        // Under --wildcard every name is a pattern, which matches rather than names.
+        tools::error(wildcard_ ? "no symbol matches '%s' in %s" : "no symbol named '%s' in %s", list[i].name.c_str(),
+                     where.c_str());
         return false;
       }
     }

@@ -199,7 +199,7 @@ TEST_F(OfecopySymbolEdits, BulkEditsRefuseWhatTheyCannotDo) {
   dir.write("twice.txt", "vfprintf a\nvfprintf b\n");
   const std::pair<std::vector<std::string>, std::string> CASES[] = {
       {{"--redefine-sym", "not_there=x"}, "ofecopy: no symbol named 'not_there' in 'vfprintf.o'\n"},
-      {{"-w", "-G", "zz*"}, "ofecopy: no symbol named 'zz*' in 'vfprintf.o'\n"},
+      {{"-w", "-G", "zz*"}, "ofecopy: no symbol matches 'zz*' in 'vfprintf.o'\n"},
       {{"--localize-symbols", "missing.txt"}, "ofecopy: cannot open 'missing.txt': No such file or directory\n"},
       {{"--redefine-syms", "half.txt"}, "ofecopy: line 2 of 'half.txt' names no new name for 'vfprintf'\n"},
       {{"--redefine-syms", "twice.txt"}, "ofecopy: line 2 of 'twice.txt' renames 'vfprintf' a second time\n"},
