@@ -145,6 +145,12 @@ bool ELF_RELOC_TABLE::can_follow_symbols(const OF_SYMBOL_TABLE &symbols, const O
                       section_->get_name().c_str(), entries_[i].get_symbol_index());
       return false;
     }
+    // A symbol renumbered past r_info's 24 bits: cut, it would name another.
+    if (index > ELF32_R_SYM_MAX) {
+      file->set_error(OF_ERR_INVALID_REQUEST, RELOC_SYMBOL_BEYOND_FIELD, file->message_name(), i,
+                      section_->get_name().c_str(), index, ELF32_R_SYM_MAX);
+      return false;
+    }
   }
   return true;
 }

@@ -186,7 +186,8 @@ TEST_P(ElfWrite, IndexesAreCurrentAfterEveryEdit) {
 // A symbol index is never cut to r_info's 24 bits, where it would name
 // another symbol: a damaged one past the table stays past it when a symbol
 // is inserted (moved up with the rest only while it fits), and an entry
-// added with one that does not fit is refused.
+// added with one that does not fit is refused, as is a renumbering that
+// would move a symbol of an entry past them.
 TEST_P(ElfWrite, ASymbolIndexIsNeverCutToNameAnotherSymbol) {
   std::string strtab(1, '\0');
   std::string symbols = builder.symbols({{}, {"a", 0, 0, GLOBAL_FUNC, 0, 1}}, strtab);
@@ -210,6 +211,13 @@ TEST_P(ElfWrite, ASymbolIndexIsNeverCutToNameAnotherSymbol) {
   EXPECT_EQ(back->get_reloc(1)->get_symbol_index(), 0xFFFFFFu);
   ASSERT_NE(back->get_reloc(2)->get_symbol(), nullptr);
   EXPECT_EQ(back->get_reloc(2)->get_symbol()->get_name(), "a");
+
+  // The map of a table of over 16 million symbols, without building one.
+  OF_SYMBOL_TABLE *symbols_back = o.object->get_symbol_table();
+  ELF_RELOC_TABLE *relocations = o.section(".rel.text")->relocations();
+  EXPECT_FALSE(relocations->can_follow_symbols(*symbols_back, OF_INDEX_MAP({0, 1, 0x1000000})));
+  EXPECT_EQ(o.object->get_error_text(), "(unknown file): relocation 2 of section .rel.text refers to symbol "
+                                        "16777216, past the 16777215 its entry holds");
 }
 
 // A symbol table whose link names a section that is not a string table
