@@ -19,27 +19,56 @@ const char *OF_STRING_TABLE_MANAGER::get_string(uint32_t offset) {
 }
 
 void OF_STRING_TABLE_MANAGER::release() {
-  index_.clear();
-  indexed_ = false;
+  drop_index();
   data_->unload();
 }
 
 void OF_STRING_TABLE_MANAGER::clear() {
   data_->clear();
-  index_.clear();
+  drop_index();
+}
+
+void OF_STRING_TABLE_MANAGER::drop_index() {
+  slots_.clear();
+  slots_.shrink_to_fit();
+  used_ = 0;
   indexed_ = false;
 }
 
-std::string_view OF_STRING_TABLE_MANAGER::text_at(uint32_t offset) const {
+bool OF_STRING_TABLE_MANAGER::holds(uint32_t offset, std::string_view text) const {
   uint64_t size = data_->size();
-  const uint8_t *bytes = offset < size ? data_->slice(0, size) : nullptr;
-  if (!bytes)
-    return {};
-  const void *nul = memchr(bytes + offset, 0, size - offset);
-  if (!nul)
-    return {};
-  size_t length = static_cast<size_t>(static_cast<const uint8_t *>(nul) - (bytes + offset));
-  return {reinterpret_cast<const char *>(bytes + offset), length};
+  if (offset >= size || text.size() >= size - offset)
+    return false;
+  const uint8_t *bytes = data_->slice(0, size);
+  return bytes && bytes[offset + text.size()] == 0 && memcmp(bytes + offset, text.data(), text.size()) == 0;
+}
+
+std::optional<uint32_t> OF_STRING_TABLE_MANAGER::indexed(std::string_view text, uint32_t hash) const {
+  size_t mask = slots_.size() - 1;
+  for (size_t i = hash & mask; !slots_.empty() && slots_[i].offset_plus_one; i = (i + 1) & mask)
+    if (slots_[i].hash == hash && holds(slots_[i].offset_plus_one - 1, text))
+      return slots_[i].offset_plus_one - 1;
+  return std::nullopt;
+}
+
+void OF_STRING_TABLE_MANAGER::index(uint32_t hash, uint32_t offset) {
+  auto place = [this](SLOT slot) {
+    size_t mask = slots_.size() - 1;
+    size_t i = slot.hash & mask;
+    while (slots_[i].offset_plus_one)
+      i = (i + 1) & mask;
+    slots_[i] = slot;
+  };
+  // Half full at most, so that a probe soon ends at an empty slot.
+  if (2 * (used_ + 1) > slots_.size()) {
+    std::vector<SLOT> old = std::move(slots_);
+    slots_.assign(old.empty() ? 64 : 2 * old.size(), SLOT{});
+    for (const SLOT &slot : old)
+      if (slot.offset_plus_one)
+        place(slot);
+  }
+  place(SLOT{hash, offset + 1});
+  used_++;
 }
 
 // Every string from the first offset on; a text seen twice keeps its first
@@ -52,31 +81,38 @@ void OF_STRING_TABLE_MANAGER::build_index() {
     return;
   for (uint64_t offset = get_first_offset(); offset < size;) {
     const void *nul = memchr(bytes + offset, 0, size - offset);
-    uint64_t end = nul ? static_cast<uint64_t>(static_cast<const uint8_t *>(nul) - bytes) : size;
-    index_.insert(static_cast<uint32_t>(offset));
+    if (!nul)
+      break;  // text without its NUL is no whole string
+    uint64_t end = static_cast<uint64_t>(static_cast<const uint8_t *>(nul) - bytes);
+    std::string_view text(reinterpret_cast<const char *>(bytes + offset), end - offset);
+    if (uint32_t hash = hash_of(text); !indexed(text, hash))
+      index(hash, static_cast<uint32_t>(offset));
     offset = end + 1;
   }
 }
 
 std::optional<uint32_t> OF_STRING_TABLE_MANAGER::add_string(const std::string &text) {
-  uint32_t offset;
-  if (find_string(text, &offset))
+  if (!indexed_ && data_->size() > 0)
+    build_index();
+  std::string_view whole(text.c_str());  // the table holds text up to its NUL
+  uint32_t hash = hash_of(whole);
+  if (std::optional<uint32_t> offset = indexed(whole, hash))
     return offset;
   uint64_t end = data_->size() > get_first_offset() ? data_->size() : get_first_offset();
   data_->set_position(end);
   data_->write_cstring(text.c_str());
-  index_.insert(static_cast<uint32_t>(end));
+  index(hash, static_cast<uint32_t>(end));
   return static_cast<uint32_t>(end);
 }
 
 bool OF_STRING_TABLE_MANAGER::find_string(const std::string &text, uint32_t *offset) {
   if (!indexed_ && data_->size() > 0)
     build_index();
-  auto it = index_.find(std::string_view(text.c_str()));  // the table holds text up to its NUL
-  if (it == index_.end())
-    return false;
-  *offset = *it;
-  return true;
+  std::string_view whole(text.c_str());  // the table holds text up to its NUL
+  std::optional<uint32_t> found = indexed(whole, hash_of(whole));
+  if (found)
+    *offset = *found;
+  return found.has_value();
 }
 
 void OF_STRING_TABLE_MANAGER::dump(FILE *stream) {

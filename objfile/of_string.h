@@ -13,7 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_set>
+#include <vector>
 
 #include "objfile/data_map.h"
 #include "objfile/of_state.h"
@@ -66,23 +66,27 @@ protected:
   DATA_MAP *data_ = &own_;
 
 private:
-  // The text at `offset` as read_cstring gives it: up to its NUL, and empty
-  // when no NUL ends it within the table.
-  std::string_view text_at(uint32_t offset) const;
-  // Hash and equality of the index: an offset stands for the text it names
-  // in the table's own bytes, so that no name is held twice, and a text
-  // looks itself up.
-  struct BY_TEXT {
-    using is_transparent = void;
-    const OF_STRING_TABLE_MANAGER *table;
-    std::string_view text(std::string_view t) const { return t; }
-    std::string_view text(uint32_t offset) const { return table->text_at(offset); }
-    template <class A> size_t operator()(const A &a) const { return std::hash<std::string_view>()(text(a)); }
-    template <class A, class B> bool operator()(const A &a, const B &b) const { return text(a) == text(b); }
+  // The index: the offset of each whole string, by the hash of its text,
+  // in one flat table probed in order (a large symbol table adds tens of
+  // thousands of names, and one allocation per name cost more than the
+  // rest of the lookup). A slot holds the offset plus one; 0 is empty. An
+  // offset stands for the text it names in the table's own bytes, so that
+  // no name is held twice, and a match is always read from the current
+  // bytes.
+  struct SLOT {
+    uint32_t hash = 0;
+    uint32_t offset_plus_one = 0;
   };
-  // The offset of each whole string; hashed, since a large symbol table
-  // adds tens of thousands of names and the order of the index is never used.
-  std::unordered_set<uint32_t, BY_TEXT, BY_TEXT> index_{0, BY_TEXT{this}, BY_TEXT{this}};
+  static uint32_t hash_of(std::string_view text) { return static_cast<uint32_t>(std::hash<std::string_view>()(text)); }
+  // Whether the whole string at `offset` is `text`.
+  bool holds(uint32_t offset, std::string_view text) const;
+  // The offset of `text` in the index, or none.
+  std::optional<uint32_t> indexed(std::string_view text, uint32_t hash) const;
+  // Adds the offset of a text the index does not hold.
+  void index(uint32_t hash, uint32_t offset);
+  void drop_index();
+  std::vector<SLOT> slots_;
+  size_t used_ = 0;
   bool indexed_ = false;
 };
 

@@ -57,6 +57,19 @@ TEST_P(ElfStrings, OnlyWholeStringsAreShared) {
   EXPECT_EQ(t->add_string("bc"), 5u);
   EXPECT_STREQ(o.elf()->get_string_table_of(2)->get_string(1), "");
   EXPECT_EQ(o.elf()->get_string_table_of(2)->get_string(0xFFFFFFFF), nullptr);
+  // Text without its NUL is no whole string: nothing is found in it.
+  uint32_t at;
+  EXPECT_FALSE(o.elf()->get_string_table_of(2)->find_string("open-ended", &at));
+  // Thousands of names, each found again where it went, however the index grew.
+  std::vector<uint32_t> offsets;
+  for (int i = 0; i < 5000; i++)
+    offsets.push_back(t->add_string("name" + std::to_string(i)).value_or(0));
+  for (int i = 0; i < 5000; i++) {
+    ASSERT_TRUE(t->find_string("name" + std::to_string(i), &at)) << i;
+    EXPECT_EQ(at, offsets[i]) << i;
+    EXPECT_EQ(t->get_string(at), "name" + std::to_string(i));
+  }
+  EXPECT_EQ(t->add_string("name4999"), offsets[4999]);
 }
 
 // The hash adds bytes as signed and folds the high nibble back in; bucket
