@@ -182,7 +182,8 @@ public:
       ok = list_file(file) && ok;
     if (options_.xml)
       xml_.close();
-    if (options_.size) {
+    // Totals count what was listed: when every file failed, there is none.
+    if (options_.size && (ok || size_heading_printed_)) {
       size_heading();
       tools::print_size_row(stdout, total_size_, "(TOTALS)");
     }

@@ -152,6 +152,12 @@ TEST_F(Ofedump, CommandLineAndListingSelection) {
        "   text\t   data\t    bss\t    dec\t    hex\tfilename\n"
        "      6\t      4\t      0\t     10\t      a\tgood.o (ex notes.a)\n"
        "      6\t      4\t      0\t     10\t      a\t(TOTALS)\n"},
+      // Nothing listed, nothing to total; one file listed, its totals.
+      {{"--size", "missing.o"}, 1, "ofedump: cannot open 'missing.o': No such file or directory\n", ""},
+      {{"--size", "missing.o", "good.o"}, 1, "ofedump: cannot open 'missing.o': No such file or directory\n",
+       "   text\t   data\t    bss\t    dec\t    hex\tfilename\n"
+       "      6\t      4\t      0\t     10\t      a\tgood.o\n"
+       "      6\t      4\t      0\t     10\t      a\t(TOTALS)\n"},
       {{"-d", "all", "good.o"}, 0, "", "\nFile: good.o",
        {" Object File Information", " ELF File Header", " Sections:", " Contents of section \".text\"",
         " Relocations \".rel.text\"", " Symbol table", " String Table \".strtab\""}},
