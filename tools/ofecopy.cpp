@@ -159,7 +159,7 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files, 
     }
     if (arg == "--help" || arg == "-h") {
       fputs(USAGE, stdout);
-      exit(0);
+      tools::exit_after_output();
     }
     if (arg == "--version")
       tools::print_version();
@@ -399,6 +399,8 @@ bool all_matched(const std::vector<EDIT> &edits, const tools::SYMBOL_LISTS &list
 }  // namespace
 
 int main(int argc, char **argv) {
+  set_tool_name("ofecopy");  // the program the library's messages tell the user to update
+  tools::keep_output_errors();
   std::vector<std::string> files;
   ofecopy::SECTION_PLAN plan;
   std::vector<EDIT> edits = parse(argc, argv, files, plan);
@@ -406,7 +408,6 @@ int main(int argc, char **argv) {
   for (const EDIT &edit : edits)
     if (edit.kind == OUTPUT_FORMAT && (image = tools::image_format(edit.name)) == tools::IMAGE_NONE)
       tools::usage_error("ofecopy", "unknown output format '%s' (binary, ihex or srec)", edit.name.c_str());
-  set_tool_name("ofecopy");  // the program the library's messages tell the user to update
   tools::SYMBOL_LISTS lists;
   if (!gather_symbol_lists(edits, lists))
     return 1;

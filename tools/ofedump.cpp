@@ -11,10 +11,8 @@
 // standard error through USER_MSG, the tool's own begin with its name; a
 // file that could not be read completely still lists what could be read,
 // the remaining files are still listed, and the exit status is 1.
-#include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -123,7 +121,7 @@ OPTIONS parse(int argc, char **argv) {
       operands_only = true;
     } else if (arg == "--help" || arg == "-h") {
       fprintf(stdout, USAGE, keyword_help().c_str());
-      exit(0);
+      tools::exit_after_output();
     } else if (arg == "--version") {
       tools::print_version();
     } else if (arg == "--xml") {
@@ -409,52 +407,15 @@ private:
   std::array<bool, 2> named_found_ = {};
 };
 
-// A listing cut short (a full disk, a reader that went away while the
-// broken-pipe signal is ignored) is a failure, not a success. stdio keeps
-// only that a write failed, so standard output goes through a stream that
-// also keeps why.
-int output_error = 0;
-
-ssize_t write_output(void *, const char *data, size_t size) {
-  size_t done = 0;
-  while (done < size) {
-    ssize_t n = write(STDOUT_FILENO, data + done, size - done);
-    if (n < 0 && errno == EINTR)
-      continue;
-    if (n <= 0) {
-      if (!output_error)
-        output_error = n < 0 ? errno : EIO;
-      return done ? static_cast<ssize_t>(done) : -1;
-    }
-    done += static_cast<size_t>(n);
-  }
-  return static_cast<ssize_t>(done);
-}
-
-void keep_output_errors() {
-  cookie_io_functions_t io = {nullptr, write_output, nullptr, nullptr};
-  if (FILE *out = fopencookie(nullptr, "w", io)) {
-    setvbuf(out, nullptr, isatty(STDOUT_FILENO) ? _IOLBF : _IOFBF, 1 << 16);
-    stdout = out;
-  }
-}
-
-bool output_written() {
-  if (fflush(stdout) == 0 && !ferror(stdout) && !output_error)
-    return true;
-  tools::error("cannot write standard output: %s", strerror(output_error ? output_error : EIO));
-  return false;
-}
-
 }  // namespace
 
 int main(int argc, char **argv) {
-  OPTIONS options = parse(argc, argv);
   set_tool_name("ofedump");  // the program the library's messages tell the user to update
-  keep_output_errors();
+  tools::keep_output_errors();
+  OPTIONS options = parse(argc, argv);
   ignore_file_size_signal();
   // A damaged library may report many errors; every file is still listed.
   msg().set_error_limit(0x7FFFFFFF);
   bool ok = LISTER(options).run();
-  return output_written() && ok ? 0 : 1;
+  return tools::output_written() && ok ? 0 : 1;
 }

@@ -51,9 +51,52 @@ void warning(const char *format, ...) {
   va_end(args);
 }
 
+namespace {
+
+// Text cut short (a full disk, a reader that went away while the
+// broken-pipe signal is ignored) is a failure, not a success. stdio keeps
+// only that a write failed, so standard output goes through a stream that
+// also keeps why.
+int output_error = 0;
+
+ssize_t write_output(void *, const char *data, size_t size) {
+  size_t done = 0;
+  while (done < size) {
+    ssize_t n = write(STDOUT_FILENO, data + done, size - done);
+    if (n < 0 && errno == EINTR)
+      continue;
+    if (n <= 0) {
+      if (!output_error)
+        output_error = n < 0 ? errno : EIO;
+      return done ? static_cast<ssize_t>(done) : -1;
+    }
+    done += static_cast<size_t>(n);
+  }
+  return static_cast<ssize_t>(done);
+}
+
+}  // namespace
+
+void keep_output_errors() {
+  cookie_io_functions_t io = {nullptr, write_output, nullptr, nullptr};
+  if (FILE *out = fopencookie(nullptr, "w", io)) {
+    setvbuf(out, nullptr, isatty(STDOUT_FILENO) ? _IOLBF : _IOFBF, 1 << 16);
+    stdout = out;
+  }
+}
+
+bool output_written() {
+  if (fflush(stdout) == 0 && !ferror(stdout) && !output_error)
+    return true;
+  error("cannot write standard output: %s", strerror(output_error ? output_error : EIO));
+  return false;
+}
+
+void exit_after_output() { exit(output_written() ? 0 : 1); }
+
 void print_version() {
   print_version_report(stdout);
-  exit(fflush(stdout) == 0 ? 0 : 1);
+  exit_after_output();
 }
 
 namespace {

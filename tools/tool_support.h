@@ -26,8 +26,18 @@ void error(const char *format, ...) __attribute__((format(printf, 1, 2)));
 void warning(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 // "--version": the version report of `arvela --toolversion` on standard
-// output; exit 0.
+// output; exit 0, or 1 with a message when it was lost.
 [[noreturn]] void print_version();
+
+// Makes standard output a stream that keeps why a write failed; called
+// before anything is printed.
+void keep_output_errors();
+// Whether everything printed has reached standard output; false, with a
+// message, when some of it was lost.
+[[nodiscard]] bool output_written();
+// Ends the run once what was printed (help, the version) has reached
+// standard output: status 0, or 1 with a message when it was lost.
+[[noreturn]] void exit_after_output();
 
 // Counts what the library reported through an object's error handler.
 struct REPORTS {

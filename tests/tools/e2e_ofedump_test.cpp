@@ -311,7 +311,7 @@ TEST_F(Ofedump, ControlCharactersInNamesAreEscaped) {
 // A listing that cannot be written whole fails with the system's reason: a
 // full device, a file past the file-size limit, and a reader that went away
 // while the broken-pipe signal is ignored (otherwise that signal ends the
-// run, as it ends any writer).
+// run, as it ends any writer); and the help and version text of both tools.
 TEST_F(Ofedump, AListingThatCannotBeWrittenFails) {
   RUN_RESULT r = run({"sh", "-c", "exec \"$0\" -d all good.o >/dev/full", ofedump_path()}, dir.path());
   EXPECT_EQ(r.status, 1);
@@ -326,6 +326,14 @@ TEST_F(Ofedump, AListingThatCannotBeWrittenFails) {
   EXPECT_EQ(r.err, "ofedump: cannot write standard output: Broken pipe\n");
   r = run({"bash", "-c", closed_pipe + "exec \"$0\" -d all good.o >&4", ofedump_path()}, dir.path());
   EXPECT_EQ(r.status, 128 + 13);
+  // Help and version text of both tools.
+  for (const std::string tool : {"ofedump", "ofecopy"})
+    for (const char *option : {"--help", "--version"}) {
+      r = run({"sh", "-c", "exec \"$0\" $1 >/dev/full", tool == "ofedump" ? ofedump_path() : ofecopy_path(), option},
+              dir.path());
+      EXPECT_EQ(r.status, 1) << tool << option;
+      EXPECT_EQ(r.err, tool + ": cannot write standard output: No space left on device\n") << option;
+    }
 }
 
 // The library's "update recommended" warnings name the program that runs.
