@@ -281,7 +281,7 @@ bool symbols_to_remove(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, tools
     uint32_t index = s->get_index();
     if (is_elf(object) && index == 0)
       continue;
-    std::string name = s->get_name();
+    const std::string &name = s->get_name();
     bool named = lists.takes(tools::LIST_STRIP, name), kept = lists.takes(tools::LIST_KEEP, name);
     // With -j, GNU keeps only the symbols of the named sections: the
     // undefined, absolute and common ones go as well, unless (where GNU

@@ -143,7 +143,7 @@ bool SYMBOL_LISTS::apply(OFE::OBJECT_FILE &object, SYMBOL_LIST_KIND kind) {
     return true;  // no names to keep: nothing becomes local
   bool ok = true;
   for (OFE::OF_SYMBOL *symbol : object.symbols()) {
-    std::string name = symbol->get_name();
+    const std::string &name = symbol->get_name();
     if (name.empty())
       continue;
     bool named = takes(kind, name);
@@ -180,7 +180,7 @@ bool rename_symbols(OFE::OBJECT_FILE &object, const std::map<std::string, std::s
 
 bool prefix_symbols(OFE::OBJECT_FILE &object, const std::string &prefix) {
   for (OFE::OF_SYMBOL *symbol : object.symbols()) {
-    std::string name = symbol->get_name();
+    const std::string &name = symbol->get_name();
     if (!name.empty() && symbol->get_type() != OFE::OF_TYPE_SECTION && symbol->set_name(prefix + name) != 0)
       return false;
   }
