@@ -43,7 +43,9 @@ bool OF_STRING_TABLE_MANAGER::holds(uint32_t offset, std::string_view text) cons
   return bytes && bytes[offset + text.size()] == 0 && memcmp(bytes + offset, text.data(), text.size()) == 0;
 }
 
-std::optional<uint32_t> OF_STRING_TABLE_MANAGER::indexed(std::string_view text, uint32_t hash) const {
+std::optional<uint32_t> OF_STRING_TABLE_MANAGER::look_up(std::string_view text, uint32_t hash) {
+  if (!indexed_ && data_->size() > 0)
+    build_index();
   size_t mask = slots_.size() - 1;
   for (size_t i = hash & mask; !slots_.empty() && slots_[i].offset_plus_one; i = (i + 1) & mask)
     if (slots_[i].hash == hash && holds(slots_[i].offset_plus_one - 1, text))
@@ -85,18 +87,16 @@ void OF_STRING_TABLE_MANAGER::build_index() {
       break;  // text without its NUL is no whole string
     uint64_t end = static_cast<uint64_t>(static_cast<const uint8_t *>(nul) - bytes);
     std::string_view text(reinterpret_cast<const char *>(bytes + offset), end - offset);
-    if (uint32_t hash = hash_of(text); !indexed(text, hash))
+    if (uint32_t hash = hash_of(text); !look_up(text, hash))
       index(hash, static_cast<uint32_t>(offset));
     offset = end + 1;
   }
 }
 
 std::optional<uint32_t> OF_STRING_TABLE_MANAGER::add_string(const std::string &text) {
-  if (!indexed_ && data_->size() > 0)
-    build_index();
   std::string_view whole(text.c_str());  // the table holds text up to its NUL
   uint32_t hash = hash_of(whole);
-  if (std::optional<uint32_t> offset = indexed(whole, hash))
+  if (std::optional<uint32_t> offset = look_up(whole, hash))
     return offset;
   uint64_t end = data_->size() > get_first_offset() ? data_->size() : get_first_offset();
   data_->set_position(end);
@@ -106,10 +106,8 @@ std::optional<uint32_t> OF_STRING_TABLE_MANAGER::add_string(const std::string &t
 }
 
 bool OF_STRING_TABLE_MANAGER::find_string(const std::string &text, uint32_t *offset) {
-  if (!indexed_ && data_->size() > 0)
-    build_index();
   std::string_view whole(text.c_str());  // the table holds text up to its NUL
-  std::optional<uint32_t> found = indexed(whole, hash_of(whole));
+  std::optional<uint32_t> found = look_up(whole, hash_of(whole));
   if (found)
     *offset = *found;
   return found.has_value();

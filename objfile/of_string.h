@@ -80,8 +80,8 @@ private:
   static uint32_t hash_of(std::string_view text) { return static_cast<uint32_t>(std::hash<std::string_view>()(text)); }
   // Whether the whole string at `offset` is `text`.
   bool holds(uint32_t offset, std::string_view text) const;
-  // The offset of `text` in the index, or none.
-  std::optional<uint32_t> indexed(std::string_view text, uint32_t hash) const;
+  // The offset of `text` in the index (built on first use), or none.
+  std::optional<uint32_t> look_up(std::string_view text, uint32_t hash);
   // Adds the offset of a text the index does not hold.
   void index(uint32_t hash, uint32_t offset);
   void drop_index();
