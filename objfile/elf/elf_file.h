@@ -136,6 +136,10 @@ public:
   // Whether the section is one of the file's extended attribute sections
   // or its symbol alias section, which are written apart from plain data.
   [[nodiscard]] bool is_special_section(const ELF_SECTION &section);
+  // When `table` is the file's table of a kind of section attribute, takes
+  // that attribute from every section: kept, it would make the table again
+  // at the write. Called before the table is removed.
+  void drop_section_attributes_of(const ELF_SECTION &table);
   // Why the section cannot hold the build attributes (another table owns
   // its bytes, or it has none), or null when it can.
   const char *why_not_attributes(ELF_SECTION &section);

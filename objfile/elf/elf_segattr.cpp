@@ -39,6 +39,7 @@ void ELF_SEG_ATTR_DB::load(ELF_SECTION_TABLE *sections) {
   ELF_SECTION *s = sections ? sections->find_section_by_type(SHT_QV_PHATTRS) : nullptr;
   if (!s)
     return;
+  source_ = s;
   for (const ELF_SEG_ATTR &a : ELF_SEG_ATTR_TABLE::read(*s->get_data()))
     if (a.value != 0)
       set(a.segment, a.code, a.value);

@@ -21,6 +21,7 @@ class XML_WRITER;
 namespace OFE {
 
 class ELF_FILE;
+class ELF_SECTION;
 class ELF_SECTION_TABLE;
 
 inline constexpr uint32_t SHT_QV_PHATTRS = 0x7F000004;
@@ -72,6 +73,8 @@ public:
 
   // Reads ".QV.phattrs" (found by its type) when the file has one.
   void load(ELF_SECTION_TABLE *sections);
+  // Whether the attributes were read from `section`: removing it removes them.
+  [[nodiscard]] bool was_read_from(const ELF_SECTION &section) const { return source_ == &section; }
   // The value of an attribute of a segment, 0 when it has none.
   uint32_t get(uint32_t segment, uint32_t code) const;
   // Sets (or, with 0, removes) an attribute.
@@ -90,6 +93,7 @@ public:
 private:
   ELF_FILE *file_;
   std::vector<ELF_SEG_ATTR> attributes_;  // sorted by segment, then code
+  const ELF_SECTION *source_ = nullptr;
   bool modified_ = false;
 };
 

@@ -305,6 +305,12 @@ TEST_P(ElfImage, VersionSectionsAndSegmentAttributesAreReadWrittenAndListed) {
   std::string xml = printed([&](FILE *f) { EXPECT_EQ(c.object->dump_xml(f), 0); });
   for (const char *expected : {"<segments>", "<dynamic", "<version_definitions", "<version_needs", "<version_symbols"})
     EXPECT_NE(xml.find(expected), std::string::npos) << expected;
+  // Their section removed, the attributes read from it go too: the write
+  // does not make it again.
+  ASSERT_EQ(c.object->get_section_table()->remove_section(s->get_index()), 0) << c.object->get_error_text();
+  OPENED r(written(c.object.get()));
+  EXPECT_EQ(r.elf()->get_section_table()->find_section_by_type(SHT_QV_PHATTRS), nullptr);
+  EXPECT_TRUE(r.elf()->get_seg_attr_db()->all().empty());
 }
 
 // The version records in the published layout; a chain that runs off the

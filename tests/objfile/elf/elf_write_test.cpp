@@ -470,6 +470,18 @@ TEST_P(ElfWrite, VelaExtendedSectionsAliasesAndPaths) {
   EXPECT_EQ(o.object->get_error_code(), OF_ERR_WARNING);
   EXPECT_EQ(o.object->get_error_text(), "accessing the raw data of section \".bss\" which is uninitialized "
                                           "according to its section attributes; changes to raw data may be lost");
+
+  // A table of attributes removed takes them along; the write does not
+  // make it again. The other kinds stay.
+  OPENED again(written(o.object.get()));
+  ELF_SECTION_TABLE *at = again.elf()->get_section_table();
+  (void)at->find_elf_section(".text")->get_page();  // the attributes are read before the removal
+  ASSERT_EQ(at->remove_section(again.elf()->find_special_section(OF_SPECIAL_SECTION_PAGE, false)->get_index()), 0);
+  OPENED removed(written(again.object.get()));
+  EXPECT_EQ(removed.elf()->find_special_section(OF_SPECIAL_SECTION_PAGE, false), nullptr);
+  EXPECT_EQ(removed.elf()->get_section_table()->find_elf_section(".text")->get_page(), 0u);
+  EXPECT_EQ(removed.elf()->get_section_table()->find_elf_section(".strtab")->get_attribute(ELF_SCN_ATTR_FLAGS),
+            QV_SHF_RETAIN);
 }
 
 TEST_P(ElfWrite, ChangingTheByteOrderKeepsDecodingTheFileInItsOwn) {
