@@ -217,9 +217,14 @@ bool ELF_FILE::prepare_strings() {
       table->reset();
   };
   rebuild(names);
+  // A symbol table that will be written without a string table gets one
+  // now, so that its section is named with the rest.
   for (uint32_t i = 1; i < sections->get_count(); i++)
-    if (ELF_SECTION *s = sections->get_section(i); s->get_type() == SHT_SYMTAB && s->symbols())
-      rebuild(s->symbols()->get_string_table(true));
+    if (ELF_SECTION *s = sections->get_section(i); rewrites_symbols(s)) {
+      ELF_STRING_TABLE *strings = s->symbols()->get_string_table(true);
+      if (s->get_type() == SHT_SYMTAB)
+        rebuild(strings);
+    }
   sections->get_section(0)->set_name_offset({}, 0);
   for (uint32_t i = 1; i < sections->get_count(); i++) {
     ELF_SECTION *s = sections->get_section(i);

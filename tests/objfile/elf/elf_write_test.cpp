@@ -245,6 +245,21 @@ TEST_P(ElfWrite, NamesAreWrittenOnlyIntoAStringTable) {
     DATA_MAP &kept = *o.section(".names")->get_data();
     EXPECT_EQ(std::string(reinterpret_cast<const char *>(kept.slice(0, kept.size())), kept.size()), names);
   }
+  // The dynamic symbols of an object get a ".dynstr" of their own the same
+  // way, named like every other section.
+  ELF_BUILDER b(GetParam());
+  std::string names(1, '\0');
+  std::string symbols = b.symbols({{}, {"f", 8, 4, GLOBAL_FUNC, 0, 1}}, names);
+  b.add({".text", SHT_PROGBITS, std::string(16, '\0'), 0, 0, 0, SHF_ALLOC | SHF_EXECINSTR});
+  b.add({".names", SHT_PROGBITS, names});
+  b.add({".dynsym", SHT_DYNSYM, symbols, 2, 1, 16, 0, 4});
+  OPENED in(b.build());
+  int result;
+  OPENED o(written(in.object.get(), &result));
+  ASSERT_EQ(result, 0) << in.object->get_error_text();
+  ELF_SECTION *strings = o.elf()->get_section_table()->get_section(o.section(".dynsym")->get_link());
+  EXPECT_EQ(strings->get_type(), SHT_STRTAB);
+  EXPECT_EQ(strings->get_name(), ".dynstr");
 }
 
 TEST_P(ElfWrite, LocalsGoFirstAndRelocationsAndTheHashFollowTheirSymbols) {
