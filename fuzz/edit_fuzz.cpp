@@ -80,6 +80,9 @@ struct SYMBOL {
 // What the oracle reads of an object, by number.
 struct SNAPSHOT {
   bool elf = false;
+  // Not an executable or shared object: its dynamic symbols, if any, are
+  // written anew like the symbol table.
+  bool relocatable = false;
   std::vector<SECTION> sections;
   std::vector<SYMBOL> symbols;
   uint32_t symbol_entries = 0;
@@ -119,6 +122,7 @@ uint32_t attribute_holder(const SNAPSHOT &s, const std::set<uint32_t> &gone) {
 SNAPSHOT snapshot(OFE::OBJECT_FILE *object) {
   SNAPSHOT out;
   out.elf = object->get_format() == OFE::OF_FORMAT_ELF;
+  out.relocatable = object->get_file_type() == OFE::OF_FILE_TYPE_RELOCATABLE;
   if (OFE::OF_SECTION_TABLE *table = object->get_section_table()) {
     // An ELF relocation section names the symbols of the section its link
     // names: those of the symbol table, or none that the oracle follows.
@@ -239,8 +243,10 @@ std::vector<std::string> lines(const SNAPSHOT &s, const std::set<uint32_t> &gone
     uint32_t flags = ungrouped.count(x.index) ? x.flags & ~(s.elf ? OFE::SHF_GROUP : OFE::STYP_IN_GROUP) : x.flags;
     out.push_back(key + " flags " + std::to_string(flags));
     // The size of a table of entries follows its entries, which are
-    // compared one by one.
-    if (!x.group && (!s.elf || (x.type != OFE::SHT_SYMTAB && !is_elf_reloc(s, x.type))) && x.index != holder)
+    // compared one by one; an object's dynamic symbols drop those of a
+    // removed section as the symbol table does, and are not followed.
+    bool rewritten_symbols = x.type == OFE::SHT_SYMTAB || (s.relocatable && x.type == OFE::SHT_DYNSYM);
+    if (!x.group && (!s.elf || (!rewritten_symbols && !is_elf_reloc(s, x.type))) && x.index != holder)
       out.push_back(key + " size " + std::to_string(x.size));
     // Index 0 is the null section in ELF and no section in COFF: either way
     // no reference, as a link to a removed section becomes. Which section
