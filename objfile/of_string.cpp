@@ -99,6 +99,16 @@ std::optional<uint32_t> OF_STRING_TABLE_MANAGER::add_string(const std::string &t
   if (std::optional<uint32_t> offset = look_up(whole, hash))
     return offset;
   uint64_t end = data_->size() > get_first_offset() ? data_->size() : get_first_offset();
+  // A last string without its NUL gets one first: run on into it, the new
+  // text would be no whole string, and the next write would add it again.
+  if (end == data_->size() && end > get_first_offset()) {
+    data_->set_position(end - 1);
+    if (data_->read_u8() != 0) {
+      data_->set_position(end);
+      data_->write_u8(0);
+      end++;
+    }
+  }
   data_->set_position(end);
   data_->write_cstring(text.c_str());
   index(hash, static_cast<uint32_t>(end));

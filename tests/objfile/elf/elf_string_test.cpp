@@ -57,9 +57,15 @@ TEST_P(ElfStrings, OnlyWholeStringsAreShared) {
   EXPECT_EQ(t->add_string("bc"), 5u);
   EXPECT_STREQ(o.elf()->get_string_table_of(2)->get_string(1), "");
   EXPECT_EQ(o.elf()->get_string_table_of(2)->get_string(0xFFFFFFFF), nullptr);
-  // Text without its NUL is no whole string: nothing is found in it.
+  // Text without its NUL is no whole string: nothing is found in it, and a
+  // string added after it starts whole, behind a NUL that ends it.
   uint32_t at;
-  EXPECT_FALSE(o.elf()->get_string_table_of(2)->find_string("open-ended", &at));
+  ELF_STRING_TABLE *open = o.elf()->get_string_table_of(2);
+  EXPECT_FALSE(open->find_string("open-ended", &at));
+  EXPECT_EQ(open->add_string("x"), 12u);
+  open->release();
+  ASSERT_TRUE(open->find_string("x", &at));
+  EXPECT_EQ(at, 12u);
   // Thousands of names, each found again where it went, however the index grew.
   std::vector<uint32_t> offsets;
   for (int i = 0; i < 5000; i++)
