@@ -321,16 +321,6 @@ void ELF_FILE::load_section_attributes() {
   }
 }
 
-void ELF_FILE::drop_section_attributes_of(const ELF_SECTION &table) {
-  if (!is_special_section(table))
-    return;
-  ELF_SECTION_TABLE *sections = get_section_table();
-  for (uint32_t kind : {ELF_SCN_ATTR_FLAGS, ELF_SCN_ATTR_PAGE})
-    if (find_special_section(kind, false) == &table)
-      for (uint32_t i = 0; i < sections->get_count(); i++)
-        sections->get_section(i)->load_attribute(kind, 0);
-}
-
 // A section's bytes have one owner: the write would encode both tables
 // there, and the second would silently replace the first. A section with
 // no bytes in the file would silently drop the attributes.
@@ -406,6 +396,13 @@ ELF_SYMALIAS_TABLE *ELF_FILE::get_alias_table() {
 }
 
 void ELF_FILE::forget_section(const ELF_SECTION &section) {
+  // What was read from a table that goes goes with it: kept, it would make
+  // the table again at the write.
+  ELF_SECTION_TABLE *sections = get_section_table();
+  for (uint32_t kind : {ELF_SCN_ATTR_FLAGS, ELF_SCN_ATTR_PAGE})
+    if (is_special_section(section) && find_special_section(kind, false) == &section)
+      for (uint32_t i = 0; i < sections->get_count(); i++)
+        sections->get_section(i)->load_attribute(kind, 0);
   for (ELF_SECTION *&cached : special_sections_)
     if (cached == &section) {
       if (&cached == &special_sections_[OF_SPECIAL_SYMBOL_ALIAS])
@@ -416,7 +413,6 @@ void ELF_FILE::forget_section(const ELF_SECTION &section) {
     build_attribute_section_ = nullptr;
     build_attributes_.reset();
   }
-  // Kept, the attributes would make their section again at the write.
   if (seg_attrs_ && seg_attrs_->was_read_from(section))
     seg_attrs_.reset();
 }

@@ -119,7 +119,7 @@ public:
   // machine database's type or name, and made with `create`.
   ELF_SECTION *find_special_section(uint32_t kind, bool create);
   // Drops every cached pointer to `section`, which is being removed, with
-  // the tables read from it.
+  // the tables and attributes read from it. Called before any section moves.
   void forget_section(const ELF_SECTION &section);
   // Reads the extended attribute sections into the sections, once.
   void load_section_attributes();
@@ -136,10 +136,6 @@ public:
   // Whether the section is one of the file's extended attribute sections
   // or its symbol alias section, which are written apart from plain data.
   [[nodiscard]] bool is_special_section(const ELF_SECTION &section);
-  // When `table` is the file's table of a kind of section attribute, takes
-  // that attribute from every section: kept, it would make the table again
-  // at the write. Called before the table is removed.
-  void drop_section_attributes_of(const ELF_SECTION &table);
   // Why the section cannot hold the build attributes (another table owns
   // its bytes, or it has none), or null when it can.
   const char *why_not_attributes(ELF_SECTION &section);

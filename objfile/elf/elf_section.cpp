@@ -447,14 +447,14 @@ int ELF_SECTION_TABLE::remove_sections(const std::set<uint32_t> &indexes) {
   if (refuse_removal(gone))
     return -1;
   // The members of a group that goes stay, as sections of no group, and
-  // the attributes of a section-attribute table that goes go with it.
+  // the file forgets what it read from each section that goes.
   // (Before any section moves: a slot moved from would be read afresh.)
   for (uint32_t i : gone) {
     if (ELF_GROUP_TABLE *group = get_section(i)->group())
       for (uint32_t m = 0; m < group->get_count(); m++)
         if (ELF_SECTION *member = get_section(group->get_member_index(m)))
           member->header_.sh_flags &= ~SHF_GROUP;
-    file_->drop_section_attributes_of(*get_section(i));
+    file_->forget_section(*get_section(i));
   }
   std::vector<std::unique_ptr<ELF_SECTION>> kept;
   for (uint32_t i = 0; i < get_count(); i++) {
@@ -463,7 +463,6 @@ int ELF_SECTION_TABLE::remove_sections(const std::set<uint32_t> &indexes) {
       kept.push_back(std::move(sections_[i]));
       continue;
     }
-    file_->forget_section(*s);
     if (s == symbol_table_)
       symbol_table_ = nullptr;
   }
