@@ -23,6 +23,7 @@
 #include "objfile/coff/qvcoff_file.h"
 #include "objfile/coff/qvcoff_lnno.h"
 #include "objfile/coff/qvcoff_section.h"
+#include "objfile/coff/qvcoff_symbol.h"
 #include "objfile/elf/elf_reloc.h"
 #include "objfile/elf/elf_section.h"
 #include "objfile/elf/elf_types.h"
@@ -191,7 +192,7 @@ std::set<uint32_t> sections_to_remove(OFE::OBJECT_FILE &object, const SECTION_PL
       continue;
     if (matches(plan.remove, name) || (!plan.only.empty() && !matches(plan.only, name) && !serves_others(object, *s)) ||
         signature_stripped(lists, *s) ||
-        (plan.strip != STRIP_NONE && is_debug_section(name)) ||
+        ((plan.strip != STRIP_NONE || plan.discard == DISCARD_LOCALS) && is_debug_section(name)) ||
         (plan.strip == STRIP_ALL && is_elf(object) && !(s->get_flags() & OFE::SHF_ALLOC) &&
          (is_elf_reloc(*s) || s->get_group())))
       gone.insert(s->get_index());
@@ -255,6 +256,31 @@ bool strip_takes(OFE::OBJECT_FILE &object, OFE::OF_SYMBOL &symbol, STRIP_LEVEL l
   return !is_mapping_symbol(object, symbol.get_name());
 }
 
+// The assembler's local labels, as GNU names them: ".L", ".." and "_.L_"
+// begin the names it keeps only when asked to.
+bool is_local_label(const std::string &name) {
+  return name.starts_with(".L") || name.starts_with("..") || name.starts_with("_.L_");
+}
+
+// Whether the discard level takes `symbol`, which no relocation or group
+// names and whose section stays: a local one, but not what says where the
+// symbols come from (file names), stands for a section, marks code and data
+// (ARM's mapping symbols) or is debugging information (in COFF, every
+// storage class but statics and labels: the blocks, functions, arguments
+// and members a debugger reads).
+bool discard_takes(OFE::OBJECT_FILE &object, OFE::OF_SYMBOL &symbol, DISCARD_LEVEL level) {
+  if (level == DISCARD_NONE || symbol.get_binding() != OFE::OF_BIND_LOCAL ||
+      symbol.get_kind() == OFE::OF_KIND_DEBUG || symbol.get_type() == OFE::OF_TYPE_FILE ||
+      symbol.get_type() == OFE::OF_TYPE_SECTION || is_mapping_symbol(object, symbol.get_name()))
+    return false;
+  if (!is_elf(object)) {
+    uint8_t storage_class = static_cast<OFE::QVCOFF_SYMBOL &>(symbol).get_storage_class();
+    if (storage_class != OFE::C_STAT && storage_class != OFE::C_LABEL && storage_class != OFE::C_STATLAB)
+      return false;
+  }
+  return level == DISCARD_LOCALS || is_local_label(symbol.get_name());
+}
+
 // The symbols that go; false with a message when one that must go is
 // needed.
 bool symbols_to_remove(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, tools::SYMBOL_LISTS &lists,
@@ -293,7 +319,9 @@ bool symbols_to_remove(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, tools
       tools::error("not stripping symbol '%s' because it is named in a relocation", name.c_str());
       return false;
     }
-    bool take = in_gone_section || named || (!used[index] && !kept && strip_takes(object, *s, plan.strip));
+    bool take = in_gone_section || named ||
+                (!used[index] && !kept &&
+                 (strip_takes(object, *s, plan.strip) || discard_takes(object, *s, plan.discard)));
     if (take)
       removed.push_back(index);
   }
@@ -385,7 +413,8 @@ bool set_section_flags(OFE::OBJECT_FILE &object, OFE::OF_SECTION &s, uint32_t bi
 const char *long_form(const std::string &short_flag) {
   static const std::pair<const char *, const char *> SHORT[] = {
       {"-R", "--remove-section"}, {"-j", "--only-section"}, {"-g", "--strip-debug"},
-      {"-S", "--strip-all"},      {"-N", "--strip-symbol"}, {"-K", "--keep-symbol"}};
+      {"-S", "--strip-all"},      {"-N", "--strip-symbol"}, {"-K", "--keep-symbol"},
+      {"-x", "--discard-all"},    {"-X", "--discard-locals"}};
   for (const auto &[s, l] : SHORT)
     if (short_flag == s)
       return l;
@@ -424,6 +453,13 @@ bool SECTION_PLAN::all_matched(const std::string &where) const {
 }
 
 bool SECTION_PLAN::take_switch(const std::string &flag) {
+  DISCARD_LEVEL locals = flag == "--discard-all"      ? DISCARD_LOCALS
+                         : flag == "--discard-locals" ? DISCARD_LABELS
+                                                      : DISCARD_NONE;
+  if (locals != DISCARD_NONE) {
+    discard = std::max(discard, locals);
+    return true;
+  }
   STRIP_LEVEL level = flag == "--strip-debug"      ? STRIP_DEBUG
                       : flag == "--strip-unneeded" ? STRIP_UNNEEDED
                       : flag == "--strip-all"      ? STRIP_ALL
@@ -460,8 +496,8 @@ bool dump_sections(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan) {
 }
 
 bool remove_and_strip(OFE::OBJECT_FILE &object, const SECTION_PLAN &plan, tools::SYMBOL_LISTS &lists) {
-  if (plan.remove.empty() && plan.only.empty() && plan.strip == STRIP_NONE && lists.empty(tools::LIST_STRIP) &&
-      lists.empty(tools::LIST_KEEP))
+  if (plan.remove.empty() && plan.only.empty() && plan.strip == STRIP_NONE && plan.discard == DISCARD_NONE &&
+      lists.empty(tools::LIST_STRIP) && lists.empty(tools::LIST_KEEP))
     return true;
   note_patterns(object, plan, plan.remove);
   note_patterns(object, plan, plan.only);

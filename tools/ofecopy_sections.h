@@ -19,6 +19,9 @@ class SYMBOL_LISTS;
 namespace ofecopy {
 
 enum STRIP_LEVEL { STRIP_NONE, STRIP_DEBUG, STRIP_UNNEEDED, STRIP_ALL };
+// Which local symbols go besides: none, the assembler's local labels (-X),
+// or every local symbol and the debugging sections (-x).
+enum DISCARD_LEVEL { DISCARD_NONE, DISCARD_LABELS, DISCARD_LOCALS };
 
 struct SECTION_PLAN {
   std::vector<std::string> remove, only;                   // section name patterns
@@ -26,6 +29,7 @@ struct SECTION_PLAN {
   std::vector<std::pair<std::string, std::string>> dump;   // NAME=FILE
   std::vector<std::pair<std::string, std::string>> flags;  // NAME=FLAGS
   STRIP_LEVEL strip = STRIP_NONE;
+  DISCARD_LEVEL discard = DISCARD_NONE;
 
   // Takes the option `flag` (its long form) with its operand, split at the
   // '=' for the NAME=VALUE options; a bad FLAGS word is a usage error.

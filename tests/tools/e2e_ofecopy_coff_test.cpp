@@ -255,8 +255,9 @@ TEST_P(OfecopyCoff, AFileWithATablePastItsEndIsNotCopied) {
 // and every symbol index in the relocations (read back by the tests' own
 // decoder); its symbols go with it. Removing the group leaves its member
 // in no group. Stripping takes every line number and the debugging
-// symbols and says so in the file header; sections are added, dumped and
-// flagged with GNU's words, and a word QV-COFF cannot express is refused.
+// symbols and says so in the file header (discarding locals leaves both);
+// sections are added, dumped and flagged with GNU's words, and a word
+// QV-COFF cannot express is refused.
 TEST_P(OfecopyCoff, SectionsGoComeAndChangeAndStrippingMarksTheHeader) {
   dir.write("in.obj", rich_image(version(), order()).build());
   RUN_RESULT r = ofecopy({"-R", ".data", "in.obj", "removed.obj"});
@@ -309,6 +310,22 @@ TEST_P(OfecopyCoff, SectionsGoComeAndChangeAndStrippingMarksTheHeader) {
   EXPECT_EQ(stripped.symbol_index(".file"), -1);
   EXPECT_NE(stripped.symbol_index("main"), -1);
   EXPECT_EQ(stripped.sections[0].relocs[4].word, static_cast<uint32_t>(stripped.symbol_index("ext")));
+
+  // Discarding locals takes the statics and labels nothing needs; the
+  // debugging symbols, the file's and the sections' stay with the line
+  // numbers, and so does a group's signature.
+  r = ofecopy({"-x", "in.obj", "discarded.obj"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  COFF_READER discarded(dir.read("discarded.obj"), version(), order());
+  EXPECT_EQ(discarded.symbol_index("a_long_array_name"), -1);
+  EXPECT_EQ(discarded.symbol_index("lbl"), -1);
+  for (const char *kept : {".file", "main", ".bf", ".ef", ".text", "ext", "absolute"})
+    EXPECT_NE(discarded.symbol_index(kept), -1) << kept;
+  if (version() == 2) {
+    EXPECT_NE(discarded.symbol_index("group_signature"), -1);
+  }
+  EXPECT_EQ(discarded.sections[0].nlnno, 3u);
+  EXPECT_EQ(discarded.sections[0].relocs[4].word, static_cast<uint32_t>(discarded.symbol_index("ext")));
 
   dir.write("blob", "blob");
   r = ofecopy({"--add-section", ".extra=blob", "--dump-section", ".data=data.bin", "--set-section-flags",

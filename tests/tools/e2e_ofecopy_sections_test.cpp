@@ -28,13 +28,19 @@ int use(int x) { static int calls; ++calls; box<int> b{x}; return b.get() + call
 template struct box<long>;
 )";
 
+// Local labels of every spelling GNU takes for the assembler's (".L", ".."
+// and "_.L_"), beside local names it keeps ("L", "$x.y") and one that a
+// relocation names; assembled with -L so that they are in the table.
+const char LABELS_SOURCE[] = ".text\n.globl f\nf: b .Lx\n.Lx: bx lr\nLfoo: nop\n.L.str: nop\n..x: nop\n_.L_a: nop\n"
+                             "loc: nop\n$x.y: nop\n.data\n.word .Lx\n.word loc\n";
+
 const char PICOLIBC[] = "/usr/lib/picolibc/arm-none-eabi/lib/release/thumb/v7-m/nofp/libc.a";
 const char M68K_LIBC[] = "/usr/m68k-linux-gnu/lib/libc.a";
 
 struct ROW {
   const char *name;
   const char *prefix;  // of the GNU tools for the target
-  std::string input;  // "cpp", or LIBRARY:MEMBER
+  std::string input;  // "cpp", "labels", or LIBRARY:MEMBER
   std::vector<std::string> options;
 };
 
@@ -87,6 +93,10 @@ TEST_P(OfecopySections, GivesWhatGnuObjcopyGivesAndStillLinks) {
     dir.write("in.cpp", CPP_SOURCE);
     RUN_RESULT r = run({tool("g++"), "-g3", "-O0", "-c", "in.cpp", "-o", "in.o"}, dir.path());
     ASSERT_EQ(r.status, 0) << "the Debian package g++-arm-none-eabi is needed: " << r.err;
+  } else if (input == "labels") {
+    dir.write("in.s", LABELS_SOURCE);
+    RUN_RESULT r = run({tool("as"), "-L", "in.s", "-o", "in.o"}, dir.path());
+    ASSERT_EQ(r.status, 0) << r.err;
   } else {
     std::string library = input.substr(0, input.find(':')), member = input.substr(input.find(':') + 1);
     ASSERT_TRUE(std::filesystem::exists(library))
@@ -190,7 +200,14 @@ INSTANTIATE_TEST_SUITE_P(
                           {"--add-section", ".extra=blob", "--set-section-flags", ".extra=alloc,contents,load,readonly",
                            "--set-section-flags", ".text.getopt=alloc,code,readonly,contents", "--set-section-flags",
                            ".bss=alloc,contents", "--dump-section", ".comment=dump.bin"}},
-                      ROW{"GroupsWildcards", "arm-none-eabi-", "cpp", {"-R", ".debug_*", "-R", "!.debug_frame"}}),
+                      ROW{"GroupsWildcards", "arm-none-eabi-", "cpp", {"-R", ".debug_*", "-R", "!.debug_frame"}},
+                      ROW{"PicolibcDiscardAll", "arm-none-eabi-", PICO_MEMBER, {"-x"}},
+                      ROW{"M68kDiscardAllKeepOne", "m68k-linux-gnu-", std::string(M68K_LIBC) + ":C-ctype.o",
+                          {"--discard-all", "-K", "translit_from_idx"}},
+                      ROW{"GroupsDiscardAll", "arm-none-eabi-", "cpp", {"-x"}},
+                      ROW{"LabelsDiscardLocals", "arm-none-eabi-", "labels", {"-X"}},
+                      ROW{"LabelsDiscardAll", "arm-none-eabi-", "labels", {"--discard-all"}},
+                      ROW{"LabelsDiscardLocalsAndStripDebug", "arm-none-eabi-", "labels", {"-X", "-g"}}),
     [](const ::testing::TestParamInfo<ROW> &info) { return std::string(info.param.name); });
 
 }  // namespace
