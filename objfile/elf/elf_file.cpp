@@ -57,7 +57,7 @@ void ELF_FILE::report_malformed(uint64_t offset, const char *format, ...) {
   set_error(OF_ERR_MALFORMED, "%s: %s at offset 0x%llx", message_name(), text, static_cast<unsigned long long>(offset));
 }
 
-bool ELF_FILE::file_region(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map, const char *what) {
+bool ELF_FILE::within_file(FILE_OFFSET offset, FILE_OFFSET size, const char *what) {
   FILE_OFFSET length = descriptor_.size;
   // Overflow first, then the end of the file, so that neither a huge count
   // nor an offset past the end is ever turned into an allocation.
@@ -66,7 +66,11 @@ bool ELF_FILE::file_region(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map, 
                      static_cast<unsigned long long>(size), static_cast<unsigned long long>(length));
     return false;
   }
-  return get_file_data(offset, size, map) == 0;
+  return true;
+}
+
+bool ELF_FILE::file_region(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map, const char *what) {
+  return within_file(offset, size, what) && get_file_data(offset, size, map) == 0;
 }
 
 int ELF_FILE::read(const OF_DESCRIPTOR &) {

@@ -143,9 +143,11 @@ public:
   // section's start (see ELF_RELOC::get_offset).
   [[nodiscard]] bool has_section_relative_offsets(const ELF_SECTION &section);
 
-  // Attaches `map` to `size` bytes at file offset `offset` when they lie
-  // within the file; otherwise error 3 naming `what` and false. The one
-  // place where offsets read from the file are checked.
+  // Whether `size` bytes at file offset `offset` lie within the file;
+  // otherwise error 3 naming `what` and false. The one place where offsets
+  // read from the file are checked.
+  [[nodiscard]] bool within_file(FILE_OFFSET offset, FILE_OFFSET size, const char *what);
+  // Attaches `map` to those bytes when they lie within the file.
   [[nodiscard]] bool file_region(FILE_OFFSET offset, FILE_OFFSET size, DATA_MAP &map, const char *what);
   // Error 3 with the file's name and the byte offset of the fault.
   void report_malformed(uint64_t offset, const char *format, ...) __attribute__((format(printf, 3, 4)));

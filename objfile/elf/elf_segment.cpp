@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 
 #include "objfile/elf/elf_file.h"
 #include "objfile/elf/elf_section.h"
@@ -87,6 +88,12 @@ bool ELF_SEGMENT_TABLE::load(ELF_SECTION_TABLE *sections) {
       segments_.clear();
       return false;
     }
+    // Bytes a segment says the file holds and it does not would be written
+    // as whatever the new layout puts there: a copy that looks whole and
+    // is not. The segment is still read, for the listings.
+    std::string what = "segment " + std::to_string(i);
+    if (f->was_read_from_stream())
+      (void)f->within_file(record.p_offset, record.p_filesz, what.c_str());
     segments_.push_back(std::make_unique<ELF_SEGMENT>(this, i, record, true));
   }
   find_contents(sections);

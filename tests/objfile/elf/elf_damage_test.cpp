@@ -8,6 +8,7 @@
 
 #include "common/msg_capture.h"
 #include "objfile/elf/elf_builder.h"
+#include "objfile/elf/elf_segment.h"
 #include "objfile/elf/elf_types.h"
 
 using namespace OFE;
@@ -128,6 +129,36 @@ TEST_P(ElfDamage, ProgramHeadersPastTheEnd) {
   EXPECT_FALSE(o.elf()->get_program_header(0, p));
   EXPECT_NE(o.object->get_error_text().find("program header table (96 bytes) extends past the end"),
             std::string::npos);
+}
+
+// A segment that claims more of the file than there is: its header is
+// still read, for the listings, but no write makes a copy that looks
+// whole; a segment with no bytes in the file claims nothing.
+TEST_P(ElfDamage, ASegmentPastTheEndIsReportedAndNotCopied) {
+  auto load = [this](uint32_t offset, uint32_t filesz) {
+    return BYTES(GetParam()).u32(PT_LOAD).u32(offset).u32(0).u32(0).u32(filesz).u32(filesz + 16).u32(PF_R).u32(4)
+        .bytes();
+  };
+  builder.phnum = 2;
+  builder.program_headers = load(0, 0) + load(0, 0);
+  uint32_t size = static_cast<uint32_t>(builder.build().size());
+  const std::pair<std::string, std::string> cases[] = {
+      {load(0, size) + load(size, 0), ""},
+      {load(0, 52) + load(8, size), "(unknown file): segment 1 (" + std::to_string(size) +
+                                        " bytes) extends past the end of the file (" + std::to_string(size) +
+                                        " bytes) at offset 0x8"},
+  };
+  for (const auto &[headers, error] : cases) {
+    builder.program_headers = headers;
+    OPENED o(builder.build());
+    ASSERT_NE(o.elf(), nullptr);
+    ASSERT_NE(o.elf()->get_segment_table(), nullptr);
+    EXPECT_EQ(o.elf()->get_segment_table()->get_count(), 2u);
+    EXPECT_EQ(o.object->get_error_text(), error);
+    int written = 0;
+    (void)printed([&](FILE *out) { written = o.object->write(out); });
+    EXPECT_EQ(written, error.empty() ? 0 : -1);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(BothOrders, ElfDamage, ::testing::Values(LITTLE, BIG), order_name);
