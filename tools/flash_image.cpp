@@ -142,11 +142,34 @@ bool collect_image(OFE::OBJECT_FILE &object, FLASH_IMAGE &image) {
   return !coff || check_overlaps(object, image);
 }
 
-int make_flash_image(OFE::OBJECT_FILE &object, IMAGE_FORMAT format, const std::string &input,
+void fill_image(FLASH_IMAGE &image, const IMAGE_FILL &fill) {
+  image.fill_byte = fill.gap_fill.value_or(0);
+  if (image.pieces.empty())
+    return;
+  std::vector<IMAGE_PIECE> filled;
+  auto fill_up_to = [&filled](uint64_t address) {
+    const IMAGE_PIECE &before = filled.back();
+    if (uint64_t end = before.address + before.size(); end < address)
+      filled.push_back({end, {}, before.section, before.page, address - end});
+  };
+  // Each gap up to the next piece; a piece that starts inside the one
+  // before leaves none.
+  for (IMAGE_PIECE &p : image.pieces) {
+    if (fill.gap_fill && !filled.empty())
+      fill_up_to(p.address);
+    filled.push_back(std::move(p));
+  }
+  if (fill.pad_to)
+    fill_up_to(*fill.pad_to);
+  image.pieces = std::move(filled);
+}
+
+int make_flash_image(OFE::OBJECT_FILE &object, IMAGE_FORMAT format, const IMAGE_FILL &fill, const std::string &input,
                      const std::string &path) {
   FLASH_IMAGE image;
   if (!collect_image(object, image) || !read_completely(object, input))
     return 1;
+  fill_image(image, fill);
   OUTPUT_FILE output(path, input);
   FILE *stream = output.open();
   if (!stream)

@@ -1,7 +1,7 @@
 // The three encoders of a flash image (see flash_image.h).
 //
 // Binary: the bytes from the lowest load address to the end of the highest
-// piece, gaps filled with zeros; nothing else.
+// piece, what no piece or fill covers zeros; nothing else.
 //
 // Intel hex: text records ":LLAAAATT<data>CC" in upper-case hex, each line
 // ended by CR LF. LL counts the data bytes (at most 16 here), AAAA is the
@@ -24,6 +24,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <string>
 
 #include "support/user_msg.h"
@@ -39,8 +40,19 @@ const size_t RECORD_DATA = 16;  // data bytes per record
 uint64_t image_end(const FLASH_IMAGE &image) {
   uint64_t end = 0;
   for (const IMAGE_PIECE &p : image.pieces)
-    end = std::max(end, p.address + p.bytes.size());
+    end = std::max(end, p.address + p.size());
   return end;
+}
+
+// `count` bytes of the piece from `from` on, its fill included; `buffer`
+// holds them where they run into the fill.
+const uint8_t *piece_bytes(const FLASH_IMAGE &image, const IMAGE_PIECE &p, uint64_t from, size_t count,
+                           uint8_t (&buffer)[RECORD_DATA]) {
+  if (from + count <= p.bytes.size())
+    return p.bytes.data() + from;
+  for (size_t i = 0; i < count; i++)
+    buffer[i] = from + i < p.bytes.size() ? p.bytes[from + i] : image.fill_byte;
+  return buffer;
 }
 
 bool fits_32_bits(const FLASH_IMAGE &image, const char *format) {
@@ -98,6 +110,19 @@ void srec_record(FILE *out, char type, uint32_t address, int address_bytes, cons
   fwrite(line.data(), 1, line.size(), out);
 }
 
+// `count` copies of `byte`.
+void write_run(FILE *out, uint8_t byte, uint64_t count) {
+  if (count == 0)
+    return;
+  uint8_t block[4096];
+  std::fill(std::begin(block), std::end(block), byte);
+  for (; count > 0;) {
+    size_t n = static_cast<size_t>(std::min<uint64_t>(count, sizeof block));
+    fwrite(block, 1, n, out);
+    count -= n;
+  }
+}
+
 }  // namespace
 
 bool write_binary(const FLASH_IMAGE &image, FILE *out) {
@@ -105,22 +130,18 @@ bool write_binary(const FLASH_IMAGE &image, FILE *out) {
     return true;
   uint64_t low = image.pieces.front().address;
   uint64_t at = 0, end = 0;  // where the stream is, and how far it has been written
-  static const uint8_t ZEROS[4096] = {};
   for (const IMAGE_PIECE &p : image.pieces) {
     uint64_t target = p.address - low;
     if (target > end) {
       if (at != end)
         fseeko(out, static_cast<off_t>(end), SEEK_SET);
-      for (uint64_t gap = target - end; gap > 0;) {
-        size_t n = static_cast<size_t>(std::min<uint64_t>(gap, sizeof ZEROS));
-        fwrite(ZEROS, 1, n, out);
-        gap -= n;
-      }
+      write_run(out, 0, target - end);
     } else if (at != target) {
       fseeko(out, static_cast<off_t>(target), SEEK_SET);  // a later piece over an earlier one
     }
     fwrite(p.bytes.data(), 1, p.bytes.size(), out);
-    at = target + p.bytes.size();
+    write_run(out, image.fill_byte, p.fill);
+    at = target + p.size();
     end = std::max(end, at);
   }
   return true;
@@ -130,11 +151,14 @@ bool write_ihex(const FLASH_IMAGE &image, FILE *out) {
   if (!fits_32_bits(image, "Intel hex"))
     return false;
   uint64_t segment = 0, linear = 0;  // the upper address bits the last type 2 or 4 record set
+  uint8_t buffer[RECORD_DATA];
   for (const IMAGE_PIECE &p : image.pieces) {
     uint64_t where = p.address;
-    for (size_t done = 0; done < p.bytes.size();) {
-      size_t now = std::min(p.bytes.size() - done, RECORD_DATA);
-      if (where > segment + linear + 0xFFFF) {
+    for (uint64_t done = 0; done < p.size();) {
+      size_t now = static_cast<size_t>(std::min<uint64_t>(p.size() - done, RECORD_DATA));
+      // A piece may start below the upper bits the one before it set: it
+      // overlaps that one's end across a 64 KiB boundary.
+      if (where < segment + linear || where > segment + linear + 0xFFFF) {
         if (linear == 0 && where <= 0xFFFFF) {
           segment = where & 0xF0000;
           ihex_upper(out, 2, static_cast<uint32_t>(segment >> 4));
@@ -151,7 +175,7 @@ bool write_ihex(const FLASH_IMAGE &image, FILE *out) {
       uint32_t offset = static_cast<uint32_t>(where - (segment + linear));
       if (offset + now > 0x10000)
         now = 0x10000 - offset;
-      ihex_record(out, 0, static_cast<uint16_t>(offset), p.bytes.data() + done, now);
+      ihex_record(out, 0, static_cast<uint16_t>(offset), piece_bytes(image, p, done, now, buffer), now);
       where += now;
       done += now;
     }
@@ -181,10 +205,13 @@ bool write_srec(const FLASH_IMAGE &image, const std::string &name, FILE *out) {
   uint64_t last = image.pieces.empty() ? 0 : image_end(image) - 1;
   int width = last <= 0xFFFF ? 2 : last <= 0xFFFFFF ? 3 : 4;
   char data_type = static_cast<char>('1' + width - 2);
+  uint8_t buffer[RECORD_DATA];
   for (const IMAGE_PIECE &p : image.pieces)
-    for (size_t done = 0; done < p.bytes.size(); done += RECORD_DATA)
-      srec_record(out, data_type, static_cast<uint32_t>(p.address + done), width, p.bytes.data() + done,
-                  std::min(p.bytes.size() - done, RECORD_DATA));
+    for (uint64_t done = 0; done < p.size(); done += RECORD_DATA) {
+      size_t now = static_cast<size_t>(std::min<uint64_t>(p.size() - done, RECORD_DATA));
+      srec_record(out, data_type, static_cast<uint32_t>(p.address + done), width,
+                  piece_bytes(image, p, done, now, buffer), now);
+    }
   char end_type = static_cast<char>('9' - (width - 2));
   uint32_t mask = width == 4 ? 0xFFFFFFFF : (1u << (8 * width)) - 1;
   srec_record(out, end_type, static_cast<uint32_t>(image.entry) & mask, width, nullptr, 0);

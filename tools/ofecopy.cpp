@@ -9,7 +9,9 @@
 // identity, only when it is complete (as the archiver replaces a library).
 // Any error, and an input with a table that runs past its end: exit status 1
 // and the output neither created nor changed.
+#include <cctype>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -79,6 +81,8 @@ const char USAGE[] =
     "  -K, --keep-symbol NAME         keep symbol NAME whatever is stripped\n"
     "  -O, --output-target FORMAT     write the loaded image of an executable instead:\n"
     "                                 binary, ihex (Intel hex) or srec (S-records)\n"
+    "  --gap-fill BYTE                fill the image's gaps between sections with BYTE\n"
+    "  --pad-to ADDRESS               extend the image up to byte address ADDRESS\n"
     "  --version                      print the version\n"
     "  --help                         print this text\n"
     "\n"
@@ -103,6 +107,8 @@ enum EDIT_KIND {
   KEEP_SYMBOL,   // likewise
   PREFIX_SYMBOLS,
   OUTPUT_FORMAT,  // not an edit: what OUTPUT becomes
+  GAP_FILL,       // not an edit: what fills a flash image's gaps
+  PAD_TO,         // not an edit: where a flash image ends
   WILDCARD,       // not an edit: symbol names are patterns
   SECTION_PLAN,  // a section or strip option: ofecopy_sections.cpp
 };
@@ -124,6 +130,7 @@ struct OPTION {
   bool pair;          // takes NAME=VALUE
   bool file = false;  // takes the path of a list file
   bool bare = false;  // takes nothing
+  bool number = false;  // takes a NUMBER
 };
 
 const OPTION OPTIONS[] = {
@@ -132,6 +139,8 @@ const OPTION OPTIONS[] = {
     {"--rename-section", RENAME_SECTION, true},      {"--set-section-alignment", SECTION_ALIGNMENT, true},
     {"--set-section-page", SECTION_PAGE, true},
     {"--output-target", OUTPUT_FORMAT, false},       {"-O", OUTPUT_FORMAT, false},
+    {"--gap-fill", GAP_FILL, false, false, false, true},
+    {"--pad-to", PAD_TO, false, false, false, true},
     {"--redefine-sym", RENAME_SYMBOL, true},         {"--redefine-syms", RENAME_SYMBOL, false, true},
     {"--prefix-symbols", PREFIX_SYMBOLS, false},     {"-L", LOCALIZE, false},
     {"--localize-symbols", LOCALIZE, false, true},   {"--globalize-symbols", GLOBALIZE, false, true},
@@ -191,7 +200,7 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files, 
         } else {
           if (i + 1 >= argc)
             tools::usage_error("ofecopy", "option '%s' needs %s", o.flag,
-                               o.pair ? "NAME=VALUE" : o.file ? "a FILE" : "a NAME");
+                               o.pair ? "NAME=VALUE" : o.file ? "a FILE" : o.number ? "a NUMBER" : "a NAME");
           operand = argv[++i];
         }
         break;
@@ -260,14 +269,14 @@ template <class F> bool for_each_section(OFE::OBJECT_FILE &object, EDIT &edit, F
   return ok;
 }
 
-bool parse_number(const std::string &text, uint32_t &value) {
+// A number in C's notation (0x1F, 017, 31) no greater than `limit`.
+std::optional<uint64_t> parse_number(const std::string &text, uint64_t limit) {
   errno = 0;
   char *end = nullptr;
   unsigned long long v = strtoull(text.c_str(), &end, 0);
-  if (text.empty() || *end != '\0' || errno != 0 || v > 0xFFFFFFFFull || text[0] == '-')
-    return false;
-  value = static_cast<uint32_t>(v);
-  return true;
+  if (text.empty() || *end != '\0' || errno != 0 || v > limit || text[0] == '-' || isspace(text[0]))
+    return std::nullopt;
+  return v;
 }
 
 tools::SYMBOL_LIST_KIND list_kind(EDIT_KIND kind) {
@@ -339,16 +348,19 @@ bool apply(OFE::OBJECT_FILE &object, EDIT &edit, tools::SYMBOL_LISTS &lists) {
     return true;  // carried out around these edits, see main
   case SECTION_ALIGNMENT:
   case SECTION_PAGE: {
-    uint32_t number;
-    if (!parse_number(edit.value, number)) {
+    std::optional<uint64_t> parsed = parse_number(edit.value, 0xFFFFFFFF);
+    if (!parsed) {
       tools::error("'%s' is not a number", edit.value.c_str());
       return false;
     }
+    uint32_t number = static_cast<uint32_t>(*parsed);
     return for_each_section(object, edit, [&](OFE::OF_SECTION &s) {
       return edit.kind == SECTION_PAGE ? s.set_page(number) : s.set_alignment(number);
     });
   }
   case OUTPUT_FORMAT:
+  case GAP_FILL:
+  case PAD_TO:
   case WILDCARD:
     return true;
   }
@@ -408,9 +420,17 @@ int main(int argc, char **argv) {
   ofecopy::SECTION_PLAN plan;
   std::vector<EDIT> edits = parse(argc, argv, files, plan);
   tools::IMAGE_FORMAT image = tools::IMAGE_NONE;
-  for (const EDIT &edit : edits)
+  tools::IMAGE_FILL fill;
+  for (const EDIT &edit : edits) {
     if (edit.kind == OUTPUT_FORMAT && (image = tools::image_format(edit.name)) == tools::IMAGE_NONE)
       tools::usage_error("ofecopy", "unknown output format '%s' (binary, ihex or srec)", edit.name.c_str());
+    if (edit.kind == GAP_FILL && !(fill.gap_fill = parse_number(edit.name, 0xFF)))
+      tools::usage_error("ofecopy", "option '--gap-fill' takes a byte (0 to 0xff), not '%s'", edit.name.c_str());
+    if (edit.kind == PAD_TO && !(fill.pad_to = parse_number(edit.name, UINT64_MAX)))
+      tools::usage_error("ofecopy", "option '--pad-to' takes an address, not '%s'", edit.name.c_str());
+  }
+  if ((fill.gap_fill || fill.pad_to) && image == tools::IMAGE_NONE)
+    tools::usage_error("ofecopy", "--gap-fill and --pad-to fill a flash image: give -O binary, ihex or srec too");
   tools::SYMBOL_LISTS lists;
   if (!gather_symbol_lists(edits, lists))
     return 1;
@@ -450,7 +470,7 @@ int main(int argc, char **argv) {
     return 1;
 
   if (image != tools::IMAGE_NONE)
-    exit(tools::make_flash_image(object, image, files[0], files[1]));
+    exit(tools::make_flash_image(object, image, fill, files[0], files[1]));
 
   tools::OUTPUT_FILE output(files[1], files[0]);
   FILE *stream = output.open();

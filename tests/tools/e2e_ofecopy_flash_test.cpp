@@ -2,9 +2,11 @@
 //
 // ELF: programs linked here (bare ARM programs whose initialised data is
 // linked to run in RAM but loaded into flash, one of them at addresses
-// that need 16- and 24-bit records, one with picolibc's start-up code, and
-// an i386 static program) give byte for byte the image GNU objcopy makes
-// of them, each tool writing a file of the same name (S-records carry it).
+// that need 16- and 24-bit records, one with picolibc's start-up code, one
+// whose sections overlap across 64 KiB, and an i386 static program) give
+// byte for byte the image GNU objcopy makes of them, gaps filled and
+// padded or not, each tool writing a file of the same name (S-records
+// carry it).
 // COFF: executables built here, with 2-byte address units and two memory
 // pages, read back by a record reader of the test's own.
 #include <gtest/gtest.h>
@@ -24,29 +26,38 @@ namespace {
 
 
 const char SOURCE[] = "int counter = 5;\nconst char msg[] = \"hello flash, from a program of several records\";\n"
-                      "int zeroed[4];\nvoid _start(void) { zeroed[1] = counter + msg[3]; for (;;) ; }\n";
-// Flash and RAM at `flash` and `ram`; .data runs in RAM and is loaded after
-// the code in flash.
+                      "int zeroed[4];\nvoid _start(void) { zeroed[1] = counter + msg[3]; for (;;) ; }\n"
+                      "__attribute__((section(\".later\"), used)) const char later[] = \"aligned\";\n";
+// Flash and RAM at `flash` and `ram`; .later starts at the next 64 bytes
+// after the code, leaving a gap; .data runs in RAM and is loaded after
+// them in flash.
 std::string linker_script(const char *flash, const char *ram) {
   return std::string("MEMORY { FLASH (rx) : ORIGIN = ") + flash + ", LENGTH = 256K\n RAM (rwx) : ORIGIN = " + ram +
          ", LENGTH = 64K }\nENTRY(_start)\nSECTIONS {\n .text : { *(.text*) *(.rodata*) } > FLASH\n"
+         " .later : ALIGN(64) { *(.later) } > FLASH\n"
          " .data : { *(.data*) } > RAM AT > FLASH\n .bss : { *(.bss*) *(COMMON) } > RAM\n}\n";
 }
 
 struct PROGRAM {
   const char *name;
   const char *objcopy;  // GNU's for the target
+  const char *pad_to;   // beyond the end of its image
 };
 
 const PROGRAM PROGRAMS[] = {
-    {"flash_and_ram", "arm-none-eabi-objcopy"},  // 32-bit addresses: S3, linear address records
-    {"across_64k", "arm-none-eabi-objcopy"},     // S2, segment address records, a record cut at 64 KiB
-    {"low", "arm-none-eabi-objcopy"},            // S1, no upper address record
-    {"picolibc", "arm-none-eabi-objcopy"},
-    {"i386_static", "objcopy"},
+    {"flash_and_ram", "arm-none-eabi-objcopy", "0x08000400"},  // 32-bit addresses: S3, linear address records
+    {"across_64k", "arm-none-eabi-objcopy", "0x10400"},  // S2, segment address records, a record cut at 64 KiB
+    {"low", "arm-none-eabi-objcopy", "0x400"},           // S1, no upper address record
+    {"picolibc", "arm-none-eabi-objcopy", "0x10000400"},
+    {"i386_static", "objcopy", "0x080f0000"},
+    // A section that runs over 64 KiB and one over its end, below the upper
+    // address bits the first one's records set.
+    {"overlap_64k", "arm-none-eabi-objcopy", "0x10100"},
 };
 
-class OfecopyFlash : public ::testing::TestWithParam<std::tuple<PROGRAM, const char *>> {
+// A program, a format, and whether the image's gaps are filled and it is
+// padded (--gap-fill, --pad-to).
+class OfecopyFlash : public ::testing::TestWithParam<std::tuple<PROGRAM, const char *, bool>> {
 protected:
   static void SetUpTestSuite() {
     ASSERT_TRUE(have_program("arm-none-eabi-gcc"))
@@ -58,6 +69,9 @@ protected:
     dir_->write("flash_and_ram.ld", linker_script("0x08000000", "0x20000000"));
     dir_->write("across_64k.ld", linker_script("0xFFE8", "0x30000"));
     dir_->write("low.ld", linker_script("0x100", "0x4000"));
+    dir_->write("overlap.s", ".section .a,\"ax\"\n.fill 32,1,0x11\n.section .b,\"ax\"\n.fill 16,1,0x22\n"
+                             ".globl _start\n_start:\n");
+    dir_->write("overlap.ld", "ENTRY(_start)\nSECTIONS {\n .a 0xFFF0 : { *(.a) }\n .b 0xFFF8 : { *(.b) }\n}\n");
     const std::vector<std::vector<std::string>> builds = {
         {"arm-none-eabi-gcc", "-O1", "-nostdlib", "-T", "flash_and_ram.ld", "prog.c", "-o", "flash_and_ram"},
         {"arm-none-eabi-gcc", "-O1", "-nostdlib", "-T", "across_64k.ld", "prog.c", "-o", "across_64k"},
@@ -67,6 +81,8 @@ protected:
          PICOLIBC "/lib/picolibc.ld", PICOLIBC_LIBS "/crt0.o", "pico.c", PICOLIBC_LIBS "/libc.a", "-lgcc", "-o",
          "picolibc"},
         {"gcc", "-m32", "-static", "-O1", "pico.c", "-o", "i386_static"},
+        {"arm-none-eabi-as", "overlap.s", "-o", "overlap.o"},
+        {"arm-none-eabi-ld", "--no-check-sections", "-T", "overlap.ld", "overlap.o", "-o", "overlap_64k"},
     };
     for (const auto &argv : builds) {
       RUN_RESULT r = run(argv, dir_->path());
@@ -84,15 +100,21 @@ TEMP_DIR *OfecopyFlash::dir_ = nullptr;
 
 // Both tools write "image" in a directory of their own, from the same input.
 TEST_P(OfecopyFlash, TheImageIsGnuObjcopys) {
-  auto [program, format] = GetParam();
+  auto [program, format, filled] = GetParam();
   ASSERT_NE(dir_, nullptr);
   std::filesystem::create_directories(*dir_ / "ours");
   std::filesystem::create_directories(*dir_ / "gnu");
   std::string input = std::string("../") + program.name;
-  RUN_RESULT ours = run({ofecopy_path(), "-O", format, input, "image"}, *dir_ / "ours");
+  std::vector<std::string> options = {"-O", format, input, "image"};
+  if (filled)
+    options.insert(options.begin(), {"--gap-fill", "0xa5", "--pad-to", program.pad_to});
+  std::vector<std::string> ours_command{ofecopy_path()}, gnu_command{program.objcopy};
+  ours_command.insert(ours_command.end(), options.begin(), options.end());
+  gnu_command.insert(gnu_command.end(), options.begin(), options.end());
+  RUN_RESULT ours = run(ours_command, *dir_ / "ours");
   ASSERT_EQ(ours.status, 0) << ours.err;
   EXPECT_EQ(ours.out + ours.err, "");
-  RUN_RESULT gnu = run({program.objcopy, "-O", format, input, "image"}, *dir_ / "gnu");
+  RUN_RESULT gnu = run(gnu_command, *dir_ / "gnu");
   ASSERT_EQ(gnu.status, 0) << gnu.err;
   std::string expected = read_file(*dir_ / "gnu" / "image");
   ASSERT_FALSE(expected.empty());
@@ -101,9 +123,10 @@ TEST_P(OfecopyFlash, TheImageIsGnuObjcopys) {
 
 INSTANTIATE_TEST_SUITE_P(ProgramsAndFormats, OfecopyFlash,
                          ::testing::Combine(::testing::ValuesIn(PROGRAMS),
-                                            ::testing::Values("binary", "ihex", "srec")),
+                                            ::testing::Values("binary", "ihex", "srec"), ::testing::Bool()),
                          [](const auto &info) {
-                           return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param);
+                           return std::string(std::get<0>(info.param).name) + "_" + std::get<1>(info.param) +
+                                  (std::get<2>(info.param) ? "_filled" : "");
                          });
 
 // ---- COFF ------------------------------------------------------------------
@@ -241,10 +264,20 @@ TEST_P(OfecopyFlashCoff, LoadedSectionsLandAtTheirPhysicalByteAddresses) {
   EXPECT_EQ(read_srec(dir.read("image.s19"), header, start), expected);
   EXPECT_EQ(header, "image.s19");
   EXPECT_EQ(start, 0x24u);
+
+  // Filled, the records cover every byte from the first section to the
+  // pad address, across the pages.
+  r = ofecopy({"--gap-fill", "0xee", "--pad-to", "0x210", "-O", "srec", "prog.out", "filled.s19"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  for (uint64_t a = 0x20; a < 0x210; a++)
+    expected.emplace(a, 0xEE);
+  EXPECT_EQ(read_srec(dir.read("filled.s19"), header, start), expected);
 }
 
 // Pages are address spaces of their own: where one image would hold two
 // sections at the same bytes, nothing is written. An object is no program.
+// An unknown format, a fill that is no byte, an address that is no number,
+// and a fill without an image are usage errors.
 TEST_P(OfecopyFlashCoff, OverlappingPagesAndObjectsAreRefused) {
   COFF_IMAGE image = coff_executable(GetParam());
   image.sections[1].paddr = 0x11;
@@ -263,9 +296,23 @@ TEST_P(OfecopyFlashCoff, OverlappingPagesAndObjectsAreRefused) {
   EXPECT_EQ(r.err, "ofecopy: 'prog.obj' is not an executable: a flash image is made from a linked program\n");
   EXPECT_FALSE(std::filesystem::exists(dir / "image.bin"));
 
-  r = ofecopy({"-O", "elf32-little", "prog.out", "image.bin"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.err, "ofecopy: unknown output format 'elf32-little' (binary, ihex or srec); try 'ofecopy --help'\n");
+  // Misused options are refused before anything is read.
+  const std::vector<std::pair<std::vector<std::string>, std::string>> misuses = {
+      {{"-O", "elf32-little"}, "unknown output format 'elf32-little' (binary, ihex or srec)"},
+      {{"-O", "binary", "--gap-fill", "0x100"}, "option '--gap-fill' takes a byte (0 to 0xff), not '0x100'"},
+      {{"-O", "binary", "--pad-to", "-1"}, "option '--pad-to' takes an address, not '-1'"},
+      {{"-O", "binary", "--pad-to"}, "option '--pad-to' needs a NUMBER"},
+      {{"--gap-fill", "0xff"}, "--gap-fill and --pad-to fill a flash image: give -O binary, ihex or srec too"},
+  };
+  for (const auto &[options, message] : misuses) {
+    std::vector<std::string> args = options;
+    if (args.back() != "--pad-to")
+      args.insert(args.end(), {"prog.out", "image.bin"});
+    r = ofecopy(args);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "ofecopy: " + message + "; try 'ofecopy --help'\n");
+    EXPECT_FALSE(std::filesystem::exists(dir / "image.bin"));
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(ByteOrders, OfecopyFlashCoff, ::testing::Values(LITTLE, BIG));
