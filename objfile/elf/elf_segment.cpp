@@ -92,7 +92,7 @@ bool ELF_SEGMENT_TABLE::load(ELF_SECTION_TABLE *sections) {
     // as whatever the new layout puts there: a copy that looks whole and
     // is not. The segment is still read, for the listings.
     std::string what = "segment " + std::to_string(i);
-    if (f->was_read_from_stream())
+    if (f->was_read_from_stream() && record.p_filesz != 0)
       (void)f->within_file(record.p_offset, record.p_filesz, what.c_str());
     segments_.push_back(std::make_unique<ELF_SEGMENT>(this, i, record, true));
   }
@@ -220,8 +220,6 @@ bool ELF_SEGMENT_TABLE::item_range(ELF_SEGMENT_ITEM item, uint64_t &offset, uint
 
 void ELF_SEGMENT_TABLE::cover_items(ELF_SEGMENT &segment) {
   ELF32_PROGRAM_HEADER_RECORD &p = segment.header_;
-  if (segment.contents_.empty())
-    return;
   uint64_t low = ~uint64_t{0}, high = 0, first_address = ~uint64_t{0}, first_offset = 0, memory_high = 0;
   bool any_address = false;
   for (ELF_SEGMENT_ITEM item : segment.contents_) {
@@ -245,8 +243,13 @@ void ELF_SEGMENT_TABLE::cover_items(ELF_SEGMENT &segment) {
       }
     }
   }
-  if (low == ~uint64_t{0})
+  if (low == ~uint64_t{0}) {
+    // Nothing it holds has bytes in the file, which is laid out anew: the
+    // bytes it was read with are not in the copy, and a range kept as read
+    // would describe whatever the new layout put there.
+    p.p_filesz = 0;
     return;
+  }
   p.p_offset = static_cast<uint32_t>(low);
   p.p_filesz = static_cast<uint32_t>(high - low);
   if (!segment.address_given_) {

@@ -161,4 +161,29 @@ TEST_P(ElfDamage, ASegmentPastTheEndIsReportedAndNotCopied) {
   }
 }
 
+// A relocatable file is laid out anew: a segment that holds no section,
+// nor another segment with bytes in the file, claims no bytes in the copy
+// (kept as read, its range would describe what the new layout put there,
+// and a copy of the copy would find the program headers inside it).
+TEST_P(ElfDamage, ASegmentThatHoldsNothingClaimsNoBytesInACopy) {
+  builder.phnum = 1;
+  builder.program_headers =
+      BYTES(GetParam()).u32(PT_LOAD).u32(16).u32(0).u32(0).u32(64).u32(80).u32(PF_R).u32(4).bytes();
+  std::string copies[2];
+  std::string input = builder.build();
+  for (std::string &copy : copies) {
+    OPENED o(input);
+    ASSERT_NE(o.elf(), nullptr);
+    EXPECT_EQ(o.object->get_error_text(), "");
+    copy = printed([&](FILE *out) { EXPECT_EQ(o.object->write(out), 0); });
+    input = copy;
+  }
+  EXPECT_EQ(copies[0], copies[1]);
+  OPENED copied(copies[0]);
+  ASSERT_NE(copied.elf()->get_segment_table(), nullptr);
+  const ELF32_PROGRAM_HEADER_RECORD &load = copied.elf()->get_segment_table()->get_segment(0)->header();
+  EXPECT_EQ(load.p_filesz, 0u);
+  EXPECT_EQ(load.p_memsz, 80u);
+}
+
 INSTANTIATE_TEST_SUITE_P(BothOrders, ElfDamage, ::testing::Values(LITTLE, BIG), order_name);
