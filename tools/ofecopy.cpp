@@ -55,7 +55,8 @@ const char USAGE[] =
     "  -G, --keep-global-symbol NAME  make every defined global or weak symbol local\n"
     "                                 but the NAMEs given\n"
     "  --localize-symbols FILE        the same with each name of FILE; also\n"
-    "  --globalize-symbols FILE       --weaken-symbols FILE, --keep-global-symbols FILE\n"
+    "  --globalize-symbols FILE       --weaken-symbols FILE, --keep-global-symbols FILE,\n"
+    "                                 --strip-symbols FILE, --keep-symbols FILE\n"
     "  -w, --wildcard                 symbol NAMEs are patterns (*, ?, [...]); \"!PATTERN\"\n"
     "                                 takes names out of its kind's list\n"
     "  --rename-section OLD=NEW[,FLAGS]  rename section OLD (and its relocation\n"
@@ -151,7 +152,8 @@ const OPTION OPTIONS[] = {
     {"--remove-section", SECTION_PLAN, false},       {"--only-section", SECTION_PLAN, false},
     {"--add-section", SECTION_PLAN, true},           {"--dump-section", SECTION_PLAN, true},
     {"--set-section-flags", SECTION_PLAN, true},     {"--strip-symbol", STRIP_SYMBOL, false},
-    {"--keep-symbol", KEEP_SYMBOL, false},
+    {"--keep-symbol", KEEP_SYMBOL, false},           {"--strip-symbols", STRIP_SYMBOL, false, true},
+    {"--keep-symbols", KEEP_SYMBOL, false, true},
 };
 
 

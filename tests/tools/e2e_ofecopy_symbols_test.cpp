@@ -165,6 +165,8 @@ const BULK_ROW BULK_ROWS[] = {
     {"vfprintf.o", &ARM, {"-w", "--localize-symbol", "*printf", "--localize-symbol", "!__d*"}},
     {"vfprintf.o", &ARM, {"--wildcard", "--weaken-symbols", "patterns.txt"}},
     {"common.o", &I386, {"-w", "-G", "g?"}},
+    {"common.o", &I386, {"--strip-symbols", "locals.txt"}},
+    {"common.o", &I386, {"--strip-unneeded", "--keep-symbols", "locals.txt"}},
 };
 
 }  // namespace
