@@ -428,8 +428,10 @@ int main(int argc, char **argv) {
       tools::usage_error("ofecopy", "unknown output format '%s' (binary, ihex or srec)", edit.name.c_str());
     if (edit.kind == GAP_FILL && !(fill.gap_fill = parse_number(edit.name, 0xFF)))
       tools::usage_error("ofecopy", "option '--gap-fill' takes a byte (0 to 0xff), not '%s'", edit.name.c_str());
-    if (edit.kind == PAD_TO && !(fill.pad_to = parse_number(edit.name, UINT64_MAX)))
-      tools::usage_error("ofecopy", "option '--pad-to' takes an address, not '%s'", edit.name.c_str());
+    // A flash image spans at most the 4 GiB a 32-bit address reaches.
+    if (edit.kind == PAD_TO && !(fill.pad_to = parse_number(edit.name, 0xFFFFFFFF)))
+      tools::usage_error("ofecopy", "option '--pad-to' takes an address (0 to 0xffffffff), not '%s'",
+                         edit.name.c_str());
   }
   if ((fill.gap_fill || fill.pad_to) && image == tools::IMAGE_NONE)
     tools::usage_error("ofecopy", "--gap-fill and --pad-to fill a flash image: give -O binary, ihex or srec too");

@@ -300,7 +300,9 @@ TEST_P(OfecopyFlashCoff, OverlappingPagesAndObjectsAreRefused) {
   const std::vector<std::pair<std::vector<std::string>, std::string>> misuses = {
       {{"-O", "elf32-little"}, "unknown output format 'elf32-little' (binary, ihex or srec)"},
       {{"-O", "binary", "--gap-fill", "0x100"}, "option '--gap-fill' takes a byte (0 to 0xff), not '0x100'"},
-      {{"-O", "binary", "--pad-to", "-1"}, "option '--pad-to' takes an address, not '-1'"},
+      {{"-O", "binary", "--pad-to", "-1"}, "option '--pad-to' takes an address (0 to 0xffffffff), not '-1'"},
+      {{"-O", "binary", "--pad-to", "0x100000000"},
+       "option '--pad-to' takes an address (0 to 0xffffffff), not '0x100000000'"},
       {{"-O", "binary", "--pad-to"}, "option '--pad-to' needs a NUMBER"},
       {{"--gap-fill", "0xff"}, "--gap-fill and --pad-to fill a flash image: give -O binary, ihex or srec too"},
   };
