@@ -138,24 +138,32 @@ const OPTION OPTIONS[] = {
     {"--rename-symbol", RENAME_SYMBOL, true},        {"--localize-symbol", LOCALIZE, false},
     {"--globalize-symbol", GLOBALIZE, false},        {"--weaken-symbol", WEAKEN, false},
     {"--rename-section", RENAME_SECTION, true},      {"--set-section-alignment", SECTION_ALIGNMENT, true},
-    {"--set-section-page", SECTION_PAGE, true},
-    {"--output-target", OUTPUT_FORMAT, false},       {"-O", OUTPUT_FORMAT, false},
+    {"--set-section-page", SECTION_PAGE, true},      {"--output-target", OUTPUT_FORMAT, false},
     {"--gap-fill", GAP_FILL, false, false, false, true},
     {"--pad-to", PAD_TO, false, false, false, true},
     {"--redefine-sym", RENAME_SYMBOL, true},         {"--redefine-syms", RENAME_SYMBOL, false, true},
-    {"--prefix-symbols", PREFIX_SYMBOLS, false},     {"-L", LOCALIZE, false},
-    {"--localize-symbols", LOCALIZE, false, true},   {"--globalize-symbols", GLOBALIZE, false, true},
-    {"-W", WEAKEN, false},                           {"--weaken-symbols", WEAKEN, false, true},
-    {"--keep-global-symbol", KEEP_GLOBAL, false},    {"-G", KEEP_GLOBAL, false},
-    {"--keep-global-symbols", KEEP_GLOBAL, false, true},
-    {"--wildcard", WILDCARD, false, false, true},    {"-w", WILDCARD, false, false, true},
-    {"--remove-section", SECTION_PLAN, false},       {"--only-section", SECTION_PLAN, false},
-    {"--add-section", SECTION_PLAN, true},           {"--dump-section", SECTION_PLAN, true},
-    {"--set-section-flags", SECTION_PLAN, true},     {"--strip-symbol", STRIP_SYMBOL, false},
-    {"--keep-symbol", KEEP_SYMBOL, false},           {"--strip-symbols", STRIP_SYMBOL, false, true},
-    {"--keep-symbols", KEEP_SYMBOL, false, true},
+    {"--prefix-symbols", PREFIX_SYMBOLS, false},     {"--localize-symbols", LOCALIZE, false, true},
+    {"--globalize-symbols", GLOBALIZE, false, true}, {"--weaken-symbols", WEAKEN, false, true},
+    {"--keep-global-symbol", KEEP_GLOBAL, false},    {"--keep-global-symbols", KEEP_GLOBAL, false, true},
+    {"--wildcard", WILDCARD, false, false, true},    {"--remove-section", SECTION_PLAN, false},
+    {"--only-section", SECTION_PLAN, false},         {"--add-section", SECTION_PLAN, true},
+    {"--dump-section", SECTION_PLAN, true},          {"--set-section-flags", SECTION_PLAN, true},
+    {"--strip-debug", SECTION_PLAN, false, false, true},
+    {"--strip-unneeded", SECTION_PLAN, false, false, true},
+    {"--strip-all", SECTION_PLAN, false, false, true},
+    {"--discard-all", SECTION_PLAN, false, false, true},
+    {"--discard-locals", SECTION_PLAN, false, false, true},
+    {"--strip-symbol", STRIP_SYMBOL, false},         {"--keep-symbol", KEEP_SYMBOL, false},
+    {"--strip-symbols", STRIP_SYMBOL, false, true},  {"--keep-symbols", KEEP_SYMBOL, false, true},
 };
 
+// The short options, as GNU objcopy spells them: each is its long form.
+const std::pair<char, const char *> SHORT_OPTIONS[] = {
+    {'O', "--output-target"},  {'L', "--localize-symbol"}, {'W', "--weaken-symbol"}, {'G', "--keep-global-symbol"},
+    {'w', "--wildcard"},       {'R', "--remove-section"},  {'j', "--only-section"},  {'g', "--strip-debug"},
+    {'S', "--strip-all"},      {'x', "--discard-all"},     {'X', "--discard-locals"}, {'N', "--strip-symbol"},
+    {'K', "--keep-symbol"},
+};
 
 // Parses "--flag VALUE" and "--flag=VALUE"; "--" ends the options.
 std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files, ofecopy::SECTION_PLAN &plan) {
@@ -178,16 +186,12 @@ std::vector<EDIT> parse(int argc, char **argv, std::vector<std::string> &files, 
     if (arg == "--version")
       tools::print_version();
     // A short option: its operand is the next argument or follows it ("-R.x").
-    if (arg[1] != '-') {
-      if (const char *long_flag = ofecopy::long_form(arg.substr(0, 2))) {
-        if (arg.size() > 2)
-          arg = std::string(long_flag) + "=" + arg.substr(2);
-        else
-          arg = long_flag;
-      }
-    }
-    if (plan.take_switch(arg))
-      continue;
+    if (arg[1] != '-')
+      for (const auto &[letter, long_flag] : SHORT_OPTIONS)
+        if (arg[1] == letter) {
+          arg = arg.size() > 2 ? std::string(long_flag) + "=" + arg.substr(2) : std::string(long_flag);
+          break;
+        }
     const OPTION *option = nullptr;
     std::string operand;
     for (const OPTION &o : OPTIONS) {

@@ -410,18 +410,16 @@ bool set_section_flags(OFE::OBJECT_FILE &object, OFE::OF_SECTION &s, uint32_t bi
   return s.set_flags(flags) == 0;
 }
 
-const char *long_form(const std::string &short_flag) {
-  static const std::pair<const char *, const char *> SHORT[] = {
-      {"-R", "--remove-section"}, {"-j", "--only-section"}, {"-g", "--strip-debug"},
-      {"-S", "--strip-all"},      {"-N", "--strip-symbol"}, {"-K", "--keep-symbol"},
-      {"-x", "--discard-all"},    {"-X", "--discard-locals"}};
-  for (const auto &[s, l] : SHORT)
-    if (short_flag == s)
-      return l;
-  return nullptr;
-}
-
 void SECTION_PLAN::take(const std::string &flag, const std::string &name, const std::string &value) {
+  STRIP_LEVEL level = flag == "--strip-debug"      ? STRIP_DEBUG
+                      : flag == "--strip-unneeded" ? STRIP_UNNEEDED
+                      : flag == "--strip-all"      ? STRIP_ALL
+                                                   : STRIP_NONE;
+  DISCARD_LEVEL locals = flag == "--discard-all"      ? DISCARD_LOCALS
+                         : flag == "--discard-locals" ? DISCARD_LABELS
+                                                      : DISCARD_NONE;
+  strip = std::max(strip, level);
+  discard = std::max(discard, locals);
   if (flag == "--remove-section")
     remove.push_back(name);
   else if (flag == "--only-section")
@@ -449,24 +447,6 @@ bool SECTION_PLAN::all_matched(const std::string &where) const {
       tools::error("no %s in %s", what.c_str(), where.c_str());
       return false;
     }
-  return true;
-}
-
-bool SECTION_PLAN::take_switch(const std::string &flag) {
-  DISCARD_LEVEL locals = flag == "--discard-all"      ? DISCARD_LOCALS
-                         : flag == "--discard-locals" ? DISCARD_LABELS
-                                                      : DISCARD_NONE;
-  if (locals != DISCARD_NONE) {
-    discard = std::max(discard, locals);
-    return true;
-  }
-  STRIP_LEVEL level = flag == "--strip-debug"      ? STRIP_DEBUG
-                      : flag == "--strip-unneeded" ? STRIP_UNNEEDED
-                      : flag == "--strip-all"      ? STRIP_ALL
-                                                   : STRIP_NONE;
-  if (level == STRIP_NONE)
-    return false;
-  strip = std::max(strip, level);
   return true;
 }
 

@@ -32,10 +32,9 @@ struct SECTION_PLAN {
   DISCARD_LEVEL discard = DISCARD_NONE;
 
   // Takes the option `flag` (its long form) with its operand, split at the
-  // '=' for the NAME=VALUE options; a bad FLAGS word is a usage error.
+  // '=' for the NAME=VALUE options (none for the strip and discard
+  // switches); a bad FLAGS word is a usage error.
   void take(const std::string &flag, const std::string &name, const std::string &value);
-  // Takes an option without operand; false when it is not one of these.
-  bool take_switch(const std::string &flag);
   // Notes whether `what` ("section matching '.x*'", say) was found in one
   // more object: a name is an error only when it matched in none.
   void note(const std::string &what, bool found) const;
@@ -47,9 +46,6 @@ struct SECTION_PLAN {
 private:
   mutable std::vector<std::pair<std::string, bool>> matched_;  // in the order first looked for
 };
-
-// The long form of a short option ("-R" is "--remove-section"), or null.
-const char *long_form(const std::string &short_flag);
 
 // GNU's section flag words ("alloc,load,readonly") as the bits that
 // set_section_flags takes; a usage error for any other word.

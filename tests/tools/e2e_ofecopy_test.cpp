@@ -157,6 +157,9 @@ TEST_F(Ofecopy, FailuresSayWhyAndLeaveTheOutputAlone) {
       {{"--lcalize-symbol", "f", "in.o", "out.o"}, "ofecopy: unknown option '--lcalize-symbol'; try 'ofecopy --help'\n"},
       {{"-localize-symbol", "f", "in.o", "out.o"}, "ofecopy: unknown option '-localize-symbol'; try 'ofecopy --help'\n"},
       {{"in.o", "out.o", "--localize-symbol"}, "ofecopy: option '--localize-symbol' needs a NAME; try 'ofecopy --help'\n"},
+      // A short option is its long form, operand attached or not.
+      {{"-Lnosuch", "in.o", "out.o"}, "ofecopy: no symbol named 'nosuch' in 'in.o'\n"},
+      {{"-gx", "in.o", "out.o"}, "ofecopy: option '--strip-debug' takes no value; try 'ofecopy --help'\n"},
       {{"in.o", "out.o", "f"},
        "ofecopy: one INPUT and one OUTPUT expected, but 'f' follows OUTPUT 'out.o'; try 'ofecopy --help'\n"},
       {{"--rename-symbol", "f", "in.o", "out.o"},
