@@ -369,6 +369,7 @@ int QVCOFF_SECTION_TABLE::remove_sections(const std::set<uint32_t> &numbers) {
   if (!begin_removal(file_, numbers))
     return -1;
   std::set<QVCOFF_GROUP_TABLE *> groups;
+  std::vector<OF_GROUP_TABLE *> grouped = groups_that_stay(numbers);
   std::vector<std::unique_ptr<QVCOFF_SECTION>> kept;
   for (auto &s : sections_) {
     if (!numbers.count(s->get_index())) {
@@ -379,11 +380,13 @@ int QVCOFF_SECTION_TABLE::remove_sections(const std::set<uint32_t> &numbers) {
     if (QVCOFF_GROUP_TABLE *group = s->group())
       groups.insert(group);
   }
-  // The members of a group that goes stay, in no group.
+  // The members of a group that goes stay, in no group unless another
+  // group lists them.
   for (auto &s : kept)
     if (groups.count(s->get_owning_group())) {
-      s->set_owning_group(nullptr);
-      s->header_.s_flags &= ~STYP_IN_GROUP;
+      s->set_owning_group(static_cast<QVCOFF_GROUP_TABLE *>(grouped[s->get_index()]));
+      if (!grouped[s->get_index()])
+        s->header_.s_flags &= ~STYP_IN_GROUP;
     }
   // Numbers count from 1; entry 0 of the map is "no section".
   uint32_t count = get_count() + 1;

@@ -446,13 +446,15 @@ int ELF_SECTION_TABLE::remove_sections(const std::set<uint32_t> &indexes) {
   gone.insert(indexes.begin(), indexes.end());
   if (refuse_removal(gone))
     return -1;
-  // The members of a group that goes stay, as sections of no group, and
-  // the file forgets what it read from each section that goes.
-  // (Before any section moves: a slot moved from would be read afresh.)
+  // The members of a group that goes stay, as sections of no group unless
+  // another group lists them, and the file forgets what it read from each
+  // section that goes. (Before any section moves: a slot moved from would
+  // be read afresh.)
+  std::vector<OF_GROUP_TABLE *> grouped = groups_that_stay(gone);
   for (uint32_t i : gone) {
     if (ELF_GROUP_TABLE *group = get_section(i)->group())
       for (uint32_t m = 0; m < group->get_count(); m++)
-        if (ELF_SECTION *member = get_section(group->get_member_index(m)))
+        if (ELF_SECTION *member = get_section(group->get_member_index(m)); member && !grouped[member->get_index()])
           member->header_.sh_flags &= ~SHF_GROUP;
     file_->forget_section(*get_section(i));
   }

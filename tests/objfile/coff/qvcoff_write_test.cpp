@@ -244,6 +244,26 @@ TEST_P(CoffWrite, RemovingASectionRenumbersEveryReference) {
 
 INSTANTIATE_FOR_ALL_LAYOUTS(CoffWrite);
 
+// A section that two groups list (only a damaged file does) stays in a
+// group while one of them stays, and leaves it with the last.
+TEST(CoffGroups, AMemberOfTwoGroupsStaysGroupedWhileOneStays) {
+  for (TEST_ORDER order : {LITTLE, BIG}) {
+    COFF_IMAGE c = rich_image(2, order);
+    c.sections.push_back({.name = ".grp2", .size = 6, .data = c.group(5, RICH_SIGNATURE, {4}), .flags = 0x00080000});
+    OPENED_COFF o(c.build());
+    OF_SECTION_TABLE *sections = o.object->get_section_table();
+    // The member's group is the last that lists it.
+    ASSERT_EQ(sections->remove_section(7), 0) << o.error();  // .grp2
+    QVCOFF_SECTION *member = o.file()->get_qvcoff_section_table()->get_qvcoff_section(4);
+    EXPECT_EQ(member->get_flags() & 0x00100000, 0x00100000u) << "STYP_IN_GROUP stays";
+    ASSERT_NE(member->get_owning_group(), nullptr);
+    EXPECT_EQ(member->get_owning_group()->get_name(), ".grp");
+    ASSERT_EQ(sections->remove_section(5), 0) << o.error();  // .grp
+    EXPECT_EQ(member->get_flags() & 0x00100000, 0u);
+    EXPECT_EQ(member->get_owning_group(), nullptr);
+  }
+}
+
 // A file made in memory is written and reads back; the 65534th section is
 // refused.
 TEST(CoffWriteNew, AFileMadeInMemoryIsWritten) {

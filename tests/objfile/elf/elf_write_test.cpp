@@ -140,6 +140,24 @@ TEST_P(ElfWrite, ARemovedSectionTakesItsRelocationsAlong) {
   EXPECT_EQ(o.section(".c")->get_flags(), SHF_ALLOC);
 }
 
+// A section that two groups list (only a damaged file does) stays in a
+// group while one of them stays, and leaves it with the last.
+TEST_P(ElfWrite, AMemberOfTwoGroupsStaysGroupedWhileOneStays) {
+  std::string strtab(1, '\0');
+  std::string symbols = builder.symbols({{}, {"sig", 0, 0, GLOBAL_FUNC, 0, 1}}, strtab);
+  builder.add({".c", SHT_PROGBITS, std::string(8, '\x0C'), 0, 0, 0, SHF_ALLOC | SHF_GROUP, 4});  // 1
+  uint32_t str = builder.add({".strtab", SHT_STRTAB, strtab});                                     // 2
+  uint32_t sym = builder.add({".symtab", SHT_SYMTAB, symbols, str, 1, 16, 0, 4});                   // 3
+  for (int i = 0; i < 2; i++)                                                                     // 4, 5
+    builder.add({".group", SHT_GROUP, BYTES(GetParam()).u32(1).u32(1).bytes(), sym, 1, 4, 0, 4});
+  OPENED in(builder.build());
+  ELF_SECTION_TABLE *sections = in.elf()->get_section_table();
+  ASSERT_EQ(sections->remove_section(4), 0) << in.object->get_error_text();
+  EXPECT_EQ(in.section(".c")->get_flags(), SHF_ALLOC | SHF_GROUP);
+  ASSERT_EQ(sections->remove_section(4), 0) << in.object->get_error_text();
+  EXPECT_EQ(in.section(".c")->get_flags(), SHF_ALLOC);
+}
+
 // After an edit that renumbers, every index a table holds is the number its
 // entry has now: read through it, or set from an entry, it names what the
 // caller sees, and the write keeps it so. (A table that kept the old
