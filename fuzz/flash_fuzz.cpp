@@ -5,8 +5,9 @@
 // The input: a flag byte (bit 0: --gap-fill, bit 1: --pad-to, bits 2-3:
 // the format), the fill byte, the first piece's address and the start
 // address (4 bytes each, little-endian), how far past the last piece to pad
-// (10 bits of 2 bytes); then pieces, each a signed byte placing it after the end of
-// the one before (negative: over it), a length byte and the bytes.
+// (10 bits of 2 bytes); then pieces, each a signed byte placing it after
+// the end of the one before (negative: over it), a length byte and the
+// bytes.
 //
 // The oracle reads the image back as a programmer would, with a reader of
 // its own: every byte must be where the pieces and fills put it (a later
@@ -46,7 +47,8 @@ template <class F> void each_record(const std::string &text, char lead, size_t c
     if (end == std::string::npos)
       abort();
     std::string line = text.substr(at, end - at);
-    if (line.size() < count_at + 2 || line[0] != lead || line.find_first_not_of("0123456789ABCDEF", 1) != std::string::npos)
+    if (line.size() < count_at + 2 || line[0] != lead ||
+        line.find_first_not_of("0123456789ABCDEF", 1) != std::string::npos)
       abort();
     uint32_t sum = 0;
     for (size_t i = count_at; i + 1 < line.size(); i += 2)
