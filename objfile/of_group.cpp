@@ -12,6 +12,16 @@ OF_SECTION *OF_GROUP_TABLE::get_member(uint32_t index) {
   return index < members_.size() && sections ? sections->get_section(members_[index]) : nullptr;
 }
 
+std::vector<OF_GROUP_TABLE *> groups_that_stay(OF_SECTION_TABLE &sections, const std::set<uint32_t> &gone) {
+  std::vector<OF_GROUP_TABLE *> groups(sections.first_index() + sections.get_count());
+  for (OF_SECTION *s : sections.sections())
+    if (OF_GROUP_TABLE *group = s->get_group(); group && !gone.count(s->get_index()))
+      for (uint32_t m = 0; m < group->get_count(); m++)
+        if (uint32_t member = group->get_member_index(m); member < groups.size())
+          groups[member] = group;
+  return groups;
+}
+
 bool OF_GROUP_TABLE::check_signature(uint32_t signature) {
   if (signature != 0)
     return true;

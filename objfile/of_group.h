@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@
 namespace OFE {
 
 class OF_SECTION;
+class OF_SECTION_TABLE;
 class OF_SYMBOL;
 
 // Both formats keep the members as a list of section indexes; they differ in
@@ -49,5 +51,10 @@ protected:
   OBJECT_FILE *file_;
   std::vector<uint32_t> members_;
 };
+
+// By section number, the last group of `sections` not among `gone` that
+// lists the section, or null: when groups are removed, a member of one
+// stays in a group while another one lists it.
+std::vector<OF_GROUP_TABLE *> groups_that_stay(OF_SECTION_TABLE &sections, const std::set<uint32_t> &gone);
 
 }  // namespace OFE

@@ -1,7 +1,6 @@
 #include "objfile/of_section.h"
 
 #include "objfile/of_file.h"
-#include "objfile/of_group.h"
 
 namespace OFE {
 
@@ -39,16 +38,6 @@ bool OF_SECTION_TABLE::begin_removal(OBJECT_FILE *object, const std::set<uint32_
   if (object->get_state() > OF_STATE_OPEN && object->set_state(OF_STATE_OPEN) != 0)
     return false;
   return object->load_everything();
-}
-
-std::vector<OF_GROUP_TABLE *> OF_SECTION_TABLE::groups_that_stay(const std::set<uint32_t> &gone) {
-  std::vector<OF_GROUP_TABLE *> groups(first_index() + get_count());
-  for (OF_SECTION *s : sections())
-    if (OF_GROUP_TABLE *group = s->get_group(); group && !gone.count(s->get_index()))
-      for (uint32_t m = 0; m < group->get_count(); m++)
-        if (uint32_t member = group->get_member_index(m); member < groups.size())
-          groups[member] = group;
-  return groups;
 }
 
 void OF_SECTION_TABLE::follow_removal(OBJECT_FILE *object, const std::set<uint32_t> &gone, uint32_t count) {

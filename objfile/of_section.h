@@ -137,10 +137,6 @@ protected:
   // Hands the removal of the entries `gone` of a table of `count` entries
   // to every holder of `object`: later entries move down.
   static void follow_removal(OBJECT_FILE *object, const std::set<uint32_t> &gone, uint32_t count);
-  // By section number, the last group not among `gone` that lists the
-  // section, or null: a member of a group that goes stays in a group
-  // while another one lists it.
-  std::vector<OF_GROUP_TABLE *> groups_that_stay(const std::set<uint32_t> &gone);
 };
 
 inline uint32_t OF_SECTION_WALK::first(TABLE &table) { return table.first_index(); }

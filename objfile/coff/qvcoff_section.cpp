@@ -369,7 +369,7 @@ int QVCOFF_SECTION_TABLE::remove_sections(const std::set<uint32_t> &numbers) {
   if (!begin_removal(file_, numbers))
     return -1;
   std::set<QVCOFF_GROUP_TABLE *> groups;
-  std::vector<OF_GROUP_TABLE *> grouped = groups_that_stay(numbers);
+  std::vector<OF_GROUP_TABLE *> grouped = groups_that_stay(*this, numbers);
   std::vector<std::unique_ptr<QVCOFF_SECTION>> kept;
   for (auto &s : sections_) {
     if (!numbers.count(s->get_index())) {

@@ -450,7 +450,7 @@ int ELF_SECTION_TABLE::remove_sections(const std::set<uint32_t> &indexes) {
   // another group lists them, and the file forgets what it read from each
   // section that goes. (Before any section moves: a slot moved from would
   // be read afresh.)
-  std::vector<OF_GROUP_TABLE *> grouped = groups_that_stay(gone);
+  std::vector<OF_GROUP_TABLE *> grouped = groups_that_stay(*this, gone);
   for (uint32_t i : gone) {
     if (ELF_GROUP_TABLE *group = get_section(i)->group())
       for (uint32_t m = 0; m < group->get_count(); m++)
