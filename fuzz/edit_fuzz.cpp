@@ -244,9 +244,11 @@ std::vector<std::string> lines(const SNAPSHOT &s, const std::set<uint32_t> &gone
     out.push_back(key + " flags " + std::to_string(flags));
     // The size of a table of entries follows its entries, which are
     // compared one by one; an object's dynamic symbols drop those of a
-    // removed section as the symbol table does, and are not followed.
-    bool rewritten_symbols = x.type == OFE::SHT_SYMTAB || (s.relocatable && x.type == OFE::SHT_DYNSYM);
-    if (!x.group && (!s.elf || (!rewritten_symbols && !is_elf_reloc(s, x.type))) && x.index != holder)
+    // removed section as the symbol table does, and are not followed; and
+    // an object's hash table is made anew for the symbols it hashes.
+    bool rewritten = x.type == OFE::SHT_SYMTAB ||
+                     (s.relocatable && (x.type == OFE::SHT_DYNSYM || x.type == OFE::SHT_HASH));
+    if (!x.group && (!s.elf || (!rewritten && !is_elf_reloc(s, x.type))) && x.index != holder)
       out.push_back(key + " size " + std::to_string(x.size));
     // Index 0 is the null section in ELF and no section in COFF: either way
     // no reference, as a link to a removed section becomes. Which section
