@@ -91,9 +91,8 @@ bool ELF_SEGMENT_TABLE::load(ELF_SECTION_TABLE *sections) {
     // Bytes a segment says the file holds and it does not would be written
     // as whatever the new layout puts there: a copy that looks whole and
     // is not. The segment is still read, for the listings.
-    std::string what = "segment " + std::to_string(i);
     if (f->was_read_from_stream() && record.p_filesz != 0)
-      (void)f->within_file(record.p_offset, record.p_filesz, what.c_str());
+      (void)f->within_file(record.p_offset, record.p_filesz, ("segment " + std::to_string(i)).c_str());
     segments_.push_back(std::make_unique<ELF_SEGMENT>(this, i, record, true));
   }
   find_contents(sections);
