@@ -32,6 +32,7 @@
 #include "objfile/coff/qvcoff_reloc.h"
 #include "objfile/elf/elf_reloc.h"
 #include "objfile/elf/elf_section.h"
+#include "objfile/elf/elf_symbol.h"
 #include "objfile/elf/elf_types.h"
 #include "objfile/of_build_attr.h"
 #include "objfile/of_file.h"
@@ -172,11 +173,17 @@ SNAPSHOT snapshot(OFE::OBJECT_FILE *object) {
   }
   if (OFE::OF_SYMBOL_TABLE *table = object->get_symbol_table()) {
     out.symbol_entries = table->get_count();
-    for (OFE::OF_SYMBOL *s : table->symbols())
-      out.symbols.push_back({s->get_index(), s->get_name(), s->get_binding() == OFE::OF_BIND_LOCAL,
-                             s->get_value(), s->get_section_index(),
-                             s->get_name().empty() && s->get_value() == 0 && s->get_size() == 0 &&
-                                 s->get_binding() == OFE::OF_BIND_LOCAL && s->get_type() == OFE::OF_TYPE_NONE});
+    for (OFE::OF_SYMBOL *s : table->symbols()) {
+      bool blank = s->get_name().empty() && s->get_value() == 0 && s->get_size() == 0 &&
+                   s->get_binding() == OFE::OF_BIND_LOCAL && s->get_type() == OFE::OF_TYPE_NONE;
+      // In ELF the record's other byte counts too: only a record all zeros
+      // but its section is empty without it.
+      if (out.elf)
+        blank = blank && static_cast<OFE::ELF_SYMBOL *>(s)->record().st_other == 0;
+      out.symbols.push_back(
+          {s->get_index(), s->get_name(), s->get_binding() == OFE::OF_BIND_LOCAL, s->get_value(), s->get_section_index(),
+           blank});
+    }
   }
   return out;
 }
