@@ -139,7 +139,8 @@ bool write_binary(const FLASH_IMAGE &image, FILE *out) {
     } else if (at != target) {
       fseeko(out, static_cast<off_t>(target), SEEK_SET);  // a later piece over an earlier one
     }
-    fwrite(p.bytes.data(), 1, p.bytes.size(), out);
+    if (!p.bytes.empty())  // a fill has none, and no buffer to name
+      fwrite(p.bytes.data(), 1, p.bytes.size(), out);
     write_run(out, image.fill_byte, p.fill);
     at = target + p.size();
     end = std::max(end, at);
