@@ -55,6 +55,7 @@ struct IMAGE_FILL {
   std::optional<uint64_t> pad_to;
 };
 
+// Adds the fills that `fill` asks for to the image's pieces.
 void fill_image(FLASH_IMAGE &image, const IMAGE_FILL &fill);
 
 // The executable's loadable pieces; false with a message when the file is
@@ -62,11 +63,11 @@ void fill_image(FLASH_IMAGE &image, const IMAGE_FILL &fill);
 [[nodiscard]] bool collect_image(OFE::OBJECT_FILE &object, FLASH_IMAGE &image);
 
 // The encoders. A binary image runs from the lowest piece to the end of the
-// highest, gaps not filled by the pieces zero-filled; the records give every piece in chunks of 16
-// bytes from its start, with the start address behind them. `name` is the
-// output file's name as given, which S-records carry in their header.
-// False with a message when an address does not fit the format; a write
-// the stream refuses is left in its error indicator.
+// highest, what no piece covers zero-filled; the records give every piece
+// in chunks of 16 bytes from its start, with the start address behind
+// them. `name` is the output file's name as given, which S-records carry
+// in their header. False with a message when an address does not fit the
+// format; a write the stream refuses is left in its error indicator.
 [[nodiscard]] bool write_binary(const FLASH_IMAGE &image, FILE *out);
 [[nodiscard]] bool write_ihex(const FLASH_IMAGE &image, FILE *out);
 [[nodiscard]] bool write_srec(const FLASH_IMAGE &image, const std::string &name, FILE *out);
